@@ -1,0 +1,31 @@
+#include "Async/Task.h"
+
+#include <exception>
+
+#include "Logging/Logger.h"
+
+namespace quillmar {
+
+Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration) {
+  std::function<void(std::function<void(bool)>)> start = [clock, duration](std::function<void(bool)> wake) {
+    clock->after(duration, [wake = std::move(wake)] { wake(true); });
+  };
+  co_await awaitCallback<bool>(std::move(start));
+}
+
+void spawn(const std::shared_ptr<platform::Executor>& executor, Task<void> task) {
+  boost::asio::co_spawn(TaskExecutor(executor), std::move(task), [](const std::exception_ptr& failure) {
+    if (!failure) {
+      return;
+    }
+    try {
+      std::rethrow_exception(failure);
+    } catch (const std::exception& error) {
+      Logger::error("Task - Ended by an unexpected error: {}", error.what());
+    } catch (...) {
+      Logger::error("Task - Ended by an unexpected error");
+    }
+  });
+}
+
+}  // namespace quillmar

@@ -1,0 +1,86 @@
+#include "Async/TaskQueue.h"
+
+#include <utility>
+
+namespace quillmar {
+
+/// The place of a running task; given back when the task is done or dropped.
+class TaskQueue::Slot {
+ public:
+  explicit Slot(std::shared_ptr<TaskQueue> queue) noexcept : queue_(std::move(queue)) {}
+  ~Slot() {
+    if (queue_) {
+      queue_->release();
+    }
+  }
+  Slot(Slot&&) noexcept = default;
+  Slot& operator=(Slot&&) = delete;
+  Slot(const Slot&) = delete;
+  Slot& operator=(const Slot&) = delete;
+
+ private:
+  std::shared_ptr<TaskQueue> queue_;
+};
+
+TaskQueue::TaskQueue(const std::shared_ptr<platform::Executor>& executor, const char* label, std::size_t limit,
+                     std::shared_ptr<ActivityCounter> activity)
+    : serial_(std::make_shared<SerialExecutor>(executor, label)), limit_(limit), activity_(std::move(activity)) {}
+
+void TaskQueue::post(MakeTask makeTask) {
+  {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(makeTask));
+    activity_->begin();
+    if (pumping_ || running_ >= limit_) {
+      return;
+    }
+    pumping_ = true;
+  }
+  serial_->post([self = shared_from_this()] { self->pump(); });
+}
+
+void TaskQueue::pump() {
+  for (;;) {
+    MakeTask makeTask;
+    {
+      const std::lock_guard lock(mutex_);
+      if (waiting_.empty() || running_ >= limit_) {
+        pumping_ = false;
+        return;
+      }
+      makeTask = std::move(waiting_.front());
+      waiting_.pop_front();
+      ++running_;
+    }
+    Slot slot(shared_from_this());
+    spawn(serial_, run(std::move(slot), std::move(makeTask)));
+  }
+}
+
+void TaskQueue::release() noexcept {
+  bool pumpNow = false;
+  {
+    const std::lock_guard lock(mutex_);
+    --running_;
+    if (!waiting_.empty() && !pumping_) {
+      pumping_ = pumpNow = true;
+    }
+  }
+  if (pumpNow) {
+    try {
+      serial_->post([self = shared_from_this()] { self->pump(); });
+    } catch (...) {
+      const std::lock_guard lock(mutex_);
+      pumping_ = false;  // out of memory: the next post tries again
+    }
+  }
+  activity_->end();
+}
+
+// The slot is a parameter, so that it is given back also when the task is dropped half-way.
+Task<void> TaskQueue::run([[maybe_unused]] Slot slot, MakeTask makeTask) {
+  Task<void> task = makeTask();
+  co_await std::move(task);
+}
+
+}  // namespace quillmar

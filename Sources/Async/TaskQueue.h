@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "Async/ActivityCounter.h"
+#include "Async/SerialExecutor.h"
+#include "Async/Task.h"
+
+namespace quillmar {
+
+/// A serial queue whose items start tasks. The tasks are started in the order of posting and run interleaved, but no
+/// more than `limit` at a time: what waits costs a function object, not a coroutine and a request.
+class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
+ public:
+  using MakeTask = std::function<Task<void>()>;
+
+  TaskQueue(const std::shared_ptr<platform::Executor>& executor, const char* label, std::size_t limit,
+            std::shared_ptr<ActivityCounter> activity);
+
+  /// Called from any thread. The item counts as in flight until its task has ended.
+  void post(MakeTask makeTask);
+
+ private:
+  class Slot;
+
+  void pump();
+  void release() noexcept;
+  static Task<void> run(Slot slot, MakeTask makeTask);
+
+  const std::shared_ptr<SerialExecutor> serial_;
+  const std::size_t limit_;
+  const std::shared_ptr<ActivityCounter> activity_;
+  std::mutex mutex_;
+  std::deque<MakeTask> waiting_;
+  std::size_t running_ = 0;
+  bool pumping_ = false;
+};
+
+}  // namespace quillmar

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "quillmar/LogLevel.h"
+#include "quillmar/platform/Clock.h"
+#include "quillmar/platform/LogSink.h"
+
+namespace quillmar {
+
+/// The one way out for log lines. All members are static; all may be called from any thread.
+///
+/// A line is "[Quillmar] - [<timestamp>] <message>". The timestamp is that of the first line of the process, on
+/// purpose: it is computed once. A message that does not pass the threshold is not composed at all.
+class Logger {
+ public:
+  static LogLevel logLevel() noexcept { return level_.load(std::memory_order_relaxed); }
+  static void setLogLevel(LogLevel level) noexcept { level_.store(level, std::memory_order_relaxed); }
+
+  static bool passes(LogLevel level) noexcept { return logLevel() >= level; }
+
+  /// A finished message.
+  static void info(std::string_view message) noexcept { write(LogLevel::info, message); }
+  static void debug(std::string_view message) noexcept { write(LogLevel::debug, message); }
+  static void error(std::string_view message) noexcept { write(LogLevel::error, message); }
+
+  /// A message that is composed only when it passes.
+  template <class First, class... Rest>
+  static void info(fmt::format_string<First, Rest...> format, First&& first, Rest&&... rest) noexcept {
+    compose(LogLevel::info, format, fmt::make_format_args(first, rest...));
+  }
+  template <class First, class... Rest>
+  static void debug(fmt::format_string<First, Rest...> format, First&& first, Rest&&... rest) noexcept {
+    compose(LogLevel::debug, format, fmt::make_format_args(first, rest...));
+  }
+  template <class First, class... Rest>
+  static void error(fmt::format_string<First, Rest...> format, First&& first, Rest&&... rest) noexcept {
+    compose(LogLevel::error, format, fmt::make_format_args(first, rest...));
+  }
+
+  /// Where lines go, and the clock of the timestamp. Without a sink they go nowhere. A sink that was replaced is
+  /// kept: a line may be on its way to it.
+  static void setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept;
+
+ private:
+  struct Output;
+
+  static void write(LogLevel level, std::string_view message) noexcept {
+    if (passes(level)) {
+      logWithDate(level, message);
+    }
+  }
+  static void compose(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
+    if (passes(level)) {
+      composeAndLog(level, format, arguments);
+    }
+  }
+  static void composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept;
+  static void logWithDate(LogLevel level, std::string_view message) noexcept;
+
+  static inline std::atomic<LogLevel> level_{LogLevel::off};
+  static std::atomic<const Output*> output_;
+};
+
+}  // namespace quillmar

@@ -1,0 +1,57 @@
+#include "quillmar/platform/UserDefaults.h"
+
+namespace quillmar::platform {
+
+std::optional<std::uint64_t> UserDefaults::revision(std::string_view) const { return std::nullopt; }
+
+std::error_code UserDefaults::replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) {
+  std::optional<std::string> bytes = data(key);
+  if (!bytes || bytes->size() < keep) {
+    return std::make_error_code(std::errc::invalid_argument);
+  }
+  bytes->resize(keep);
+  bytes->append(tail);
+  return set(key, PropertyListValue::Data{std::move(*bytes)});
+}
+
+bool UserDefaults::boolean(std::string_view key) const {
+  const std::optional<PropertyListValue> value = object(key);
+  if (!value) {
+    return false;
+  }
+  if (const auto* flag = value->as<bool>()) {
+    return *flag;
+  }
+  if (const auto* integer = value->as<std::int64_t>()) {
+    return *integer != 0;
+  }
+  if (const auto* number = value->as<double>()) {
+    return *number != 0;
+  }
+  if (const auto* text = value->as<std::string>()) {
+    return *text == "YES" || *text == "true" || *text == "1";
+  }
+  return false;
+}
+
+namespace {
+template <class T>
+std::optional<T> typed(const UserDefaults& defaults, std::string_view key) {
+  const std::optional<PropertyListValue> value = defaults.object(key);
+  const T* content = value ? value->as<T>() : nullptr;
+  return content ? std::optional<T>(*content) : std::nullopt;
+}
+}  // namespace
+
+std::optional<std::string> UserDefaults::string(std::string_view key) const { return typed<std::string>(*this, key); }
+
+std::optional<PropertyListValue::Date> UserDefaults::date(std::string_view key) const {
+  return typed<PropertyListValue::Date>(*this, key);
+}
+
+std::optional<std::string> UserDefaults::data(std::string_view key) const {
+  auto value = typed<PropertyListValue::Data>(*this, key);
+  return value ? std::optional<std::string>(std::move(value->bytes)) : std::nullopt;
+}
+
+}  // namespace quillmar::platform

@@ -1,0 +1,144 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "quillmar/ASEventParam.h"
+#include "quillmar/LogLevel.h"
+#include "quillmar/platform/Platform.h"
+
+namespace quillmar {
+
+class ConversionTrackingManager;
+class ConversionValuesRepositoryProtocol;
+class EventServerLogRepositoryProtocol;
+class QuillmarCore;
+class VerificationKeyRepositoryProtocol;
+
+/// How many events went which way, since the instance was made.
+struct QuillmarStatistics {
+  std::uint64_t sent = 0;     ///< calls of `sendEvent`
+  std::uint64_t dropped = 0;  ///< refused because the service switched the library off, or memory ran out
+  std::uint64_t parked = 0;   ///< waiting for the configuration right now
+  std::uint64_t logged = 0;   ///< accepted by the event service
+  std::uint64_t failed = 0;   ///< could not be logged to the event service
+};
+
+/// Where the instance stands.
+struct QuillmarState {
+  /// The current postback window, 0...2; nothing when the event window has expired.
+  std::optional<int> window;
+  /// The app's identifier as the service confirmed it; nothing before the first configuration.
+  std::optional<std::string> appId;
+  bool enabled = true;               ///< the service's switch
+  bool verificationKeyValid = true;  ///< false after too many failures in a row
+};
+
+/// Reports app events to the event service and keeps the platform's conversion value up to date.
+///
+/// Call `configure` once at start-up and `sendEvent` for each event. No function throws, and none but `reset`,
+/// `clearTrackedEvents`, `drain` and `state` waits for a disk or a network: the work is done on the platform's executor.
+/// What happens is told in the log only. All functions may be called from any thread.
+class Quillmar {
+ public:
+  /// The instance of the process, made at the first call over `platform::sharedPlatform()`.
+  static std::shared_ptr<Quillmar> shared() noexcept;
+
+  /// Replaces the instance of the process; null makes the next `shared()` build a new one.
+  static void setShared(std::shared_ptr<Quillmar> instance) noexcept;
+
+  /// An instance of its own over the given settings store. It shares only the counters of failures with the others.
+  /// Does no I/O. Use `QuillmarFactory` or `shared()`; throws only when memory runs out.
+  Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
+           const platform::Platform& platform);
+  ~Quillmar();
+  Quillmar(const Quillmar&) = delete;
+  Quillmar& operator=(const Quillmar&) = delete;
+
+  /// Copied into the log's threshold by the next `configure`; off at first.
+  LogLevel logLevel() const noexcept;
+  void setLogLevel(LogLevel level) noexcept;
+
+  /// Starts the library with the key that the event service knows the app by. Returns at once.
+  ///
+  /// On the first run the install identifier and the date are recorded. When the first run lies more than 37 days
+  /// back, the library stays off. May be called again, with another key too.
+  void configure(std::string_view verificationKey) noexcept;
+
+  /// Reports an event. Returns at once; the event is copied and handled on the platform's executor, in the order of
+  /// the calls. Text that is not UTF-8 is mended with U+FFFD. An event that comes before the configuration has been
+  /// fetched waits for it, in memory.
+  void sendEvent(std::string_view event) noexcept;
+  void sendEvent(std::string_view event, EventParameters params) noexcept;
+
+  /// For hosts that deliver activations themselves: fetches the configuration again if it is an hour old.
+  /// Source: the selectors of the two UIKit notifications.
+  void applicationDidBecomeActive() noexcept;
+  void sceneDidActivate() noexcept;
+
+  /// Back to the unconfigured state. The first-run date and the install identifier are kept; what the service sent
+  /// and the tracked events are forgotten. Writes the settings store on the calling thread.
+  void reset() noexcept;
+
+  /// Forgets the tracked events. Writes the settings store on the calling thread.
+  void clearTrackedEvents() noexcept;
+
+  /// The key of the last `configure`; empty before.
+  std::string quillmarVerificationKey() const;
+
+  /// True once `configure` has found the first run recent enough.
+  bool isInitialized() const noexcept;
+
+  /// True once a fetch of the conversion values has succeeded, or is under way, in this process.
+  bool hasFetchedConversionValues() const noexcept;
+  void setHasFetchedConversionValues(bool fetched) noexcept;
+
+  /// Waits until no event, request or platform call of this instance is in flight, for at most `timeout`. A fetch
+  /// that waits for its next attempt is not waited for, nor are events that wait for the configuration. True when all
+  /// was done. Not for the main thread of an app: it is there for command-line hosts and tests.
+  bool drain(std::chrono::milliseconds timeout) noexcept;
+
+  QuillmarStatistics statistics() const noexcept;
+
+  /// May open the settings store on the calling thread.
+  QuillmarState state() const noexcept;
+
+  /// Replaceable collaborators; the repositories are null until `configure` has built them.
+  std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const;
+  void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository);
+  std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const;
+  void setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository);
+  std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository() const;
+  void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository);
+  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager() const;
+  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager);
+
+  /// Answers every request with a built-in document instead of asking the service, and configures on the calling
+  /// thread. For tests and previews; set it before `configure`.
+  static bool useMock() noexcept;
+  static void setUseMock(bool useMock) noexcept;
+
+  /// Failures in a row to log an event, over all instances. At `maxConsecutiveFailures` the key counts as invalid.
+  static std::int64_t consecutiveAPIFailures() noexcept;
+  static void setConsecutiveAPIFailures(std::int64_t failures) noexcept;
+  static constexpr std::int64_t maxConsecutiveFailures = 10;
+
+  /// While true, no event is processed.
+  static bool isVerificationKeyInvalid() noexcept;
+  static void setIsVerificationKeyInvalid(bool invalid) noexcept;
+
+  /// Sets the counters of failures back; `useMock` stays as it is.
+  static void resetStaticState() noexcept;
+
+  /// The part behind this class, for the library's own code and tests.
+  QuillmarCore& core() noexcept { return *core_; }
+
+ private:
+  std::shared_ptr<QuillmarCore> core_;
+};
+
+}  // namespace quillmar

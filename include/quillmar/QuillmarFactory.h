@@ -1,0 +1,25 @@
+#pragma once
+
+#include <memory>
+
+#include "quillmar/Quillmar.h"
+
+namespace quillmar {
+
+/// Makes further instances beside `Quillmar::shared()`.
+class QuillmarFactory {
+ public:
+  /// An instance over exactly this store and bundle, on the shared platform. Null when memory runs out.
+  static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                  platform::Bundle bundle) noexcept;
+
+  /// The same on a platform of its own.
+  static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                  platform::Bundle bundle,
+                                                  const platform::Platform& platform) noexcept;
+
+  /// An instance over the library's own settings suite of that platform. Null when memory runs out.
+  static std::shared_ptr<Quillmar> createQuillmar(const platform::Platform& platform) noexcept;
+};
+
+}  // namespace quillmar

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace quillmar::platform {
+
+/// The device that the app runs on.
+class Device {
+ public:
+  virtual ~Device() = default;
+
+  /// The version of the system, for example "17.4.1"; "0" where there is none of the kind that the ad networks speak
+  /// of. Called from any thread; does not block. Source: the current device's `systemVersion`.
+  virtual std::string systemVersion() const = 0;
+};
+
+}  // namespace quillmar::platform

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace quillmar::platform {
+
+/// What tells one state of a file from another without reading it.
+struct FileStamp {
+  std::uint64_t volume = 0;
+  std::uint64_t file = 0;  ///< the file's identity on its volume (inode)
+  std::uint64_t size = 0;
+  std::int64_t modified = 0;  ///< nanoseconds; only compared
+  std::int64_t changed = 0;   ///< nanoseconds; only compared
+
+  friend bool operator==(const FileStamp& a, const FileStamp& b) noexcept {
+    return a.volume == b.volume && a.file == b.file && a.size == b.size && a.modified == b.modified &&
+           a.changed == b.changed;
+  }
+};
+
+enum class WriteMode : std::uint8_t {
+  direct,  ///< replace the content in place
+  atomic,  ///< write a temporary file and move it into place: a reader sees the old content or the new
+};
+
+/// The files of the app. Source: Apple's file manager; POSIX.
+///
+/// All operations run on the calling thread, any but the host's, and may block on the disk. Paths are absolute and
+/// UTF-8. What is created is readable and writable by the user only. Errors are those of the system
+/// (`std::system_category` or `std::generic_category`); nothing is thrown for them.
+class FileManager {
+ public:
+  virtual ~FileManager() = default;
+
+  /// The documents directory of the app, without a trailing "/", or nothing when there is none. Need not exist yet.
+  virtual std::optional<std::string> documentsDirectory() const = 0;
+
+  /// Whether a file or folder is there.
+  virtual bool fileExists(const std::string& path) const = 0;
+
+  /// The stamp of the file, or nothing when there is none or it cannot be told.
+  virtual std::optional<FileStamp> stamp(const std::string& path) const = 0;
+
+  /// Creates the folder and those above it. An existing folder is no error.
+  virtual std::error_code createDirectory(const std::string& path) = 0;
+
+  /// Creates an empty file. An existing file is emptied.
+  virtual std::error_code createFile(const std::string& path) = 0;
+
+  virtual std::error_code removeItem(const std::string& path) = 0;
+
+  /// Reads the whole file into `content`, which is left alone on an error.
+  virtual std::error_code readFile(const std::string& path, std::string& content) const = 0;
+
+  virtual std::error_code writeFile(const std::string& path, std::string_view content, WriteMode mode) = 0;
+};
+
+}  // namespace quillmar::platform

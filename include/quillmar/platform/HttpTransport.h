@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace quillmar::platform {
+
+/// How a cache between the library and the service may be used. Source: Apple's URL request cache policy.
+enum class CachePolicy : std::uint8_t {
+  useProtocolCachePolicy = 0,  ///< what the protocol says; an adapter without a cache always loads
+  reloadIgnoringLocalCacheData = 1,
+};
+
+struct HttpRequest {
+  std::string url;  ///< absolute; empty means that the request has no URL
+  std::string method = "GET";
+  std::map<std::string, std::string> headers;
+  std::string body;
+  std::chrono::duration<double> timeout{60.0};  ///< idle time-out: the longest wait for the next byte
+  CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy;
+};
+
+/// The end of an exchange: either an error, or a response.
+struct HttpResult {
+  std::error_code error;  ///< set when there is no response, usually a `URLError`
+  std::string url;        ///< where the response came from, after redirects
+  /// The HTTP status. Nothing when the response did not come over HTTP.
+  std::optional<int> statusCode;
+  std::string body;
+};
+
+/// Performs HTTP exchanges. Source: Apple's shared URL session; libcurl.
+///
+/// An adapter verifies TLS certificates, follows redirects without ever going from HTTPS to HTTP or handing
+/// "Authorization" to another host, caps the size of a body while it arrives, and keeps the number of connections
+/// small whatever the number of requests.
+class HttpTransport {
+ public:
+  using Completion = std::function<void(HttpResult)>;
+  using RequestId = std::uint64_t;
+
+  virtual ~HttpTransport() = default;
+
+  /// Starts an exchange and returns at once. `completion` is called exactly once, on any thread, never inside this
+  /// call; after `cancel`, with `URLError::cancelled`. A transport that is destroyed destroys the completions that
+  /// it has not called.
+  virtual RequestId start(HttpRequest request, Completion completion) = 0;
+
+  /// Ends the exchange early. Without effect when it is over or the identifier is unknown.
+  virtual void cancel(RequestId request) noexcept = 0;
+};
+
+}  // namespace quillmar::platform

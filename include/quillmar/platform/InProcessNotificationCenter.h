@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "quillmar/platform/NotificationCenter.h"
+
+namespace quillmar::platform {
+
+/// A notification centre for hosts that know themselves when they become active.
+class InProcessNotificationCenter : public NotificationCenter {
+ public:
+  ObserverId addObserver(Notification notification, std::function<void()> callback) override;
+  void removeObserver(ObserverId observer) noexcept override;
+
+  /// Calls the observers of `notification` on the calling thread, in the order of their registration.
+  void post(Notification notification);
+
+ private:
+  std::mutex mutex_;
+  ObserverId lastObserver_ = 0;
+  std::map<ObserverId, std::pair<Notification, std::function<void()>>> observers_;
+};
+
+}  // namespace quillmar::platform

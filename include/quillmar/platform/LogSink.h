@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace quillmar::platform {
+
+enum class LogSeverity : std::uint8_t { info, debug, error };
+
+/// Takes the library's log lines. Source: Apple's unified logging; standard error.
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+
+  /// One finished line, without a line end, to be written as it stands ("%" and braces mean nothing). Called from any
+  /// thread, also from several at once; it should not block for long. The arguments are valid only during the call.
+  virtual void write(std::string_view subsystem, std::string_view category, LogSeverity severity,
+                     std::string_view line) noexcept = 0;
+};
+
+}  // namespace quillmar::platform

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+namespace quillmar::platform {
+
+enum class Notification : std::uint8_t {
+  applicationDidBecomeActive,  ///< Source: UIKit's notification of that name
+  sceneDidActivate,            ///< Source: UIKit's `UIScene.didActivateNotification`
+};
+
+/// Tells the library when the app or one of its scenes becomes active.
+class NotificationCenter {
+ public:
+  using ObserverId = std::uint64_t;
+
+  virtual ~NotificationCenter() = default;
+
+  /// Calls `callback` at each such notification, on the thread that posts it, until `removeObserver`. Two
+  /// registrations are called twice. Called from any thread; does not block.
+  virtual ObserverId addObserver(Notification notification, std::function<void()> callback) = 0;
+
+  /// Ends a registration. A callback that is running finishes. Called from any thread, also from a callback.
+  virtual void removeObserver(ObserverId observer) noexcept = 0;
+};
+
+}  // namespace quillmar::platform

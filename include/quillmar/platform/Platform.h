@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "quillmar/platform/AdAttributionKit.h"
+#include "quillmar/platform/Bundle.h"
+#include "quillmar/platform/Clock.h"
+#include "quillmar/platform/Device.h"
+#include "quillmar/platform/Executor.h"
+#include "quillmar/platform/FileManager.h"
+#include "quillmar/platform/HttpTransport.h"
+#include "quillmar/platform/LogSink.h"
+#include "quillmar/platform/NotificationCenter.h"
+#include "quillmar/platform/StoreKitAdNetwork.h"
+#include "quillmar/platform/UserDefaults.h"
+
+namespace quillmar::platform {
+
+/// Everything outside the library that the library touches. No member may be null, unless it says so.
+struct Platform {
+  std::shared_ptr<Executor> executor;
+  /// Where the ad networks are called, one item at a time. Null: a serial queue on `executor`.
+  std::shared_ptr<Executor> mainExecutor;
+  std::shared_ptr<Clock> clock;
+  std::shared_ptr<HttpTransport> http;
+  std::shared_ptr<FileManager> files;
+  std::shared_ptr<UserDefaultsProvider> userDefaults;
+  std::shared_ptr<StoreKitAdNetwork> storeKitAdNetwork;
+  std::shared_ptr<AdAttributionKit> adAttributionKit;
+  std::shared_ptr<Device> device;
+  std::shared_ptr<NotificationCenter> notifications;
+  std::shared_ptr<LogSink> logSink;
+  /// The base URL of the event service, an origin without a trailing "/". Empty: the one built in.
+  std::string serviceUrl;
+};
+
+/// What can be chosen about the platform's own adapters.
+struct DefaultPlatformOptions {
+  /// The folder for settings and documents. Empty: a folder of the user's own.
+  std::string dataDirectory;
+  /// Replaces the built-in base URL of the event service (tests, staging).
+  std::string serviceUrl;
+  /// A file of trusted certificates (PEM) in place of the system's.
+  std::string caFile;
+};
+
+/// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
+/// networks do nothing. Does no I/O: folders, files and connections are opened at their first use.
+Platform makeDefaultPlatform(const DefaultPlatformOptions& options = {});
+
+/// The platform of `Quillmar::shared()`, and of the log. The first call without an earlier `setSharedPlatform` makes
+/// the default one.
+const Platform& sharedPlatform();
+
+/// Puts `platform` in the place of the default one. Call it before the library is first used; objects that exist
+/// keep the platform that they were made with. Any thread.
+void setSharedPlatform(Platform platform);
+
+}  // namespace quillmar::platform

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace quillmar::platform {
+
+/// Source: StoreKit's `SKAdNetwork.CoarseConversionValue`.
+enum class SKAdNetworkCoarseConversionValue : std::uint8_t { high, medium, low };
+
+/// An error of the platform: its localized description.
+struct PlatformError {
+  std::string localizedDescription;
+};
+
+/// Called once, on any thread, with nothing on success. An ad network that lacks the interface never calls it.
+using AdNetworkCompletion = std::function<void(std::optional<PlatformError>)>;
+
+/// SKAdNetwork as StoreKit offers it. Called on the main executor; must not block.
+///
+/// The library calls an operation only on systems that have it (the version is named with each).
+class StoreKitAdNetwork {
+ public:
+  virtual ~StoreKitAdNetwork() = default;
+
+  /// All systems. Source: `registerAppForAdNetworkAttribution`.
+  virtual void registerAppForAdNetworkAttribution() = 0;
+
+  /// 14.0 and later. `fineValue` is 0...63. Source: `updateConversionValue:`.
+  virtual void updateConversionValue(int fineValue) = 0;
+
+  /// 15.4 and later. Source: `updatePostbackConversionValue:completionHandler:`.
+  virtual void updatePostbackConversionValue(int fineValue, AdNetworkCompletion completion) = 0;
+
+  /// 16.1 and later. Source: `updatePostbackConversionValue:coarseValue:lockWindow:completionHandler:`.
+  virtual void updatePostbackConversionValue(int fineValue, SKAdNetworkCoarseConversionValue coarseValue,
+                                             bool lockWindow, AdNetworkCompletion completion) = 0;
+};
+
+}  // namespace quillmar::platform

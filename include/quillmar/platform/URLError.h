@@ -1,0 +1,33 @@
+#pragma once
+
+#include <system_error>
+
+namespace quillmar::platform {
+
+/// Why an HTTP exchange gave no response. Source: Apple's URL error domain.
+enum class URLError {
+  unknown = 1,
+  cancelled,
+  badURL,
+  unsupportedURL,
+  timedOut,
+  cannotFindHost,
+  cannotConnectToHost,
+  networkConnectionLost,
+  notConnectedToInternet,
+  secureConnectionFailed,
+  httpTooManyRedirects,
+  redirectToInsecureLocation,
+  badServerResponse,
+  dataLengthExceedsMaximum,
+};
+
+/// The category of `URLError`; its message is a sentence, its case name the enumerator's.
+const std::error_category& urlErrorCategory() noexcept;
+
+std::error_code make_error_code(URLError error) noexcept;
+
+}  // namespace quillmar::platform
+
+template <>
+struct std::is_error_code_enum<quillmar::platform::URLError> : std::true_type {};

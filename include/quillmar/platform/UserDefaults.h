@@ -1,0 +1,111 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace quillmar::platform {
+
+/// A value that a settings store keeps. Source: a property list.
+class PropertyListValue {
+ public:
+  struct Data {
+    std::string bytes;
+    friend bool operator==(const Data& a, const Data& b) { return a.bytes == b.bytes; }
+  };
+  using Date = std::chrono::system_clock::time_point;
+  using Array = std::vector<PropertyListValue>;
+  using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
+  using Storage = std::variant<bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>;
+
+  PropertyListValue(bool value) : storage_(value) {}                        // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::int64_t value) : storage_(value) {}                // NOLINT(google-explicit-constructor)
+  PropertyListValue(double value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::string value) : storage_(std::move(value)) {}      // NOLINT(google-explicit-constructor)
+  PropertyListValue(const char* value) : storage_(std::string(value)) {}    // NOLINT(google-explicit-constructor)
+  PropertyListValue(Data value) : storage_(std::move(value)) {}             // NOLINT(google-explicit-constructor)
+  PropertyListValue(Date value) : storage_(value) {}                        // NOLINT(google-explicit-constructor)
+  PropertyListValue(Array value) : storage_(std::move(value)) {}            // NOLINT(google-explicit-constructor)
+  PropertyListValue(Dictionary value) : storage_(std::move(value)) {}       // NOLINT(google-explicit-constructor)
+
+  /// The content if it is of type `T` (one of `Storage`'s alternatives), else null.
+  template <class T>
+  const T* as() const noexcept {
+    return std::get_if<T>(&storage_);
+  }
+
+  const Storage& storage() const noexcept { return storage_; }
+
+  friend bool operator==(const PropertyListValue& a, const PropertyListValue& b) { return a.storage_ == b.storage_; }
+  friend bool operator!=(const PropertyListValue& a, const PropertyListValue& b) { return !(a == b); }
+
+ private:
+  Storage storage_;
+};
+
+/// One persistent key-value store. Source: Apple's user defaults; SQLite.
+///
+/// Called from any thread; safe for use from several at once. Reads are answered from memory once the store is open.
+/// Writes return when they will survive the end of the process. A read that runs while a write is going on gives the
+/// old value or the new one.
+class UserDefaults {
+ public:
+  virtual ~UserDefaults() = default;
+
+  /// The value under `key`, or nothing.
+  virtual std::optional<PropertyListValue> object(std::string_view key) const = 0;
+
+  /// Stores `value` under `key` in place of what was there. On an error (full disk, locked store) the value is kept
+  /// in memory, where reads see it, and written together with the next one.
+  virtual std::error_code set(std::string_view key, PropertyListValue value) = 0;
+
+  /// Forgets `key`; an absent one is no error.
+  virtual std::error_code remove(std::string_view key) = 0;
+
+  /// A number that is another one after each change of the value under `key`, so that what was decoded from the value
+  /// can be kept. Nothing when the store cannot tell; then the value is read and decoded anew at each use.
+  virtual std::optional<std::uint64_t> revision(std::string_view key) const;
+
+  /// Replaces all behind the first `keep` bytes of the data value under `key` by `tail`. This is how a growing list
+  /// is appended to at a constant price. Unlike `set`, an error leaves the stored value and what reads see alone.
+  ///
+  /// The standard implementation reads the value, changes it and sets it. Errors: `std::errc::invalid_argument` when
+  /// there is no data value of at least `keep` bytes; else those of the store.
+  virtual std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail);
+
+  /// The Boolean under `key`; false when absent. Numbers other than 0 and the texts "YES", "true" and "1" are true.
+  bool boolean(std::string_view key) const;
+
+  /// The text under `key`; nothing when absent or of another type.
+  std::optional<std::string> string(std::string_view key) const;
+
+  /// The date under `key`; nothing when absent or of another type.
+  std::optional<PropertyListValue::Date> date(std::string_view key) const;
+
+  /// The bytes under `key`; nothing when absent or of another type.
+  std::optional<std::string> data(std::string_view key) const;
+};
+
+/// Opens settings stores. Source: the named suites and the standard store of Apple's user defaults.
+class UserDefaultsProvider {
+ public:
+  virtual ~UserDefaultsProvider() = default;
+
+  /// The store of that name, created when it is not there; null when it cannot be opened (and is left as it is).
+  /// May block on the disk. Called once a name, off the host's thread in the normal path.
+  virtual std::shared_ptr<UserDefaults> openSuite(const std::string& name) = 0;
+
+  /// The app-wide store, used when the suite cannot be opened. Never null: it works in memory if it must.
+  virtual std::shared_ptr<UserDefaults> standard() = 0;
+};
+
+}  // namespace quillmar::platform

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "quillmar/platform/LogSink.h"
+
+namespace quillmar::simulated {
+
+/// Keeps the log lines.
+class RecordingLogSink : public platform::LogSink {
+ public:
+  struct Line {
+    platform::LogSeverity severity;
+    std::string subsystem;
+    std::string category;
+    std::string text;
+  };
+
+  void write(std::string_view subsystem, std::string_view category, platform::LogSeverity severity,
+             std::string_view line) noexcept override;
+
+  std::vector<Line> lines() const;
+  void clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Line> lines_;
+};
+
+}  // namespace quillmar::simulated
