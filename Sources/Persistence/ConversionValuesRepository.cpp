@@ -5,6 +5,7 @@
 #include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 #include "Settings/Config.h"
+#include "Settings/StoreSetting.h"
 
 namespace quillmar {
 
@@ -32,8 +33,8 @@ Task<void> ConversionValuesRepository::fetchAndSave() {
   Logger::debug("ConversionValuesRepository - Config fetched: appId={}, sdkEnabled={}", response.appId,
                 response.sdkEnabled);
   // Before the document, on purpose: the service's verdict takes effect even when the document cannot be written.
-  userDefaults_->set(Config::serverAppId, response.appId);
-  userDefaults_->set(Config::sdkEnabled, response.sdkEnabled);
+  storeSetting(*userDefaults_, Config::serverAppId, response.appId);
+  storeSetting(*userDefaults_, Config::sdkEnabled, response.sdkEnabled);
   Logger::debug("ConversionValuesRepository - Saved server config: appId={}, sdkEnabled={}", response.appId,
                 response.sdkEnabled);
   const ConversionValues conversionValues = response.conversionValues();
