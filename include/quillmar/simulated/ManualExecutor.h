@@ -12,6 +12,8 @@ namespace quillmar::simulated {
 /// An executor that is cranked by hand: nothing runs until it is told to, and then in the order of posting.
 class ManualExecutor : public platform::Executor {
  public:
+  ~ManualExecutor() override;
+
   void post(std::function<void()> work) override;
 
   /// Runs what is posted, and what that posts, until nothing is left, on the calling thread. Returns how many items.

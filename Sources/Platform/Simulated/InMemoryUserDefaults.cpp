@@ -1,0 +1,68 @@
+#include "quillmar/simulated/InMemoryUserDefaults.h"
+
+namespace quillmar::simulated {
+
+using platform::PropertyListValue;
+
+std::optional<PropertyListValue> InMemoryUserDefaults::object(std::string_view key) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = values_.find(key);
+  return found == values_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::error_code InMemoryUserDefaults::set(std::string_view key, PropertyListValue value) {
+  const std::lock_guard lock(mutex_);
+  values_.insert_or_assign(std::string(key), std::move(value));
+  ++revisions_[std::string(key)];
+  return {};
+}
+
+std::error_code InMemoryUserDefaults::remove(std::string_view key) {
+  const std::lock_guard lock(mutex_);
+  if (const auto found = values_.find(key); found != values_.end()) {
+    values_.erase(found);
+    ++revisions_[std::string(key)];
+  }
+  return {};
+}
+
+std::optional<std::uint64_t> InMemoryUserDefaults::revision(std::string_view key) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = revisions_.find(key);
+  return found == revisions_.end() ? 0 : found->second;
+}
+
+std::error_code InMemoryUserDefaults::replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) {
+  const std::lock_guard lock(mutex_);
+  const auto found = values_.find(key);
+  const auto* data = found == values_.end() ? nullptr : found->second.as<PropertyListValue::Data>();
+  if (data == nullptr || data->bytes.size() < keep) {
+    return std::make_error_code(std::errc::invalid_argument);
+  }
+  // The bytes are this store's own and not const; changing them in place keeps an append from copying the value.
+  std::string& bytes = const_cast<std::string&>(data->bytes);
+  bytes.resize(keep);
+  bytes.append(tail);
+  ++revisions_[std::string(key)];
+  return {};
+}
+
+std::shared_ptr<platform::UserDefaults> InMemoryUserDefaultsProvider::openSuite(const std::string& name) {
+  const std::lock_guard lock(mutex_);
+  std::shared_ptr<InMemoryUserDefaults>& suite = suites_["suite " + name];
+  if (!suite) {
+    suite = std::make_shared<InMemoryUserDefaults>();
+  }
+  return suite;
+}
+
+std::shared_ptr<platform::UserDefaults> InMemoryUserDefaultsProvider::standard() {
+  const std::lock_guard lock(mutex_);
+  std::shared_ptr<InMemoryUserDefaults>& standard = suites_["standard"];
+  if (!standard) {
+    standard = std::make_shared<InMemoryUserDefaults>();
+  }
+  return standard;
+}
+
+}  // namespace quillmar::simulated
