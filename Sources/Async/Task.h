@@ -41,10 +41,9 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
         auto waiting = std::make_shared<Waiting>(std::move(handler));
         begin([waiting](Result result) {
           if (!waiting->called.exchange(true)) {
-            waiting->executor.execute(
-                [resumed = std::move(waiting->handler), value = std::move(result)]() mutable {
-                  std::move(resumed)(std::move(value));
-                });
+            waiting->executor.execute([resumed = std::move(waiting->handler), value = std::move(result)]() mutable {
+              std::move(resumed)(std::move(value));
+            });
           }
         });
       },

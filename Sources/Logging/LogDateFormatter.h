@@ -15,8 +15,8 @@ enum class LogDateFormatter : std::uint8_t {
   MMM_d_HH_mm_ss_SSSZ,
 };
 
-inline constexpr std::array<std::string_view, 4> logDateFormats{
-    "MM/dd/yyyy HH:mm:ss:SSS", "MM-dd-yyyy HH:mm:ss", "E, d MMM yyyy HH:mm:ss Z", "MMM d, HH:mm:ss:SSSZ"};
+inline constexpr std::array<std::string_view, 4> logDateFormats{"MM/dd/yyyy HH:mm:ss:SSS", "MM-dd-yyyy HH:mm:ss",
+                                                                "E, d MMM yyyy HH:mm:ss Z", "MMM d, HH:mm:ss:SSSZ"};
 
 constexpr std::string_view rawValue(LogDateFormatter format) noexcept {
   return logDateFormats[static_cast<std::size_t>(format)];

@@ -26,8 +26,8 @@ std::string formatTimestamp(const platform::Clock& clock) {
   const auto minutesOff = duration_cast<minutes>(abs(offset)).count();
   return fmt::format("{} {}, {:02}:{:02}:{:02}:{:03}{}{:02}{:02}", months[static_cast<unsigned>(date.month()) - 1],
                      static_cast<unsigned>(date.day()), time.hours().count(), time.minutes().count(),
-                     time.seconds().count(), time.subseconds().count(), offset.count() < 0 ? '-' : '+',
-                     minutesOff / 60, minutesOff % 60);
+                     time.seconds().count(), time.subseconds().count(), offset.count() < 0 ? '-' : '+', minutesOff / 60,
+                     minutesOff % 60);
 }
 
 platform::LogSeverity severityOf(LogLevel level) noexcept {

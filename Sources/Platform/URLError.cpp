@@ -23,6 +23,8 @@ const std::error_category& urlErrorCategory() noexcept {
   return category;
 }
 
-std::error_code make_error_code(URLError error) noexcept { return {static_cast<int>(error), urlErrorCategory()}; }
+std::error_code make_error_code(URLError error) noexcept {
+  return {static_cast<int>(error), urlErrorCategory()};
+}
 
 }  // namespace quillmar::platform

@@ -2,7 +2,9 @@
 
 namespace quillmar::platform {
 
-std::optional<std::uint64_t> UserDefaults::revision(std::string_view) const { return std::nullopt; }
+std::optional<std::uint64_t> UserDefaults::revision(std::string_view) const {
+  return std::nullopt;
+}
 
 std::error_code UserDefaults::replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) {
   std::optional<std::string> bytes = data(key);
@@ -43,7 +45,9 @@ std::optional<T> typed(const UserDefaults& defaults, std::string_view key) {
 }
 }  // namespace
 
-std::optional<std::string> UserDefaults::string(std::string_view key) const { return typed<std::string>(*this, key); }
+std::optional<std::string> UserDefaults::string(std::string_view key) const {
+  return typed<std::string>(*this, key);
+}
 
 std::optional<PropertyListValue::Date> UserDefaults::date(std::string_view key) const {
   return typed<PropertyListValue::Date>(*this, key);

@@ -22,16 +22,15 @@ class EventValue {
   EventValue(bool value) noexcept : storage_(value) {}  // NOLINT(google-explicit-constructor)
 
   /// Any integer. An unsigned value beyond the signed 64-bit range is kept as the nearest double.
-  template <class Integer,
-            std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>, int> = 0>
+  template <class Integer, std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>, int> = 0>
   EventValue(Integer value) noexcept : storage_(fromInteger(value)) {}  // NOLINT(google-explicit-constructor)
 
   EventValue(double value) noexcept : storage_(value) {}  // NOLINT(google-explicit-constructor)
   EventValue(float value) noexcept                        // NOLINT(google-explicit-constructor)
       : storage_(static_cast<double>(value)) {}
-  EventValue(std::string value) noexcept : storage_(std::move(value)) {}     // NOLINT(google-explicit-constructor)
-  EventValue(std::string_view value) : storage_(std::string(value)) {}       // NOLINT(google-explicit-constructor)
-  EventValue(const char* value) : EventValue(std::string_view(value)) {}     // NOLINT(google-explicit-constructor)
+  EventValue(std::string value) noexcept : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  EventValue(std::string_view value) : storage_(std::string(value)) {}    // NOLINT(google-explicit-constructor)
+  EventValue(const char* value) : EventValue(std::string_view(value)) {}  // NOLINT(google-explicit-constructor)
 
   const Storage& storage() const noexcept { return storage_; }
   Storage& storage() noexcept { return storage_; }

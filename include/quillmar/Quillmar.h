@@ -41,8 +41,8 @@ struct QuillmarState {
 /// Reports app events to the event service and keeps the platform's conversion value up to date.
 ///
 /// Call `configure` once at start-up and `sendEvent` for each event. No function throws, and none but `reset`,
-/// `clearTrackedEvents`, `drain` and `state` waits for a disk or a network: the work is done on the platform's executor.
-/// What happens is told in the log only. All functions may be called from any thread.
+/// `clearTrackedEvents`, `drain` and `state` waits for a disk or a network: the work is done on the platform's
+/// executor. What happens is told in the log only. All functions may be called from any thread.
 class Quillmar {
  public:
   /// The instance of the process, made at the first call over `platform::sharedPlatform()`.

@@ -15,8 +15,7 @@ class QuillmarFactory {
 
   /// The same on a platform of its own.
   static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
-                                                  platform::Bundle bundle,
-                                                  const platform::Platform& platform) noexcept;
+                                                  platform::Bundle bundle, const platform::Platform& platform) noexcept;
 
   /// An instance over the library's own settings suite of that platform. Null when memory runs out.
   static std::shared_ptr<Quillmar> createQuillmar(const platform::Platform& platform) noexcept;

@@ -27,15 +27,15 @@ class PropertyListValue {
   using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
   using Storage = std::variant<bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>;
 
-  PropertyListValue(bool value) : storage_(value) {}                        // NOLINT(google-explicit-constructor)
-  PropertyListValue(std::int64_t value) : storage_(value) {}                // NOLINT(google-explicit-constructor)
-  PropertyListValue(double value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
-  PropertyListValue(std::string value) : storage_(std::move(value)) {}      // NOLINT(google-explicit-constructor)
-  PropertyListValue(const char* value) : storage_(std::string(value)) {}    // NOLINT(google-explicit-constructor)
-  PropertyListValue(Data value) : storage_(std::move(value)) {}             // NOLINT(google-explicit-constructor)
-  PropertyListValue(Date value) : storage_(value) {}                        // NOLINT(google-explicit-constructor)
-  PropertyListValue(Array value) : storage_(std::move(value)) {}            // NOLINT(google-explicit-constructor)
-  PropertyListValue(Dictionary value) : storage_(std::move(value)) {}       // NOLINT(google-explicit-constructor)
+  PropertyListValue(bool value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::int64_t value) : storage_(value) {}              // NOLINT(google-explicit-constructor)
+  PropertyListValue(double value) : storage_(value) {}                    // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::string value) : storage_(std::move(value)) {}    // NOLINT(google-explicit-constructor)
+  PropertyListValue(const char* value) : storage_(std::string(value)) {}  // NOLINT(google-explicit-constructor)
+  PropertyListValue(Data value) : storage_(std::move(value)) {}           // NOLINT(google-explicit-constructor)
+  PropertyListValue(Date value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
+  PropertyListValue(Array value) : storage_(std::move(value)) {}          // NOLINT(google-explicit-constructor)
+  PropertyListValue(Dictionary value) : storage_(std::move(value)) {}     // NOLINT(google-explicit-constructor)
 
   /// The content if it is of type `T` (one of `Storage`'s alternatives), else null.
   template <class T>

@@ -49,8 +49,7 @@ class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::
   void updatePostbackConversionValue(int fineValue, platform::AdNetworkCompletion completion) override;
   void updatePostbackConversionValue(int fineValue, platform::SKAdNetworkCoarseConversionValue coarseValue,
                                      bool lockWindow, platform::AdNetworkCompletion completion) override;
-  void updateConversionValue(const platform::PostbackUpdate& update,
-                             platform::AdNetworkCompletion completion) override;
+  void updateConversionValue(const platform::PostbackUpdate& update, platform::AdNetworkCompletion completion) override;
 
   /// Called with each call as it is made, on the thread that makes it.
   void setObserver(std::function<void(const PlatformCall&)> observer);

@@ -3,11 +3,11 @@
 #include <memory>
 #include <string>
 
+#include "quillmar/platform/InProcessNotificationCenter.h"
 #include "quillmar/platform/Platform.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
-#include "quillmar/platform/InProcessNotificationCenter.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "quillmar/simulated/ManualExecutor.h"
 #include "quillmar/simulated/RecordingLogSink.h"

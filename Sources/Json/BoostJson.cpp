@@ -1,0 +1,2 @@
+// Boost.JSON's own code, compiled once for the whole library.
+#include <boost/json/src.hpp>

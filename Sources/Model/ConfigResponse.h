@@ -1,0 +1,27 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Model/ConversionValues.h"
+
+namespace quillmar {
+
+/// The service's answer to the configuration request. The JSON mixes two key styles, on purpose: "app_id" and
+/// "sdk_enabled", but "values" and "lockWindows".
+struct ConfigResponse {
+  std::string appId;
+  bool sdkEnabled = true;
+  std::vector<ConversionValues::ConversionValue> values;
+  std::map<std::string, ConversionValues::LockWindowConfiguration, std::less<>> lockWindows;
+  bool operator==(const ConfigResponse&) const = default;
+
+  /// The configuration document: `values` and `lockWindows`, unchanged.
+  ConversionValues conversionValues() const { return {values, lockWindows}; }
+
+  static ConfigResponse decode(const JsonReader& document);
+  void encode(JsonWriter& writer) const;
+};
+
+}  // namespace quillmar

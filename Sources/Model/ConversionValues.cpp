@@ -1,0 +1,308 @@
+#include "Model/ConversionValues.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+#include <utility>
+
+#include "Json/DecimalNumber.h"
+#include "Json/JsonReader.h"
+#include "Json/JsonWriter.h"
+
+namespace quillmar {
+
+namespace {
+
+constexpr std::array<std::string_view, 3> windowNames{"window0", "window1", "window2"};
+constexpr std::array<std::string_view, 3> coarseNames{"high", "medium", "low"};
+constexpr std::array<std::string_view, 2> lockTypeNames{"time", "high"};
+
+/// Names in the order of the enumerators.
+template <class Enum, std::size_t Count>
+std::optional<Enum> fromName(const std::array<std::string_view, Count>& names, std::string_view name) noexcept {
+  for (std::size_t i = 0; i < Count; ++i) {
+    if (names[i] == name) {
+      return static_cast<Enum>(i);
+    }
+  }
+  return std::nullopt;
+}
+
+template <class Value>
+std::map<Window, Value> byWindow(const std::map<std::string, Value, std::less<>>& byName) {
+  std::map<Window, Value> result;
+  for (const auto& [name, value] : byName) {
+    if (const std::optional<Window> window = windowFromRawValue(name)) {
+      result.emplace(*window, value);
+    }
+  }
+  return result;
+}
+
+std::vector<ConversionValues::RequiredEvent> decodeRequiredEvents(const JsonReader& owner) {
+  std::vector<ConversionValues::RequiredEvent> events;
+  const JsonReader array = owner.required("requiredEvents");
+  events.reserve(array.elementCount());
+  array.forEachElement([&events](const JsonReader& event) {
+    events.push_back(
+        {event.required("name").string(), event.optionalNumber("revenueMin"), event.optionalNumber("revenueMax")});
+  });
+  return events;
+}
+
+void encodeRequiredEvents(JsonWriter& writer, const std::vector<ConversionValues::RequiredEvent>& events) {
+  writer.key("requiredEvents").beginArray();
+  for (const auto& event : events) {
+    writer.beginObject().member("name", event.name);
+    writer.optionalMember("revenueMin", event.revenueMin).optionalMember("revenueMax", event.revenueMax).endObject();
+  }
+  writer.endArray();
+}
+
+template <class Enum>
+Enum decodeName(const JsonReader& reader, std::optional<Enum> (*fromRawValue)(std::string_view) noexcept) {
+  const std::string name = reader.string();
+  const std::optional<Enum> value = fromRawValue(name);
+  if (!value) {
+    reader.fail(DecodingErrorCode::dataCorrupted, fmt::format("\"{}\" is not a known value", name));
+  }
+  return *value;
+}
+
+ConversionValues::WindowValue decodeWindowValue(const JsonReader& reader) {
+  ConversionValues::WindowValue value;
+  if (const auto fine = reader.optional("fineValue")) {
+    const std::int64_t number = fine->required("value").integer();
+    value.fineValue = {number, decodeRequiredEvents(*fine)};
+  }
+  if (const auto coarse = reader.optional("coarseValue")) {
+    const CoarseValue level = decodeName(coarse->required("value"), coarseValueFromRawValue);
+    value.coarseValue = {level, decodeRequiredEvents(*coarse)};
+  }
+  return value;
+}
+
+void encodeWindowValue(JsonWriter& writer, const ConversionValues::WindowValue& value) {
+  writer.beginObject();
+  if (value.fineValue) {
+    writer.key("fineValue").beginObject().key("value").integer(value.fineValue->value);
+    encodeRequiredEvents(writer, value.fineValue->requiredEvents);
+    writer.endObject();
+  }
+  if (value.coarseValue) {
+    writer.key("coarseValue").beginObject().member("value", rawValue(value.coarseValue->value));
+    encodeRequiredEvents(writer, value.coarseValue->requiredEvents);
+    writer.endObject();
+  }
+  writer.endObject();
+}
+
+ConversionValues::ConversionValue decodeConversionValue(const JsonReader& reader) {
+  ConversionValues::ConversionValue value;
+  value.key = reader.required("key").string();
+  const JsonReader windows = reader.required("windows");
+  windows.forEachMember([&value](std::string_view name, const JsonReader& window) {
+    value.windows.insert_or_assign(std::string(name), decodeWindowValue(window));
+  });
+  return value;
+}
+
+std::string optionalText(std::optional<double> value) {
+  return value ? decimalText(*value) : "nil";
+}
+
+std::string description(const std::vector<ConversionValues::RequiredEvent>& events) {
+  std::string text = "[";
+  for (const auto& event : events) {
+    fmt::format_to(std::back_inserter(text), "{}RequiredEvent(name: \"{}\", revenueMin: {}, revenueMax: {})",
+                   text.size() > 1 ? ", " : "", event.name, optionalText(event.revenueMin),
+                   optionalText(event.revenueMax));
+  }
+  return text + "]";
+}
+
+std::string description(const ConversionValues::WindowValue& value) {
+  std::string fine = "nil";
+  std::string coarse = "nil";
+  if (value.fineValue) {
+    fine = fmt::format("FineValue(value: {}, requiredEvents: {})", value.fineValue->value,
+                       description(value.fineValue->requiredEvents));
+  }
+  if (value.coarseValue) {
+    coarse = fmt::format("CoarseValueData(value: {}, requiredEvents: {})", rawValue(value.coarseValue->value),
+                         description(value.coarseValue->requiredEvents));
+  }
+  return fmt::format("WindowValue(fineValue: {}, coarseValue: {})", fine, coarse);
+}
+
+}  // namespace
+
+std::map<Window, ConversionValues::WindowValue> ConversionValues::ConversionValue::windowsDict() const {
+  return byWindow(windows);
+}
+
+const ConversionValues::WindowValue* ConversionValues::ConversionValue::windowValue(Window window) const {
+  const auto found = windows.find(rawValue(window));
+  return found == windows.end() ? nullptr : &found->second;
+}
+
+int ConversionValues::ConversionValue::compareWindowValue(const ConversionValue& other, Window window) const {
+  const WindowValue* const mine = windowValue(window);
+  const WindowValue* const theirs = other.windowValue(window);
+  if (mine == nullptr || theirs == nullptr) {
+    return 0;
+  }
+  const auto order = [](std::int64_t a, std::int64_t b) { return (a > b) - (a < b); };
+  if (mine->fineValue && theirs->fineValue && mine->fineValue->value != theirs->fineValue->value) {
+    return order(mine->fineValue->value, theirs->fineValue->value);
+  }
+  // None ranks above high, on purpose.
+  const auto rank = [](const std::optional<CoarseValueData>& coarse) {
+    if (!coarse) {
+      return 3;
+    }
+    switch (coarse->value) {
+      case CoarseValue::low:
+        return 0;
+      case CoarseValue::medium:
+        return 1;
+      case CoarseValue::high:
+        break;
+    }
+    return 2;
+  };
+  return order(rank(mine->coarseValue), rank(theirs->coarseValue));
+}
+
+ConversionValues::ConversionValues(std::vector<ConversionValue> values_,
+                                   std::map<std::string, LockWindowConfiguration, std::less<>> lockWindows_)
+    : values(std::move(values_)), lockWindows(std::move(lockWindows_)) {}
+
+ConversionValues::ConversionValues(std::vector<ConversionValue> values_,
+                                   const std::map<Window, LockWindowConfiguration>& lockWindowConfigurations)
+    : values(std::move(values_)) {
+  for (const auto& [window, configuration] : lockWindowConfigurations) {
+    lockWindows.emplace(rawValue(window), configuration);
+  }
+}
+
+std::map<Window, ConversionValues::LockWindowConfiguration> ConversionValues::lockWindowConfigurations() const {
+  return byWindow(lockWindows);
+}
+
+ConversionValues ConversionValues::decode(const JsonReader& document) {
+  ConversionValues result;
+  const JsonReader values = document.required("values");
+  result.values.reserve(values.elementCount());
+  values.forEachElement([&result](const JsonReader& value) { result.values.push_back(decodeConversionValue(value)); });
+  const JsonReader lockWindows = document.required("lockWindows");
+  lockWindows.forEachMember([&result](std::string_view name, const JsonReader& lock) {
+    LockWindowConfiguration configuration;
+    configuration.type = decodeName(lock.required("type"), lockWindowTypeFromRawValue);
+    if (const auto hours = lock.optional("value")) {
+      configuration.value = hours->integer();
+    }
+    result.lockWindows.insert_or_assign(std::string(name), configuration);
+  });
+  return result;
+}
+
+void ConversionValues::encode(JsonWriter& writer) const {
+  writer.beginObject();
+  encodeMembers(writer, values, lockWindows);
+  writer.endObject();
+}
+
+void encodeMembers(JsonWriter& writer, const std::vector<ConversionValues::ConversionValue>& values,
+                   const std::map<std::string, ConversionValues::LockWindowConfiguration, std::less<>>& lockWindows) {
+  writer.key("values").beginArray();
+  for (const auto& value : values) {
+    writer.beginObject().member("key", value.key).key("windows").beginObject();
+    for (const auto& [name, windowValue] : value.windows) {
+      writer.key(name);
+      encodeWindowValue(writer, windowValue);
+    }
+    writer.endObject().endObject();
+  }
+  writer.endArray().key("lockWindows").beginObject();
+  for (const auto& [name, lock] : lockWindows) {
+    writer.key(name).beginObject().member("type", rawValue(lock.type));
+    if (lock.value) {
+      writer.key("value").integer(*lock.value);
+    }
+    writer.endObject();
+  }
+  writer.endObject();
+}
+
+std::string_view rawValue(Window window) noexcept {
+  return windowNames[static_cast<std::size_t>(window)];
+}
+std::string_view rawValue(CoarseValue value) noexcept {
+  return coarseNames[static_cast<std::size_t>(value)];
+}
+std::string_view rawValue(ConversionValues::LockWindowType type) noexcept {
+  return lockTypeNames[static_cast<std::size_t>(type)];
+}
+
+std::optional<Window> windowFromRawValue(std::string_view rawValue) noexcept {
+  return fromName<Window>(windowNames, rawValue);
+}
+std::optional<CoarseValue> coarseValueFromRawValue(std::string_view rawValue) noexcept {
+  return fromName<CoarseValue>(coarseNames, rawValue);
+}
+std::optional<ConversionValues::LockWindowType> lockWindowTypeFromRawValue(std::string_view rawValue) noexcept {
+  return fromName<ConversionValues::LockWindowType>(lockTypeNames, rawValue);
+}
+
+platform::SKAdNetworkCoarseConversionValue toSKAdNetworkCoarseConversionValue(CoarseValue value) noexcept {
+  switch (value) {
+    case CoarseValue::high:
+      return platform::SKAdNetworkCoarseConversionValue::high;
+    case CoarseValue::medium:
+      return platform::SKAdNetworkCoarseConversionValue::medium;
+    case CoarseValue::low:
+      break;
+  }
+  return platform::SKAdNetworkCoarseConversionValue::low;
+}
+
+platform::AttributionKitCoarseValue toAttributionKitCoarseValue(CoarseValue value) noexcept {
+  switch (value) {
+    case CoarseValue::high:
+      return platform::AttributionKitCoarseValue::high;
+    case CoarseValue::medium:
+      return platform::AttributionKitCoarseValue::medium;
+    case CoarseValue::low:
+      break;
+  }
+  return platform::AttributionKitCoarseValue::low;
+}
+
+std::string description(const std::vector<ConversionValues::ConversionValue>& values) {
+  std::string text = "[";
+  for (const auto& value : values) {
+    fmt::format_to(std::back_inserter(text), "{}ConversionValue(key: \"{}\", windows: [", text.size() > 1 ? ", " : "",
+                   value.key);
+    const char* separator = "";
+    for (const auto& [name, windowValue] : value.windows) {
+      fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", separator, name, description(windowValue));
+      separator = ", ";
+    }
+    text += value.windows.empty() ? ":])" : "])";
+  }
+  return text + "]";
+}
+
+std::string description(const ConversionValues& document) {
+  std::string locks;
+  for (const auto& [name, lock] : document.lockWindows) {
+    fmt::format_to(std::back_inserter(locks), "{}\"{}\": LockWindowConfiguration(type: {}, value: {})",
+                   locks.empty() ? "" : ", ", name, rawValue(lock.type),
+                   lock.value ? fmt::to_string(*lock.value) : "nil");
+  }
+  return fmt::format("ConversionValues(values: {}, lockWindows: [{}])", description(document.values),
+                     locks.empty() ? ":" : locks);
+}
+
+}  // namespace quillmar

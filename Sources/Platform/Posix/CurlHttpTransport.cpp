@@ -1,0 +1,677 @@
+#include "Platform/Posix/CurlHttpTransport.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "quillmar/platform/URLError.h"
+
+namespace quillmar::platform {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr int kMaxRedirects = 20;
+constexpr int kOverallTimeoutFactor = 10;
+constexpr double kLongestTimeout = 1e6;  // seconds; keeps the milliseconds of the overall time-out in a `long`
+
+template <auto release>
+struct Release {
+  template <class T>
+  void operator()(T* handle) const noexcept {
+    release(handle);
+  }
+};
+using EasyHandle = std::unique_ptr<CURL, Release<curl_easy_cleanup>>;
+using MultiHandle = std::unique_ptr<CURLM, Release<curl_multi_cleanup>>;
+using UrlHandle = std::unique_ptr<CURLU, Release<curl_url_cleanup>>;
+using HeaderList = std::unique_ptr<curl_slist, Release<curl_slist_free_all>>;
+using CurlText = std::unique_ptr<char, Release<curl_free>>;
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) noexcept {
+  return text.size() >= prefix.size() && equalsIgnoringCase(text.substr(0, prefix.size()), prefix);
+}
+
+/// Methods and header names are such tokens; anything else could end the line or the name early.
+bool isToken(std::string_view text) noexcept {
+  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+  return !text.empty() && std::ranges::all_of(text, [&](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           kMarks.find(c) != std::string_view::npos;
+  });
+}
+
+bool isHeaderValue(std::string_view text) noexcept {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+bool isBlank(std::string_view text) noexcept {
+  return text.find_first_not_of(" \t") == std::string_view::npos;
+}
+
+struct Origin {
+  std::string scheme;
+  std::string host;
+  std::string port;
+
+  friend bool operator==(const Origin&, const Origin&) = default;
+};
+
+/// The origin of a URL, or why there is none.
+std::error_code parseOrigin(const std::string& url, Origin& origin) {
+  if (url.find('\0') != std::string::npos) {
+    return URLError::badURL;
+  }
+  const UrlHandle handle(curl_url());
+  if (!handle) {
+    throw std::bad_alloc();
+  }
+  switch (curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), 0)) {
+    case CURLUE_OK:
+      break;
+    case CURLUE_OUT_OF_MEMORY:
+      throw std::bad_alloc();
+    case CURLUE_UNSUPPORTED_SCHEME:
+      return URLError::unsupportedURL;
+    default:
+      return URLError::badURL;
+  }
+  const auto part = [&](CURLUPart which) {
+    char* text = nullptr;
+    if (curl_url_get(handle.get(), which, &text, CURLU_DEFAULT_PORT) == CURLUE_OUT_OF_MEMORY) {
+      throw std::bad_alloc();
+    }
+    const CurlText owner(text);
+    return std::string(text == nullptr ? "" : text);
+  };
+  origin = {part(CURLUPART_SCHEME), part(CURLUPART_HOST), part(CURLUPART_PORT)};
+  for (std::string* text : {&origin.scheme, &origin.host}) {
+    std::ranges::transform(*text, text->begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  }
+  if (origin.scheme != "http" && origin.scheme != "https") {
+    return URLError::unsupportedURL;
+  }
+  return {};
+}
+
+std::error_code toError(CURLcode code) noexcept {
+  switch (code) {
+    case CURLE_OK:
+      return {};
+    case CURLE_OUT_OF_MEMORY:
+      return std::make_error_code(std::errc::not_enough_memory);
+    case CURLE_OPERATION_TIMEDOUT:
+      return URLError::timedOut;
+    case CURLE_URL_MALFORMAT:
+      return URLError::badURL;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return URLError::cannotFindHost;
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_INTERFACE_FAILED:
+      return URLError::cannotConnectToHost;
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+      return URLError::networkConnectionLost;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_SHUTDOWN_FAILED:
+    case CURLE_SSL_CLIENTCERT:
+      return URLError::secureConnectionFailed;
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_BAD_CONTENT_ENCODING:
+    case CURLE_UNSUPPORTED_PROTOCOL:  // the URL's scheme was checked before: the server spoke something older than 1.0
+      return URLError::badServerResponse;
+    default:
+      return URLError::unknown;
+  }
+}
+
+void initializeCurl() {
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (result != CURLE_OK) {
+    throw std::runtime_error(curl_easy_strerror(result));
+  }
+}
+
+/// A request on its way. Only `cancelRequested` is looked at by more than one thread; the engine's mutex guards it.
+struct Exchange {
+  Exchange(HttpRequest request_, HttpTransport::Completion completion_)
+      : request(std::move(request_)), completion(std::move(completion_)) {}
+
+  HttpRequest request;  ///< redirects change it
+  HttpTransport::Completion completion;
+  bool cancelRequested = false;
+
+  HttpTransport::RequestId id = 0;
+  EasyHandle easy;
+  bool transferring = false;
+  HeaderList headers;
+  Origin origin;
+  SteadyClock::time_point deadline;
+  std::chrono::seconds timeout{0};
+  int redirects = 0;
+  std::size_t maxBodyBytes = 0;
+  std::string body;
+  std::error_code bodyError;  ///< why the body was refused
+};
+
+std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept {
+  auto& exchange = *static_cast<Exchange*>(context);
+  if (size > exchange.maxBodyBytes - exchange.body.size()) {
+    exchange.bodyError = URLError::dataLengthExceedsMaximum;
+    return 0;
+  }
+  try {
+    exchange.body.append(data, size);
+  } catch (const std::exception&) {
+    exchange.bodyError = std::make_error_code(std::errc::not_enough_memory);
+    return 0;
+  }
+  return size;
+}
+
+void addHeader(HeaderList& list, const std::string& line) {
+  curl_slist* const longer = curl_slist_append(list.get(), line.c_str());
+  if (longer == nullptr) {
+    throw std::bad_alloc();
+  }
+  static_cast<void>(list.release());
+  list.reset(longer);
+}
+
+/// Puts libcurl's refusals of options into one place.
+class Options {
+ public:
+  explicit Options(CURL* easy) noexcept : easy_(easy) {}
+
+  template <class Value>
+  void set(CURLoption option, Value value) {
+    const CURLcode code = curl_easy_setopt(easy_, option, value);
+    if (code == CURLE_OUT_OF_MEMORY) {
+      throw std::bad_alloc();
+    }
+    if (code != CURLE_OK) {
+      throw std::runtime_error(curl_easy_strerror(code));
+    }
+  }
+
+ private:
+  CURL* easy_;
+};
+
+}  // namespace
+
+/// What the transport and its thread share. The thread holds it, too, so that the transport may be destroyed by one of
+/// its own completions.
+class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
+ public:
+  explicit Engine(CurlHttpTransportOptions options) : options_(std::move(options)) {
+    options_.maxConnections = std::max<std::size_t>(options_.maxConnections, 1);
+  }
+
+  RequestId start(HttpRequest request, Completion completion) {
+    Exchanges added;
+    auto node = added.extract(added.emplace(0, Exchange(std::move(request), std::move(completion))).first);
+    const std::lock_guard lock(mutex_);
+    const bool launched = thread_.joinable();
+    if (!launched) {
+      initializeCurl();
+      multi_.reset(curl_multi_init());
+      if (!multi_) {
+        throw std::bad_alloc();
+      }
+      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    }
+    const RequestId id = ++lastId_;
+    node.key() = id;
+    node.mapped().id = id;
+    waiting_.insert(waiting_.end(), std::move(node));
+    if (running_.size() < options_.maxConnections) {
+      wake();
+    }
+    return id;
+  }
+
+  void cancel(RequestId id) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (auto node = waiting_.extract(id)) {
+      ending_.insert(std::move(node));
+    } else if (const auto found = running_.find(id); found != running_.end()) {
+      found->second.cancelRequested = true;
+    } else {
+      return;
+    }
+    wake();
+  }
+
+  void stop() noexcept {
+    std::thread thread;
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+      thread = std::move(thread_);
+      wake();
+    }
+    if (thread.get_id() == std::this_thread::get_id()) {
+      thread.detach();
+    } else if (thread.joinable()) {
+      thread.join();
+    }
+  }
+
+ private:
+  using Exchanges = std::map<RequestId, Exchange>;  // the oldest first; nodes move between maps without allocating
+
+  /// Called with the mutex held. One wake-up is enough until the thread looks at the queue again.
+  void wake() noexcept {
+    if (std::exchange(blocked_, false)) {
+      curl_multi_wakeup(multi_.get());
+    }
+  }
+
+  void run() noexcept {
+    while (!isStopping()) {
+      endCancelled();
+      while (Exchange* exchange = admit()) {
+        begin(*exchange);
+      }
+      int active = 0;
+      const CURLMcode code = curl_multi_perform(multi_.get(), &active);
+      reapFinished();
+      if (code != CURLM_OK || !block()) {
+        abandonAll();
+      }
+    }
+    end();
+  }
+
+  void endCancelled() noexcept {
+    while (Exchanges::node_type node = nextEnding()) {
+      node.mapped().completion(failure(node.mapped(), URLError::cancelled));
+    }
+    const auto cancelled = [](const Exchange& exchange) { return exchange.cancelRequested; };
+    while (Exchange* exchange = findRunning(cancelled)) {
+      finish(*exchange, failure(*exchange, URLError::cancelled));
+    }
+  }
+
+  Exchanges::node_type nextEnding() noexcept {
+    const std::lock_guard lock(mutex_);
+    return stopping_ || ending_.empty() ? Exchanges::node_type() : ending_.extract(ending_.begin());
+  }
+
+  /// An exchange that is running and fits; none when the transport is gone.
+  template <class Predicate>
+  Exchange* findRunning(Predicate predicate) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!stopping_) {
+      for (auto& [id, exchange] : running_) {
+        if (predicate(exchange)) {
+          return &exchange;
+        }
+      }
+    }
+    return nullptr;
+  }
+
+  /// Moves the oldest request out of the queue if there is room for it.
+  Exchange* admit() noexcept {
+    const std::lock_guard lock(mutex_);
+    blocked_ = false;
+    if (stopping_ || waiting_.empty() || running_.size() >= options_.maxConnections) {
+      return nullptr;
+    }
+    return &running_.insert(waiting_.extract(waiting_.begin())).position->second;
+  }
+
+  /// Waits for the network or a wake-up.
+  bool block() noexcept {
+    {
+      const std::lock_guard lock(mutex_);
+      const bool idle = ending_.empty() && (waiting_.empty() || running_.size() >= options_.maxConnections) &&
+                        std::ranges::none_of(running_, [](auto& entry) { return entry.second.cancelRequested; });
+      if (stopping_ || !idle) {
+        return true;
+      }
+      blocked_ = true;
+    }
+    // libcurl shortens the wait to its own next timer.
+    return curl_multi_poll(multi_.get(), nullptr, 0, std::numeric_limits<int>::max(), nullptr) == CURLM_OK;
+  }
+
+  void begin(Exchange& exchange) noexcept {
+    try {
+      const HttpRequest& request = exchange.request;
+      const bool headersFit = std::ranges::all_of(
+          request.headers, [](const auto& header) { return isToken(header.first) && isHeaderValue(header.second); });
+      std::error_code error = parseOrigin(request.url, exchange.origin);
+      if (!error && !(isToken(request.method) && headersFit)) {
+        error = URLError::badURL;
+      }
+      if (error) {
+        finish(exchange, failure(exchange, error));
+        return;
+      }
+      const double seconds = std::ceil(request.timeout.count());
+      exchange.timeout = std::chrono::seconds(seconds >= 1 ? std::llround(std::min(seconds, kLongestTimeout)) : 1);
+      exchange.deadline = SteadyClock::now() + kOverallTimeoutFactor * exchange.timeout;
+      exchange.maxBodyBytes = options_.maxBodyBytes;
+      transfer(exchange);
+    } catch (const std::bad_alloc&) {
+      finish(exchange, failure(exchange, std::make_error_code(std::errc::not_enough_memory)));
+    } catch (const std::exception&) {
+      finish(exchange, failure(exchange, URLError::unknown));
+    }
+  }
+
+  /// Hands the request as it now is to libcurl.
+  void transfer(Exchange& exchange) {
+    if (!exchange.easy) {
+      if (!spare_.empty()) {
+        exchange.easy = std::move(spare_.back());
+        spare_.pop_back();
+      } else {
+        spare_.reserve(handles_ + 1);  // so that giving the handle back cannot fail
+        exchange.easy.reset(curl_easy_init());
+        if (!exchange.easy) {
+          throw std::bad_alloc();
+        }
+        ++handles_;
+      }
+    }
+    curl_easy_reset(exchange.easy.get());
+    exchange.body.clear();
+    configure(exchange);
+    const CURLMcode code = curl_multi_add_handle(multi_.get(), exchange.easy.get());
+    if (code != CURLM_OK) {
+      throw std::runtime_error(curl_multi_strerror(code));
+    }
+    exchange.transferring = true;
+  }
+
+  void configure(Exchange& exchange) {
+    Options options(exchange.easy.get());
+    options.set(CURLOPT_PRIVATE, &exchange);
+    options.set(CURLOPT_URL, exchange.request.url.c_str());
+    options.set(CURLOPT_PATH_AS_IS, 1L);
+    options.set(CURLOPT_PROTOCOLS_STR, "http,https");
+    options.set(CURLOPT_FOLLOWLOCATION, 0L);  // `redirect` does that: it knows which headers may go along
+    options.set(CURLOPT_HTTP09_ALLOWED, 0L);
+    options.set(CURLOPT_NOSIGNAL, 1L);
+    options.set(CURLOPT_QUICK_EXIT, 1L);  // do not wait for the name resolver when cancelled
+    options.set(CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+    options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    options.set(CURLOPT_SSL_VERIFYPEER, 1L);
+    options.set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options_.caFile.empty()) {
+      options.set(CURLOPT_CAINFO, options_.caFile.c_str());
+      options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+    options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
+    options.set(CURLOPT_WRITEDATA, static_cast<void*>(&exchange));
+
+    const auto seconds = static_cast<long>(exchange.timeout.count());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - SteadyClock::now());
+    options.set(CURLOPT_CONNECTTIMEOUT, seconds);
+    options.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    options.set(CURLOPT_LOW_SPEED_TIME, seconds);
+    options.set(CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(left.count()), 1L));
+
+    const bool hasBody = configureMethod(options, exchange.request);
+    configureHeaders(exchange, hasBody);
+    options.set(CURLOPT_HTTPHEADER, exchange.headers.get());
+  }
+
+  /// True when libcurl sends the length of the body.
+  static bool configureMethod(Options& options, const HttpRequest& request) {
+    const std::string& method = request.method;
+    if (method == "HEAD") {
+      options.set(CURLOPT_NOBODY, 1L);
+      return false;
+    }
+    if (request.body.empty() && method != "POST" && method != "PUT" && method != "PATCH") {
+      options.set(CURLOPT_HTTPGET, 1L);
+      if (method != "GET") {
+        options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+      }
+      return false;
+    }
+    options.set(CURLOPT_POST, 1L);
+    options.set(CURLOPT_POSTFIELDS, request.body.data());  // not copied: the exchange outlives the transfer
+    options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    if (method != "POST") {
+      options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+    }
+    return true;
+  }
+
+  static void configureHeaders(Exchange& exchange, bool hasBody) {
+    HeaderList list;
+    std::vector<std::string_view> unwanted{"Accept", "Content-Type", "Expect"};  // libcurl would add its own
+    for (const auto& [name, value] : exchange.request.headers) {
+      std::erase_if(unwanted, [&](std::string_view other) { return equalsIgnoringCase(name, other); });
+      if (equalsIgnoringCase(name, "Content-Length")) {
+        if (!hasBody) {
+          addHeader(list, name + ": 0");
+        }
+      } else if (isBlank(value)) {
+        addHeader(list, name + ";");  // how libcurl is told to send an empty value
+      } else {
+        addHeader(list, name + ": " + value);
+      }
+    }
+    for (const std::string_view name : unwanted) {
+      addHeader(list, std::string(name) + ":");
+    }
+    exchange.headers = std::move(list);
+  }
+
+  void reapFinished() noexcept {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+      if (message->msg != CURLMSG_DONE) {
+        continue;
+      }
+      const CURLcode code = message->data.result;
+      Exchange* exchange = nullptr;
+      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
+      detach(*exchange);
+      conclude(*exchange, code);
+      if (isStopping()) {
+        break;
+      }
+    }
+  }
+
+  void conclude(Exchange& exchange, CURLcode code) noexcept {
+    if (code != CURLE_OK) {
+      const std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      finish(exchange, failure(exchange, error));
+      return;
+    }
+    try {
+      long status = 0;
+      char* location = nullptr;
+      curl_easy_getinfo(exchange.easy.get(), CURLINFO_RESPONSE_CODE, &status);
+      curl_easy_getinfo(exchange.easy.get(), CURLINFO_REDIRECT_URL, &location);
+      if (location != nullptr && (status == 301 || status == 302 || status == 303 || status == 307 || status == 308)) {
+        if (const std::error_code error = redirect(exchange, status, location)) {
+          finish(exchange, failure(exchange, error));
+        }
+        return;
+      }
+      HttpResult result{{}, std::move(exchange.request.url), std::nullopt, std::move(exchange.body)};
+      if (status != 0) {
+        result.statusCode = static_cast<int>(status);
+      }
+      finish(exchange, std::move(result));
+    } catch (const std::bad_alloc&) {
+      finish(exchange, failure(exchange, std::make_error_code(std::errc::not_enough_memory)));
+    } catch (const std::exception&) {
+      finish(exchange, failure(exchange, URLError::unknown));
+    }
+  }
+
+  std::error_code redirect(Exchange& exchange, long status, std::string location) {
+    if (++exchange.redirects > kMaxRedirects) {
+      return URLError::httpTooManyRedirects;
+    }
+    Origin origin;
+    if (const std::error_code error = parseOrigin(location, origin)) {
+      return error == URLError::unsupportedURL ? URLError::redirectToInsecureLocation : URLError::badServerResponse;
+    }
+    if (exchange.origin.scheme == "https" && origin.scheme != "https") {
+      return URLError::redirectToInsecureLocation;
+    }
+    if (SteadyClock::now() >= exchange.deadline) {
+      return URLError::timedOut;
+    }
+    HttpRequest& request = exchange.request;
+    const auto dropHeaders = [&](auto&& drop) {
+      std::erase_if(request.headers, [&](const auto& header) { return drop(std::string_view(header.first)); });
+    };
+    if (origin != exchange.origin) {
+      dropHeaders([](std::string_view name) {
+        return equalsIgnoringCase(name, "Authorization") || equalsIgnoringCase(name, "Proxy-Authorization") ||
+               equalsIgnoringCase(name, "Cookie") || equalsIgnoringCase(name, "Host");
+      });
+    }
+    if ((status == 303 && request.method != "HEAD") || (status <= 302 && request.method == "POST")) {
+      request.method = "GET";
+      request.body.clear();
+      dropHeaders([](std::string_view name) {
+        return startsWithIgnoringCase(name, "Content-") || equalsIgnoringCase(name, "Transfer-Encoding");
+      });
+    }
+    exchange.origin = std::move(origin);
+    request.url = std::move(location);
+    transfer(exchange);
+    return {};
+  }
+
+  static HttpResult failure(Exchange& exchange, std::error_code error) noexcept {
+    return {error, std::move(exchange.request.url), std::nullopt, {}};
+  }
+
+  void detach(Exchange& exchange) noexcept {
+    if (std::exchange(exchange.transferring, false)) {
+      curl_multi_remove_handle(multi_.get(), exchange.easy.get());
+    }
+  }
+
+  /// Takes the exchange out and calls its completion, unless the transport is gone: `end` destroys it then.
+  void finish(Exchange& exchange, HttpResult result) noexcept {
+    detach(exchange);
+    if (exchange.easy) {
+      spare_.push_back(std::move(exchange.easy));
+    }
+    Exchanges::node_type node;
+    {
+      const std::lock_guard lock(mutex_);
+      if (stopping_) {
+        return;
+      }
+      node = running_.extract(exchange.id);
+      if (exchange.cancelRequested && result.error != URLError::cancelled) {
+        result = {URLError::cancelled, std::move(result.url), std::nullopt, {}};
+      }
+    }
+    exchange.completion(std::move(result));
+  }
+
+  /// libcurl cannot go on, for want of memory or file descriptors: everything in flight fails, what waits gets a
+  /// chance.
+  void abandonAll() noexcept {
+    const auto any = [](const Exchange&) { return true; };
+    while (Exchange* exchange = findRunning(any)) {
+      finish(*exchange, failure(*exchange, URLError::unknown));
+    }
+  }
+
+  /// Lets go of everything on the thread's way out; the completions' destructors may be anybody's code.
+  void end() noexcept {
+    Exchanges waiting;
+    Exchanges running;
+    Exchanges ending;
+    {
+      const std::lock_guard lock(mutex_);
+      waiting.swap(waiting_);
+      running.swap(running_);
+      ending.swap(ending_);
+    }
+    for (auto& [id, exchange] : running) {
+      detach(exchange);
+    }
+  }
+
+  bool isStopping() noexcept {
+    const std::lock_guard lock(mutex_);
+    return stopping_;
+  }
+
+  CurlHttpTransportOptions options_;
+
+  std::mutex mutex_;
+  Exchanges waiting_;
+  Exchanges running_;
+  Exchanges ending_;  // cancelled before they began
+  bool blocked_ = false;
+  bool stopping_ = false;
+  RequestId lastId_ = 0;
+  std::thread thread_;
+
+  MultiHandle multi_;              // made before the thread starts; else the thread's, but for `curl_multi_wakeup`
+  std::vector<EasyHandle> spare_;  // the thread's
+  std::size_t handles_ = 0;        // the thread's
+};
+
+CurlHttpTransport::CurlHttpTransport(CurlHttpTransportOptions options)
+    : engine_(std::make_shared<Engine>(std::move(options))) {}
+
+CurlHttpTransport::~CurlHttpTransport() {
+  engine_->stop();
+}
+
+HttpTransport::RequestId CurlHttpTransport::start(HttpRequest request, Completion completion) {
+  return engine_->start(std::move(request), std::move(completion));
+}
+
+void CurlHttpTransport::cancel(RequestId request) noexcept {
+  engine_->cancel(request);
+}
+
+}  // namespace quillmar::platform

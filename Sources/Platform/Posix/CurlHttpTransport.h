@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "quillmar/platform/HttpTransport.h"
+
+namespace quillmar::platform {
+
+struct CurlHttpTransportOptions {
+  std::string caFile;                     ///< PEM file with the issuers to trust instead of the system's; or empty
+  std::size_t maxConnections = 8;         ///< exchanges and connections at a time; the others wait in a queue
+  std::size_t maxBodyBytes = 16U << 20U;  ///< the largest response body, counted after decompression
+};
+
+/// The transport on libcurl. One thread, started by the first request, does all transfers and calls all completions.
+///
+/// A request's time-out is the longest silence, in whole seconds and at least one: fewer than one byte a second counts
+/// as silence. Connecting may take as long; the whole exchange, redirects included, ten times as long. The time that a
+/// request waits in the queue does not count. `start` throws when there is not enough memory for another request or no
+/// thread to be had; the request was not taken then.
+///
+/// "Content-Length" is always that of the body, whatever the request's headers say. A request whose method or headers
+/// cannot be sent as they are, because they would end the line, fails with `URLError::badURL`.
+///
+/// Redirects turn a POST into a GET after 301 and 302, and every method but HEAD after 303. Credentials stay behind
+/// when scheme, host or port changes, and do not come back when a later redirect returns.
+class CurlHttpTransport final : public HttpTransport {
+ public:
+  explicit CurlHttpTransport(CurlHttpTransportOptions options = {});
+
+  /// Waits for a completion that is running, unless this is called by one.
+  ~CurlHttpTransport() override;
+
+  CurlHttpTransport(const CurlHttpTransport&) = delete;
+  CurlHttpTransport& operator=(const CurlHttpTransport&) = delete;
+
+  RequestId start(HttpRequest request, Completion completion) override;
+  void cancel(RequestId request) noexcept override;
+
+ private:
+  class Engine;
+  std::shared_ptr<Engine> engine_;
+};
+
+}  // namespace quillmar::platform
