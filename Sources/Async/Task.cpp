@@ -13,6 +13,12 @@ Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanosec
   co_await awaitCallback<bool>(std::move(start));
 }
 
+Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task) {
+  const TaskExecutor there(std::move(executor));
+  const boost::asio::use_awaitable_t<TaskExecutor> token;
+  co_await boost::asio::co_spawn(there, std::move(task), token);
+}
+
 void spawn(const std::shared_ptr<platform::Executor>& executor, Task<void> task) {
   boost::asio::co_spawn(TaskExecutor(executor), std::move(task), [](const std::exception_ptr& failure) {
     if (!failure) {

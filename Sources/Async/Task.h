@@ -53,6 +53,10 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
 /// Lets time pass.
 Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration);
 
+/// Runs `task` on another executor. The caller goes on, on its own executor, when the task has ended, and gets the
+/// exception that leaves it; it is dropped together with the task.
+Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task);
+
 /// Starts `task` on `executor`, apart from the caller. An exception that leaves it is logged, not passed on.
 void spawn(const std::shared_ptr<platform::Executor>& executor, Task<void> task);
 

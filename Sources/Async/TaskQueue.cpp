@@ -1,6 +1,9 @@
 #include "Async/TaskQueue.h"
 
+#include <exception>
 #include <utility>
+
+#include "Logging/Logger.h"
 
 namespace quillmar {
 
@@ -36,7 +39,16 @@ void TaskQueue::post(MakeTask makeTask) {
     }
     pumping_ = true;
   }
-  serial_->post([self = shared_from_this()] { self->pump(); });
+  postPump();
+}
+
+void TaskQueue::postPump() {
+  try {
+    serial_->post([self = shared_from_this()] { self->pump(); });
+  } catch (...) {
+    const std::lock_guard lock(mutex_);
+    pumping_ = false;  // out of memory: the next post, or the end of a task, tries again
+  }
 }
 
 void TaskQueue::pump() {
@@ -53,7 +65,11 @@ void TaskQueue::pump() {
       ++running_;
     }
     Slot slot(shared_from_this());
-    spawn(serial_, run(std::move(slot), std::move(makeTask)));
+    try {
+      spawn(serial_, run(std::move(slot), std::move(makeTask)));
+    } catch (const std::exception& error) {
+      Logger::error("TaskQueue - Dropped an item: {}", error.what());
+    }
   }
 }
 
@@ -67,12 +83,7 @@ void TaskQueue::release() noexcept {
     }
   }
   if (pumpNow) {
-    try {
-      serial_->post([self = shared_from_this()] { self->pump(); });
-    } catch (...) {
-      const std::lock_guard lock(mutex_);
-      pumping_ = false;  // out of memory: the next post tries again
-    }
+    postPump();
   }
   activity_->end();
 }

@@ -27,6 +27,7 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
  private:
   class Slot;
 
+  void postPump();
   void pump();
   void release() noexcept;
   static Task<void> run(Slot slot, MakeTask makeTask);

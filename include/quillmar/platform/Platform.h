@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "quillmar/platform/AdAttributionKit.h"
 #include "quillmar/platform/Bundle.h"
@@ -31,6 +33,9 @@ struct Platform {
   std::shared_ptr<Device> device;
   std::shared_ptr<NotificationCenter> notifications;
   std::shared_ptr<LogSink> logSink;
+  /// Where the library prints the few lines that it writes beside the log, without their line ends. Called from any
+  /// thread. Null: the standard output of the process.
+  std::function<void(std::string_view line)> standardOutput;
   /// The base URL of the event service, an origin without a trailing "/". Empty: the one built in.
   std::string serviceUrl;
 };

@@ -1,0 +1,248 @@
+#include "Conversion/ConversionTrackingManager.h"
+
+#include <algorithm>
+#include <any>
+#include <atomic>
+#include <limits>
+#include <utility>
+
+#include "Conversion/LastWindowValue.h"
+#include "Conversion/SystemVersion.h"
+#include "Logging/Logger.h"
+#include "Settings/Config.h"
+
+namespace quillmar {
+
+namespace {
+
+struct SimulatedVersion {
+  std::mutex mutex;
+  std::optional<std::string> version;
+};
+
+SimulatedVersion& simulatedVersion() {
+  static SimulatedVersion& instance = *new SimulatedVersion;  // never destroyed: exit must not race with it
+  return instance;
+}
+
+/// The first required event of the fine value, else that of the coarse value, else null.
+const ConversionValues::RequiredEvent* firstRequiredEvent(const ConversionValues::WindowValue& value) {
+  if (value.fineValue && !value.fineValue->requiredEvents.empty()) {
+    return &value.fineValue->requiredEvents.front();
+  }
+  if (value.coarseValue && !value.coarseValue->requiredEvents.empty()) {
+    return &value.coarseValue->requiredEvents.front();
+  }
+  return nullptr;
+}
+
+void addNames(std::set<std::string>& names, const std::vector<ConversionValues::RequiredEvent>& events) {
+  for (const auto& event : events) {
+    names.insert(event.name);
+  }
+}
+
+}  // namespace
+
+int ConversionTrackingManager::Update::platformFine() const noexcept {
+  constexpr std::int64_t lowest = std::numeric_limits<int>::min();
+  constexpr std::int64_t highest = std::numeric_limits<int>::max();
+  return static_cast<int>(std::clamp(fine(), lowest, highest));
+}
+
+std::optional<CoarseValue> ConversionTrackingManager::Update::coarse() const noexcept {
+  return windowValue.coarseValue ? std::optional(windowValue.coarseValue->value) : std::nullopt;
+}
+
+/// A call to the platform that has not been answered. Lives in the completion, so that it also ends with that.
+class ConversionTrackingManager::OpenCall {
+ public:
+  explicit OpenCall(Activity activity) noexcept : activity_(std::move(activity)) {}
+
+  /// True for the first answer only: a platform that answers twice must not be recorded twice.
+  bool answer() noexcept { return !answered_.exchange(true); }
+  void end() noexcept { activity_.end(); }
+
+ private:
+  Activity activity_;
+  std::atomic<bool> answered_{false};
+};
+
+ConversionTrackingManager::ConversionTrackingManager(std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                     std::shared_ptr<SKAdNetworkProtocol> skAdNetwork,
+                                                     std::shared_ptr<platform::AdAttributionKit> adAttributionKit,
+                                                     std::shared_ptr<platform::Device> device,
+                                                     std::shared_ptr<platform::Executor> mainExecutor,
+                                                     std::shared_ptr<ActivityCounter> activity) noexcept
+    : userDefaults_(std::move(userDefaults)),
+      skAdNetwork_(std::move(skAdNetwork)),
+      adAttributionKit_(std::move(adAttributionKit)),
+      device_(std::move(device)),
+      mainExecutor_(std::move(mainExecutor)),
+      activity_(std::move(activity)) {}
+
+std::optional<std::string> ConversionTrackingManager::simulatediOSVersion() {
+  SimulatedVersion& simulated = simulatedVersion();
+  const std::lock_guard lock(simulated.mutex);
+  return simulated.version;
+}
+
+void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string> version) {
+  SimulatedVersion& simulated = simulatedVersion();
+  const std::lock_guard lock(simulated.mutex);
+  simulated.version = std::move(version);
+}
+
+Task<void> ConversionTrackingManager::send(ConversionValues::ConversionValue conversionValue, Window window,
+                                           bool forceLockWindow) {
+  return sendTask(weak_from_this(), std::move(conversionValue), window, forceLockWindow);
+}
+
+Task<void> ConversionTrackingManager::sendTask(std::weak_ptr<ConversionTrackingManager> weakSelf,
+                                               ConversionValues::ConversionValue conversionValue, Window window,
+                                               bool forceLockWindow) {
+  Logger::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
+                rawValue(window));
+  const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
+  if (windowValue == nullptr) {
+    Logger::error("ConversionTrackingManager - No conversion value available for window {} in event: {}",
+                  rawValue(window), conversionValue.key);
+    co_return;
+  }
+  std::shared_ptr<platform::Executor> mainExecutor;
+  if (const auto self = weakSelf.lock()) {
+    mainExecutor = self->mainExecutor_;
+  } else {
+    co_return;
+  }
+  Update update{*windowValue, conversionValue.key, forceLockWindow};
+  Task<void> onMain = sendOnMain(std::move(weakSelf), std::move(update));
+  co_await runOn(std::move(mainExecutor), std::move(onMain));
+}
+
+Task<void> ConversionTrackingManager::sendOnMain(std::weak_ptr<ConversionTrackingManager> weakSelf, Update update) {
+  if (const auto self = weakSelf.lock()) {
+    self->startUpdate(update);
+  }
+  co_return;
+}
+
+void ConversionTrackingManager::startUpdate(const Update& update) {
+  const std::string system = device_->systemVersion();
+  const std::string version = simulatediOSVersion().value_or(system);
+  const auto isAtLeast = [&](std::string_view tier) {
+    return isVersionAtLeast(system, tier) && isVersionAtLeast(version, tier);
+  };
+  if (isAtLeast("18.0")) {
+    Activity activity(activity_);
+    spawn(mainExecutor_, sendEventWithAttributionKit(weak_from_this(), update, std::move(activity)));
+  } else if (isAtLeast("16.1")) {
+    sendEventSKAdNetwork4(update);
+  } else if (isAtLeast("15.4")) {
+    sendEventSKAdNetwork3(update);
+  } else if (isAtLeast("14.0")) {
+    sendEventSKAdNetwork2(update);
+  } else {
+    registerForAttribution(update);
+  }
+}
+
+Task<void> ConversionTrackingManager::sendEventWithAttributionKit(std::weak_ptr<ConversionTrackingManager> weakSelf,
+                                                                  Update update, [[maybe_unused]] Activity activity) {
+  platform::PostbackUpdate postback{update.platformFine(), update.forceLockWindow, std::nullopt};
+  if (const std::optional<CoarseValue> coarse = update.coarse()) {
+    postback.coarseConversionValue = toAttributionKitCoarseValue(*coarse);
+  }
+  using Answer = std::optional<platform::PlatformError>;
+  std::function<void(std::function<void(Answer)>)> start = [weakSelf,
+                                                            postback](std::function<void(Answer)> completion) {
+    if (const auto self = weakSelf.lock()) {
+      self->adAttributionKit_->updateConversionValue(postback, std::move(completion));
+    }
+  };
+  const Answer error = co_await awaitCallback<Answer>(std::move(start));
+  if (error) {
+    Logger::error("Attribution: AdAttributionKit postback failed {}", error->localizedDescription);
+  } else if (const auto self = weakSelf.lock()) {
+    self->saveLastWindowValue(update, update.forceLockWindow);
+  }
+}
+
+void ConversionTrackingManager::sendEventSKAdNetwork4(const Update& update) {
+  auto done = completion(update, update.forceLockWindow, "SKAdNetwork 4.0");
+  if (const std::optional<CoarseValue> coarse = update.coarse()) {
+    std::any coarseValue = toSKAdNetworkCoarseConversionValue(*coarse);
+    skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithCoarse(update.platformFine(), std::move(coarseValue),
+                                                                   update.forceLockWindow, std::move(done));
+  } else {
+    skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithoutCoarse(update.platformFine(), update.forceLockWindow,
+                                                                      std::move(done));
+  }
+}
+
+void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
+  skAdNetwork_->updatePostbackConversionValue_iOS15_4(update.platformFine(),
+                                                      completion(update, false, "SKAdNetwork 3.0"));
+}
+
+void ConversionTrackingManager::sendEventSKAdNetwork2(const Update& update) {
+  skAdNetwork_->updateConversionValue_iOS14_0(update.platformFine());
+  saveLastWindowValue(update, false);
+  Logger::debug("ConversionTrackingManager - SKAdNetwork 2.0 update successful");
+}
+
+void ConversionTrackingManager::registerForAttribution(const Update& update) {
+  if (userDefaults_->boolean(adNetworkRegisteredKey)) {
+    return;
+  }
+  skAdNetwork_->registerAppForAdNetworkAttribution();
+  saveLastWindowValue(update, false);
+  userDefaults_->set(adNetworkRegisteredKey, true);
+  Logger::debug("ConversionTrackingManager - App registered for ad network attribution");
+}
+
+SKAdNetworkProtocol::CompletionHandler ConversionTrackingManager::completion(const Update& update, bool lockWindow,
+                                                                             const char* interface) {
+  return [weakSelf = weak_from_this(), update, lockWindow, interface,
+          call = std::make_shared<OpenCall>(Activity(activity_))](const std::optional<platform::PlatformError>& error) {
+    if (!call->answer()) {
+      return;
+    }
+    if (error) {
+      Logger::error("ConversionTrackingManager - {} update failed: {}", interface, error->localizedDescription);
+    } else if (const auto self = weakSelf.lock()) {
+      self->saveLastWindowValue(update, lockWindow);
+      Logger::debug("ConversionTrackingManager - {} update successful", interface);
+    }
+    call->end();
+  };
+}
+
+void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool lockWindow) {
+  const std::lock_guard lock(lastWindowValueQueue_);
+  std::optional<LastWindowValue> previous = readLastWindowValue(*userDefaults_);
+  LastWindowValue value{update.key, update.fine(), update.coarse(), lockWindow, {}, std::nullopt, std::nullopt};
+  if (previous) {
+    value.completedEvents = std::move(previous->completedEvents);  // merged whatever its key
+  }
+  if (const auto& fine = update.windowValue.fineValue) {
+    addNames(value.completedEvents, fine->requiredEvents);
+  }
+  if (const auto& coarse = update.windowValue.coarseValue) {
+    addNames(value.completedEvents, coarse->requiredEvents);
+  }
+  // The bounds are a pair: both come from one event, or both from the previous value.
+  if (const auto* const event = firstRequiredEvent(update.windowValue)) {
+    value.revenueMin = event->revenueMin;
+    value.revenueMax = event->revenueMax;
+  } else if (previous) {
+    value.revenueMin = previous->revenueMin;
+    value.revenueMax = previous->revenueMax;
+  }
+  // A store that cannot write now keeps the value in memory and writes it with the next one.
+  userDefaults_->set(Config::lastWindowValue, value.toDictionary());
+  Logger::debug("ConversionTrackingManager - Saved last window value: fine={}, coarse={}", value.fineValue,
+                value.coarseValue ? rawValue(*value.coarseValue) : "nil");
+}
+
+}  // namespace quillmar

@@ -1,0 +1,35 @@
+#include "Conversion/ConversionValueResolver.h"
+
+#include <utility>
+
+#include "Conversion/LastWindowValue.h"
+#include "Logging/Logger.h"
+
+namespace quillmar {
+
+ConversionValueResolver::ConversionValueResolver(std::shared_ptr<platform::UserDefaults> userDefaults) noexcept
+    : userDefaults_(std::move(userDefaults)) {}
+
+ConversionValues::ConversionValue ConversionValueResolver::resolveConversionValue(
+    ConversionValues::ConversionValue value, Window window) {
+  const std::lock_guard lock(resolverQueue_);
+  const auto entry = value.windows.find(rawValue(window));
+  if (entry == value.windows.end()) {
+    Logger::error("ConversionValueResolver - No window value found for window {}", rawValue(window));
+    return value;
+  }
+  auto& [fine, coarse] = entry->second;
+  if (const std::optional<LastWindowValue> last = readLastWindowValue(*userDefaults_)) {
+    if (!fine) {
+      fine = {last->fineValue, {}};
+    }
+    if (!coarse && last->coarseValue) {
+      coarse = {*last->coarseValue, {}};
+    }
+  }
+  Logger::debug("ConversionValueResolver - Resolved conversion value: fine={}, coarse={}, key={}",
+                fine ? fine->value : 0, coarse ? rawValue(coarse->value) : "nil", value.key);
+  return value;
+}
+
+}  // namespace quillmar

@@ -1,0 +1,206 @@
+#include "Conversion/EventTracker.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "Json/DecimalNumber.h"
+#include "Json/JsonParser.h"
+#include "Json/JsonReader.h"
+#include "Json/JsonWriter.h"
+#include "Json/Utf8.h"
+#include "Logging/Logger.h"
+
+namespace quillmar {
+
+namespace {
+
+std::optional<double> numberOf(const EventValue& value) {
+  struct Visitor {
+    std::optional<double> operator()(bool) const { return std::nullopt; }
+    std::optional<double> operator()(std::int64_t number) const { return static_cast<double>(number); }
+    std::optional<double> operator()(double number) const { return number; }
+    std::optional<double> operator()(const std::string& text) const { return parseDecimal(text); }
+  };
+  return std::visit(Visitor{}, value.storage());
+}
+
+std::map<std::string, double> numbersOf(const std::optional<NamedParameters>& parameters) {
+  std::map<std::string, double> numbers;
+  if (parameters) {
+    for (const auto& [name, value] : *parameters) {
+      if (const std::optional<double> number = numberOf(value)) {
+        numbers.emplace(name, *number);
+      }
+    }
+  }
+  return numbers;
+}
+
+/// The event as JSON; nothing when there is no JSON for it that could be read back.
+std::optional<std::string> encoded(const TrackedEvent& event) {
+  try {
+    JsonWriter writer;
+    event.encode(writer);
+    std::string text = writer.take();
+    return validUtf8Prefix(text) == text.size() ? std::optional(std::move(text)) : std::nullopt;
+  } catch (const EncodingError&) {
+    return std::nullopt;
+  }
+}
+
+/// Data that is missing or cannot be decoded is an empty history.
+std::vector<TrackedEvent> decodeHistory(const std::optional<std::string>& data) {
+  std::vector<TrackedEvent> events;
+  if (!data) {
+    return events;
+  }
+  try {
+    const boost::json::value document = parseJson(*data);
+    const JsonReader root(document);
+    events.reserve(root.elementCount());
+    root.forEachElement([&events](const JsonReader& element) { events.push_back(TrackedEvent::decode(element)); });
+  } catch (const DecodingError&) {
+    events.clear();
+  }
+  return events;
+}
+
+std::string textOf(const std::map<std::string, double>& parameters) {
+  std::string text = "[";
+  for (const auto& [name, value] : parameters) {
+    fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", text.size() > 1 ? ", " : "", name, value);
+  }
+  return text + (parameters.empty() ? ":]" : "]");
+}
+
+}  // namespace
+
+constinit std::mutex EventTracker::eventsQueue_;
+
+EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
+                           std::shared_ptr<platform::Clock> clock) noexcept
+    : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
+
+void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
+  TrackedEvent event{std::string(name), numbersOf(parameters), {}};
+  const std::lock_guard lock(eventsQueue_);
+  event.timestamp = clock_->now();
+  if (const std::optional<std::string> text = encoded(event)) {
+    updateIndex();
+    if (const std::error_code error = append(*text)) {
+      Logger::error("EventTracker - Failed to store event: {}", error.message());
+      return;
+    }
+    addToIndex(event);
+  }
+  if (Logger::passes(LogLevel::debug)) {
+    Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+  }
+}
+
+bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
+  const std::lock_guard lock(eventsQueue_);
+  updateIndex();
+  return std::all_of(names.begin(), names.end(), [this](const std::string& name) { return index_.contains(name); });
+}
+
+std::set<std::string> EventTracker::getTrackedEventNames() {
+  const std::lock_guard lock(eventsQueue_);
+  updateIndex();
+  std::set<std::string> names;
+  for (const auto& [name, revenues] : index_) {
+    names.insert(name);
+  }
+  return names;
+}
+
+std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
+  std::optional<std::string> data;
+  {
+    const std::lock_guard lock(eventsQueue_);
+    data = userDefaults_->data(completedEventsKey);
+  }
+  return decodeHistory(data);
+}
+
+void EventTracker::clearCompletedEvents() {
+  const std::lock_guard lock(eventsQueue_);
+  indexedRevision_.reset();
+  // Emptied before it is removed, on purpose: should only the write reach the disk, the events are gone all the same.
+  userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{"[]"});
+  userDefaults_->remove(completedEventsKey);
+  Logger::debug("EventTracker - Cleared all tracked events");
+}
+
+std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
+    const ConversionValues& values, Window currentWindow) {
+  const std::lock_guard lock(eventsQueue_);
+  updateIndex();
+  std::vector<ConversionValues::ConversionValue> completed;
+  for (const auto& value : values.values) {
+    const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
+    if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
+                                   (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
+      completed.push_back(value);
+    }
+  }
+  return completed;
+}
+
+void EventTracker::updateIndex() {
+  // Read before the value: if that changes in between, the next call finds another revision.
+  const std::optional<std::uint64_t> revision = userDefaults_->revision(completedEventsKey);
+  if (revision && revision == indexedRevision_) {
+    return;
+  }
+  indexedRevision_.reset();
+  index_.clear();
+  const std::optional<std::string> data = userDefaults_->data(completedEventsKey);
+  for (const TrackedEvent& event : decodeHistory(data)) {
+    addToIndex(event);
+  }
+  // Only white space can follow the last bracket.
+  appendAt_ = index_.empty() ? 0 : data->rfind(']');
+  indexedRevision_ = revision;
+}
+
+void EventTracker::addToIndex(const TrackedEvent& event) {
+  std::set<double>& revenues = index_[event.name];
+  if (const auto revenue = event.parameters.find("revenue"); revenue != event.parameters.end()) {
+    revenues.insert(revenue->second);
+  }
+}
+
+std::error_code EventTracker::append(const std::string& encodedEvent) {
+  const bool first = appendAt_ == 0;
+  const std::string text = (first ? "[" : ",") + encodedEvent + "]";
+  const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
+                                      : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
+  if (!error) {
+    appendAt_ += text.size() - 1;
+    indexedRevision_ = userDefaults_->revision(completedEventsKey);
+  } else if (first || error == std::errc::invalid_argument) {
+    // The store holds on to what it could not write, or holds something else than was read from it: read it again.
+    indexedRevision_.reset();
+  }
+  return error;
+}
+
+bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& events) const {
+  return std::all_of(events.begin(), events.end(), [this](const ConversionValues::RequiredEvent& event) {
+    const auto found = index_.find(std::string_view(event.name));
+    if (found == index_.end()) {
+      return false;
+    }
+    if (!event.revenueMin || !event.revenueMax) {
+      return true;  // a single bound does not count, on purpose
+    }
+    const std::set<double>& revenues = found->second;
+    const auto candidate = revenues.lower_bound(*event.revenueMin);
+    return candidate != revenues.end() && *candidate <= *event.revenueMax;
+  });
+}
+
+}  // namespace quillmar

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Conversion/TrackedEvent.h"
+#include "Model/ConversionValues.h"
+#include "quillmar/EventValue.h"
+#include "quillmar/platform/Clock.h"
+#include "quillmar/platform/UserDefaults.h"
+
+namespace quillmar {
+
+/// Remembers every event that the host reported, across launches, and tells which conversion values they complete.
+///
+/// Stored is a JSON array of the events, oldest first, as one data value; it grows until it is cleared. An event is
+/// appended to the stored text, and an index by name answers the questions, so that neither gets slower with the
+/// length of the history. The index is built again when the stored value was changed by somebody else.
+///
+/// Any thread; each call blocks until the store has answered.
+class EventTracker {
+ public:
+  static constexpr std::string_view completedEventsKey = "com.quillmar.completedEvents";
+
+  /// Reads nothing yet.
+  EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults, std::shared_ptr<platform::Clock> clock) noexcept;
+
+  /// Appends an event, stamped now. Of the parameters, numbers and texts that are decimal numbers are kept. An event
+  /// that JSON cannot express (an infinite number) is not stored, silently; one that the store refuses is logged.
+  void trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters);
+
+  /// True when each of the names was tracked at least once.
+  bool areEventsCompleted(const std::vector<std::string>& names);
+
+  std::set<std::string> getTrackedEventNames();
+
+  /// The whole history, oldest first, decoded from the store.
+  std::vector<TrackedEvent> getAllTrackedEvents();
+
+  void clearCompletedEvents();
+
+  /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
+  /// order of the configuration.
+  std::vector<ConversionValues::ConversionValue> findCompletedConversionValues(const ConversionValues& values,
+                                                                               Window currentWindow);
+
+ private:
+  struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
+  };
+  /// The distinct revenues of the events of each name.
+  using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
+
+  // These are called with the lock held.
+  void updateIndex();
+  void addToIndex(const TrackedEvent& event);
+  std::error_code append(const std::string& encodedEvent);
+  bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
+
+  const std::shared_ptr<platform::UserDefaults> userDefaults_;
+  const std::shared_ptr<platform::Clock> clock_;
+
+  /// One for the process: two trackers over the same store must not append at the same time, since each would cut off
+  /// what the other wrote.
+  static std::mutex eventsQueue_;
+  Index index_;
+  /// The stored value that the index describes; nothing when it has to be read first.
+  std::optional<std::uint64_t> indexedRevision_;
+  /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.
+  std::size_t appendAt_ = 0;
+};
+
+}  // namespace quillmar

@@ -1,0 +1,45 @@
+#include "Conversion/TrackedEvent.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "Json/JsonReader.h"
+#include "Json/JsonWriter.h"
+
+namespace quillmar {
+
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+using TimePoint = platform::Clock::TimePoint;
+
+constexpr TimePoint referenceDate = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
+
+TimePoint timeOf(double secondsSinceReference) {
+  // Some 250 years either way: what a clock that counts nanoseconds can hold.
+  const Seconds since(std::clamp(secondsSinceReference, -8e9, 8e9));
+  return referenceDate + std::chrono::round<TimePoint::duration>(since);
+}
+
+}  // namespace
+
+void TrackedEvent::encode(JsonWriter& writer) const {
+  writer.beginObject().member("name", name).key("parameters").beginObject();
+  for (const auto& [parameter, value] : parameters) {
+    writer.key(parameter).number(value);
+  }
+  writer.endObject().key("timestamp").number(Seconds(timestamp - referenceDate).count()).endObject();
+}
+
+TrackedEvent TrackedEvent::decode(const JsonReader& reader) {
+  TrackedEvent event;
+  event.name = reader.required("name").string();
+  const JsonReader members = reader.required("parameters");
+  members.forEachMember([&event](std::string_view parameter, const JsonReader& value) {
+    event.parameters.insert_or_assign(std::string(parameter), value.number());
+  });
+  event.timestamp = timeOf(reader.required("timestamp").number());
+  return event;
+}
+
+}  // namespace quillmar

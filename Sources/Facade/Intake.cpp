@@ -1,0 +1,143 @@
+#include <fmt/format.h>
+
+#include <iterator>
+#include <utility>
+#include <variant>
+
+#include "Facade/QuillmarCore.h"
+#include "Json/DecimalNumber.h"
+#include "Json/Utf8.h"
+#include "Logging/Logger.h"
+#include "Settings/Config.h"
+#include "Settings/EnabledFlag.h"
+
+namespace quillmar {
+
+namespace {
+
+std::string description(const EventValue& value) {
+  struct Describe {
+    std::string operator()(bool flag) const { return flag ? "true" : "false"; }
+    std::string operator()(std::int64_t number) const { return fmt::to_string(number); }
+    std::string operator()(double number) const { return decimalText(number); }
+    std::string operator()(const std::string& text) const { return fmt::format("\"{}\"", text); }
+  };
+  return std::visit(Describe(), value.storage());
+}
+
+/// ["revenue": 9.99]; [:] when empty or absent.
+std::string description(const std::optional<NamedParameters>& params) {
+  std::string text = "[";
+  if (params) {
+    for (const auto& [name, value] : *params) {
+      fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", text.size() > 1 ? ", " : "", name, description(value));
+    }
+  }
+  return text + (text.size() == 1 ? ":]" : "]");
+}
+
+/// The host's parameters under their names, with texts in well-formed UTF-8.
+std::optional<NamedParameters> namedParameters(std::optional<EventParameters> params) {
+  if (!params) {
+    return std::nullopt;
+  }
+  NamedParameters named = parameters(std::move(*params));
+  for (auto& [name, value] : named) {
+    if (auto* const text = std::get_if<std::string>(&value.storage())) {
+      *text = repairedUtf8(*text);
+    }
+  }
+  return named;
+}
+
+}  // namespace
+
+// The caller's thread only hands the event over; even the test of the enabled flag waits for the queue, because the
+// first look into the settings store may have to open it.
+void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
+  counters_.sent.fetch_add(1, std::memory_order_relaxed);
+  TaskQueue::MakeTask makeTask = [weak = weak_from_this(), event = std::move(event),
+                                  params = std::move(params)]() mutable {
+    return acceptEvent(std::move(weak), std::move(event), std::move(params));
+  };
+  eventProcessingQueue_->post(std::move(makeTask));
+}
+
+Task<void> QuillmarCore::acceptEvent(std::weak_ptr<QuillmarCore> weak, std::string event,
+                                     std::optional<EventParameters> params) {
+  std::shared_ptr<QuillmarCore> self = weak.lock();
+  if (!self) {
+    co_return;
+  }
+  std::string name = repairedUtf8(event);
+  if (!isSDKEnabled(*self->userDefaults_, "SDK enabled status")) {
+    Logger::debug("SDK is disabled by server configuration, skipping event: {}", name);
+    self->counters_.dropped.fetch_add(1, std::memory_order_relaxed);
+    co_return;
+  }
+  std::optional<NamedParameters> named = namedParameters(std::move(params));
+  if (Logger::passes(LogLevel::debug)) {
+    Logger::debug("Sending event: {} with params: {}", name, description(named));
+  }
+  self.reset();
+  co_await processEvent(std::move(weak), std::move(name), std::move(named));
+}
+
+bool QuillmarCore::isConfigurationReady() const {
+  const bool isConfigLoaded = isConfigLoaded_.load(std::memory_order_relaxed);
+  const bool hasAppId = userDefaults_->string(Config::serverAppId).has_value();
+  if (isConfigLoaded && hasAppId) {
+    return true;
+  }
+  Logger::debug("Configuration not ready - isConfigLoaded: {}, hasAppId: {}", isConfigLoaded, hasAppId);
+  return false;
+}
+
+void QuillmarCore::deferEvent(std::string name, std::optional<NamedParameters> params) {
+  Logger::debug("Event processing deferred - adding to pending queue: {}", name);
+  PendingEvent event{std::move(name), std::move(params)};
+  postWeakly(*pendingEventsQueue_, [event = std::move(event)](QuillmarCore& self) mutable {
+    self.pendingEvents_.push_back(std::move(event));
+    self.pendingEventCount_.store(self.pendingEvents_.size(), std::memory_order_relaxed);
+    Logger::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
+    // The configuration may have come between the event's look at it and now; then nobody else would replay it.
+    if (self.isConfigLoaded_.load(std::memory_order_relaxed) && self.userDefaults_->string(Config::serverAppId)) {
+      self.processPendingEvents();
+    }
+  });
+}
+
+void QuillmarCore::processPendingEvents() {
+  postWeakly(*pendingEventsQueue_, [](QuillmarCore& self) {
+    std::deque<PendingEvent> taken;
+    taken.swap(self.pendingEvents_);
+    self.pendingEventCount_.store(0, std::memory_order_relaxed);
+    Logger::debug("Processing {} pending events", taken.size());
+    while (!taken.empty()) {
+      TaskQueue::MakeTask makeTask = [weak = self.weak_from_this(), event = std::move(taken.front())]() mutable {
+        return replayEvent(std::move(weak), std::move(event));
+      };
+      taken.pop_front();
+      self.eventProcessingQueue_->post(std::move(makeTask));
+    }
+  });
+}
+
+Task<void> QuillmarCore::replayEvent(std::weak_ptr<QuillmarCore> weak, PendingEvent event) {
+  if (weak.expired()) {
+    co_return;
+  }
+  Logger::debug("Processing deferred event: {}", event.name);
+  co_await processEvent(std::move(weak), std::move(event.name), std::move(event.params));
+}
+
+void QuillmarCore::emptyPendingEvents() {
+  postWeakly(*pendingEventsQueue_, [](QuillmarCore& self) {
+    self.pendingEvents_.clear();
+    self.pendingEventCount_.store(0, std::memory_order_relaxed);
+  });
+}
+
+std::size_t QuillmarCore::pendingEventCount() const { return pendingEventCount_.load(std::memory_order_relaxed); }
+
+}  // namespace quillmar

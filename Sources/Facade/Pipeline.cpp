@@ -1,0 +1,248 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "Conversion/LastWindowValue.h"
+#include "Facade/QuillmarCore.h"
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+#include "Settings/Calendar.h"
+#include "Settings/Config.h"
+
+namespace quillmar {
+
+namespace {
+
+/// How often in a row the configuration may be missing for events of one name.
+constexpr std::int64_t maxConfigurationAttempts = 2;
+
+/// The days since the first run at which the windows begin.
+constexpr std::int64_t windowStart(Window window) noexcept {
+  switch (window) {
+    case Window::window1:
+      return 3;
+    case Window::window2:
+      return 8;
+    default:
+      return 0;
+  }
+}
+constexpr std::int64_t lastDay = 35;
+
+/// The completed value that ranks lowest in the window; null when none has a value for it.
+const ConversionValues::ConversionValue* lowestRanked(std::vector<ConversionValues::ConversionValue>& completed,
+                                                      Window window) {
+  // Ascending, and the first is taken: the lowest-ranked value wins, on purpose.
+  std::stable_sort(completed.begin(), completed.end(),
+                   [window](const auto& a, const auto& b) { return a.compareWindowValue(b, window) < 0; });
+  const auto found = std::find_if(completed.begin(), completed.end(),
+                                  [window](const auto& value) { return value.windowValue(window) != nullptr; });
+  return found == completed.end() ? nullptr : &*found;
+}
+
+/// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
+bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value,
+                 Window window) {
+  const auto lock = configuration.lockWindows.find(rawValue(window));
+  const auto& coarse = value.windowValue(window)->coarseValue;
+  return lock != configuration.lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::high &&
+         coarse && coarse->value == CoarseValue::high;
+}
+
+}  // namespace
+
+std::optional<Window> QuillmarCore::getCurrentWindow() const {
+  const auto firstRun = userDefaults_->date(Config::firstRunDateKey);
+  if (!firstRun) {
+    return Window::window0;
+  }
+  const std::int64_t day = Calendar(*platform_.clock).wholeDays(*firstRun, platform_.clock->now());
+  if (day < 0 || day > lastDay) {
+    return std::nullopt;
+  }
+  if (day >= windowStart(Window::window2)) {
+    return Window::window2;
+  }
+  return day >= windowStart(Window::window1) ? Window::window1 : Window::window0;
+}
+
+Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::string name,
+                                      std::optional<NamedParameters> params) {
+  std::shared_ptr<QuillmarCore> self = weak.lock();
+  if (!self) {
+    co_return;
+  }
+  if (SharedState::instance().getVerificationKeyInvalid()) {
+    Logger::error("Event processing skipped: verification key is considered invalid");
+    co_return;
+  }
+  if (!self->isConfigurationReady()) {
+    self->deferEvent(std::move(name), std::move(params));
+    co_return;
+  }
+  self.reset();
+  if (!co_await logToService(weak, name)) {
+    co_return;
+  }
+  self = weak.lock();
+  if (!self) {
+    co_return;
+  }
+  const std::optional<Window> window = self->getCurrentWindow();
+  if (!window) {
+    Logger::info("No event sent. The event window has expired.");
+    co_return;
+  }
+  const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(name);
+  if (!configuration) {
+    co_return;
+  }
+  self->eventTracker_->trackEvent(name, params);
+  auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
+  if (completed.empty()) {
+    Logger::debug("No completed conversion values found for event: {}", name);
+    co_return;
+  }
+  const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
+  if (chosen == nullptr) {
+    co_return;
+  }
+  const bool forceLockWindow = locksWindow(*configuration, *chosen, *window);
+  ConversionValues::ConversionValue value = *chosen;
+  self.reset();
+  co_await update(std::move(weak), std::move(value), *window, forceLockWindow);
+}
+
+// True when the event goes on: it was logged, or failed without being one failure too many.
+Task<bool> QuillmarCore::logToService(std::weak_ptr<QuillmarCore> weak, std::string name) {
+  std::shared_ptr<QuillmarCore> self = weak.lock();
+  const auto repository = self ? self->eventServerLogRepository() : nullptr;
+  if (!repository) {
+    co_return self != nullptr;
+  }
+  self.reset();
+  bool accepted = false;
+  std::string failure;
+  try {
+    accepted = co_await repository->logEvent(std::move(name));
+  } catch (const std::exception& error) {
+    failure = textualDescription(error);
+  }
+  self = weak.lock();
+  if (!self) {
+    co_return false;
+  }
+  if (failure.empty()) {
+    if (accepted) {
+      SharedState::instance().resetConsecutiveAPIFailures();
+      self->counters_.logged.fetch_add(1, std::memory_order_relaxed);
+    }
+    co_return true;
+  }
+  self->counters_.failed.fetch_add(1, std::memory_order_relaxed);
+  const std::string line = "Failed to log event to server: " + failure;
+  Logger::error(line);
+  self->print(line);
+  const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
+  if (failures >= Quillmar::maxConsecutiveFailures) {
+    self->invalidateVerificationKey(failures);
+    co_return false;
+  }
+  co_return true;
+}
+
+// The configuration for an event of that name, or null when the event stops here.
+std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std::string& name) {
+  SharedState& shared = SharedState::instance();
+  const std::int64_t attempts = shared.getEventRetryCount(name);
+  if (attempts >= maxConfigurationAttempts) {
+    Logger::error("Maximum number of attempts reached for event: {}. Aborting processing.", name);
+    shared.setEventRetryCount(0, name);
+    return nullptr;
+  }
+  try {
+    if (const auto repository = conversionValuesRepository()) {
+      auto configuration = repository->fetchAllConversionValues();
+      shared.setEventRetryCount(0, name);
+      return configuration;
+    }
+  } catch (const std::exception&) {
+    // Told below, like a missing repository.
+  }
+  shared.setEventRetryCount(attempts + 1, name);
+  Logger::debug("Could not obtain conversion values. Attempt {} for event: {}", attempts + 1, name);
+  const std::int64_t failures = shared.getConsecutiveAPIFailures();
+  if (failures >= Quillmar::maxConsecutiveFailures) {
+    invalidateVerificationKey(failures);
+    return nullptr;
+  }
+  if (attempts == 0) {
+    Logger::debug("First attempt to get conversion values failed, triggering fetch...");
+    fetchAndSaveConversionValues();
+  }
+  // Not parked: the next event of the same name is the next attempt.
+  Logger::debug("Event processing deferred until conversion values are available: {}", name);
+  return nullptr;
+}
+
+void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
+  SharedState::instance().setVerificationKeyInvalid(true);
+  Logger::error("Verification key considered invalid after {} consecutive failures", failures);
+}
+
+Task<void> QuillmarCore::update(std::weak_ptr<QuillmarCore> weak, ConversionValues::ConversionValue value,
+                                Window window, bool forceLockWindow) {
+  std::shared_ptr<QuillmarCore> self = weak.lock();
+  const auto manager = self ? self->conversionTrackingManager() : nullptr;
+  if (!manager) {
+    co_return;
+  }
+  ConversionValues::ConversionValue resolved = self->conversionValueResolver_->resolveConversionValue(value, window);
+  self.reset();
+  co_await manager->send(std::move(resolved), window, forceLockWindow);
+}
+
+Task<void> QuillmarCore::checkLockWindowHours(std::weak_ptr<QuillmarCore> weak) {
+  std::shared_ptr<QuillmarCore> self = weak.lock();
+  const std::optional<Window> window = self ? self->getCurrentWindow() : std::nullopt;
+  const auto repository = self ? self->conversionValuesRepository() : nullptr;
+  if (!window || !repository) {
+    co_return;
+  }
+  std::optional<std::int64_t> hours;
+  try {
+    const auto configuration = repository->fetchAllConversionValues();
+    const auto lock = configuration->lockWindows.find(rawValue(*window));
+    if (lock != configuration->lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::time) {
+      hours = lock->second.value;
+    }
+  } catch (const std::exception&) {
+    co_return;
+  }
+  const auto firstRun = self->userDefaults_->date(Config::firstRunDateKey);
+  if (!hours || !firstRun) {
+    co_return;
+  }
+  const platform::Clock& clock = *self->platform_.clock;
+  const auto start = Calendar(clock).addingDays(*firstRun, windowStart(*window));
+  if (Calendar::wholeHours(start, clock.now()) < *hours) {
+    co_return;
+  }
+  const std::optional<LastWindowValue> last = readLastWindowValue(*self->userDefaults_);
+  if (!last) {
+    co_return;
+  }
+  ConversionValues::WindowValue windowValue;
+  windowValue.fineValue = {last->fineValue, {}};
+  if (last->coarseValue) {
+    windowValue.coarseValue = {*last->coarseValue, {}};
+  }
+  ConversionValues::ConversionValue locked;
+  locked.key = last->key;
+  locked.windows.emplace(rawValue(*window), std::move(windowValue));
+  self.reset();
+  co_await update(std::move(weak), std::move(locked), *window, true);
+}
+
+}  // namespace quillmar

@@ -1,0 +1,155 @@
+#include "quillmar/Quillmar.h"
+
+#include <mutex>
+#include <utility>
+
+#include "Facade/QuillmarCore.h"
+#include "Logging/Logger.h"
+#include "quillmar/QuillmarFactory.h"
+
+namespace quillmar {
+
+namespace {
+
+/// Runs what a public function does; nothing gets out to the host.
+template <class Body>
+void guarded(const char* operation, Body body) noexcept {
+  try {
+    body();
+  } catch (const std::exception& error) {
+    Logger::error("Quillmar - {} failed: {}", operation, error.what());
+  } catch (...) {
+    Logger::error("Quillmar - {} failed", operation);
+  }
+}
+
+struct Shared {
+  std::mutex mutex;
+  std::shared_ptr<Quillmar> instance;
+};
+
+Shared& sharedInstance() noexcept {
+  static Shared& shared = *new Shared;  // never destroyed: exit must not race with tasks
+  return shared;
+}
+
+}  // namespace
+
+std::shared_ptr<Quillmar> Quillmar::shared() noexcept {
+  std::shared_ptr<Quillmar> instance;
+  guarded("Making the shared instance", [&instance] {
+    Shared& shared = sharedInstance();
+    const std::lock_guard lock(shared.mutex);
+    if (!shared.instance) {
+      shared.instance = QuillmarFactory::createQuillmar(platform::sharedPlatform());
+    }
+    instance = shared.instance;
+  });
+  return instance;
+}
+
+void Quillmar::setShared(std::shared_ptr<Quillmar> instance) noexcept {
+  guarded("Replacing the shared instance", [&instance] {
+    Shared& shared = sharedInstance();
+    const std::lock_guard lock(shared.mutex);
+    shared.instance.swap(instance);
+  });
+}
+
+Quillmar::Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
+                   const platform::Platform& platform)
+    : core_(std::make_shared<QuillmarCore>(std::move(userDefaults), std::move(bundle), platform)) {}
+
+Quillmar::~Quillmar() = default;
+
+LogLevel Quillmar::logLevel() const noexcept { return core_->logLevel(); }
+void Quillmar::setLogLevel(LogLevel level) noexcept { core_->setLogLevel(level); }
+
+void Quillmar::configure(std::string_view verificationKey) noexcept {
+  guarded("configure", [&] { core_->configure(std::string(verificationKey)); });
+}
+
+void Quillmar::sendEvent(std::string_view event) noexcept {
+  guarded("sendEvent", [&] { core_->sendEvent(std::string(event), std::nullopt); });
+}
+
+void Quillmar::sendEvent(std::string_view event, EventParameters params) noexcept {
+  guarded("sendEvent", [&] { core_->sendEvent(std::string(event), std::move(params)); });
+}
+
+void Quillmar::applicationDidBecomeActive() noexcept {
+  guarded("applicationDidBecomeActive", [this] { core_->applicationDidBecomeActive(); });
+}
+
+void Quillmar::sceneDidActivate() noexcept {
+  guarded("sceneDidActivate", [this] { core_->sceneDidActivate(); });
+}
+
+void Quillmar::reset() noexcept {
+  guarded("reset", [this] { core_->reset(); });
+}
+
+void Quillmar::clearTrackedEvents() noexcept {
+  guarded("clearTrackedEvents", [this] { core_->clearTrackedEvents(); });
+}
+
+std::string Quillmar::quillmarVerificationKey() const { return core_->quillmarVerificationKey(); }
+bool Quillmar::isInitialized() const noexcept { return core_->isInitialized(); }
+bool Quillmar::hasFetchedConversionValues() const noexcept { return core_->hasFetchedConversionValues(); }
+void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept { core_->setHasFetchedConversionValues(fetched); }
+
+bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
+  bool idle = false;
+  guarded("drain", [&] { idle = core_->drain(timeout); });
+  return idle;
+}
+
+QuillmarStatistics Quillmar::statistics() const noexcept { return core_->statistics(); }
+
+QuillmarState Quillmar::state() const noexcept {
+  QuillmarState state;
+  guarded("state", [&] { state = core_->state(); });
+  return state;
+}
+
+std::shared_ptr<ConversionValuesRepositoryProtocol> Quillmar::conversionValuesRepository() const {
+  return core_->conversionValuesRepository();
+}
+void Quillmar::setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) {
+  core_->setConversionValuesRepository(std::move(repository));
+}
+std::shared_ptr<VerificationKeyRepositoryProtocol> Quillmar::verificationKeyRepository() const {
+  return core_->verificationKeyRepository();
+}
+void Quillmar::setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) {
+  core_->setVerificationKeyRepository(std::move(repository));
+}
+std::shared_ptr<EventServerLogRepositoryProtocol> Quillmar::eventServerLogRepository() const {
+  return core_->eventServerLogRepository();
+}
+void Quillmar::setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) {
+  core_->setEventServerLogRepository(std::move(repository));
+}
+std::shared_ptr<ConversionTrackingManager> Quillmar::conversionTrackingManager() const {
+  return core_->conversionTrackingManager();
+}
+void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) {
+  core_->setConversionTrackingManager(std::move(manager));
+}
+
+bool Quillmar::useMock() noexcept { return SharedState::instance().useMock(); }
+void Quillmar::setUseMock(bool useMock) noexcept { SharedState::instance().setUseMock(useMock); }
+
+std::int64_t Quillmar::consecutiveAPIFailures() noexcept {
+  return SharedState::instance().getConsecutiveAPIFailures();
+}
+void Quillmar::setConsecutiveAPIFailures(std::int64_t failures) noexcept {
+  SharedState::instance().setConsecutiveAPIFailures(failures);
+}
+bool Quillmar::isVerificationKeyInvalid() noexcept { return SharedState::instance().getVerificationKeyInvalid(); }
+void Quillmar::setIsVerificationKeyInvalid(bool invalid) noexcept {
+  SharedState::instance().setVerificationKeyInvalid(invalid);
+}
+void Quillmar::resetStaticState() noexcept { SharedState::instance().reset(); }
+
+}  // namespace quillmar

@@ -1,0 +1,59 @@
+#include <utility>
+
+#include "Facade/QuillmarCore.h"
+#include "Logging/Logger.h"
+#include "Settings/Config.h"
+#include "Settings/StoreSetting.h"
+
+namespace quillmar {
+
+void QuillmarCore::reset() {
+  std::vector<platform::NotificationCenter::ObserverId> observers;
+  {
+    const std::lock_guard lock(collaboratorsMutex_);
+    observers.swap(observers_);
+    quillmarVerificationKey_.clear();
+  }
+  for (const auto observer : observers) {
+    platform_.notifications->removeObserver(observer);
+  }
+  isInitialized_.store(false, std::memory_order_relaxed);
+  setHasFetchedConversionValues(false);
+  isRetriying_.store(false, std::memory_order_relaxed);
+  isFetching_.store(false, std::memory_order_relaxed);
+  isConfigLoaded_.store(false, std::memory_order_relaxed);
+  setLogLevel(LogLevel::off);
+  emptyPendingEvents();
+  for (const std::string_view key :
+       {Config::lastConversionValuesFetchTimestamp, Config::serverAppId, Config::sdkEnabled}) {
+    removeSetting(*userDefaults_, key);
+  }
+  SharedState::instance().reset();
+  eventTracker_->clearCompletedEvents();
+  Logger::debug("Quillmar - SDK state reset");
+}
+
+void QuillmarCore::clearTrackedEvents() {
+  eventTracker_->clearCompletedEvents();
+  Logger::debug("Quillmar - Cleared all tracked events");
+}
+
+void QuillmarCore::resetConfigurationState() {
+  isConfigLoaded_.store(false, std::memory_order_relaxed);
+  emptyPendingEvents();
+  Logger::debug("Configuration state reset for testing");
+}
+
+void QuillmarCore::markConfigurationAsLoaded() {
+  isConfigLoaded_.store(true, std::memory_order_relaxed);
+  processPendingEvents();
+  Logger::debug("Configuration marked as loaded for testing");
+}
+
+void QuillmarCore::resetVerificationKeyState() {
+  SharedState::instance().resetConsecutiveAPIFailures();
+  SharedState::instance().setVerificationKeyInvalid(false);
+  Logger::info("Verification key state has been reset");
+}
+
+}  // namespace quillmar

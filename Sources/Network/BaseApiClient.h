@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Network/NetworkManagerProtocol.h"
+#include "Network/RequestBuilder.h"
+
+namespace quillmar {
+
+/// What the clients of the event service share: the transport, the key and the address. Clients never catch; they
+/// must live until the tasks that they returned are done.
+class BaseApiClient {
+ public:
+  BaseApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager, std::string quillmarVerificationKey,
+                std::string baseUrl = std::string(Config::urlString));
+
+ protected:
+  ~BaseApiClient() = default;
+
+  /// A builder whose requests carry the key, as it is, in "Authorization".
+  RequestBuilder createRequestBuilder() const;
+
+  NetworkManagerProtocol& networkManager() const noexcept { return *networkManager_; }
+
+ private:
+  const std::shared_ptr<NetworkManagerProtocol> networkManager_;
+  const std::string quillmarVerificationKey_;
+  const std::string baseUrl_;
+};
+
+}  // namespace quillmar

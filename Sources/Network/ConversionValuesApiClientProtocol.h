@@ -1,0 +1,16 @@
+#pragma once
+
+#include "Async/Task.h"
+#include "Model/ConversionValues.h"
+
+namespace quillmar {
+
+class ConversionValuesApiClientProtocol {
+ public:
+  virtual ~ConversionValuesApiClientProtocol() = default;
+
+  /// Fetches the conversion values alone. Throws the errors of building, transport and decoding.
+  virtual Task<ConversionValues> fetchConversionValues() = 0;
+};
+
+}  // namespace quillmar

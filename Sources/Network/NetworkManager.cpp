@@ -1,0 +1,55 @@
+#include "Network/NetworkManager.h"
+
+#include <utility>
+
+#include "Logging/Logger.h"
+#include "Platform/ErrorCategory.h"
+#include "quillmar/platform/URLError.h"
+
+namespace quillmar {
+
+std::error_code make_error_code(NetworkManagerError error) noexcept {
+  static const std::error_category& category =
+      makeErrorCategory("NetworkManagerError", {{"invalidRequest", "The service refused the request."},
+                                                {"serverError", "The service failed."},
+                                                {"unexpectedStatusCode", "The service gave an unexpected answer."}});
+  return {static_cast<int>(error), category};
+}
+
+NetworkManager::NetworkManager(std::shared_ptr<platform::HttpTransport> transport) noexcept
+    : transport_(std::move(transport)) {}
+
+Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
+  Logger::debug("NetworkManager - Starting network request to URL: {}",
+                request.url.empty() ? std::string_view("Unknown URL") : std::string_view(request.url));
+  std::function<void(std::function<void(platform::HttpResult)>)> start =
+      [transport = transport_, request = std::move(request)](std::function<void(platform::HttpResult)> done) mutable {
+        transport->start(std::move(request), std::move(done));
+      };
+  platform::HttpResult result = co_await awaitCallback<platform::HttpResult>(std::move(start));
+  if (result.error) {
+    throw std::system_error(result.error);
+  }
+  if (!result.statusCode) {
+    Logger::error("NetworkManager - Failed to get HTTPURLResponse");
+    throw std::system_error(platform::URLError::badServerResponse);
+  }
+  const int status = *result.statusCode;
+  Logger::debug("NetworkManager - Received response with status code: {}", status);
+  if (status >= 200 && status <= 299) {
+    Logger::debug("NetworkManager - Request sent successfully.");
+    co_return NetworkResponse{std::move(result.url), status, std::move(result.body)};
+  }
+  if (status >= 400 && status <= 499) {
+    Logger::error("NetworkManager - Client error: {}", status);
+    throw std::system_error(NetworkManagerError::invalidRequest);
+  }
+  if (status >= 500 && status <= 599) {
+    Logger::error("NetworkManager - Server error: {}", status);
+    throw std::system_error(NetworkManagerError::serverError);
+  }
+  Logger::error("NetworkManager - Unexpected status code: {}", status);
+  throw std::system_error(NetworkManagerError::unexpectedStatusCode);
+}
+
+}  // namespace quillmar

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <system_error>
+
+#include "Network/NetworkManagerProtocol.h"
+
+namespace quillmar {
+
+enum class NetworkManagerError {
+  invalidRequest = 1,    ///< HTTP 400...499
+  serverError,           ///< HTTP 500...599
+  unexpectedStatusCode,  ///< any other status that is no success
+};
+
+std::error_code make_error_code(NetworkManagerError error) noexcept;
+
+/// Sends requests through the HTTP seam and tells success from failure by the status.
+class NetworkManager final : public NetworkManagerProtocol {
+ public:
+  explicit NetworkManager(std::shared_ptr<platform::HttpTransport> transport) noexcept;
+
+  Task<NetworkResponse> perform(platform::HttpRequest request) override;
+
+ private:
+  const std::shared_ptr<platform::HttpTransport> transport_;
+};
+
+}  // namespace quillmar
+
+template <>
+struct std::is_error_code_enum<quillmar::NetworkManagerError> : std::true_type {};

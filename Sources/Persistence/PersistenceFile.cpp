@@ -1,0 +1,72 @@
+#include "Persistence/PersistenceFile.h"
+
+#include <utility>
+
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+#include "Platform/ErrorCategory.h"
+
+namespace quillmar {
+
+namespace {
+void throwIf(std::error_code error, const std::string& path) {
+  if (error) {
+    throw DescribedError(error, path);
+  }
+}
+}  // namespace
+
+std::error_code make_error_code(PersistenceItemError error) noexcept {
+  static const std::error_category& category =
+      makeErrorCategory("PersistenceItemError", {{"invalidFilename", "The file has no place to be stored in."},
+                                                 {"notFile", "The file could not be created."}});
+  return {static_cast<int>(error), category};
+}
+
+PersistenceFile::PersistenceFile(std::shared_ptr<platform::FileManager> fileManager, std::string filename)
+    : fileManager_(std::move(fileManager)), filename_(std::move(filename)) {}
+
+std::optional<std::string> PersistenceFile::makeUrl() const {
+  const std::optional<std::string> documents = fileManager_->documentsDirectory();
+  if (!documents) {
+    return std::nullopt;
+  }
+  const std::string folder = *documents + "/Quillmar";
+  if (!fileManager_->fileExists(folder)) {
+    if (const std::error_code error = fileManager_->createDirectory(folder)) {
+      Logger::error("PersistenceItem - Failed to create directory: {}", error.message());
+      return std::nullopt;
+    }
+  }
+  return folder + "/" + filename_;
+}
+
+bool PersistenceFile::exists() const {
+  const std::optional<std::string> path = makeUrl();
+  return path && fileManager_->fileExists(*path);
+}
+
+std::string PersistenceFile::existingPath() const {
+  std::optional<std::string> path = makeUrl();
+  if (!path) {
+    throw std::system_error(PersistenceItemError::invalidFilename);
+  }
+  if (!fileManager_->fileExists(*path) && fileManager_->createFile(*path)) {
+    throw std::system_error(PersistenceItemError::notFile);
+  }
+  return std::move(*path);
+}
+
+std::string PersistenceFile::read(const std::string& path) const {
+  std::string content;
+  throwIf(fileManager_->readFile(path, content), path);
+  return content;
+}
+
+void PersistenceFile::write(const std::string& path, std::string_view content) const {
+  throwIf(fileManager_->writeFile(path, content, platform::WriteMode::atomic), path);
+}
+
+void PersistenceFile::remove(const std::string& path) const { throwIf(fileManager_->removeItem(path), path); }
+
+}  // namespace quillmar
