@@ -1,0 +1,135 @@
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Logging/Logger.h"
+#include "Platform/Posix/CurlHttpTransport.h"
+#include "Platform/Posix/HostDevice.h"
+#include "Platform/Posix/NoAdAttributionKit.h"
+#include "Platform/Posix/NoStoreKitAdNetwork.h"
+#include "Platform/Posix/PosixFileManager.h"
+#include "Platform/Posix/SqliteUserDefaultsProvider.h"
+#include "Platform/Posix/StderrLogSink.h"
+#include "Platform/Posix/SystemClock.h"
+#include "Platform/Posix/ThreadPoolExecutor.h"
+#include "quillmar/platform/Bundle.h"
+#include "quillmar/platform/InProcessNotificationCenter.h"
+#include "quillmar/platform/Platform.h"
+
+// Chooses the adapters. On another system, another file defines these four functions.
+
+namespace quillmar::platform {
+
+namespace {
+
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+/// The home folder of the user's account, for a process whose environment does not name it.
+std::string homeOfAccount() {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  const int result = ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
+  return result == 0 && found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
+}
+
+/// The folder of the library, absolute and without a trailing "/"; empty when there is none.
+std::string dataFolder(const std::string& chosen) {
+  std::filesystem::path folder;
+  if (!chosen.empty()) {
+    std::error_code failure;
+    folder = std::filesystem::absolute(chosen, failure);
+  } else if (const std::filesystem::path data = environment("XDG_DATA_HOME"); data.is_absolute()) {
+    folder = data / "quillmar";
+  } else {
+    std::filesystem::path home = environment("HOME");
+    if (!home.is_absolute()) {
+      home = homeOfAccount();
+    }
+    folder = home.is_absolute() ? home / ".local/share/quillmar" : std::filesystem::path();
+  }
+  std::string result = folder.lexically_normal().string();
+  while (!result.empty() && result.back() == '/') {
+    result.pop_back();
+  }
+  return result;
+}
+
+/// The platforms in use so far. The last one counts; the others stay, since references to them may be out. Never
+/// destroyed, so that the end of the process cannot race with threads that use them.
+struct SharedPlatforms {
+  std::mutex mutex;
+  std::deque<Platform> platforms;
+
+  static SharedPlatforms& instance() {
+    static auto* const shared = new SharedPlatforms;
+    return *shared;
+  }
+
+  const Platform& add(Platform platform) {
+    const Platform& added = platforms.emplace_back(std::move(platform));
+    Logger::setSink(added.logSink, added.clock);
+    return added;
+  }
+};
+
+}  // namespace
+
+Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
+  const std::string folder = dataFolder(options.dataDirectory);
+  const auto executor = std::make_shared<ThreadPoolExecutor>();
+  CurlHttpTransportOptions http;
+  http.caFile = options.caFile;
+
+  Platform platform;
+  platform.executor = executor;
+  platform.clock = std::make_shared<SystemClock>(executor);
+  platform.http = std::make_shared<CurlHttpTransport>(std::move(http));
+  platform.files =
+      std::make_shared<PosixFileManager>(folder.empty() ? std::nullopt : std::optional(folder + "/documents"));
+  platform.userDefaults = std::make_shared<SqliteUserDefaultsProvider>(
+      folder.empty() ? std::string() : folder + "/settings",
+      [](std::string_view text) { Logger::error("UserDefaults - {}", text); });
+  platform.storeKitAdNetwork = std::make_shared<NoStoreKitAdNetwork>();
+  platform.adAttributionKit = std::make_shared<NoAdAttributionKit>();
+  platform.device = std::make_shared<HostDevice>();
+  platform.notifications = std::make_shared<InProcessNotificationCenter>();
+  platform.logSink = std::make_shared<StderrLogSink>();
+  platform.serviceUrl = options.serviceUrl;
+  return platform;
+}
+
+const Platform& sharedPlatform() {
+  SharedPlatforms& shared = SharedPlatforms::instance();
+  const std::lock_guard lock(shared.mutex);
+  return shared.platforms.empty() ? shared.add(makeDefaultPlatform()) : shared.platforms.back();
+}
+
+void setSharedPlatform(Platform platform) {
+  SharedPlatforms& shared = SharedPlatforms::instance();
+  const std::lock_guard lock(shared.mutex);
+  shared.add(std::move(platform));
+}
+
+Bundle Bundle::main() {
+  std::array<char, 4096> path{};
+  const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
+  const std::string_view executable(path.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+  return {std::string(executable.substr(executable.rfind('/') + 1))};
+}
+
+}  // namespace quillmar::platform

@@ -1,0 +1,56 @@
+#include "Platform/Posix/SqliteDatabase.h"
+
+namespace quillmar::platform {
+
+std::error_code sqliteError(int result) noexcept {
+  switch (result & 0xff) {  // the upper bits refine the code
+    case SQLITE_OK:
+    case SQLITE_ROW:
+    case SQLITE_DONE:
+      return {};
+    case SQLITE_FULL:
+      return std::make_error_code(std::errc::no_space_on_device);
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return std::make_error_code(std::errc::resource_unavailable_try_again);
+    default:
+      return std::make_error_code(std::errc::io_error);
+  }
+}
+
+std::string_view SqliteStatement::bytes(int column) const noexcept {
+  // The pointer first: asking for it may convert the value and change its size.
+  const void* const start = sqlite3_column_blob(statement_.get(), column);
+  return {static_cast<const char*>(start), static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
+}
+
+int SqliteDatabase::open(const std::string& file, std::chrono::milliseconds busyTimeout) noexcept {
+  sqlite3* handle = nullptr;
+  // The owner of the connection lets one thread in at a time.
+  const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  handle_.reset(handle);
+  return result == SQLITE_OK ? sqlite3_busy_timeout(handle, static_cast<int>(busyTimeout.count())) : result;
+}
+
+int SqliteDatabase::prepare(std::string_view sql, SqliteStatement& statement) noexcept {
+  sqlite3_stmt* prepared = nullptr;
+  const int result = sqlite3_prepare_v3(handle_.get(), sql.data(), static_cast<int>(sql.size()),
+                                        SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+  statement = SqliteStatement(prepared);
+  return result;
+}
+
+int SqliteDatabase::readInteger(std::string_view sql, std::int64_t& value) noexcept {
+  SqliteStatement statement;
+  if (const int result = prepare(sql, statement); result != SQLITE_OK) {
+    return result;
+  }
+  const int result = statement.step();
+  if (result != SQLITE_ROW) {
+    return result == SQLITE_DONE ? SQLITE_CORRUPT : result;
+  }
+  value = statement.integer(0);
+  return SQLITE_OK;
+}
+
+}  // namespace quillmar::platform

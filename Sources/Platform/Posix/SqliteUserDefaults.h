@@ -1,0 +1,102 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "Platform/Posix/SqliteDatabase.h"
+#include "quillmar/platform/UserDefaults.h"
+
+namespace quillmar::platform {
+
+/// A settings store in an SQLite file with a write-ahead log: it survives a kill at any instruction.
+///
+/// Small values are held in memory, and written through. A data value stays on disk, as segments: it is what remains
+/// when, for each segment in order, the bytes are cut off at the segment's offset and the segment's bytes appended. So
+/// replacing the tail is one small insert whatever the length.
+///
+/// A file belongs to one process. When another one changes it all the same, that is noticed at the next write and
+/// everything is read anew, so that the two may lose each other's changes but do not damage the file.
+class SqliteUserDefaults : public UserDefaults {
+ public:
+  /// Takes one sentence about something that is wrong with a file. Called while a store is opened or used, from any
+  /// thread; it must not use the store.
+  using Report = std::function<void(std::string_view)>;
+
+  static constexpr std::chrono::milliseconds defaultBusyTimeout{2000};
+
+  /// Opens the file, creating it when it is not there. Reports and gives null when it cannot be opened, belongs to
+  /// somebody else or comes from a newer version; the file is left as it is then. ":memory:" keeps all in memory.
+  static std::shared_ptr<SqliteUserDefaults> open(const std::string& file, Report report,
+                                                  std::chrono::milliseconds busyTimeout = defaultBusyTimeout);
+
+  /// Tries once more to write what could not be written.
+  ~SqliteUserDefaults() override;
+
+  std::optional<PropertyListValue> object(std::string_view key) const override;
+  std::error_code set(std::string_view key, PropertyListValue value) override;
+  std::error_code remove(std::string_view key) override;
+  std::optional<std::uint64_t> revision(std::string_view key) const override;
+  std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override;
+
+ private:
+  /// What is known of a key. Absent: neither member is there.
+  struct Entry {
+    /// A small value, or a data value that is not on disk yet.
+    std::optional<PropertyListValue> value;
+    std::optional<std::size_t> dataLength;  ///< of a data value, wherever it is
+    std::uint64_t revision = 0;
+
+    bool exists() const noexcept { return value || dataLength; }
+  };
+  using Entries = std::map<std::string, Entry, std::less<>>;
+
+  struct Tail {
+    std::string_view key;
+    std::size_t keep;
+    std::string_view bytes;
+  };
+
+  class Transaction;
+
+  SqliteUserDefaults(std::string file, Report report);
+
+  // These return results of SQLite, and are called with the write lock held, or before anybody else has the object.
+  int prepareSchema(std::chrono::milliseconds busyTimeout, std::string& problem);
+  int prepareStatements();
+  int load();
+  int loadSmallValues(Entries& entries);
+  int loadData(Entries& entries);
+  int reloadIfChanged();
+  int writeEntry(const std::string& key, const Entry& entry);
+  int insertSegment(std::string_view key, std::size_t offset, std::string_view bytes);
+  int readData(std::string_view key, std::size_t length, std::string& bytes) const;
+
+  std::error_code commit(const Tail* tail = nullptr);
+  void reportDamage(std::string_view key) const;
+
+  const std::string file_;
+  const Report report_;
+
+  /// Guards the database. Taken before the other one.
+  mutable std::mutex writeMutex_;
+  mutable SqliteDatabase database_;
+  mutable SqliteStatement selectData_;
+  SqliteStatement insertSegment_, deleteSegments_, insertValue_, deleteValue_, dataVersion_;
+  std::int64_t knownDataVersion_ = 0;
+  std::set<std::string, std::less<>> dirty_;  ///< keys whose entries are not on disk yet
+
+  /// Guards the entries against reading while they change. They change only with both locks held, so whoever holds the
+  /// write lock may read them without this one. Never held while SQLite works.
+  mutable std::mutex cacheMutex_;
+  Entries entries_;
+};
+
+}  // namespace quillmar::platform
