@@ -11,10 +11,10 @@
 namespace quillmar::service {
 
 struct DevelopmentServiceOptions {
-  std::uint16_t port = 0;       ///< 0: a free one
-  std::string certificateFile;  ///< PEM, with the chain; together with the key it makes the service speak HTTPS
-  std::string keyFile;          ///< PEM
-  std::function<void(const ServedRequest&)> onRequest;  ///< called after each answer was made, before it is sent
+  std::uint16_t port = 0;            ///< 0: a free one
+  std::string certificateFile = {};  ///< PEM, with the chain; together with the key it makes the service speak HTTPS
+  std::string keyFile = {};          ///< PEM
+  std::function<void(const ServedRequest&)> onRequest = {};  ///< called after each answer was made, before it is sent
 };
 
 /// Serves a handler over HTTP/1.1 or HTTPS on 127.0.0.1, with one thread of its own for all connections. The handler

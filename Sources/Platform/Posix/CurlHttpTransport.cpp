@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -22,11 +21,12 @@ namespace quillmar::platform {
 
 namespace {
 
+using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr int kMaxRedirects = 20;
 constexpr int kOverallTimeoutFactor = 10;
-constexpr double kLongestTimeout = 1e6;  // seconds; keeps the milliseconds of the overall time-out in a `long`
+constexpr std::chrono::duration<double> kLongestTimeout = std::chrono::hours(24 * 365);  // keeps sums in range
 
 template <auto release>
 struct Release {
@@ -77,6 +77,9 @@ struct Origin {
 
 /// The origin of a URL, or why there is none.
 std::error_code parseOrigin(const std::string& url, Origin& origin) {
+  if (url.empty()) {
+    return URLError::unsupportedURL;
+  }
   if (url.find('\0') != std::string::npos) {
     return URLError::badURL;
   }
@@ -89,6 +92,7 @@ std::error_code parseOrigin(const std::string& url, Origin& origin) {
       break;
     case CURLUE_OUT_OF_MEMORY:
       throw std::bad_alloc();
+    case CURLUE_BAD_SCHEME:
     case CURLUE_UNSUPPORTED_SCHEME:
       return URLError::unsupportedURL;
     default:
@@ -181,13 +185,39 @@ struct Exchange {
   bool transferring = false;
   HeaderList headers;
   Origin origin;
-  SteadyClock::time_point deadline;
-  std::chrono::seconds timeout{0};
+  std::chrono::milliseconds timeout{0};
+  SteadyClock::time_point deadline;      ///< of the whole exchange
+  SteadyClock::time_point lastActivity;  ///< when the last byte went or came
+  curl_off_t bytesMoved = 0;             ///< as of then
   int redirects = 0;
   std::size_t maxBodyBytes = 0;
   std::string body;
+  bool headEnded = false;     ///< the final response's head is complete
   std::error_code bodyError;  ///< why the body was refused
 };
+
+/// libcurl is content with a head that is cut short; we are not.
+std::size_t receiveHeadLine(char* data, std::size_t, std::size_t size, void* context) noexcept {
+  auto& exchange = *static_cast<Exchange*>(context);
+  const std::string_view line(data, size);
+  if (line.starts_with("HTTP/")) {
+    exchange.headEnded = false;
+  } else if (line == "\r\n" || line == "\n") {
+    exchange.headEnded = true;
+  }
+  return size;
+}
+
+/// The bytes that this transfer has sent and received so far.
+curl_off_t bytesMoved(CURL* easy) noexcept {
+  curl_off_t sent = 0;
+  curl_off_t received = 0;
+  long head = 0;
+  curl_easy_getinfo(easy, CURLINFO_SIZE_UPLOAD_T, &sent);
+  curl_easy_getinfo(easy, CURLINFO_SIZE_DOWNLOAD_T, &received);
+  curl_easy_getinfo(easy, CURLINFO_HEADER_SIZE, &head);
+  return sent + received + head;
+}
 
 std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept {
   auto& exchange = *static_cast<Exchange*>(context);
@@ -312,6 +342,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       int active = 0;
       const CURLMcode code = curl_multi_perform(multi_.get(), &active);
       reapFinished();
+      watchActivity();
       if (code != CURLM_OK || !block()) {
         abandonAll();
       }
@@ -358,8 +389,28 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     return &running_.insert(waiting_.extract(waiting_.begin())).position->second;
   }
 
-  /// Waits for the network or a wake-up.
+  /// Notes which exchanges have moved and ends those that were silent for too long.
+  void watchActivity() noexcept {
+    const auto now = SteadyClock::now();
+    const auto silent = [now](Exchange& exchange) {
+      if (!exchange.transferring) {
+        return false;
+      }
+      const curl_off_t bytes = bytesMoved(exchange.easy.get());
+      if (bytes != exchange.bytesMoved) {
+        exchange.bytesMoved = bytes;
+        exchange.lastActivity = now;
+      }
+      return now - exchange.lastActivity >= exchange.timeout;
+    };
+    while (Exchange* exchange = findRunning(silent)) {
+      finish(*exchange, failure(*exchange, URLError::timedOut));
+    }
+  }
+
+  /// Waits for the network, a wake-up or the next exchange that has been silent for too long.
   bool block() noexcept {
+    auto wait = std::chrono::milliseconds(std::numeric_limits<int>::max());
     {
       const std::lock_guard lock(mutex_);
       const bool idle = ending_.empty() && (waiting_.empty() || running_.size() >= options_.maxConnections) &&
@@ -367,10 +418,15 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       if (stopping_ || !idle) {
         return true;
       }
+      const auto now = SteadyClock::now();
+      for (const auto& [id, exchange] : running_) {
+        const auto left = exchange.lastActivity + exchange.timeout - now;
+        wait = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds(0), wait);
+      }
       blocked_ = true;
     }
     // libcurl shortens the wait to its own next timer.
-    return curl_multi_poll(multi_.get(), nullptr, 0, std::numeric_limits<int>::max(), nullptr) == CURLM_OK;
+    return curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr) == CURLM_OK;
   }
 
   void begin(Exchange& exchange) noexcept {
@@ -386,8 +442,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
         finish(exchange, failure(exchange, error));
         return;
       }
-      const double seconds = std::ceil(request.timeout.count());
-      exchange.timeout = std::chrono::seconds(seconds >= 1 ? std::llround(std::min(seconds, kLongestTimeout)) : 1);
+      const auto timeout = request.timeout.count() > 0 ? std::min(request.timeout, kLongestTimeout) : 0s;
+      exchange.timeout = std::chrono::ceil<std::chrono::milliseconds>(timeout);
       exchange.deadline = SteadyClock::now() + kOverallTimeoutFactor * exchange.timeout;
       exchange.maxBodyBytes = options_.maxBodyBytes;
       transfer(exchange);
@@ -415,6 +471,9 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     }
     curl_easy_reset(exchange.easy.get());
     exchange.body.clear();
+    exchange.headEnded = false;
+    exchange.bytesMoved = 0;
+    exchange.lastActivity = SteadyClock::now();
     configure(exchange);
     const CURLMcode code = curl_multi_add_handle(multi_.get(), exchange.easy.get());
     if (code != CURLM_OK) {
@@ -441,14 +500,13 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       options.set(CURLOPT_CAINFO, options_.caFile.c_str());
       options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
+    options.set(CURLOPT_HEADERFUNCTION, &receiveHeadLine);
+    options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
     options.set(CURLOPT_WRITEDATA, static_cast<void*>(&exchange));
 
-    const auto seconds = static_cast<long>(exchange.timeout.count());
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - SteadyClock::now());
-    options.set(CURLOPT_CONNECTTIMEOUT, seconds);
-    options.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    options.set(CURLOPT_LOW_SPEED_TIME, seconds);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - exchange.lastActivity);
+    options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(exchange.timeout.count()), 1L));
     options.set(CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(left.count()), 1L));
 
     const bool hasBody = configureMethod(options, exchange.request);
@@ -521,6 +579,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     if (code != CURLE_OK) {
       const std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
       finish(exchange, failure(exchange, error));
+      return;
+    }
+    if (!exchange.headEnded) {
+      finish(exchange, failure(exchange, URLError::networkConnectionLost));
       return;
     }
     try {

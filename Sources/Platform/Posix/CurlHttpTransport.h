@@ -9,17 +9,16 @@
 namespace quillmar::platform {
 
 struct CurlHttpTransportOptions {
-  std::string caFile;                     ///< PEM file with the issuers to trust instead of the system's; or empty
+  std::string caFile = {};                ///< PEM file with the issuers to trust instead of the system's; or empty
   std::size_t maxConnections = 8;         ///< exchanges and connections at a time; the others wait in a queue
   std::size_t maxBodyBytes = 16U << 20U;  ///< the largest response body, counted after decompression
 };
 
 /// The transport on libcurl. One thread, started by the first request, does all transfers and calls all completions.
 ///
-/// A request's time-out is the longest silence, in whole seconds and at least one: fewer than one byte a second counts
-/// as silence. Connecting may take as long; the whole exchange, redirects included, ten times as long. The time that a
-/// request waits in the queue does not count. `start` throws when there is not enough memory for another request or no
-/// thread to be had; the request was not taken then.
+/// Connecting, until the first byte is sent, is one silence for a request's time-out. The whole exchange, redirects
+/// included, may take ten times as long. The time that a request waits in the queue does not count. `start` throws when
+/// there is not enough memory for another request or no thread to be had; the request was not taken then.
 ///
 /// "Content-Length" is always that of the body, whatever the request's headers say. A request whose method or headers
 /// cannot be sent as they are, because they would end the line, fails with `URLError::badURL`.
