@@ -138,6 +138,8 @@ void QuillmarCore::emptyPendingEvents() {
   });
 }
 
-std::size_t QuillmarCore::pendingEventCount() const { return pendingEventCount_.load(std::memory_order_relaxed); }
+std::size_t QuillmarCore::pendingEventCount() const {
+  return pendingEventCount_.load(std::memory_order_relaxed);
+}
 
 }  // namespace quillmar

@@ -1,6 +1,3 @@
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
@@ -30,20 +27,21 @@ constexpr std::int64_t windowStart(Window window) noexcept {
 }
 constexpr std::int64_t lastDay = 35;
 
-/// The completed value that ranks lowest in the window; null when none has a value for it.
-const ConversionValues::ConversionValue* lowestRanked(std::vector<ConversionValues::ConversionValue>& completed,
+/// The completed value that ranks lowest in the window, the first of equals; null when none has a value for it. That
+/// the lowest wins, and not the highest, is on purpose.
+const ConversionValues::ConversionValue* lowestRanked(const std::vector<ConversionValues::ConversionValue>& completed,
                                                       Window window) {
-  // Ascending, and the first is taken: the lowest-ranked value wins, on purpose.
-  std::stable_sort(completed.begin(), completed.end(),
-                   [window](const auto& a, const auto& b) { return a.compareWindowValue(b, window) < 0; });
-  const auto found = std::find_if(completed.begin(), completed.end(),
-                                  [window](const auto& value) { return value.windowValue(window) != nullptr; });
-  return found == completed.end() ? nullptr : &*found;
+  const ConversionValues::ConversionValue* lowest = nullptr;
+  for (const ConversionValues::ConversionValue& value : completed) {
+    if (value.windowValue(window) != nullptr && (lowest == nullptr || value.compareWindowValue(*lowest, window) < 0)) {
+      lowest = &value;
+    }
+  }
+  return lowest;
 }
 
 /// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
-bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value,
-                 Window window) {
+bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value, Window window) {
   const auto lock = configuration.lockWindows.find(rawValue(window));
   const auto& coarse = value.windowValue(window)->coarseValue;
   return lock != configuration.lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::high &&
@@ -99,7 +97,7 @@ Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::str
     co_return;
   }
   self->eventTracker_->trackEvent(name, params);
-  auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
+  const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
   if (completed.empty()) {
     Logger::debug("No completed conversion values found for event: {}", name);
     co_return;

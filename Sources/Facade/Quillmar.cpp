@@ -62,8 +62,12 @@ Quillmar::Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platfor
 
 Quillmar::~Quillmar() = default;
 
-LogLevel Quillmar::logLevel() const noexcept { return core_->logLevel(); }
-void Quillmar::setLogLevel(LogLevel level) noexcept { core_->setLogLevel(level); }
+LogLevel Quillmar::logLevel() const noexcept {
+  return core_->logLevel();
+}
+void Quillmar::setLogLevel(LogLevel level) noexcept {
+  core_->setLogLevel(level);
+}
 
 void Quillmar::configure(std::string_view verificationKey) noexcept {
   guarded("configure", [&] { core_->configure(std::string(verificationKey)); });
@@ -93,10 +97,18 @@ void Quillmar::clearTrackedEvents() noexcept {
   guarded("clearTrackedEvents", [this] { core_->clearTrackedEvents(); });
 }
 
-std::string Quillmar::quillmarVerificationKey() const { return core_->quillmarVerificationKey(); }
-bool Quillmar::isInitialized() const noexcept { return core_->isInitialized(); }
-bool Quillmar::hasFetchedConversionValues() const noexcept { return core_->hasFetchedConversionValues(); }
-void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept { core_->setHasFetchedConversionValues(fetched); }
+std::string Quillmar::quillmarVerificationKey() const {
+  return core_->quillmarVerificationKey();
+}
+bool Quillmar::isInitialized() const noexcept {
+  return core_->isInitialized();
+}
+bool Quillmar::hasFetchedConversionValues() const noexcept {
+  return core_->hasFetchedConversionValues();
+}
+void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept {
+  core_->setHasFetchedConversionValues(fetched);
+}
 
 bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
   bool idle = false;
@@ -104,7 +116,9 @@ bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
   return idle;
 }
 
-QuillmarStatistics Quillmar::statistics() const noexcept { return core_->statistics(); }
+QuillmarStatistics Quillmar::statistics() const noexcept {
+  return core_->statistics();
+}
 
 QuillmarState Quillmar::state() const noexcept {
   QuillmarState state;
@@ -137,8 +151,12 @@ void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingMa
   core_->setConversionTrackingManager(std::move(manager));
 }
 
-bool Quillmar::useMock() noexcept { return SharedState::instance().useMock(); }
-void Quillmar::setUseMock(bool useMock) noexcept { SharedState::instance().setUseMock(useMock); }
+bool Quillmar::useMock() noexcept {
+  return SharedState::instance().useMock();
+}
+void Quillmar::setUseMock(bool useMock) noexcept {
+  SharedState::instance().setUseMock(useMock);
+}
 
 std::int64_t Quillmar::consecutiveAPIFailures() noexcept {
   return SharedState::instance().getConsecutiveAPIFailures();
@@ -146,10 +164,14 @@ std::int64_t Quillmar::consecutiveAPIFailures() noexcept {
 void Quillmar::setConsecutiveAPIFailures(std::int64_t failures) noexcept {
   SharedState::instance().setConsecutiveAPIFailures(failures);
 }
-bool Quillmar::isVerificationKeyInvalid() noexcept { return SharedState::instance().getVerificationKeyInvalid(); }
+bool Quillmar::isVerificationKeyInvalid() noexcept {
+  return SharedState::instance().getVerificationKeyInvalid();
+}
 void Quillmar::setIsVerificationKeyInvalid(bool invalid) noexcept {
   SharedState::instance().setVerificationKeyInvalid(invalid);
 }
-void Quillmar::resetStaticState() noexcept { SharedState::instance().reset(); }
+void Quillmar::resetStaticState() noexcept {
+  SharedState::instance().reset();
+}
 
 }  // namespace quillmar

@@ -34,8 +34,8 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       bundle_(std::move(bundle)),
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
-      eventProcessingQueue_(std::make_shared<TaskQueue>(platform.executor, "com.quillmar.eventProcessing",
-                                                        eventsInFlight, activity_)) {}
+      eventProcessingQueue_(
+          std::make_shared<TaskQueue>(platform.executor, "com.quillmar.eventProcessing", eventsInFlight, activity_)) {}
 
 std::string QuillmarCore::quillmarVerificationKey() const {
   const std::lock_guard lock(collaboratorsMutex_);

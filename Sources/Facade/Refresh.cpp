@@ -57,8 +57,8 @@ bool QuillmarCore::shouldRefreshConversionValues() const {
   }
   using Seconds = std::chrono::duration<double>;
   // In floating point from the start: dates that are centuries apart do not fit the clock's own type.
-  const double elapsed = Seconds(platform_.clock->now().time_since_epoch()).count() -
-                         Seconds(lastFetch->time_since_epoch()).count();
+  const double elapsed =
+      Seconds(platform_.clock->now().time_since_epoch()).count() - Seconds(lastFetch->time_since_epoch()).count();
   const bool shouldRefresh = elapsed >= Config::conversionValuesRefreshInterval;
   Logger::debug("Time since last fetch: {}s (threshold: {}s), should refresh: {}", static_cast<std::int64_t>(elapsed),
                 static_cast<std::int64_t>(Config::conversionValuesRefreshInterval), shouldRefresh);

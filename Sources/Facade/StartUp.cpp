@@ -113,7 +113,8 @@ void QuillmarCore::buildRepositories(const std::string& verificationKey) {
 
   auto configClient = std::make_shared<ConfigApiClientClient>(networkManager, verificationKey, baseUrl);
   auto eventLogClient = std::make_shared<EventServerLogApiClient>(networkManager, verificationKey, suite, baseUrl);
-  auto item = std::make_shared<PersistenceItem<ConversionValues>>(platform_.files, ConversionValuesPersistence::filename);
+  auto item =
+      std::make_shared<PersistenceItem<ConversionValues>>(platform_.files, ConversionValuesPersistence::filename);
   auto persistence = std::make_shared<ConversionValuesPersistence>(std::move(item));
   setConversionValuesRepository(
       std::make_shared<ConversionValuesRepository>(std::move(configClient), std::move(persistence), userDefaults_));
@@ -136,8 +137,7 @@ void QuillmarCore::registerForActivation() {
       }
     });
   };
-  const auto application =
-      observe(Notification::applicationDidBecomeActive, &QuillmarCore::applicationDidBecomeActive);
+  const auto application = observe(Notification::applicationDidBecomeActive, &QuillmarCore::applicationDidBecomeActive);
   const auto scene = observe(Notification::sceneDidActivate, &QuillmarCore::sceneDidActivate);
   const std::lock_guard lock(collaboratorsMutex_);
   observers_.insert(observers_.end(), {application, scene});

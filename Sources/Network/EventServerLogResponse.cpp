@@ -18,8 +18,7 @@ void EventServerLogResponse::encode(JsonWriter& writer) const {
 }
 
 SubscriptionsStatusResponse SubscriptionsStatusResponse::decode(const JsonReader& document) {
-  return {document.required("success").boolean(), document.optionalString("message"),
-          document.optionalString("error")};
+  return {document.required("success").boolean(), document.optionalString("message"), document.optionalString("error")};
 }
 
 }  // namespace quillmar

@@ -7,7 +7,9 @@
 namespace quillmar {
 
 namespace {
-char lowerAscii(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lowerAscii(char c) noexcept {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 }  // namespace
 
 void setHeader(platform::HttpRequest& request, const std::string& name, std::string value) {

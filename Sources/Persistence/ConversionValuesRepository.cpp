@@ -9,10 +9,9 @@
 
 namespace quillmar {
 
-ConversionValuesRepository::ConversionValuesRepository(
-    std::shared_ptr<ConfigApiClientProtocol> configApiClient,
-    std::shared_ptr<ConversionValuesPersistenceProtocol> persistence,
-    std::shared_ptr<platform::UserDefaults> userDefaults) noexcept
+ConversionValuesRepository::ConversionValuesRepository(std::shared_ptr<ConfigApiClientProtocol> configApiClient,
+                                                       std::shared_ptr<ConversionValuesPersistenceProtocol> persistence,
+                                                       std::shared_ptr<platform::UserDefaults> userDefaults) noexcept
     : configApiClient_(std::move(configApiClient)),
       persistence_(std::move(persistence)),
       userDefaults_(std::move(userDefaults)) {}

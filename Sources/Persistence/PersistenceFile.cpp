@@ -17,9 +17,9 @@ void throwIf(std::error_code error, const std::string& path) {
 }  // namespace
 
 std::error_code make_error_code(PersistenceItemError error) noexcept {
-  static const std::error_category& category =
-      makeErrorCategory("PersistenceItemError", {{"invalidFilename", "The file has no place to be stored in."},
-                                                 {"notFile", "The file could not be created."}});
+  static const std::error_category& category = makeErrorCategory(
+      "PersistenceItemError",
+      {{"invalidFilename", "The file has no place to be stored in."}, {"notFile", "The file could not be created."}});
   return {static_cast<int>(error), category};
 }
 
@@ -67,6 +67,8 @@ void PersistenceFile::write(const std::string& path, std::string_view content) c
   throwIf(fileManager_->writeFile(path, content, platform::WriteMode::atomic), path);
 }
 
-void PersistenceFile::remove(const std::string& path) const { throwIf(fileManager_->removeItem(path), path); }
+void PersistenceFile::remove(const std::string& path) const {
+  throwIf(fileManager_->removeItem(path), path);
+}
 
 }  // namespace quillmar
