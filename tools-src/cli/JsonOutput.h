@@ -1,0 +1,44 @@
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <cstdint>
+#include <iosfwd>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "quillmar/Quillmar.h"
+#include "quillmar/simulated/SimulatedAdNetwork.h"
+
+namespace quillmar::cli {
+
+/// Writes JSON Lines. From any thread; each line is written whole, and flushed.
+class JsonLineWriter {
+ public:
+  /// `output` must outlive the object, or the call of `close`.
+  explicit JsonLineWriter(std::ostream& output);
+
+  void write(const boost::json::object& line);
+
+  /// Drops further lines: the library's threads may still come with one when waiting for them was given up.
+  void close();
+
+  /// False when something could not be written.
+  bool good() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::ostream* output_;
+  bool good_ = true;
+};
+
+/// "2026-11-21T09:30:00Z".
+std::string timestamp(platform::Clock::TimePoint instant);
+
+/// A call to the platform; what its interface does not take is null.
+boost::json::object toJson(const simulated::PlatformCall& call);
+boost::json::object toJson(const QuillmarStatistics& statistics);
+boost::json::object toJson(const QuillmarState& state);
+boost::json::object toJson(const std::map<std::string, std::uint64_t>& counts);
+
+}  // namespace quillmar::cli

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "quillmar/LogLevel.h"
+
+namespace quillmar::cli {
+
+/// Options that cannot be used. The message is one line and names the option.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct RunOptions {
+  std::string key;
+  std::string service;        ///< an origin; empty: the embedded development service
+  std::string dataDirectory;  ///< absolute; empty: the platform's default
+  std::string events = "-";   ///< a path, or "-" for standard input
+  std::string osVersion = "18.0";
+  std::chrono::seconds clockOffset{0};
+  LogLevel logLevel = LogLevel::off;
+  std::string caFile;
+  std::chrono::milliseconds drainTimeout{30'000};
+  bool mock = false;
+};
+
+struct ServeOptions {
+  std::uint16_t port = 0;  ///< 0: a free one
+  std::string config;      ///< empty: the built-in configuration
+  std::string tlsCertificate;
+  std::string tlsKey;
+  std::optional<int> status;
+  std::chrono::milliseconds delay{0};
+  std::uint32_t failFirst = 0;
+};
+
+struct SimulateOptions {
+  std::string config;
+  std::string events;
+  std::string osVersion = "18.0";
+  int days = 36;
+  bool json = false;
+};
+
+/// A text to print on standard output, and nothing else: --help, --version.
+struct Information {
+  std::string text;
+};
+
+using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, Information>;
+
+/// Reads the arguments behind the program's name. Throws `UsageError`. Not for several threads at once (getopt).
+Command parseCommandLine(const std::vector<std::string>& arguments);
+
+}  // namespace quillmar::cli

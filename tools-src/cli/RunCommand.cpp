@@ -1,0 +1,117 @@
+#include "RunCommand.h"
+
+#include <optional>
+#include <ostream>
+#include <utility>
+
+#include "CountingTransport.h"
+#include "JsonOutput.h"
+#include "OffsetClock.h"
+#include "quillmar/QuillmarFactory.h"
+#include "quillmar/simulated/SimulatedAdNetwork.h"
+#include "service/DevelopmentService.h"
+#include "service/ServiceLogic.h"
+
+namespace quillmar::cli {
+namespace {
+
+/// The built-in configuration on a free port.
+class EmbeddedService {
+ public:
+  EmbeddedService() : service_({}, [this](const service::ServiceRequest& request) { return logic_.handle(request); }) {
+    service_.start();
+  }
+
+  std::string url() const { return service_.url(); }
+
+ private:
+  service::ServiceLogic logic_;
+  service::DevelopmentService service_;
+};
+
+}  // namespace
+
+RunCommand::RunCommand(RunOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
+
+int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& errors) {
+  std::optional<EmbeddedService> embedded;
+  if (options_.service.empty() && !options_.mock) {
+    embedded.emplace();
+  }
+  const std::string service = embedded ? embedded->url() : options_.service;
+  platform::Platform platform = platform::makeDefaultPlatform({options_.dataDirectory, service, options_.caFile});
+  platform.clock = std::make_shared<OffsetClock>(platform.clock, options_.clockOffset);
+  const auto transport = std::make_shared<CountingTransport>(platform.http);
+  platform.http = transport;
+  const auto device = std::make_shared<simulated::SimulatedDevice>(options_.osVersion);
+  platform.device = device;
+  const auto adNetwork = std::make_shared<simulated::SimulatedAdNetwork>(platform.clock, device);
+  platform.storeKitAdNetwork = adNetwork;
+  platform.adAttributionKit = adNetwork;
+  const auto notifications = std::make_shared<platform::InProcessNotificationCenter>();
+  platform.notifications = notifications;
+
+  // Owned by the observer, too: a call may still be on its way when waiting for it has been given up.
+  const auto writer = std::make_shared<JsonLineWriter>(output);
+  adNetwork->setObserver([writer](const simulated::PlatformCall& call) { writer->write(toJson(call)); });
+
+  platform::setSharedPlatform(platform);
+  Quillmar::setUseMock(options_.mock);
+  const std::shared_ptr<Quillmar> quillmar = QuillmarFactory::createQuillmar(platform);
+  if (!quillmar) {
+    throw std::bad_alloc();
+  }
+  configure(*quillmar, options_.key);
+  InputLines lines(input, errors, options_.events, InputTime::real);
+  while (!stop_.raised()) {
+    const std::optional<InputLine> line = lines.next();
+    if (!line) {
+      break;
+    }
+    perform(line->step, *quillmar, *notifications);
+  }
+
+  const bool drained = quillmar->drain(options_.drainTimeout);
+  adNetwork->setObserver(nullptr);
+  boost::json::object summary;
+  summary["drained"] = drained;
+  summary["events"] = toJson(quillmar->statistics());
+  summary["platformCalls"] = adNetwork->calls().size();
+  summary["requests"] = toJson(transport->counts());
+  summary["state"] = toJson(quillmar->state());
+  summary["badLines"] = lines.badLines();
+  boost::json::object line;
+  line["summary"] = std::move(summary);
+  writer->write(line);
+  writer->close();
+  if (!writer->good()) {
+    errors << "quillmar: the output could not be written" << std::endl;
+  }
+  return lines.badLines() == 0 && writer->good() ? 0 : 1;
+}
+
+void RunCommand::configure(Quillmar& quillmar, const std::string& key) const {
+  quillmar.setLogLevel(options_.logLevel);  // each time: a reset turns the log off
+  quillmar.configure(key);
+}
+
+void RunCommand::perform(const Step& step, Quillmar& quillmar,
+                         platform::InProcessNotificationCenter& notifications) const {
+  if (const auto* event = std::get_if<EventStep>(&step)) {
+    if (event->params) {
+      quillmar.sendEvent(event->name, *event->params);
+    } else {
+      quillmar.sendEvent(event->name);
+    }
+  } else if (const auto* activate = std::get_if<ActivateStep>(&step)) {
+    notifications.post(activate->notification);
+  } else if (const auto* sleep = std::get_if<SleepStep>(&step)) {
+    stop_.waitFor(sleep->duration);
+  } else if (const auto* again = std::get_if<ConfigureStep>(&step)) {
+    configure(quillmar, again->key);
+  } else {
+    quillmar.reset();
+  }
+}
+
+}  // namespace quillmar::cli

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+
+#include "InputLines.h"
+#include "Options.h"
+#include "StopSignal.h"
+#include "quillmar/Quillmar.h"
+#include "quillmar/platform/InProcessNotificationCenter.h"
+
+namespace quillmar::cli {
+
+/// `quillmar run`: a host app that does what its input says, in real time.
+class RunCommand {
+ public:
+  RunCommand(RunOptions options, const StopSignal& stop);
+
+  /// Returns the exit status. Nothing is written to the streams afterwards. Throws `UsageError` when the embedded
+  /// service cannot be started. Replaces the process's shared platform.
+  int run(std::istream& input, std::ostream& output, std::ostream& errors);
+
+ private:
+  void configure(Quillmar& quillmar, const std::string& key) const;
+  void perform(const Step& step, Quillmar& quillmar, platform::InProcessNotificationCenter& notifications) const;
+
+  RunOptions options_;
+  const StopSignal& stop_;
+};
+
+}  // namespace quillmar::cli

@@ -1,0 +1,53 @@
+#include "ServeCommand.h"
+
+#include <mutex>
+#include <ostream>
+#include <utility>
+
+#include "JsonOutput.h"
+#include "ServiceConfiguration.h"
+#include "service/DevelopmentService.h"
+
+namespace quillmar::cli {
+
+ServeCommand::ServeCommand(ServeOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
+
+int ServeCommand::run(std::ostream& output, std::ostream& errors) {
+  service::ServiceOptions answers;
+  answers.forcedStatus = options_.status;
+  answers.failFirst = options_.failFirst;
+  answers.delay = options_.delay;
+  service::ServiceLogic logic =
+      options_.config.empty() ? service::ServiceLogic(answers) : makeServiceLogic("serve", options_.config, answers);
+
+  std::mutex mutex;
+  const auto writeLine = [&](const std::string& line) {
+    const std::lock_guard lock(mutex);
+    output << line << std::endl;
+  };
+  service::DevelopmentServiceOptions options;
+  options.port = options_.port;
+  options.certificateFile = options_.tlsCertificate;
+  options.keyFile = options_.tlsKey;
+  // A client that is quick must not come before the line that says where to come to.
+  std::unique_lock announcement(mutex);
+  options.onRequest = [&](const service::ServedRequest& request) { writeLine(service::jsonLine(request)); };
+  service::DevelopmentService server(options,
+                                     [&](const service::ServiceRequest& request) { return logic.handle(request); });
+  try {
+    server.start();
+  } catch (const std::runtime_error& error) {
+    throw UsageError(std::string("serve: ") +
+                     (options_.tlsKey.empty() ? "--port: " : "--port, --tls-cert, --tls-key: ") + error.what());
+  }
+  output << "{\"listening\":\"" << server.url() << "\"}" << std::endl;
+  announcement.unlock();
+  stop_.wait();
+  server.stop();
+  if (!output) {
+    errors << "quillmar: the output could not be written" << std::endl;
+  }
+  return output ? 0 : 1;
+}
+
+}  // namespace quillmar::cli

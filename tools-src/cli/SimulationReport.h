@@ -1,0 +1,43 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <iosfwd>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "InputLines.h"
+#include "SimulatedInstall.h"
+
+namespace quillmar::cli {
+
+/// Tells of a simulated life: step by step, and in the end what each window came to.
+class SimulationReport {
+ public:
+  virtual ~SimulationReport() = default;
+
+  /// `name` is what happened: "first launch", "event", "activate", "reset", "configure" or "meanwhile"; `event` is
+  /// the event, if it was one.
+  void step(const std::string& name, const EventStep* event, const StepResult& result, const QuillmarState& state);
+
+  virtual void begin(const std::string& osVersion, int days) = 0;
+  virtual void end(const SimulatedInstall& install) = 0;
+
+ protected:
+  struct Window {
+    std::optional<SentValue> last;
+    std::size_t calls = 0;
+    std::optional<std::chrono::seconds> lockedAt;  ///< the first time
+  };
+
+  static bool locks(const StepResult& result);
+  virtual void write(const std::string& name, const EventStep* event, const StepResult& result,
+                     const QuillmarState& state) = 0;
+  const std::array<Window, 3>& windows() const noexcept { return windows_; }
+
+ private:
+  std::array<Window, 3> windows_;
+};
+
+}  // namespace quillmar::cli

@@ -1,0 +1,91 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "InterruptibleInput.h"
+#include "Options.h"
+#include "RunCommand.h"
+#include "ServeCommand.h"
+#include "SimulateCommand.h"
+#include "StopSignal.h"
+
+namespace {
+
+using namespace quillmar::cli;
+
+constexpr int failed = 1;
+constexpr int unusableOptions = 2;
+
+/// The input of a command, open as long as the object lives.
+class InputFile {
+ public:
+  InputFile(const std::string& command, const std::string& path) {
+    if (path != "-") {
+      descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    if (descriptor_ < 0) {
+      throw UsageError(command + ": --events: cannot read " + path + ": " + std::strerror(errno));
+    }
+  }
+  ~InputFile() {
+    if (descriptor_ != STDIN_FILENO) {
+      close(descriptor_);
+    }
+  }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  int descriptor() const noexcept { return descriptor_; }
+
+ private:
+  int descriptor_ = STDIN_FILENO;
+};
+
+int run(const RunOptions& options) {
+  StopSignal stop;
+  stop.listenForSignals();
+  const InputFile file("run", options.events);
+  InterruptibleInput buffer(file.descriptor(), stop);
+  std::istream input(&buffer);
+  return RunCommand(options, stop).run(input, std::cout, std::cerr);
+}
+
+int run(const ServeOptions& options) {
+  StopSignal stop;
+  stop.listenForSignals();
+  return ServeCommand(options, stop).run(std::cout, std::cerr);
+}
+
+int run(const SimulateOptions& options) {
+  const StopSignal never;
+  const InputFile file("simulate", options.events);
+  InterruptibleInput buffer(file.descriptor(), never);
+  std::istream input(&buffer);
+  return SimulateCommand(options).run(input, std::cout, std::cerr);
+}
+
+int run(const Information& information) {
+  std::cout << information.text << std::flush;
+  return std::cout ? 0 : failed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const Command command = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+    return std::visit([](const auto& options) { return run(options); }, command);
+  } catch (const UsageError& error) {
+    std::cerr << "quillmar: " << error.what() << std::endl;
+    return unusableOptions;
+  } catch (const std::exception& error) {
+    std::cerr << "quillmar: " << error.what() << std::endl;
+    return failed;
+  }
+}
