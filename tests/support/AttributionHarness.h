@@ -35,13 +35,17 @@ class AttributionHarness {
   AttributionHarness()
       : simulated(platform::Clock::TimePoint{}, "17.4",
                   [this](const platform::HttpRequest& request) { return answer(request); }),
-        log(LogLevel::info, simulated.clock),
+        log(LogLevel::info),
         defaults(quillMarDefaults(simulated.userDefaults)) {
     MockSwitch::set(false);
     defaults->set("QuillmarVerificationKey", "the-key");
     attribution = QuillmarFactory::createQuillmarASAAttribution(simulated.platform());
   }
-  ~AttributionHarness() { MockSwitch::set(false); }
+  ~AttributionHarness() {
+    attribution.reset();
+    settle();  // the listener ends; what waits in the executor would keep it alive
+    MockSwitch::set(false);
+  }
 
   void enable() {
     attribution->enableASAAttributionTracking();
