@@ -222,6 +222,7 @@ TEST(AttributionTracking, disablingEndsTheListeningAndEnablingStartsItAgain) {
   host.post(subscriptionUpdate(1));
   host.attribution->disableASAAttributionTracking();
   host.enable();  // before the task that stops has run: it must not stop the new listener
+  EXPECT_THAT(host.log.messages(), Not(Contains(HasSubstr("Stopping purchase listener"))));
   host.post(subscriptionUpdate(2));
   EXPECT_THAT(host.purchases(), ElementsAre(HasSubstr(R"("2")")));
   host.attribution->enableASAAttributionTracking();
