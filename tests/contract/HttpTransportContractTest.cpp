@@ -627,5 +627,15 @@ TEST(CurlHttpTransport, aBurstGoesOverFewConnections) {
   EXPECT_LE(connections.size(), 3U);
 }
 
+TEST(CurlHttpTransport, anIdleConnectionMakesRoomForAnotherServer) {
+  CurlBackend one;
+  CurlBackend other;
+  CurlHttpTransport transport({.maxConnections = 1});
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(perform(transport, get(one.url())).statusCode, 200);
+    EXPECT_EQ(perform(transport, get(other.url())).statusCode, 200);
+  }
+}
+
 }  // namespace
 }  // namespace quillmar
