@@ -6,7 +6,10 @@
 #include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -314,20 +317,38 @@ TEST_F(SqliteUserDefaultsTest, changesOfAnotherProcessAreNoticedAtTheNextWrite) 
   EXPECT_EQ(open()->data("list"), "[4]");
 }
 
-TEST_F(SqliteUserDefaultsTest, whatWasWrittenSurvivesTheEndOfTheProcess) {
-  auto store = open();
-  ASSERT_FALSE(store->set("list", Data{"[1]"}));
-  ASSERT_FALSE(store->replaceDataTail("list", 2, ",2]"));
-  ASSERT_FALSE(store->set("key", "text"));
-  // The files as a process leaves them that is killed now.
-  const std::string killed = folder_ / "killed.sqlite";
-  for (const char* suffix : {"", "-wal"}) {
-    std::filesystem::copy_file(file_ + suffix, killed + suffix);
+TEST_F(SqliteUserDefaultsTest, whatWasWrittenSurvivesAKill) {
+  ASSERT_FALSE(open()->set("list", Data{}));
+  std::size_t length = 0;
+  for (int round = 0; round < 8; ++round) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {  // appends, and tells of each append, until it is killed in the middle of whatever it does
+      const auto store = open();
+      for (std::size_t i = length; store && !store->replaceDataTail("list", i, "x"); ++i) {
+        static_cast<void>(!::write(ends[1], "x", 1));
+      }
+      ::_exit(1);
+    }
+    ::close(ends[1]);
+    char byte = 0;
+    for (int told = 0; told < 20 + 7 * round; ++told) {
+      ASSERT_EQ(::read(ends[0], &byte, 1), 1);
+      ++length;
+    }
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    ::close(ends[0]);
+    const auto store = open();
+    ASSERT_TRUE(store);
+    const std::string list = store->data("list").value_or("");
+    EXPECT_GE(list.size(), length);
+    EXPECT_EQ(list, std::string(list.size(), 'x'));
+    length = list.size();
   }
-  store = SqliteUserDefaults::open(killed, [](std::string_view text) { ADD_FAILURE() << text; });
-  ASSERT_TRUE(store);
-  EXPECT_EQ(store->data("list"), "[1,2]");
-  EXPECT_EQ(store->string("key"), "text");
 }
 
 }  // namespace
