@@ -87,7 +87,11 @@ const ConversionValues::CoarseValueData medium{CoarseValue::medium, {{"c", {}, 3
 
 class ConversionTrackingManagerTest : public testing::Test {
  protected:
-  ~ConversionTrackingManagerTest() override { ConversionTrackingManager::setSimulatediOSVersion(std::nullopt); }
+  ~ConversionTrackingManagerTest() override {
+    ConversionTrackingManager::setSimulatediOSVersion(std::nullopt);
+    network_->completions.clear();
+    crank();  // a task that is left on an executor keeps that alive
+  }
 
   void send(const WindowValue& value, bool lock, const char* key = "rule") {
     start(value, lock, key);
