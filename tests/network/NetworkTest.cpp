@@ -96,8 +96,10 @@ TEST_F(Client, transportErrorsPassUnchangedAndUnlogged) {
   EXPECT_THAT(log.messages(),
               ElementsAre("debug: NetworkManager - Starting network request to URL: https://a.example/x"));
   answer = {{}, "file:///x", {}, ""};
-  EXPECT_EQ(failureOf(manager->perform({}), clock), "badServerResponse");
+  EXPECT_EQ(failureOf(manager->perform(request()), clock), "badServerResponse");
   EXPECT_THAT(log.messages().back(), "error: NetworkManager - Failed to get HTTPURLResponse");
+  EXPECT_EQ(failureOf(manager->perform({}), clock), "unsupportedURL");
+  EXPECT_EQ(log.messages().back(), "debug: NetworkManager - Starting network request to URL: Unknown URL");
 }
 
 TEST_F(Client, configurationClientsAskWithTheBareKey) {

@@ -37,7 +37,7 @@ class FailingFileManager : public simulated::InMemoryFileManager {
     return InMemoryFileManager::readFile(file, content);
   }
   std::error_code writeFile(const std::string& file, std::string_view content, WriteMode mode) override {
-    return failWrite ? full() : InMemoryFileManager::writeFile(file, content, mode);
+    return failWrite && mode == WriteMode::atomic ? full() : InMemoryFileManager::writeFile(file, content, mode);
   }
 
   bool failDirectory = false;
