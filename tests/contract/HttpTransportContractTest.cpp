@@ -20,6 +20,7 @@
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "service/DevelopmentService.h"
+#include "support/Certificate.h"
 #include "support/ScriptedServer.h"
 
 namespace quillmar {
@@ -37,6 +38,7 @@ using service::DevelopmentServiceOptions;
 using service::ServiceAnswer;
 using service::ServiceHandler;
 using service::ServiceRequest;
+using test::Certificate;
 using testing::Script;
 using testing::ScriptedServer;
 
@@ -552,29 +554,6 @@ TEST(CurlHttpTransport, leavesARedirectLoop) {
   EXPECT_EQ(perform(*backend.transport, get(backend.url())).error, URLError::httpTooManyRedirects);
   EXPECT_EQ(backend.recorder.requests().size(), 21U);
 }
-
-/// A certificate for 127.0.0.1, or somebody else, that is its own issuer, in a temporary folder.
-class Certificate {
- public:
-  explicit Certificate(const std::string& address) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "quillmar-tls-XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-    const std::string command =
-        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
-        "-subj /CN=test -addext subjectAltName=IP:" +
-        address + " -keyout " + key() + " -out " + file() + " 2>/dev/null";
-    if (std::system(command.c_str()) != 0) {  // NOLINT(concurrency-mt-unsafe): no other thread yet
-      throw std::runtime_error("openssl could not make a certificate");
-    }
-  }
-  ~Certificate() { std::filesystem::remove_all(folder_); }
-
-  std::string file() const { return (folder_ / "certificate.pem").string(); }
-  std::string key() const { return (folder_ / "key.pem").string(); }
-
- private:
-  std::filesystem::path folder_;
-};
 
 TEST(CurlHttpTransport, trustsOnlyCertificatesOfItsIssuersForTheHost) {
   const Certificate good("127.0.0.1");
