@@ -7,6 +7,7 @@
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/storage_ptr.hpp>
 #include <boost/json/value_stack.hpp>
+#include <optional>
 #include <string>
 
 #include "Json/CodingError.h"
@@ -72,9 +73,14 @@ struct ValueBuilder {
     stack.push_uint64(value);
     return true;
   }
-  bool on_double(double value, string_view rest, error_code&) {
+  bool on_double(double, string_view rest, error_code& error) {
     numberText.append(rest.data(), rest.size());
-    stack.push_double(parseDecimal(numberText).value_or(value));
+    const std::optional<double> number = parseDecimal(numberText);
+    if (!number) {  // too large: an infinite number could not be written again
+      error = json::error::exponent_overflow;
+      return false;
+    }
+    stack.push_double(*number);
     numberText.clear();
     return true;
   }
