@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <condition_variable>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -21,6 +19,7 @@
 #include "StopSignal.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
+#include "support/TemporaryFolder.h"
 
 namespace quillmar::cli {
 namespace {
@@ -29,24 +28,10 @@ namespace json = boost::json;
 using std::chrono::seconds;
 using testing::HasSubstr;
 
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "quillmar-cli-XXXXXX").string();
-    path_ = mkdtemp(name.data());
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-  std::string file(const std::string& name, const std::string& content) const {
-    const std::string path = path_ + "/" + name;
-    std::ofstream(path) << content;
-    return path;
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+std::string writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path) << content;
+  return path;
+}
 
 std::vector<json::object> jsonLines(const std::string& text) {
   std::vector<json::object> lines;
@@ -244,7 +229,7 @@ constexpr const char* configuration = R"({
 class SimulateCommandTest : public testing::Test {
  protected:
   int simulate(const std::string& script, SimulateOptions options = {}) {
-    options.config = folder_.file("config.json", configuration);
+    options.config = writeFile(folder_ / "config.json", configuration);
     options.events = "script";
     std::istringstream input(script);
     output_.str("");
@@ -252,7 +237,7 @@ class SimulateCommandTest : public testing::Test {
     return SimulateCommand(options).run(input, output_, errors_);
   }
 
-  TemporaryFolder folder_;
+  test::TemporaryFolder folder_;
   std::ostringstream output_;
   std::ostringstream errors_;
 };
@@ -320,7 +305,7 @@ TEST_F(SimulateCommandTest, eachSystemHasItsInterface) {
 
 TEST_F(SimulateCommandTest, aConfigurationThatIsNotOneIsAnUnusableOption) {
   SimulateOptions options;
-  options.config = folder_.file("broken.json", R"({"values":[{}]})");
+  options.config = writeFile(folder_ / "broken.json", R"({"values":[{}]})");
   std::istringstream input;
   try {
     SimulateCommand(options).run(input, output_, errors_);
@@ -347,7 +332,7 @@ class RunCommandTest : public testing::Test {
 
   json::value summary(const char* pointer) const { return lines_.back().at("summary").at_pointer(pointer); }
 
-  TemporaryFolder folder_;
+  test::TemporaryFolder folder_;
   StopSignal stop_;
   std::ostringstream output_;
   std::ostringstream errors_;
