@@ -1,6 +1,11 @@
 #include <quillmar/Quillmar.h>
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc > 1) {  // another event service than the one built in
+    quillmar::platform::DefaultPlatformOptions options;
+    options.serviceUrl = argv[1];
+    quillmar::platform::setSharedPlatform(quillmar::platform::makeDefaultPlatform(options));
+  }
   const auto quillmar = quillmar::Quillmar::shared();
   quillmar->setLogLevel(quillmar::LogLevel::debug);
   quillmar->configure("your-verification-key");

@@ -423,6 +423,16 @@ TEST(CurlHttpTransport, survivesBadServers) {
   }
 }
 
+TEST(CurlHttpTransport, silenceEndsAnExchangeLongBeforeTheOverallLimit) {
+  const ScriptedServer server({{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf", Script::Then::hang}});
+  CurlHttpTransport transport;
+  HttpRequest request = get(server.url());
+  request.timeout = 300ms;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(perform(transport, request).error, URLError::timedOut);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 9 * request.timeout);
+}
+
 TEST(CurlHttpTransport, everythingHasAnEnd) {
   // Never silent, and never done.
   const ScriptedServer server({{"HTTP/1.1 200 OK\r\n\r\n", Script::Then::drip, 10ms}});
@@ -476,6 +486,7 @@ ServiceAnswer redirectTo(int status, const std::string& location) {
   ServiceAnswer answer;
   answer.status = status;
   answer.headers["Location"] = location;
+  answer.body = "moved";
   return answer;
 }
 
@@ -503,6 +514,7 @@ TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
     const HttpResult result = perform(*backend.transport, request);
     EXPECT_EQ(result.statusCode, 200);
     EXPECT_EQ(result.url, backend.url() + "/to?x=1");
+    EXPECT_EQ(result.body, "");
     const ServiceRequest seen = backend.recorder.requests().back();
     const bool kept = std::string_view(row.method) == row.then;
     EXPECT_EQ(seen.method, row.then);
