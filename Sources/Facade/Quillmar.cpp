@@ -4,24 +4,13 @@
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
-#include "Logging/Logger.h"
+#include "Logging/Guarded.h"
+#include "Settings/MockSwitch.h"
 #include "quillmar/QuillmarFactory.h"
 
 namespace quillmar {
 
 namespace {
-
-/// Runs what a public function does; nothing gets out to the host.
-template <class Body>
-void guarded(const char* operation, Body body) noexcept {
-  try {
-    body();
-  } catch (const std::exception& error) {
-    Logger::error("Quillmar - {} failed: {}", operation, error.what());
-  } catch (...) {
-    Logger::error("Quillmar - {} failed", operation);
-  }
-}
 
 struct Shared {
   std::mutex mutex;
@@ -152,10 +141,10 @@ void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingMa
 }
 
 bool Quillmar::useMock() noexcept {
-  return SharedState::instance().useMock();
+  return MockSwitch::isOn();
 }
 void Quillmar::setUseMock(bool useMock) noexcept {
-  SharedState::instance().setUseMock(useMock);
+  MockSwitch::set(useMock);
 }
 
 std::int64_t Quillmar::consecutiveAPIFailures() noexcept {

@@ -32,4 +32,15 @@ std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(const platform::Platfo
   }
 }
 
+std::shared_ptr<QuillmarASAAttribution> QuillmarFactory::createQuillmarASAAttribution(
+    const platform::Platform& platform) noexcept {
+  try {
+    return std::make_shared<QuillmarASAAttribution>(quillMarDefaults(platform.userDefaults), platform::Bundle::main(),
+                                                    platform);
+  } catch (...) {
+    Logger::error("Quillmar - Making an instance failed");
+    return nullptr;
+  }
+}
+
 }  // namespace quillmar

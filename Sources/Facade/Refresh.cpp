@@ -7,6 +7,7 @@
 #include "Logging/Logger.h"
 #include "Settings/Calendar.h"
 #include "Settings/Config.h"
+#include "Settings/MockSwitch.h"
 #include "Settings/StoreSetting.h"
 
 namespace quillmar {
@@ -143,7 +144,7 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
 void QuillmarCore::giveUpFetching(int maxAttempts, const std::string& lastError) {
   isFetching_.store(false, std::memory_order_relaxed);
   Logger::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);
-  if (!SharedState::instance().useMock()) {
+  if (!MockSwitch::isOn()) {
     setHasFetchedConversionValues(false);  // the next activation tries again at once
   }
 }

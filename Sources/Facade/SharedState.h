@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -15,9 +14,6 @@ class SharedState {
   /// The one object; never destroyed.
   static SharedState& instance() noexcept;
 
-  bool useMock() const noexcept { return useMock_.load(std::memory_order_relaxed); }
-  void setUseMock(bool useMock) noexcept { useMock_.store(useMock, std::memory_order_relaxed); }
-
   /// Adds one failure and returns the new number.
   std::int64_t incrementConsecutiveAPIFailures();
   void resetConsecutiveAPIFailures() { setConsecutiveAPIFailures(0); }
@@ -31,7 +27,7 @@ class SharedState {
   std::int64_t getEventRetryCount(std::string_view name) const;
   void setEventRetryCount(std::int64_t count, std::string_view name);
 
-  /// Sets the counters and the flag back; `useMock` stays.
+  /// Sets the counters and the flag back.
   void reset();
 
  private:
@@ -40,7 +36,6 @@ class SharedState {
     std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
   };
 
-  std::atomic<bool> useMock_{false};
   mutable std::mutex sharedStateQueue_;  // com.quillmar.sharedState
   std::int64_t consecutiveAPIFailures_ = 0;
   bool isVerificationKeyInvalid_ = false;

@@ -12,6 +12,7 @@
 #include "Persistence/EventServerLogRepository.h"
 #include "Settings/Calendar.h"
 #include "Settings/Config.h"
+#include "Settings/MockSwitch.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/StoreSetting.h"
 #include "Settings/Uuid.h"
@@ -30,7 +31,7 @@ void QuillmarCore::configure(std::string verificationKey) {
     const std::lock_guard lock(collaboratorsMutex_);
     quillmarVerificationKey_ = verificationKey;
   }
-  if (SharedState::instance().useMock()) {
+  if (MockSwitch::isOn()) {
     configureSynchronously(verificationKey);
     return;
   }
@@ -80,7 +81,7 @@ void QuillmarCore::configureSynchronously(const std::string& verificationKey) {
   isInitialized_.store(true, std::memory_order_relaxed);
   buildRepositories(verificationKey);
   registerForActivation();
-  if (SharedState::instance().useMock()) {
+  if (MockSwitch::isOn()) {
     setHasFetchedConversionValues(false);
   } else {
     fetchAndSaveConversionValues();
@@ -122,7 +123,7 @@ void QuillmarCore::buildRepositories(const std::string& verificationKey) {
 }
 
 std::shared_ptr<NetworkManagerProtocol> QuillmarCore::makeNetworkManager() const {
-  if (SharedState::instance().useMock()) {
+  if (MockSwitch::isOn()) {
     return std::make_shared<MockNetworkManager>();
   }
   return std::make_shared<NetworkManager>(platform_.http);

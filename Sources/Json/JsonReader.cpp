@@ -84,6 +84,11 @@ std::optional<double> JsonReader::optionalNumber(std::string_view key) const {
   return member ? std::optional(member->number()) : std::nullopt;
 }
 
+std::optional<bool> JsonReader::optionalBoolean(std::string_view key) const {
+  const std::optional<JsonReader> member = optional(key);
+  return member ? std::optional(member->boolean()) : std::nullopt;
+}
+
 const json::array& JsonReader::array() const {
   const json::array* const elements = value_->if_array();
   if (elements == nullptr) {

@@ -34,6 +34,7 @@ class JsonReader {
   /// Optional members of the simple types.
   std::optional<std::string> optionalString(std::string_view key) const;
   std::optional<double> optionalNumber(std::string_view key) const;
+  std::optional<bool> optionalBoolean(std::string_view key) const;
 
   /// Calls `visit(reader)` for each element of an array.
   template <class Visit>

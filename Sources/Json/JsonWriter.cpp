@@ -7,6 +7,7 @@
 
 #include "Json/CodingError.h"
 #include "Json/DecimalNumber.h"
+#include "Json/JsonToken.h"
 
 namespace quillmar {
 
@@ -51,8 +52,7 @@ void appendQuoted(std::string& out, std::string_view text) {
 JsonWriter& JsonWriter::key(std::string_view name) {
   beforeValue();
   appendQuoted(text_, name);
-  text_ += format_ == Format::prettyPrinted ? ": " : ":";
-  afterKey_ = true;
+  afterKey();
   return *this;
 }
 
@@ -91,6 +91,34 @@ JsonWriter& JsonWriter::optionalMember(std::string_view name, std::optional<doub
   return value ? key(name).number(*value) : *this;
 }
 
+JsonWriter& JsonWriter::optionalMember(std::string_view name, std::optional<bool> value) {
+  return value ? key(name).boolean(*value) : *this;
+}
+
+JsonWriter& JsonWriter::raw(std::string_view json) {
+  for (std::string_view token = takeJsonToken(json); !token.empty(); token = takeJsonToken(json)) {
+    switch (token.front()) {
+      case '{':
+      case '[':
+        open(token.front());
+        break;
+      case '}':
+      case ']':
+        close(token.front());
+        break;
+      case ',':
+        break;  // comes with the next value
+      case ':':
+        afterKey();
+        break;
+      default:
+        beforeValue();
+        text_ += token;
+    }
+  }
+  return *this;
+}
+
 JsonWriter& JsonWriter::open(char bracket) {
   beforeValue();
   text_ += bracket;
@@ -121,6 +149,11 @@ void JsonWriter::beforeValue() {
     newLine();
   }
   first_ = false;
+}
+
+void JsonWriter::afterKey() {
+  text_ += format_ == Format::prettyPrinted ? ": " : ":";
+  afterKey_ = true;
 }
 
 void JsonWriter::newLine() {

@@ -27,10 +27,15 @@ class JsonWriter {
   /// Throws `EncodingErrorCode::invalidValue` for a value that is not finite.
   JsonWriter& number(double value);
 
+  /// A value that is JSON already, and valid. Its tokens go through byte for byte (spelling of numbers, escapes,
+  /// members that occur twice); only the white space between them becomes that of this document.
+  JsonWriter& raw(std::string_view json);
+
   /// A whole member; an optional one is left out when it is absent.
   JsonWriter& member(std::string_view name, std::string_view text) { return key(name).string(text); }
   JsonWriter& optionalMember(std::string_view name, const std::optional<std::string>& text);
   JsonWriter& optionalMember(std::string_view name, std::optional<double> value);
+  JsonWriter& optionalMember(std::string_view name, std::optional<bool> value);
 
   std::string take() { return std::move(text_); }
 
@@ -38,6 +43,7 @@ class JsonWriter {
   JsonWriter& open(char bracket);
   JsonWriter& close(char bracket);
   void beforeValue();
+  void afterKey();
   void newLine();
 
   std::string text_;

@@ -20,6 +20,7 @@ struct Config {
   static constexpr std::string_view serverAppId = "ServerAppId";  ///< the app's identifier at the service
   static constexpr std::string_view lastWindowValue = "LastWindowValue";
   static const std::string_view urlString;                      ///< base URL of the event service, no trailing "/"
+  static const std::string_view attributionUrlString;           ///< where attribution tokens are exchanged, likewise
   static constexpr std::string_view appVersion = "AppVersion";  ///< nothing is stored under it
   static constexpr std::string_view sdkVersion = "SdkVersion";  ///< nothing is stored under it
   static constexpr std::string_view quillmarVerificationKey = "QuillmarVerificationKey";

@@ -3,10 +3,11 @@
 #include <memory>
 
 #include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarASAAttribution.h"
 
 namespace quillmar {
 
-/// Makes further instances beside `Quillmar::shared()`.
+/// Makes further instances beside `Quillmar::shared()` and `QuillmarASAAttribution::shared()`.
 class QuillmarFactory {
  public:
   /// An instance over exactly this store and bundle, on the shared platform. Null when memory runs out.
@@ -19,6 +20,10 @@ class QuillmarFactory {
 
   /// An instance over the library's own settings suite of that platform. Null when memory runs out.
   static std::shared_ptr<Quillmar> createQuillmar(const platform::Platform& platform) noexcept;
+
+  /// Search-ads attribution over the library's own settings suite of that platform. Null when memory runs out.
+  static std::shared_ptr<QuillmarASAAttribution> createQuillmarASAAttribution(
+      const platform::Platform& platform) noexcept;
 };
 
 }  // namespace quillmar

@@ -17,7 +17,9 @@
 #include "Platform/Posix/CurlHttpTransport.h"
 #include "Platform/Posix/HostDevice.h"
 #include "Platform/Posix/NoAdAttributionKit.h"
+#include "Platform/Posix/NoAttributionToken.h"
 #include "Platform/Posix/NoStoreKitAdNetwork.h"
+#include "Platform/Posix/NoSubscriptionUpdates.h"
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/SqliteUserDefaultsProvider.h"
 #include "Platform/Posix/StderrLogSink.h"
@@ -110,6 +112,9 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   platform.notifications = std::make_shared<InProcessNotificationCenter>();
   platform.logSink = std::make_shared<StderrLogSink>();
   platform.serviceUrl = options.serviceUrl;
+  platform.attributionToken = std::make_shared<NoAttributionToken>();
+  platform.subscriptionUpdates = std::make_shared<NoSubscriptionUpdates>();
+  platform.attributionUrl = options.attributionUrl;
   return platform;
 }
 

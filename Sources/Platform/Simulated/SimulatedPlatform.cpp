@@ -14,7 +14,9 @@ SimulatedPlatform::SimulatedPlatform(platform::Clock::TimePoint start, std::stri
       device(std::make_shared<SimulatedDevice>(std::move(systemVersion))),
       adNetwork(std::make_shared<SimulatedAdNetwork>(clock, device)),
       notifications(std::make_shared<platform::InProcessNotificationCenter>()),
-      logSink(std::make_shared<RecordingLogSink>()) {}
+      logSink(std::make_shared<RecordingLogSink>()),
+      attributionToken(std::make_shared<SimulatedAttributionToken>()),
+      subscriptionUpdates(std::make_shared<InMemorySubscriptionUpdates>()) {}
 
 platform::Platform SimulatedPlatform::platform() const {
   platform::Platform bundle;
@@ -28,6 +30,8 @@ platform::Platform SimulatedPlatform::platform() const {
   bundle.device = device;
   bundle.notifications = notifications;
   bundle.logSink = logSink;
+  bundle.attributionToken = attributionToken;
+  bundle.subscriptionUpdates = subscriptionUpdates;
   return bundle;
 }
 

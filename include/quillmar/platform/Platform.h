@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "quillmar/platform/AdAttributionKit.h"
+#include "quillmar/platform/AttributionToken.h"
 #include "quillmar/platform/Bundle.h"
 #include "quillmar/platform/Clock.h"
 #include "quillmar/platform/Device.h"
@@ -15,6 +16,7 @@
 #include "quillmar/platform/LogSink.h"
 #include "quillmar/platform/NotificationCenter.h"
 #include "quillmar/platform/StoreKitAdNetwork.h"
+#include "quillmar/platform/SubscriptionUpdates.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar::platform {
@@ -38,6 +40,10 @@ struct Platform {
   std::function<void(std::string_view line)> standardOutput;
   /// The base URL of the event service, an origin without a trailing "/". Empty: the one built in.
   std::string serviceUrl;
+  std::shared_ptr<AttributionTokenProvider> attributionToken;
+  std::shared_ptr<SubscriptionStatusUpdates> subscriptionUpdates;
+  /// The origin that attribution tokens are exchanged at, without a trailing "/". Empty: the one built in.
+  std::string attributionUrl;
 };
 
 /// What can be chosen about the platform's own adapters.
@@ -48,10 +54,13 @@ struct DefaultPlatformOptions {
   std::string serviceUrl;
   /// A file of trusted certificates (PEM) in place of the system's.
   std::string caFile;
+  /// Replaces the built-in origin that attribution tokens are exchanged at (tests, staging).
+  std::string attributionUrl;
 };
 
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
-/// networks do nothing. Does no I/O: folders, files and connections are opened at their first use.
+/// networks do nothing and no subscription updates come; without AdServices the request for an attribution token fails.
+/// Does no I/O: folders, files and connections are opened at their first use.
 Platform makeDefaultPlatform(const DefaultPlatformOptions& options = {});
 
 /// The platform of `Quillmar::shared()`, and of the log. The first call without an earlier `setSharedPlatform` makes

@@ -3,17 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <string>
+
+#include "quillmar/platform/PlatformError.h"
 
 namespace quillmar::platform {
 
 /// Source: StoreKit's `SKAdNetwork.CoarseConversionValue`.
 enum class SKAdNetworkCoarseConversionValue : std::uint8_t { high, medium, low };
-
-/// An error of the platform: its localized description.
-struct PlatformError {
-  std::string localizedDescription;
-};
 
 /// Called once, on any thread, with nothing on success. An ad network that lacks the interface never calls it.
 using AdNetworkCompletion = std::function<void(std::optional<PlatformError>)>;

@@ -7,11 +7,13 @@
 #include "quillmar/platform/Platform.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
+#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "quillmar/simulated/ManualExecutor.h"
 #include "quillmar/simulated/RecordingLogSink.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
+#include "quillmar/simulated/SimulatedAttributionToken.h"
 
 namespace quillmar::simulated {
 
@@ -33,6 +35,8 @@ struct SimulatedPlatform {
   std::shared_ptr<SimulatedAdNetwork> adNetwork;
   std::shared_ptr<platform::InProcessNotificationCenter> notifications;
   std::shared_ptr<RecordingLogSink> logSink;
+  std::shared_ptr<SimulatedAttributionToken> attributionToken;
+  std::shared_ptr<InMemorySubscriptionUpdates> subscriptionUpdates;
 };
 
 }  // namespace quillmar::simulated

@@ -1,0 +1,210 @@
+#include "Attribution/QuillmarASAAttributionCore.h"
+
+#include <utility>
+#include <variant>
+
+#include "Attribution/PurchaseInterceptor.h"
+#include "Attribution/PurchaseProcessor.h"
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+#include "Network/AppleSearchAdsApiClient.h"
+#include "Network/EventsApiClient.h"
+#include "Network/MockNetworkManager.h"
+#include "Network/NetworkManager.h"
+#include "Persistence/ASAAttributionTrackingRepository.h"
+#include "Persistence/ASADataPersistence.h"
+#include "Persistence/EventsRepository.h"
+#include "Settings/Config.h"
+#include "Settings/MockSwitch.h"
+#include "Settings/QuillMarDefaults.h"
+#include "Settings/VerificationKeyRepository.h"
+
+// Progress is logged at the error level on purpose: it is to be seen whenever the log is on at all.
+
+namespace quillmar {
+
+namespace {
+
+std::string orBuiltIn(const std::string& url, std::string_view builtIn) {
+  return url.empty() ? std::string(builtIn) : url;
+}
+
+Task<platform::AttributionTokenResult> requestToken(std::shared_ptr<platform::AttributionTokenProvider> provider) {
+  std::function<void(platform::AttributionTokenProvider::Completion)> start =
+      [provider = std::move(provider)](platform::AttributionTokenProvider::Completion done) {
+        provider->requestToken(std::move(done));
+      };
+  co_return co_await awaitCallback<platform::AttributionTokenResult>(std::move(start));
+}
+
+}  // namespace
+
+QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                       platform::Bundle bundle, const platform::Platform& platform)
+    : platform_(platform),
+      activity_(std::make_shared<ActivityCounter>()),
+      counters_(std::make_shared<PurchaseCounters>()),
+      bundle_(std::move(bundle)),
+      userDefaults_(std::move(userDefaults)) {}
+
+void QuillmarASAAttributionCore::enableASAAttributionTracking() {
+  Logger::error("QuillmarASAAttribution - enableASAAttributionTracking called");
+  // The suite itself, not the store of this instance: that is where configuring puts the key.
+  auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
+  set(verificationKeyRepository_, keyRepository);
+  const std::optional<std::string> key = keyRepository->fetchVerificationKey();
+  if (!key) {
+    // The words are those for another setting, on purpose: they are the known sign of a missing verification key.
+    Logger::error("AppId key must be provided in Info.plist");
+    return;
+  }
+  set(quillmarVerificationKey_, *key);
+  buildRepositories(*key);
+  set(purchaseProcessor_, std::make_shared<PurchaseProcessor>(asaAttributionTrackingRepository(), eventsRepository(),
+                                                              userDefaults_, counters_));
+  const auto processor = purchaseProcessor();
+  if (!processor) {  // disabled meanwhile, on another thread
+    Logger::error("Failed to initialize PurchaseInterceptor: purchaseProcessor is nil");
+    return;
+  }
+  Logger::error("QuillmarASAAttribution - Creating PurchaseInterceptor");
+  set(purchaseInterceptor_, std::make_shared<PurchaseInterceptor>(processor, platform_.subscriptionUpdates,
+                                                                  platform_.executor, activity_, counters_));
+  Logger::error("QuillmarASAAttribution - PurchaseInterceptor created successfully");
+  Logger::error("QuillmarASAAttribution - About to start listening for purchases");
+  startListener();
+  Logger::error("QuillmarASAAttribution - Purchase listener task assigned");
+  fetchAttributionIfAbsent();
+}
+
+void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey) {
+  std::shared_ptr<NetworkManagerProtocol> networkManager;
+  if (MockSwitch::isOn()) {
+    networkManager = std::make_shared<MockNetworkManager>();
+  } else {
+    networkManager = std::make_shared<NetworkManager>(platform_.http);
+  }
+  auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
+      networkManager, orBuiltIn(platform_.attributionUrl, Config::attributionUrlString));
+  auto persistence = std::make_shared<ASADataPersistence>(platform_.files);
+  set(asaAttributionTrackingRepository_,
+      std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence)));
+  auto eventsClient = std::make_shared<EventsApiClient>(networkManager, verificationKey,
+                                                        orBuiltIn(platform_.serviceUrl, Config::urlString));
+  set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
+}
+
+void QuillmarASAAttributionCore::startListener() {
+  auto handle = std::make_shared<TaskHandle>();
+  Activity inFlight(activity_);
+  Task<void> listener = runListener(weak_from_this(), handle, std::move(inFlight));
+  spawn(platform_.executor, std::move(listener));
+  // An earlier task is not cancelled: its listener ended with the interceptor that was replaced.
+  set(purchaseListenerTask_, std::move(handle));
+}
+
+void QuillmarASAAttributionCore::fetchAttributionIfAbsent() {
+  auto repository = asaAttributionTrackingRepository();
+  if (!repository || repository->hasAttributionData()) {
+    Logger::info("ASA attribution data already exists locally");
+    return;
+  }
+  Activity inFlight(activity_);
+  Task<void> fetch = fetchAttribution(platform_.attributionToken, std::move(repository), std::move(inFlight));
+  spawn(platform_.executor, std::move(fetch));
+}
+
+void QuillmarASAAttributionCore::disableASAAttributionTracking() {
+  Logger::debug("QuillmarASAAttribution - Disabling ASA attribution tracking");
+  std::shared_ptr<TaskHandle> listener;
+  {
+    const std::lock_guard lock(mutex_);
+    listener.swap(purchaseListenerTask_);
+  }
+  if (listener) {
+    listener->cancel();
+  }
+  Activity inFlight(activity_);
+  Task<void> stop = stopListener(weak_from_this(), purchaseInterceptor(), std::move(inFlight));
+  spawn(platform_.executor, std::move(stop));
+  // Right away: the task above mostly finds nothing left to stop, and the listener ends with its interceptor.
+  set(purchaseInterceptor_, nullptr);
+  set(purchaseProcessor_, nullptr);
+}
+
+std::shared_ptr<PurchaseInterceptorProtocol> QuillmarASAAttributionCore::currentInterceptor(
+    const std::weak_ptr<QuillmarASAAttributionCore>& weak) {
+  const auto self = weak.lock();
+  return self ? self->purchaseInterceptor() : nullptr;
+}
+
+Task<void> QuillmarASAAttributionCore::runListener(std::weak_ptr<QuillmarASAAttributionCore> weak,
+                                                   std::shared_ptr<TaskHandle> handle,
+                                                   [[maybe_unused]] Activity activity) {
+  Logger::error("QuillmarASAAttribution - Task created, calling startListeningForPurchases");
+  const auto interceptor = currentInterceptor(weak);
+  if (interceptor && !handle->isCancelled()) {
+    co_await interceptor->startListeningForPurchases();
+  }
+  Logger::error("QuillmarASAAttribution - startListeningForPurchases completed");
+}
+
+// Stops the interceptor only while it is in place: one that was put there after the disabling is left alone.
+Task<void> QuillmarASAAttributionCore::stopListener(std::weak_ptr<QuillmarASAAttributionCore> weak,
+                                                    std::weak_ptr<PurchaseInterceptorProtocol> dropped,
+                                                    [[maybe_unused]] Activity activity) {
+  const auto interceptor = currentInterceptor(weak);
+  if (interceptor && interceptor == dropped.lock()) {
+    co_await interceptor->stopListeningForPurchases();
+  }
+}
+
+Task<void> QuillmarASAAttributionCore::fetchAttribution(
+    std::shared_ptr<platform::AttributionTokenProvider> provider,
+    std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, [[maybe_unused]] Activity activity) {
+  std::string failure;
+  bool fetched = false;
+  Task<platform::AttributionTokenResult> request = requestToken(std::move(provider));
+  platform::AttributionTokenResult result = co_await std::move(request);
+  if (const auto* error = std::get_if<platform::PlatformError>(&result)) {
+    failure = error->localizedDescription;
+  } else {
+    try {
+      co_await repository->fetchAndStoreAttributionData(std::get<std::string>(std::move(result)));
+      fetched = true;
+    } catch (const std::exception& thrown) {
+      failure = localizedDescription(thrown);
+    }
+  }
+  if (fetched) {
+    Logger::info("Successfully fetched and stored ASA attribution data");
+  } else {
+    Logger::error("Failed to fetch ASA attribution data: {}", failure);
+  }
+}
+
+QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const noexcept {
+  return {counters_->sent.load(), counters_->failed.load(), counters_->unverified.load(), counters_->skipped.load()};
+}
+
+std::shared_ptr<VerificationKeyRepositoryProtocol> QuillmarASAAttributionCore::verificationKeyRepository() const {
+  return get(verificationKeyRepository_);
+}
+std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> QuillmarASAAttributionCore::asaAttributionTrackingRepository()
+    const {
+  return get(asaAttributionTrackingRepository_);
+}
+std::shared_ptr<EventsRepositoryProtocol> QuillmarASAAttributionCore::eventsRepository() const {
+  return get(eventsRepository_);
+}
+std::shared_ptr<PurchaseInterceptorProtocol> QuillmarASAAttributionCore::purchaseInterceptor() const {
+  return get(purchaseInterceptor_);
+}
+std::shared_ptr<PurchaseProcessorProtocol> QuillmarASAAttributionCore::purchaseProcessor() const {
+  return get(purchaseProcessor_);
+}
+std::string QuillmarASAAttributionCore::quillmarVerificationKey() const {
+  return get(quillmarVerificationKey_);
+}
+
+}  // namespace quillmar

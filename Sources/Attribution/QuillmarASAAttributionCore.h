@@ -1,0 +1,88 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Async/ActivityCounter.h"
+#include "Async/Task.h"
+#include "Async/TaskHandle.h"
+#include "Attribution/PurchaseCounters.h"
+#include "Attribution/PurchaseInterceptorProtocol.h"
+#include "Attribution/PurchaseProcessorProtocol.h"
+#include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
+#include "Persistence/EventsRepositoryProtocol.h"
+#include "Settings/VerificationKeyRepositoryProtocol.h"
+#include "quillmar/QuillmarASAAttribution.h"
+
+namespace quillmar {
+
+/// What stands behind `QuillmarASAAttribution`. Nothing is built before tracking is enabled. Functions may throw when
+/// memory runs out; the public class catches.
+class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarASAAttributionCore> {
+ public:
+  QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
+                             const platform::Platform& platform);
+
+  void enableASAAttributionTracking();
+  void disableASAAttributionTracking();
+
+  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(timeout); }
+  QuillmarASAAttributionStatistics statistics() const noexcept;
+
+  // Null until tracking is enabled; the last two again when it has been disabled.
+  std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const;
+  std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> asaAttributionTrackingRepository() const;
+  std::shared_ptr<EventsRepositoryProtocol> eventsRepository() const;
+  std::shared_ptr<PurchaseInterceptorProtocol> purchaseInterceptor() const;
+  std::shared_ptr<PurchaseProcessorProtocol> purchaseProcessor() const;
+  std::string quillmarVerificationKey() const;
+
+ private:
+  void buildRepositories(const std::string& verificationKey);
+  void startListener();
+  void fetchAttributionIfAbsent();
+
+  // The tasks. They hold the core weakly, or what they need of it.
+  static std::shared_ptr<PurchaseInterceptorProtocol> currentInterceptor(
+      const std::weak_ptr<QuillmarASAAttributionCore>& weak);
+  static Task<void> runListener(std::weak_ptr<QuillmarASAAttributionCore> weak, std::shared_ptr<TaskHandle> handle,
+                                Activity activity);
+  static Task<void> stopListener(std::weak_ptr<QuillmarASAAttributionCore> weak,
+                                 std::weak_ptr<PurchaseInterceptorProtocol> dropped, Activity activity);
+  static Task<void> fetchAttribution(std::shared_ptr<platform::AttributionTokenProvider> provider,
+                                     std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository,
+                                     Activity activity);
+
+  /// Puts a collaborator in the place of another, which is let go outside the lock.
+  template <class T, class U>
+  void set(T& slot, U value) {
+    T other = std::move(value);
+    const std::lock_guard lock(mutex_);
+    slot.swap(other);
+  }
+  template <class T>
+  T get(const T& slot) const {
+    const std::lock_guard lock(mutex_);
+    return slot;
+  }
+
+  const platform::Platform platform_;
+  const std::shared_ptr<ActivityCounter> activity_;
+  const std::shared_ptr<PurchaseCounters> counters_;
+
+  mutable std::mutex mutex_;  // guards each of the following, no two together
+  std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;
+  std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> asaAttributionTrackingRepository_;
+  std::shared_ptr<EventsRepositoryProtocol> eventsRepository_;
+  std::shared_ptr<PurchaseInterceptorProtocol> purchaseInterceptor_;
+  std::shared_ptr<PurchaseProcessorProtocol> purchaseProcessor_;
+  std::shared_ptr<TaskHandle> purchaseListenerTask_;
+  std::string quillmarVerificationKey_;
+
+  const platform::Bundle bundle_;
+  const std::shared_ptr<platform::UserDefaults> userDefaults_;
+};
+
+}  // namespace quillmar

@@ -1,0 +1,57 @@
+#include "Persistence/ASAAttributionTrackingRepository.h"
+
+#include <utility>
+
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+#include "Platform/ErrorCategory.h"
+
+namespace quillmar {
+
+std::error_code make_error_code(ASAAttributionTrackingRepositoryError error) noexcept {
+  static const std::error_category& category =
+      makeErrorCategory("ASAAttributionTrackingRepositoryError",
+                        {{"noAttributionData", "There is no attribution data."},
+                         {"attributionDataFetchFailed", "The attribution data could not be fetched."}});
+  return {static_cast<int>(error), category};
+}
+
+ASAAttributionTrackingRepository::ASAAttributionTrackingRepository(
+    std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient,
+    std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence) noexcept
+    : appleApiClient_(std::move(appleApiClient)), asaDataPersistence_(std::move(asaDataPersistence)) {}
+
+Task<void> ASAAttributionTrackingRepository::fetchAndStoreAttributionData(std::string token) {
+  Logger::debug("ASAAttributionTrackingRepository - Fetching attribution data from Apple");
+  try {
+    const ASAAttributionResponse data = co_await appleApiClient_->fetchAttributionData(std::move(token));
+    asaDataPersistence_->saveASAData(data);
+  } catch (const std::exception& error) {
+    Logger::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
+                  localizedDescription(error));
+    throw std::system_error(ASAAttributionTrackingRepositoryError::attributionDataFetchFailed);
+  }
+  Logger::debug("ASAAttributionTrackingRepository - Successfully fetched and stored attribution data");
+}
+
+std::optional<ASAAttributionResponse> ASAAttributionTrackingRepository::getStoredAttributionData() const {
+  Logger::debug("ASAAttributionTrackingRepository - Getting stored attribution data");
+  return asaDataPersistence_->loadASAData();
+}
+
+std::optional<JsonObjectText> ASAAttributionTrackingRepository::getStoredAttributionDataAsDictionary() const {
+  Logger::debug("ASAAttributionTrackingRepository - Getting stored attribution data as [String: Any]");
+  return asaDataPersistence_->loadASADataAsDictionary();
+}
+
+bool ASAAttributionTrackingRepository::hasAttributionData() const {
+  Logger::debug("ASAAttributionTrackingRepository - Checking if attribution data exists");
+  return asaDataPersistence_->hasASAData();
+}
+
+void ASAAttributionTrackingRepository::clearAttributionData() {
+  Logger::debug("ASAAttributionTrackingRepository - Clearing attribution data");
+  asaDataPersistence_->clearASAData();
+}
+
+}  // namespace quillmar

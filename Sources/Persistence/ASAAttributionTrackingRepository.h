@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <system_error>
+
+#include "Network/AppleSearchAdsApiClientProtocol.h"
+#include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
+#include "Persistence/ASADataPersistenceProtocol.h"
+
+namespace quillmar {
+
+enum class ASAAttributionTrackingRepositoryError {
+  noAttributionData = 1,  ///< never thrown
+  attributionDataFetchFailed,
+};
+
+std::error_code make_error_code(ASAAttributionTrackingRepositoryError error) noexcept;
+
+class ASAAttributionTrackingRepository final : public ASAAttributionTrackingRepositoryProtocol {
+ public:
+  ASAAttributionTrackingRepository(std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient,
+                                   std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence) noexcept;
+
+  Task<void> fetchAndStoreAttributionData(std::string token) override;
+  std::optional<ASAAttributionResponse> getStoredAttributionData() const override;
+  std::optional<JsonObjectText> getStoredAttributionDataAsDictionary() const override;
+  bool hasAttributionData() const override;
+  void clearAttributionData() override;
+
+ private:
+  const std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient_;
+  const std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence_;
+};
+
+}  // namespace quillmar
+
+template <>
+struct std::is_error_code_enum<quillmar::ASAAttributionTrackingRepositoryError> : std::true_type {};

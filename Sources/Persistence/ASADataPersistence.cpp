@@ -1,0 +1,124 @@
+#include "Persistence/ASADataPersistence.h"
+
+#include <utility>
+
+#include "Json/JsonParser.h"
+#include "Json/JsonReader.h"
+#include "Json/JsonWriter.h"
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+#include "Persistence/PersistenceFile.h"
+
+namespace quillmar {
+
+namespace {
+void throwIf(std::error_code error, const std::string& path) {
+  if (error) {
+    throw DescribedError(error, path);
+  }
+}
+}  // namespace
+
+ASADataPersistence::ASADataPersistence(std::shared_ptr<platform::FileManager> fileManager,
+                                       std::optional<std::string> documentsDirectory)
+    : fileManager_(std::move(fileManager)),
+      documentsDirectory_(documentsDirectory ? std::move(documentsDirectory) : fileManager_->documentsDirectory()) {
+  if (!documentsDirectory_) {
+    Logger::error("ASADataPersistence - There is no documents directory, ASA data is not kept");
+  }
+}
+
+void ASADataPersistence::saveASAData(const ASAAttributionResponse& data) {
+  Logger::debug("ASADataPersistence - Saving ASA attribution data to local storage");
+  try {
+    JsonWriter writer;
+    data.encode(writer);
+    const std::string file = path();
+    write(file, writer.take());
+    Logger::debug("ASADataPersistence - Successfully saved ASA data to: {}", file);
+  } catch (const std::exception& error) {
+    Logger::error("ASADataPersistence - Failed to save ASA data: {}", localizedDescription(error));
+  }
+}
+
+std::optional<ASAAttributionResponse> ASADataPersistence::loadASAData() const {
+  Logger::debug("ASADataPersistence - Loading ASA attribution data from local storage");
+  if (!fileExists()) {
+    Logger::debug("ASADataPersistence - No ASA data file found");
+    return std::nullopt;
+  }
+  try {
+    const boost::json::value document = parseJson(read());
+    auto data = ASAAttributionResponse::decode(JsonReader(document));
+    Logger::debug("ASADataPersistence - Successfully loaded ASA data from local storage");
+    return data;
+  } catch (const std::exception& error) {
+    Logger::error("ASADataPersistence - Failed to load ASA data: {}", localizedDescription(error));
+    return std::nullopt;
+  }
+}
+
+std::optional<JsonObjectText> ASADataPersistence::loadASADataAsDictionary() const {
+  Logger::debug("ASADataPersistence - Loading ASA attribution data as dictionary from local storage");
+  if (!fileExists()) {
+    Logger::debug("ASADataPersistence - No ASA data file found for dictionary loading");
+    return std::nullopt;
+  }
+  try {
+    auto dictionary = JsonObjectText::parse(read());
+    if (dictionary) {
+      Logger::debug("ASADataPersistence - Successfully loaded ASA data as dictionary from local storage");
+    } else {
+      Logger::error("ASADataPersistence - Failed to decode ASA data as dictionary");
+    }
+    return dictionary;
+  } catch (const std::exception& error) {
+    Logger::error("ASADataPersistence - Failed to load ASA data as dictionary: {}", localizedDescription(error));
+    return std::nullopt;
+  }
+}
+
+void ASADataPersistence::clearASAData() {
+  Logger::debug("ASADataPersistence - Clearing ASA attribution data from local storage");
+  if (!fileExists()) {
+    Logger::debug("ASADataPersistence - No ASA data file to clear");
+    return;
+  }
+  if (const std::error_code error = fileManager_->removeItem(path())) {
+    Logger::error("ASADataPersistence - Failed to clear ASA data: {}", error.message());
+    return;
+  }
+  Logger::debug("ASADataPersistence - Successfully cleared ASA data");
+}
+
+bool ASADataPersistence::hasASAData() const {
+  const bool exists = fileExists();
+  Logger::debug("ASADataPersistence - ASA data exists: {}", exists);
+  return exists;
+}
+
+bool ASADataPersistence::fileExists() const {
+  return documentsDirectory_ && fileManager_->fileExists(path());
+}
+
+std::string ASADataPersistence::path() const {
+  if (!documentsDirectory_) {
+    throw std::system_error(PersistenceItemError::invalidFilename);
+  }
+  return *documentsDirectory_ + "/" + std::string(asaDataFileName);
+}
+
+std::string ASADataPersistence::read() const {
+  const std::string file = path();
+  std::string content;
+  throwIf(fileManager_->readFile(file, content), file);
+  return content;
+}
+
+void ASADataPersistence::write(const std::string& file, const std::string& content) const {
+  // The documents directory of a fresh installation may be there in name only.
+  throwIf(fileManager_->createDirectory(*documentsDirectory_), *documentsDirectory_);
+  throwIf(fileManager_->writeFile(file, content, platform::WriteMode::direct), file);
+}
+
+}  // namespace quillmar

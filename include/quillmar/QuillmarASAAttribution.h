@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+#include "quillmar/platform/Platform.h"
+
+namespace quillmar {
+
+class QuillmarASAAttributionCore;
+
+/// How many subscription updates went which way, since the instance was made.
+struct QuillmarASAAttributionStatistics {
+  std::uint64_t sent = 0;        ///< accepted by the event service
+  std::uint64_t failed = 0;      ///< could not be sent, and are lost
+  std::uint64_t unverified = 0;  ///< dropped because the platform's signature did not hold
+  std::uint64_t skipped = 0;     ///< not sent because the service switched the library off
+};
+
+/// Fetches the search-ads attribution of the installation, once, and reports subscription purchases together with it.
+///
+/// Works after `Quillmar::configure` has stored the verification key, in this run of the app or an earlier one. No
+/// function throws; what happens is told in the log only, most of it at the error level, so that it is seen whenever
+/// the log is on. All functions may be called from any thread.
+class QuillmarASAAttribution {
+ public:
+  /// The instance of the process, made at the first call over `platform::sharedPlatform()`.
+  static std::shared_ptr<QuillmarASAAttribution> shared() noexcept;
+
+  /// Replaces the instance of the process; null makes the next `shared()` build a new one.
+  static void setShared(std::shared_ptr<QuillmarASAAttribution> instance) noexcept;
+
+  /// An instance of its own over the given settings store. The verification key comes from the library's own suite
+  /// all the same. Does no I/O. Use `QuillmarFactory` or `shared()`; throws only when memory runs out.
+  QuillmarASAAttribution(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
+                         const platform::Platform& platform);
+  /// Ends the listening. A purchase that is being sent, and a fetch of the attribution, still finish.
+  ~QuillmarASAAttribution();
+  QuillmarASAAttribution(const QuillmarASAAttribution&) = delete;
+  QuillmarASAAttribution& operator=(const QuillmarASAAttribution&) = delete;
+
+  /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet. Reads the
+  /// settings store, and looks for the stored attribution, on the calling thread; the rest is done on the platform's
+  /// executor. Enabling again starts anew, and tries again to fetch what could not be fetched.
+  void enableASAAttributionTracking() noexcept;
+
+  /// Ends the listening. A purchase that is being sent still finishes. What is stored is kept.
+  void disableASAAttributionTracking() noexcept;
+
+  /// Waits until no request of this instance is in flight and each update that the platform has handed over has been
+  /// dealt with, for at most `timeout`. True when all was done. Not for the main thread of an app: it is there for
+  /// command-line hosts and tests.
+  bool drain(std::chrono::milliseconds timeout) noexcept;
+
+  QuillmarASAAttributionStatistics statistics() const noexcept;
+
+  /// The part behind this class, for the library's own code and tests.
+  QuillmarASAAttributionCore& core() noexcept { return *core_; }
+
+ private:
+  std::shared_ptr<QuillmarASAAttributionCore> core_;
+};
+
+}  // namespace quillmar
