@@ -6,11 +6,22 @@
 
 namespace quillmar {
 
-Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration) {
-  std::function<void(std::function<void(bool)>)> start = [clock, duration](std::function<void(bool)> wake) {
-    clock->after(duration, [wake = std::move(wake)] { wake(true); });
+namespace {
+
+// The clock is held weakly while its timer holds the task, so that the two do not keep each other alive.
+Task<void> sleepOn(std::weak_ptr<platform::Clock> weakClock, std::chrono::nanoseconds duration) {
+  std::function<void(std::function<void(bool)>)> start = [weakClock, duration](std::function<void(bool)> wake) {
+    if (const auto clock = weakClock.lock()) {
+      clock->after(duration, [wake = std::move(wake)] { wake(true); });
+    }
   };
   co_await awaitCallback<bool>(std::move(start));
+}
+
+}  // namespace
+
+Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration) {
+  return sleepOn(std::move(clock), duration);
 }
 
 Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task) {

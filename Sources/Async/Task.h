@@ -50,7 +50,7 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
       token, std::move(start));
 }
 
-/// Lets time pass.
+/// Lets time pass. A task that sleeps on a clock that is destroyed is dropped.
 Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration);
 
 /// Runs `task` on another executor. The caller goes on, on its own executor, when the task has ended, and gets the

@@ -16,12 +16,17 @@ namespace {
 /// Wide enough that no date a store or a clock can hold overflows on the way.
 using Instant = std::chrono::sys_time<microseconds>;
 
+/// The first whole microsecond that a clock can hold.
+Instant lowestInstant() {
+  return std::chrono::ceil<microseconds>(Calendar::TimePoint::min());
+}
+
 Instant instantOf(Calendar::TimePoint point) {
-  return std::chrono::floor<microseconds>(point);
+  return std::max<Instant>(std::chrono::floor<microseconds>(point), lowestInstant());
 }
 
 Calendar::TimePoint pointOf(Instant instant) {
-  const Instant lowest = std::chrono::ceil<microseconds>(Calendar::TimePoint::min());
+  const Instant lowest = lowestInstant();
   const Instant highest = instantOf(Calendar::TimePoint::max());
   return std::chrono::time_point_cast<Calendar::TimePoint::duration>(std::clamp(instant, lowest, highest));
 }

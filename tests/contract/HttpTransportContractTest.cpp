@@ -20,6 +20,7 @@
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "service/DevelopmentService.h"
+#include "support/Certificate.h"
 #include "support/ScriptedServer.h"
 
 namespace quillmar {
@@ -37,6 +38,7 @@ using service::DevelopmentServiceOptions;
 using service::ServiceAnswer;
 using service::ServiceHandler;
 using service::ServiceRequest;
+using test::Certificate;
 using testing::Script;
 using testing::ScriptedServer;
 
@@ -423,6 +425,16 @@ TEST(CurlHttpTransport, survivesBadServers) {
   }
 }
 
+TEST(CurlHttpTransport, silenceEndsAnExchangeLongBeforeTheOverallLimit) {
+  const ScriptedServer server({{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf", Script::Then::hang}});
+  CurlHttpTransport transport;
+  HttpRequest request = get(server.url());
+  request.timeout = 300ms;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(perform(transport, request).error, URLError::timedOut);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 9 * request.timeout);
+}
+
 TEST(CurlHttpTransport, everythingHasAnEnd) {
   // Never silent, and never done.
   const ScriptedServer server({{"HTTP/1.1 200 OK\r\n\r\n", Script::Then::drip, 10ms}});
@@ -476,6 +488,7 @@ ServiceAnswer redirectTo(int status, const std::string& location) {
   ServiceAnswer answer;
   answer.status = status;
   answer.headers["Location"] = location;
+  answer.body = "moved";
   return answer;
 }
 
@@ -503,6 +516,7 @@ TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
     const HttpResult result = perform(*backend.transport, request);
     EXPECT_EQ(result.statusCode, 200);
     EXPECT_EQ(result.url, backend.url() + "/to?x=1");
+    EXPECT_EQ(result.body, "");
     const ServiceRequest seen = backend.recorder.requests().back();
     const bool kept = std::string_view(row.method) == row.then;
     EXPECT_EQ(seen.method, row.then);
@@ -540,29 +554,6 @@ TEST(CurlHttpTransport, leavesARedirectLoop) {
   EXPECT_EQ(perform(*backend.transport, get(backend.url())).error, URLError::httpTooManyRedirects);
   EXPECT_EQ(backend.recorder.requests().size(), 21U);
 }
-
-/// A certificate for 127.0.0.1, or somebody else, that is its own issuer, in a temporary folder.
-class Certificate {
- public:
-  explicit Certificate(const std::string& address) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "quillmar-tls-XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-    const std::string command =
-        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
-        "-subj /CN=test -addext subjectAltName=IP:" +
-        address + " -keyout " + key() + " -out " + file() + " 2>/dev/null";
-    if (std::system(command.c_str()) != 0) {  // NOLINT(concurrency-mt-unsafe): no other thread yet
-      throw std::runtime_error("openssl could not make a certificate");
-    }
-  }
-  ~Certificate() { std::filesystem::remove_all(folder_); }
-
-  std::string file() const { return (folder_ / "certificate.pem").string(); }
-  std::string key() const { return (folder_ / "key.pem").string(); }
-
- private:
-  std::filesystem::path folder_;
-};
 
 TEST(CurlHttpTransport, trustsOnlyCertificatesOfItsIssuersForTheHost) {
   const Certificate good("127.0.0.1");
@@ -625,6 +616,16 @@ TEST(CurlHttpTransport, aBurstGoesOverFewConnections) {
   }
   server.stop();
   EXPECT_LE(connections.size(), 3U);
+}
+
+TEST(CurlHttpTransport, anIdleConnectionMakesRoomForAnotherServer) {
+  CurlBackend one;
+  CurlBackend other;
+  CurlHttpTransport transport({.maxConnections = 1});
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(perform(transport, get(one.url())).statusCode, 200);
+    EXPECT_EQ(perform(transport, get(other.url())).statusCode, 200);
+  }
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ class LogCapture {
     return messages;
   }
 
-  void clear() { sink_->clear(); }
+  void clear() const { sink_->clear(); }
 
  private:
   std::shared_ptr<simulated::RecordingLogSink> sink_;

@@ -56,7 +56,7 @@ void JsonReport::write(const std::string& name, const EventStep* event, const St
     line["params"] = parametersJson(*event);
   }
   line["events"] = toJson(result.change);
-  line["completed"] = valueJson(result.sent);
+  line["sent"] = valueJson(result.sent);
   json::array calls;
   for (const simulated::PlatformCall& call : result.calls) {
     calls.push_back(toJson(call));

@@ -87,7 +87,8 @@ input has "activate" lines of its own.
 Input, one JSON object a line, as for "quillmar run" but without "sleep". Each may say when it happens, as the time
 since the first launch: {"at":"2d4h30m","event":"purchase","params":{"revenue":9.99}}. Without "at" it happens at the
 time of the line before. A line that is earlier than the one before is an error; it is left out.
-Automatic activations are listed only when they made the library call the platform.
+Automatic activations are listed only when they made the library call the platform. Of several completed values the
+library sends the lowest-ranked one, as it does in an app.
 )";
 
 struct Option {

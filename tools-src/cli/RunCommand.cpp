@@ -1,5 +1,6 @@
 #include "RunCommand.h"
 
+#include <cstdio>
 #include <optional>
 #include <ostream>
 #include <utility>
@@ -50,6 +51,10 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   platform.adAttributionKit = adNetwork;
   const auto notifications = std::make_shared<platform::InProcessNotificationCenter>();
   platform.notifications = notifications;
+  // What the library prints stands beside the log: standard output is for JSON Lines.
+  platform.standardOutput = [](std::string_view line) {
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+  };
 
   // Owned by the observer, too: a call may still be on its way when waiting for it has been given up.
   const auto writer = std::make_shared<JsonLineWriter>(output);

@@ -16,8 +16,8 @@ class RunCommand {
  public:
   RunCommand(RunOptions options, const StopSignal& stop);
 
-  /// Returns the exit status. Nothing is written to the streams afterwards. Throws `UsageError` when the embedded
-  /// service cannot be started. Replaces the process's shared platform.
+  /// Returns the exit status. Nothing is written to the streams afterwards. Throws `std::runtime_error` when the
+  /// embedded service cannot be started. Replaces the process's shared platform.
   int run(std::istream& input, std::ostream& output, std::ostream& errors);
 
  private:

@@ -76,6 +76,7 @@ SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::strin
   platform.http = transport_;
   platform.userDefaults = std::make_shared<OneStoreProvider>(settings_);
   platform.serviceUrl = "https://service.invalid";
+  platform.standardOutput = [](std::string_view) {};  // the timeline tells what failed
   platform::setSharedPlatform(platform);
   Quillmar::resetStaticState();
   Quillmar::setUseMock(false);

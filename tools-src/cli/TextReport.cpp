@@ -68,7 +68,8 @@ void TextReport::write(const std::string& name, const EventStep* event, const St
   for (const simulated::PlatformCall& call : result.calls) {
     outcome += (outcome.empty() ? "" : "; ") + describe(call);
   }
-  if (locks(result) && result.window) {
+  // Checks after the lock time send the lock again; it is told of once.
+  if (locks(result) && result.window && windows().at(static_cast<std::size_t>(*result.window)).lockedAt == result.at) {
     outcome += fmt::format(" -> window {} is locked", *result.window);
   }
   if (outcome.empty() && event != nullptr) {
@@ -77,9 +78,11 @@ void TextReport::write(const std::string& name, const EventStep* event, const St
     outcome = state.appId ? "configuration fetched, the app is \"" + *state.appId + "\"" : "no configuration";
   }
   const std::string completed = event != nullptr && result.sent ? result.sent->key : "";
-  output_ << fmt::format("{:<11} {:<7} {:<24} {:<18} {}\n", formatDuration(result.at),
-                         result.window ? std::to_string(*result.window) : "over",
-                         event != nullptr ? describe(*event) : "[" + name + "]", completed, outcome);
+  output_ << fmt::format(
+      "{:<11} {:<7} {:<24} {:<18} {}\n", formatDuration(result.at),
+      result.window ? std::to_string(*result.window) : "over",
+      event != nullptr ? describe(*event) : "[" + (name == "activate" ? "app becomes active" : name) + "]", completed,
+      outcome);
 }
 
 void TextReport::end(const SimulatedInstall& install) {

@@ -108,6 +108,9 @@ ServiceLogic::ServiceLogic(const ServiceOptions& options)
       forcedStatus_(options.forcedStatus),
       failuresLeft_(options.failFirst),
       delay_(options.delay) {
+  if (forcedStatus_ && (*forcedStatus_ < 200 || *forcedStatus_ > 599)) {
+    throw std::invalid_argument(fmt::format("{} is no status of an answer: 200 to 599 are", *forcedStatus_));
+  }
   try {
     const ConfigResponse response = decodeConfiguration(options.configuration.value_or(kShopConfig));
     configResponse_ = encoded(response);

@@ -26,6 +26,7 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr int kMaxRedirects = 20;
 constexpr int kOverallTimeoutFactor = 10;
+constexpr std::size_t kMostConnections = 1000;
 constexpr std::chrono::duration<double> kLongestTimeout = std::chrono::hours(24 * 365);  // keeps sums in range
 
 template <auto release>
@@ -171,6 +172,16 @@ void initializeCurl() {
   }
 }
 
+MultiHandle makeMulti(long connections) {
+  MultiHandle multi(curl_multi_init());
+  // Idle connections count, too: one to another server is closed when room is needed.
+  if (!multi || curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections) != CURLM_OK ||
+      curl_multi_setopt(multi.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, connections) != CURLM_OK) {
+    throw std::bad_alloc();
+  }
+  return multi;
+}
+
 /// A request on its way. Only `cancelRequested` is looked at by more than one thread; the engine's mutex guards it.
 struct Exchange {
   Exchange(HttpRequest request_, HttpTransport::Completion completion_)
@@ -270,7 +281,7 @@ class Options {
 class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
  public:
   explicit Engine(CurlHttpTransportOptions options) : options_(std::move(options)) {
-    options_.maxConnections = std::max<std::size_t>(options_.maxConnections, 1);
+    options_.maxConnections = std::clamp<std::size_t>(options_.maxConnections, 1, kMostConnections);
   }
 
   RequestId start(HttpRequest request, Completion completion) {
@@ -280,10 +291,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     const bool launched = thread_.joinable();
     if (!launched) {
       initializeCurl();
-      multi_.reset(curl_multi_init());
-      if (!multi_) {
-        throw std::bad_alloc();
-      }
+      multi_ = makeMulti(static_cast<long>(options_.maxConnections));
       thread_ = std::thread([self = shared_from_this()] { self->run(); });
     }
     const RequestId id = ++lastId_;

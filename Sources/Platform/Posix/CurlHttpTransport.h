@@ -9,8 +9,8 @@
 namespace quillmar::platform {
 
 struct CurlHttpTransportOptions {
-  std::string caFile = {};                ///< PEM file with the issuers to trust instead of the system's; or empty
-  std::size_t maxConnections = 8;         ///< exchanges and connections at a time; the others wait in a queue
+  std::string caFile = {};         ///< PEM file with the issuers to trust instead of the system's; or empty
+  std::size_t maxConnections = 8;  ///< exchanges and connections at a time, 1 to 1000; the others wait in a queue
   std::size_t maxBodyBytes = 16U << 20U;  ///< the largest response body, counted after decompression
 };
 

@@ -102,21 +102,27 @@ int SqliteUserDefaults::prepareSchema(std::chrono::milliseconds busyTimeout, std
   int result = database_.open(file_, busyTimeout);
   // Nothing is written before it is clear whose file this is.
   std::int64_t version = 0;
-  std::int64_t tables = 0;
   const auto inspect = [&] {
+    std::int64_t tables = 0;
+    std::int64_t ourTables = 0;
     int inspected = database_.readInteger("PRAGMA user_version", version);
     if (inspected == SQLITE_OK) {
       inspected = database_.readInteger("SELECT count(*) FROM sqlite_master", tables);
     }
-    if (inspected == SQLITE_OK && version > schemaVersion) {
+    if (inspected == SQLITE_OK) {
+      inspected =
+          database_.readInteger("SELECT count(*) FROM sqlite_master WHERE name IN ('value', 'segment')", ourTables);
+    }
+    if (inspected != SQLITE_OK) {
+      return inspected;
+    }
+    if (version > schemaVersion) {
       problem = fmt::format("it comes from a newer version of the library (schema {}, known up to {})", version,
                             schemaVersion);
-      inspected = SQLITE_MISMATCH;
-    } else if (inspected == SQLITE_OK && version != schemaVersion && (version != 0 || tables != 0)) {
+    } else if (!(version == 0 && tables == 0) && !(version == schemaVersion && ourTables == 2)) {
       problem = "it is the database of another program";
-      inspected = SQLITE_MISMATCH;
     }
-    return inspected;
+    return problem.empty() ? SQLITE_OK : SQLITE_MISMATCH;
   };
   if (result == SQLITE_OK) {
     result = inspect();

@@ -71,6 +71,9 @@ std::error_code InMemoryFileManager::createFile(const std::string& path) {
 std::error_code InMemoryFileManager::removeItem(const std::string& path) {
   const std::lock_guard lock(mutex_);
   const std::string item = normalized(path);
+  if (const std::error_code failure = checkParent(item)) {
+    return failure;
+  }
   if (files_.erase(item) != 0) {
     return {};
   }

@@ -1,0 +1,229 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Persistence/ConversionValuesPersistence.h"
+#include "Persistence/ConversionValuesRepository.h"
+#include "Persistence/EventServerLogRepository.h"
+#include "Persistence/EventsRepository.h"
+#include "quillmar/simulated/InMemoryFileManager.h"
+#include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "support/LogCapture.h"
+#include "support/RunTask.h"
+
+namespace quillmar::test {
+namespace {
+
+using platform::WriteMode;
+using ::testing::ElementsAre;
+
+const char* const path = "/documents/Quillmar/quill-mar-conv-val.json";
+
+/// A file system in which chosen operations fail.
+class FailingFileManager : public simulated::InMemoryFileManager {
+ public:
+  using InMemoryFileManager::InMemoryFileManager;
+
+  std::error_code createDirectory(const std::string& directory) override {
+    return failDirectory ? full() : InMemoryFileManager::createDirectory(directory);
+  }
+  std::error_code createFile(const std::string& file) override {
+    return failCreate ? full() : InMemoryFileManager::createFile(file);
+  }
+  std::error_code removeItem(const std::string& file) override {
+    return failRemove ? full() : InMemoryFileManager::removeItem(file);
+  }
+  std::error_code readFile(const std::string& file, std::string& content) const override {
+    ++reads;
+    return InMemoryFileManager::readFile(file, content);
+  }
+  std::error_code writeFile(const std::string& file, std::string_view content, WriteMode mode) override {
+    return failWrite && mode == WriteMode::atomic ? full() : InMemoryFileManager::writeFile(file, content, mode);
+  }
+
+  bool failDirectory = false;
+  bool failCreate = false;
+  bool failRemove = false;
+  bool failWrite = false;
+  mutable int reads = 0;
+
+ private:
+  static std::error_code full() { return std::make_error_code(std::errc::no_space_on_device); }
+};
+
+class Persistence : public ::testing::Test {
+ protected:
+  static ConversionValues document(const char* key) {
+    return {{{key, {}}}, std::map<Window, ConversionValues::LockWindowConfiguration>()};
+  }
+
+  template <class Operation>
+  std::string failure(Operation operation) {
+    try {
+      operation();
+      return {};
+    } catch (const std::exception& error) {
+      return textualDescription(error);
+    }
+  }
+
+  std::shared_ptr<FailingFileManager> files = std::make_shared<FailingFileManager>();
+  std::shared_ptr<PersistenceItem<ConversionValues>> item =
+      std::make_shared<PersistenceItem<ConversionValues>>(files, ConversionValuesPersistence::filename);
+  ConversionValuesPersistence persistence{item};
+  LogCapture log;
+};
+
+TEST_F(Persistence, readingBeforeSavingCreatesAnEmptyFileThatDoesNotDecode) {
+  EXPECT_FALSE(item->exists());
+  EXPECT_TRUE(files->fileExists("/documents/Quillmar"));
+  EXPECT_EQ(failure([this] { persistence.getAllConversionValues(); }),
+            "dataCorrupted: not valid JSON at line 1, column 1: the document is empty");
+  EXPECT_TRUE(item->exists());
+  EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValuesPersistence - Reading conversion values",
+                                          "debug: PersistenceItem - Reading data from file: quill-mar-conv-val.json"));
+}
+
+TEST_F(Persistence, secondSaveReplacesTheFirst) {
+  persistence.save(document("one"));
+  persistence.save(document("two"));
+  std::string content;
+  ASSERT_FALSE(files->readFile(path, content));
+  EXPECT_EQ(content,
+            "{\n  \"values\": [\n    {\n      \"key\": \"two\",\n      \"windows\": {}\n    }\n  ],\n"
+            "  \"lockWindows\": {}\n}");
+  EXPECT_EQ(*persistence.getAllConversionValues(), document("two"));
+  log.clear();
+  persistence.save(document("three"));
+  EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValuesPersistence - Saving conversion values",
+                                          "debug: PersistenceItem - Deleting file: quill-mar-conv-val.json",
+                                          "debug: PersistenceItem - Saving data to file: quill-mar-conv-val.json",
+                                          "debug: ConversionValuesPersistence - Conversion values saved successfully"));
+}
+
+TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
+  persistence.save(document("one"));
+  const auto first = persistence.getAllConversionValues();
+  const int reads = files->reads;
+  EXPECT_EQ(persistence.getAllConversionValues(), first);
+  EXPECT_EQ(files->reads, reads);
+  files->writeFile(path, R"({"values":[],"lockWindows":{}})", WriteMode::direct);
+  EXPECT_TRUE(persistence.getAllConversionValues()->values.empty()) << "somebody else wrote the file";
+  files->writeFile(path, "{", WriteMode::atomic);
+  EXPECT_NE(failure([this] { persistence.getAllConversionValues(); }), "");
+}
+
+TEST_F(Persistence, deletingAMissingFileLeavesNone) {
+  item->delete_();
+  EXPECT_FALSE(item->exists());
+}
+
+TEST_F(Persistence, failuresAreToldApart) {
+  files->failDirectory = true;
+  EXPECT_EQ(failure([this] { item->read(); }), "invalidFilename");
+  EXPECT_FALSE(item->exists());
+  EXPECT_THAT(log.messages(),
+              ::testing::Each(::testing::HasSubstr("error: PersistenceItem - Failed to create directory: ")));
+  EXPECT_EQ(log.messages().size(), 2u);
+  files->failDirectory = false;
+  files->failCreate = true;
+  EXPECT_EQ(failure([this] { item->delete_(); }), "notFile");
+  files->failCreate = false;
+  persistence.save(document("kept"));
+  files->failRemove = true;
+  EXPECT_EQ(failure([this] { persistence.save(document("new")); }), std::string("No space left on device: ") + path);
+  EXPECT_EQ(*item->read(), document("kept")) << "nothing is written when the deletion fails";
+  files->failRemove = false;
+  files->failWrite = true;
+  EXPECT_NE(failure([this] { persistence.save(document("new")); }), "");
+
+  const auto homeless = std::make_shared<FailingFileManager>(std::nullopt);
+  PersistenceItem<ConversionValues> nowhere(homeless, "x");
+  log.clear();
+  EXPECT_FALSE(nowhere.exists());
+  EXPECT_EQ(failure([&] { nowhere.save(document("x")); }), "invalidFilename");
+  EXPECT_TRUE(log.messages().empty());
+}
+
+struct ScriptedConfigClient : ConfigApiClientProtocol {
+  Task<ConfigResponse> fetchConfig() override { co_return response; }
+  ConfigResponse response{"app-1", false, {}, {}};
+};
+
+TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
+  const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
+  ConversionValuesRepository repository(std::make_shared<ScriptedConfigClient>(),
+                                        std::make_shared<ConversionValuesPersistence>(item), defaults);
+  files->failWrite = true;
+  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())),
+            std::string("No space left on device: ") + path);
+  EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
+  EXPECT_EQ(defaults->object("SdkEnabled"), platform::PropertyListValue(false));
+  EXPECT_EQ(log.messages().back(),
+            std::string("error: ConversionValuesRepository - Failed to fetch and save conversion "
+                        "values: No space left on device: ") +
+                path);
+  files->failWrite = false;
+  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())), "");
+  EXPECT_EQ(*repository.fetchAllConversionValues(), ConversionValues()) << "a disabled library keeps its document";
+  EXPECT_EQ(log.messages().back(), "debug: ConversionValuesRepository - Fetched conversion values: []");
+}
+
+struct ScriptedEventClient : EventServerLogApiClientProtocol, EventsApiClientProtocol {
+  Task<EventServerLogResponse> logEvent(std::string) override { return reply(); }
+  Task<EventServerLogResponse> sendEvent(std::string) override { return reply(); }
+  Task<EventServerLogResponse> reply() {
+    ++calls;
+    if (!response) {
+      throw std::system_error(std::make_error_code(std::errc::timed_out));
+    }
+    co_return *response;
+  }
+  std::optional<EventServerLogResponse> response;
+  int calls = 0;
+};
+
+TEST_F(Persistence, onlyTheExactWordSuccessIsOne) {
+  struct Case {
+    std::optional<EventServerLogResponse> response;
+    const char* logFailure;
+    const char* sendFailure;
+    const char* line;
+  };
+  const Case cases[] = {
+      {EventServerLogResponse{"success", "fine", {}}, "", "",
+       "debug: EventServerLogRepository - Event logged successfully: fine"},
+      {EventServerLogResponse{"Success", {}, {}}, "failedToLogEvent", "error",
+       "error: EventServerLogRepository - Error logging event: failedToLogEvent"},
+      {EventServerLogResponse{}, "failedToLogEvent", "error",
+       "error: EventServerLogRepository - Error logging event: failedToLogEvent"},
+      {std::nullopt, "failedToLogEvent", "Connection timed out",
+       "error: EventServerLogRepository - Error logging event: Connection timed out"},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.line);
+    const auto client = std::make_shared<ScriptedEventClient>();
+    client->response = test.response;
+    EventServerLogRepository logs(client, std::make_shared<simulated::InMemoryUserDefaults>());
+    EventsRepository events(client);
+    EXPECT_EQ(failureOf(logs.logEvent("a")), test.logFailure);
+    EXPECT_EQ(log.messages().back(), test.line);
+    EXPECT_EQ(failureOf(withResult(events.send("{}"))), test.sendFailure);
+    EXPECT_EQ(log.messages().back(), "debug: ProductSubscriptionStatusRepository - Sending event to server");
+  }
+}
+
+TEST_F(Persistence, disabledLibraryAsksNothing) {
+  const auto client = std::make_shared<ScriptedEventClient>();
+  const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
+  defaults->set("SdkEnabled", false);
+  EventServerLogRepository logs(client, defaults);
+  EXPECT_FALSE(runTask(logs.logEvent("a")));
+  EXPECT_EQ(client->calls, 0);
+  EXPECT_THAT(
+      log.messages(),
+      ElementsAre("debug: EventServerLogRepository - SDK enabled status: false",
+                  "debug: EventServerLogRepository - SDK is disabled by server configuration, skipping event: a"));
+}
+
+}  // namespace
+}  // namespace quillmar::test

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "support/TemporaryFolder.h"
+
+namespace quillmar::test {
+
+/// A certificate for one IP address that is its own issuer, made on the spot in a temporary folder.
+class Certificate {
+ public:
+  explicit Certificate(const std::string& address) {
+    const std::string command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+        "-subj /CN=test -addext subjectAltName=IP:" +
+        address + " -keyout " + key() + " -out " + file() + " 2>/dev/null";
+    if (std::system(command.c_str()) != 0) {  // NOLINT(concurrency-mt-unsafe): no other thread yet
+      throw std::runtime_error("openssl could not make a certificate");
+    }
+  }
+
+  std::string file() const { return folder_ / "certificate.pem"; }
+  std::string key() const { return folder_ / "key.pem"; }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+}  // namespace quillmar::test

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace quillmar::test {
+
+/// An empty folder of its own for one test; it goes with the object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() : path_(testing::TempDir() + "quillmar-XXXXXX") {
+    if (::mkdtemp(path_.data()) == nullptr) {
+      throw std::system_error(errno, std::generic_category(), path_);
+    }
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace quillmar::test

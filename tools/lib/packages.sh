@@ -1,0 +1,24 @@
+# To be sourced. What the build needs on Debian 12.
+
+build_packages=(clang-19 libclang-rt-19-dev lld-19 cmake ninja-build libboost1.81-dev libcurl4-openssl-dev libssl-dev
+  libsqlite3-dev libfmt-dev libgtest-dev libgmock-dev g++ openssl)
+check_packages=(clang-format-19 clang-tidy-19)
+
+# install_packages PACKAGE...: installs those that are missing; asks the package server for nothing when none is.
+install_packages() {
+  local package missing=() root=()
+  for package in "$@"; do
+    if [[ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]]; then
+      missing+=("$package")
+    fi
+  done
+  if ((${#missing[@]} == 0)); then
+    return 0
+  fi
+  if ((EUID != 0)); then
+    root=(sudo)
+  fi
+  echo "Installing ${missing[*]}" >&2
+  "${root[@]}" apt-get update >&2 &&
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" >&2
+}
