@@ -19,7 +19,9 @@ namespace {
 void writeSample(JsonWriter& writer) {
   writer.beginObject().member("text", "a").key("list").beginArray().integer(-1).boolean(false);
   writer.beginObject().endObject().beginArray().endArray().endArray().optionalMember("none", std::optional<double>());
-  writer.optionalMember("text2", std::optional<std::string>("b")).optionalMember("number", 0.5).endObject();
+  writer.optionalMember("text2", std::optional<std::string>("b"))
+      .optionalMember("number", std::optional<double>(0.5))
+      .endObject();
 }
 
 TEST(JsonWriter, writesCompactAndPrettyPrintedDocuments) {

@@ -40,7 +40,11 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
     embedded.emplace();
   }
   const std::string service = embedded ? embedded->url() : options_.service;
-  platform::Platform platform = platform::makeDefaultPlatform({options_.dataDirectory, service, options_.caFile});
+  platform::DefaultPlatformOptions platformOptions;
+  platformOptions.dataDirectory = options_.dataDirectory;
+  platformOptions.serviceUrl = service;
+  platformOptions.caFile = options_.caFile;
+  platform::Platform platform = platform::makeDefaultPlatform(platformOptions);
   platform.clock = std::make_shared<OffsetClock>(platform.clock, options_.clockOffset);
   const auto transport = std::make_shared<CountingTransport>(platform.http);
   platform.http = transport;
