@@ -65,7 +65,7 @@ class Loopback {
 class Host {
  public:
   Host(std::string dataDirectory, std::string serviceUrl, std::string caFile = {})
-      : options_{std::move(dataDirectory), std::move(serviceUrl), std::move(caFile), {}} {
+      : options_{std::move(dataDirectory), std::move(serviceUrl), std::move(caFile)} {
     Quillmar::resetStaticState();
     launch();
   }

@@ -49,13 +49,13 @@ struct Platform {
 /// What can be chosen about the platform's own adapters.
 struct DefaultPlatformOptions {
   /// The folder for settings and documents. Empty: a folder of the user's own.
-  std::string dataDirectory;
+  std::string dataDirectory = {};
   /// Replaces the built-in base URL of the event service (tests, staging).
-  std::string serviceUrl;
+  std::string serviceUrl = {};
   /// A file of trusted certificates (PEM) in place of the system's.
-  std::string caFile;
+  std::string caFile = {};
   /// Replaces the built-in origin that attribution tokens are exchanged at (tests, staging).
-  std::string attributionUrl;
+  std::string attributionUrl = {};
 };
 
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
