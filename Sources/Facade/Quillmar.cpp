@@ -86,8 +86,10 @@ void Quillmar::clearTrackedEvents() noexcept {
   guarded("clearTrackedEvents", [this] { core_->clearTrackedEvents(); });
 }
 
-std::string Quillmar::quillmarVerificationKey() const {
-  return core_->quillmarVerificationKey();
+std::string Quillmar::quillmarVerificationKey() const noexcept {
+  std::string key;
+  guarded("quillmarVerificationKey", [&] { key = core_->quillmarVerificationKey(); });
+  return key;
 }
 bool Quillmar::isInitialized() const noexcept {
   return core_->isInitialized();
@@ -115,28 +117,28 @@ QuillmarState Quillmar::state() const noexcept {
   return state;
 }
 
-std::shared_ptr<ConversionValuesRepositoryProtocol> Quillmar::conversionValuesRepository() const {
+std::shared_ptr<ConversionValuesRepositoryProtocol> Quillmar::conversionValuesRepository() const noexcept {
   return core_->conversionValuesRepository();
 }
-void Quillmar::setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) {
+void Quillmar::setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) noexcept {
   core_->setConversionValuesRepository(std::move(repository));
 }
-std::shared_ptr<VerificationKeyRepositoryProtocol> Quillmar::verificationKeyRepository() const {
+std::shared_ptr<VerificationKeyRepositoryProtocol> Quillmar::verificationKeyRepository() const noexcept {
   return core_->verificationKeyRepository();
 }
-void Quillmar::setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) {
+void Quillmar::setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) noexcept {
   core_->setVerificationKeyRepository(std::move(repository));
 }
-std::shared_ptr<EventServerLogRepositoryProtocol> Quillmar::eventServerLogRepository() const {
+std::shared_ptr<EventServerLogRepositoryProtocol> Quillmar::eventServerLogRepository() const noexcept {
   return core_->eventServerLogRepository();
 }
-void Quillmar::setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) {
+void Quillmar::setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept {
   core_->setEventServerLogRepository(std::move(repository));
 }
-std::shared_ptr<ConversionTrackingManager> Quillmar::conversionTrackingManager() const {
+std::shared_ptr<ConversionTrackingManager> Quillmar::conversionTrackingManager() const noexcept {
   return core_->conversionTrackingManager();
 }
-void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) {
+void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) noexcept {
   core_->setConversionTrackingManager(std::move(manager));
 }
 

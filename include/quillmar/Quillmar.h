@@ -88,7 +88,7 @@ class Quillmar {
   void clearTrackedEvents() noexcept;
 
   /// The key of the last `configure`; empty before.
-  std::string quillmarVerificationKey() const;
+  std::string quillmarVerificationKey() const noexcept;
 
   /// True once `configure` has found the first run recent enough.
   bool isInitialized() const noexcept;
@@ -108,14 +108,14 @@ class Quillmar {
   QuillmarState state() const noexcept;
 
   /// Replaceable collaborators; the repositories are null until `configure` has built them.
-  std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const;
-  void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository);
-  std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const;
-  void setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository);
-  std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository() const;
-  void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository);
-  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager() const;
-  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager);
+  std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const noexcept;
+  void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) noexcept;
+  std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const noexcept;
+  void setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) noexcept;
+  std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository() const noexcept;
+  void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept;
+  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager() const noexcept;
+  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) noexcept;
 
   /// Answers every request with a built-in document instead of asking the service, and configures on the calling
   /// thread. For tests and previews; set it before `configure`.
