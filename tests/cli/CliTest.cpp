@@ -27,6 +27,7 @@ namespace {
 namespace json = boost::json;
 using std::chrono::seconds;
 using testing::HasSubstr;
+using testing::Not;
 
 std::string writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path) << content;
@@ -118,7 +119,10 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOption) {
       {{"run", "--key", "k", "--service", "http://[::1"}, "--service"},
       {{"run", "--key", "k", "--service", "https://"}, "--service"},
       {{"run", "--key", "k", "--service", "https://example.com/api"}, "--service"},
+      {{"run", "--key", "k", "--attribution-service", "http://example.com"}, "--attribution-service"},
+      {{"run", "--key", "k", "--attribution-token", ""}, "--attribution-token"},
       {{"serve", "--port", "65536"}, "--port"},
+      {{"serve", "--attribution-status", "201"}, "--attribution-status"},
       {{"serve", "--status", "20x"}, "--status"},
       {{"serve", "--fail-first", "-1"}, "--fail-first"},
       {{"serve", "--tls-cert", "/dev/null"}, "--tls-key"},
@@ -176,6 +180,19 @@ TEST(InputLines, reportsBadLinesAndGoesOn) {
       {InputTime::real, R"({"sleep":"1"})", "$.sleep"},
       {InputTime::real, R"({"reset":false})", "$.reset"},
       {InputTime::real, R"({"configure":""})", "$.configure"},
+      {InputTime::real, R"({"attribution":true})", "$.attribution: a text is expected, not true"},
+      {InputTime::real, R"({"attribution":"on"})", "$.attribution: \"enable\" or \"disable\" is expected"},
+      {InputTime::real, R"({"subscription":1})", "$.subscription: an object is expected, not a number"},
+      {InputTime::real, R"({"subscription":{"renewalInfo":{},"state":1}})", "$.subscription.transaction: is missing"},
+      {InputTime::real, R"({"subscription":{"transaction":{},"renewalInfo":[],"state":1}})", "renewalInfo: an object"},
+      {InputTime::real, R"({"subscription":{"transaction":{},"renewalInfo":{}}})", "$.subscription.state: is missing"},
+      {InputTime::real, R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1.0}})", "a whole number"},
+      {InputTime::real, R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1,"transactionVerified":0}})",
+       "$.subscription.transactionVerified: true or false is expected"},
+      {InputTime::real, R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1,"verified":true}})",
+       "$.subscription.verified: unknown member"},
+      {InputTime::script, R"({"attribution":"enable"})", "$.attribution: unknown member; only \"quillmar run\""},
+      {InputTime::script, R"({"subscription":{}})", "$.subscription: unknown member; only"},
       {InputTime::real, R"({"at":"1d","event":"a"})", "$.at: unknown member"},
       {InputTime::script, R"({"sleep":1})", "$.sleep: unknown member"},
       {InputTime::script, R"({"at":"-1d","event":"a"})", "$.at"},
@@ -205,6 +222,43 @@ TEST(InputLines, keepsTheKindOfAValueAndBoundsALine) {
   EXPECT_EQ(std::get<EventStep>(lines.next()->step).params->at(ASEventParam::revenue), EventValue("9.90"));
   EXPECT_EQ(std::get<EventStep>(lines.next()->step).params->at(ASEventParam::revenue), EventValue(7));
   EXPECT_EQ(errors.str(), "quillmar: script:2: longer than 1 MiB\n");
+}
+
+TEST(InputLines, passesOnPurchasesLetterByLetter) {
+  const struct {
+    const char* line;
+    const char* transaction;
+    const char* renewalInfo;
+    std::uint64_t identifier;
+  } rows[] = {
+      {R"({"subscription":{"transaction":{"transactionId":"7"},"renewalInfo":{},"state":1}})",
+       R"({"transactionId":"7"})", "{}", 7},
+      {R"( { "subscription" : {"state":1, "renewalInfo" : { "a" : "}\"{," } , "transaction":{"transactionId":18446744073709551615, "price":9.990} } } )",
+       R"({"transactionId":18446744073709551615, "price":9.990})", R"({ "a" : "}\"{," })", 18446744073709551615U},
+      {R"({"subscription":{"renewalInfo":{"transaction":{"no":1}},"state":1,"transact\u0069on":{"b":[1E2,{}],"b":"\/"}}})",
+       R"({"b":[1E2,{}],"b":"\/"})", R"({"transaction":{"no":1}})", 0},
+      {R"({"subscription":{"transaction":{"no":1},"renewalInfo":{},"state":1,"transaction":{"transactionId":"7x"}}})",
+       R"({"transactionId":"7x"})", "{}", 0},
+      {R"({"subscription":{"transaction":{"transactionId":-1},"renewalInfo":{},"state":1}})", R"({"transactionId":-1})",
+       "{}", 0},
+  };
+  for (const auto& row : rows) {
+    const InputLine line = parseInputLine(row.line, InputTime::real);
+    const auto& update = std::get<SubscriptionStep>(line.step).update;
+    EXPECT_EQ(update.transaction.jsonRepresentation, row.transaction);
+    EXPECT_EQ(update.transaction.identifier, row.identifier) << row.transaction;
+    EXPECT_EQ(update.renewalInfo.jsonRepresentation, row.renewalInfo);
+    EXPECT_FALSE(update.transaction.verificationError || update.renewalInfo.verificationError);
+    EXPECT_EQ(update.renewalState, 1);
+  }
+  const InputLine unverified = parseInputLine(
+      R"({"subscription":{"transaction":{},"renewalInfo":{},"state":-2,"transactionVerified":false,"renewalInfoVerified":false}})",
+      InputTime::real);
+  const auto& update = std::get<SubscriptionStep>(unverified.step).update;
+  EXPECT_EQ(update.transaction.verificationError.value().localizedDescription, "The transaction is not verified.");
+  EXPECT_EQ(update.renewalInfo.verificationError.value().localizedDescription,
+            "The renewal information is not verified.");
+  EXPECT_EQ(update.renewalState, -2);
 }
 
 TEST(CountingTransport, countsByMethodAndPath) {
@@ -370,6 +424,28 @@ TEST_F(RunCommandTest, mockModeAsksNobodyAndParksWhatComes) {
   EXPECT_EQ(summary("/state/appId"), nullptr);
 }
 
+std::string purchase(int identifier, bool verified = true) {
+  return R"({"subscription":{"transaction":{"transactionId":)" + std::to_string(identifier) +
+         R"(},"renewalInfo":{},"state":1,"renewalInfoVerified":)" + (verified ? "true}}\n" : "false}}\n");
+}
+
+TEST_F(RunCommandTest, reportsPurchasesWhileItListens) {
+  EXPECT_EQ(run({}, purchase(1) + "{\"attribution\":\"enable\"}\n" + purchase(2) + purchase(3, false)), 0);
+  EXPECT_EQ(json::serialize(summary("/purchases")), R"({"sent":1,"failed":0,"unverified":1,"skipped":0})");
+  EXPECT_EQ(summary("/requests/POST ~1api~1v1"), 1);
+  EXPECT_EQ(summary("/requests/POST ~1ios~1events"), 1);
+  EXPECT_EQ(summary("/drained"), true);
+  std::ifstream stored(folder_ / "documents/asa_attribution_data.json");
+  EXPECT_EQ(json::parse(stored).at("campaignId"), "542370539");
+
+  // It is stored, and so not fetched again, whatever the token.
+  RunOptions later;
+  later.attributionToken = "invalid-token";
+  EXPECT_EQ(run(later, "{\"attribution\":\"enable\"}\n{\"attribution\":\"disable\"}\n" + purchase(4)), 0);
+  EXPECT_EQ(json::serialize(summary("/purchases")), R"({"sent":0,"failed":0,"unverified":0,"skipped":0})");
+  EXPECT_FALSE(lines_.back().at("summary").at("requests").as_object().contains("POST /api/v1"));
+}
+
 TEST_F(RunCommandTest, theWishToStopEndsTheInputButNotTheSummary) {
   std::thread interrupt([this] { stop_.raise(); });
   EXPECT_EQ(run({}, "{\"sleep\":86400}\n{\"event\":\"a\"}\n"), 0);
@@ -426,6 +502,28 @@ TEST_F(RunCommandTest, reportsToAServiceThatIsServed) {
   // The fetch failed and will be tried again in some seconds; that is not waited for.
   EXPECT_EQ(summary("/events/parked"), 1);
   EXPECT_THAT(buffer.text(), HasSubstr(R"("path":"/ios/config","status":503)"));
+}
+
+TEST_F(RunCommandTest, asksTheUsersServiceForAttributionOnlyWithAToken) {
+  StopSignal stopServing;
+  WaitableOutput buffer;
+  std::ostream served(&buffer);
+  ServeOptions serve;
+  serve.attributionStatus = 404;
+  std::thread server([&] { ServeCommand(serve, stopServing).run(served, errors_); });
+  RunOptions options;
+  options.service = std::string(json::parse(buffer.firstLine()).at("listening").as_string());
+  const std::string script = "{\"attribution\":\"enable\"}\n" + purchase(1);
+  EXPECT_EQ(run(options, script), 0);
+  EXPECT_EQ(summary("/purchases/sent"), 1);
+  EXPECT_THAT(buffer.text(), Not(HasSubstr("/api/v1")));
+  options.attributionToken = "token";
+  EXPECT_EQ(run(options, script), 0);
+  EXPECT_EQ(summary("/purchases/sent"), 1);
+  stopServing.raise();
+  server.join();
+  EXPECT_THAT(buffer.text(), HasSubstr(R"("path":"/api/v1","status":404,"authorized":false,"bytes":5)"));
+  EXPECT_THAT(buffer.text(), HasSubstr(R"("status":200,"event":"Purchase","authorized":true)"));
 }
 
 }  // namespace

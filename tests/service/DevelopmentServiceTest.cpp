@@ -7,11 +7,13 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
+#include <tuple>
 #include <vector>
 
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Model/ConfigResponse.h"
+#include "Network/ASAAttributionResponse.h"
 #include "service/ServiceLogic.h"
 
 namespace quillmar::service {
@@ -21,6 +23,8 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 const std::string kEvent = R"({"event_id":"1","event_name":"purchase","quillmar_id":"2","app_id":"3",)";
+
+const std::string kPurchase = R"({"event_id":"1","app_id":"3","event_name":"Purchase","event_type":"AUTOMATIC")";
 
 ServiceRequest request(std::string method, std::string target, std::string body = "") {
   return {std::move(method), std::move(target), {{"authorization", "key"}}, std::move(body)};
@@ -53,6 +57,17 @@ TEST(ServiceLogic, answersEachRequest) {
       {request("POST", "/ios/events", kEvent + R"("event_type":"PURCHASE"})"), 200, "success"},
       {request("POST", "/ios/events", kEvent + R"("event_type":"MANUAL"})"), 400, "sdk_version is missing"},
       {request("POST", "/ios/events", kEvent + R"("event_type":null})"), 400, "event_type is not a string"},
+      {request("POST", "/ios/events", kPurchase + R"(,"transaction_details":{"state":-1}})"), 200, "success"},
+      {request("POST", "/ios/events", kPurchase + R"(,"quillmar_id":5,"transaction_details":{"state":1}})"), 200, ""},
+      {request("POST", "/ios/events", kPurchase + "}"), 400, "transaction_details is missing"},
+      {request("POST", "/ios/events", kPurchase + R"(,"transaction_details":[1]})"), 400, "is not an object"},
+      {request("POST", "/ios/events", kPurchase + R"(,"transaction_details":{}})"), 400, "state is missing"},
+      {request("POST", "/ios/events", kPurchase + R"(,"transaction_details":{"state":1.0}})"), 400, "not an integer"},
+      {request("POST", "/ios/events", R"({"event_type":"AUTOMATIC","event_id":1})"), 400, "event_id is not a string"},
+      {request("POST", "/api/v1", "token"), 200, R"({"attribution":true,"orgId":"40669820",)"},
+      {request("POST", "/api/v1", ""), 400, "token"},
+      {request("POST", "/api/v1", "invalid-token"), 400, "token"},
+      {request("GET", "/api/v1"), 405, "only POST is allowed"},
       {request("POST", "/ios/events", R"({"event_id":"1"})"), 400, R"("error":"event_name is missing")"},
       {request("POST", "/ios/events", "[]"), 400, "not a JSON object"},
       {request("POST", "/ios/events", kEvent), 400, "not JSON"},
@@ -65,6 +80,25 @@ TEST(ServiceLogic, answersEachRequest) {
     EXPECT_NO_THROW(parseJson(answer.body));
     EXPECT_EQ(answer.authorized, row.status != 401);
   }
+}
+
+TEST(ServiceLogic, exchangesTokensWithoutAKeyAndWithTheStatusThatIsWanted) {
+  for (const auto& [wanted, token, status] :
+       {std::tuple{0, "token", 200}, {0, "invalid-token", 400}, {200, "", 200}, {404, "token", 404}, {500, "", 500}}) {
+    ServiceLogic logic({.attributionStatus = wanted == 0 ? std::nullopt : std::optional(wanted)});
+    ServiceRequest exchange = request("POST", "/api/v1", token);
+    exchange.headers.clear();
+    const ServiceAnswer answer = logic.handle(exchange);
+    EXPECT_EQ(answer.status, status) << wanted << token;
+    EXPECT_EQ(answer.body.find("\"claimType\":\"Click\"") != std::string::npos, status == 200) << answer.body;
+    EXPECT_EQ(logic.handle(request("GET", "/ios/config")).status, 200);
+  }
+  const auto record = parseJson(ServiceLogic().handle(request("POST", "/api/v1", "token")).body);
+  const ASAAttributionResponse decoded = ASAAttributionResponse::decode(JsonReader(record));
+  EXPECT_EQ(decoded.attribution, true);
+  EXPECT_EQ(decoded.countryOrRegion, "US");
+  EXPECT_EQ(decoded.clickDate, "2026-01-01T08:00Z");
+  EXPECT_EQ(ServiceLogic({.failFirst = 1}).handle(request("POST", "/api/v1", "token")).status, 503);
 }
 
 TEST(ServiceLogic, failsOnDemand) {

@@ -2,11 +2,13 @@
 
 #include <array>
 #include <boost/json.hpp>
+#include <charconv>
 #include <cmath>
 #include <istream>
 #include <ostream>
 
 #include "Duration.h"
+#include "JsonMemberText.h"
 
 namespace quillmar::cli {
 namespace {
@@ -78,7 +80,7 @@ EventParameters eventParameters(const json::value& value) {
   return params;
 }
 
-Step eventStep(const json::value& value, const json::object& line) {
+Step eventStep(const json::value& value, const json::object& line, std::string_view) {
   EventStep step{text(value, "event"), std::nullopt};
   if (const json::value* params = line.if_contains("params")) {
     step.params = eventParameters(*params);
@@ -86,7 +88,7 @@ Step eventStep(const json::value& value, const json::object& line) {
   return step;
 }
 
-Step activateStep(const json::value& value, const json::object&) {
+Step activateStep(const json::value& value, const json::object&, std::string_view) {
   const std::string what = text(value, "activate");
   if (what != "application" && what != "scene") {
     fail("activate", "\"application\" or \"scene\" is expected, not \"" + what + "\"");
@@ -95,7 +97,7 @@ Step activateStep(const json::value& value, const json::object&) {
                                       : platform::Notification::applicationDidBecomeActive};
 }
 
-Step sleepStep(const json::value& value, const json::object&) {
+Step sleepStep(const json::value& value, const json::object&, std::string_view) {
   constexpr double aDay = 86400;
   json::error_code error;
   const double seconds = value.is_number() ? value.to_number<double>(error) : -1;
@@ -105,14 +107,14 @@ Step sleepStep(const json::value& value, const json::object&) {
   return SleepStep{std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds))};
 }
 
-Step resetStep(const json::value& value, const json::object&) {
+Step resetStep(const json::value& value, const json::object&, std::string_view) {
   if (!value.is_bool() || !value.get_bool()) {
     fail("reset", "true is expected, not " + kindOf(value));
   }
   return ResetStep{};
 }
 
-Step configureStep(const json::value& value, const json::object&) {
+Step configureStep(const json::value& value, const json::object&, std::string_view) {
   ConfigureStep step{text(value, "configure")};
   if (step.key.empty()) {
     fail("configure", "the key must not be empty");
@@ -120,16 +122,125 @@ Step configureStep(const json::value& value, const json::object&) {
   return step;
 }
 
+Step attributionStep(const json::value& value, const json::object&, std::string_view) {
+  const std::string what = text(value, "attribution");
+  if (what != "enable" && what != "disable") {
+    fail("attribution", "\"enable\" or \"disable\" is expected, not \"" + what + "\"");
+  }
+  return AttributionStep{what == "enable"};
+}
+
+constexpr const char* transactionMember = "transaction";
+constexpr const char* renewalInfoMember = "renewalInfo";
+constexpr const char* stateMember = "state";
+constexpr const char* transactionVerifiedMember = "transactionVerified";
+constexpr const char* renewalInfoVerifiedMember = "renewalInfoVerified";
+
+std::string subscriptionPath(std::string_view member) {
+  return "subscription." + std::string(member);
+}
+
+const json::value& requiredMember(const json::object& subscription, const char* member) {
+  const json::value* value = subscription.if_contains(member);
+  if (value == nullptr) {
+    fail(subscriptionPath(member), "is missing");
+  }
+  return *value;
+}
+
+/// The object's own bytes: what was not read must not be written anew.
+std::string objectText(const json::object& subscription, std::string_view textOfSubscription, const char* member) {
+  const json::value& value = requiredMember(subscription, member);
+  if (!value.is_object()) {
+    fail(subscriptionPath(member), "an object is expected, not " + kindOf(value));
+  }
+  return std::string(jsonMemberText(textOfSubscription, member).value());
+}
+
+/// What is wrong with the signature, if anything.
+std::optional<platform::PlatformError> verificationError(const json::object& subscription, const char* member,
+                                                         const char* error) {
+  const json::value* verified = subscription.if_contains(member);
+  if (verified != nullptr && !verified->is_bool()) {
+    fail(subscriptionPath(member), "true or false is expected, not " + kindOf(*verified));
+  }
+  if (verified == nullptr || verified->get_bool()) {
+    return std::nullopt;
+  }
+  return platform::PlatformError{error};
+}
+
+std::uint64_t transactionIdentifier(const json::object& transaction) {
+  const json::value* value = transaction.if_contains("transactionId");
+  std::uint64_t identifier = 0;
+  if (value != nullptr && value->is_string()) {
+    const json::string& digits = value->get_string();
+    const char* end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, identifier);
+    return error == std::errc{} && stop == end ? identifier : 0;
+  }
+  if (value != nullptr && value->is_number()) {
+    json::error_code error;
+    identifier = value->to_number<std::uint64_t>(error);
+    return error ? 0 : identifier;
+  }
+  return 0;
+}
+
+Step subscriptionStep(const json::value& value, const json::object&, std::string_view textOfLine) {
+  if (!value.is_object()) {
+    fail("subscription", "an object is expected, not " + kindOf(value));
+  }
+  const json::object& subscription = value.get_object();
+  for (const auto& member : subscription) {
+    const std::string_view name(member.key().data(), member.key().size());
+    if (name != transactionMember && name != renewalInfoMember && name != stateMember &&
+        name != transactionVerifiedMember && name != renewalInfoVerifiedMember) {
+      fail(subscriptionPath(name), "unknown member");
+    }
+  }
+  const std::string_view textOfSubscription = jsonMemberText(textOfLine, "subscription").value();
+  SubscriptionStep step;
+  step.update.transaction.jsonRepresentation = objectText(subscription, textOfSubscription, transactionMember);
+  step.update.transaction.identifier = transactionIdentifier(subscription.at(transactionMember).get_object());
+  step.update.transaction.verificationError =
+      verificationError(subscription, transactionVerifiedMember, "The transaction is not verified.");
+  step.update.renewalInfo.jsonRepresentation = objectText(subscription, textOfSubscription, renewalInfoMember);
+  step.update.renewalInfo.verificationError =
+      verificationError(subscription, renewalInfoVerifiedMember, "The renewal information is not verified.");
+  const json::value& state = requiredMember(subscription, stateMember);
+  if (!state.is_int64()) {
+    fail(subscriptionPath(stateMember), "a whole number is expected");
+  }
+  step.update.renewalState = state.get_int64();
+  return step;
+}
+
 struct Kind {
   std::string_view name;
-  Step (*parse)(const json::value& value, const json::object& line);
+  Step (*parse)(const json::value& value, const json::object& line, std::string_view textOfLine);
+  const char* notInScript = nullptr;  ///< why a script has no such lines
 };
 
-constexpr std::array<Kind, 5> kinds{{{"event", eventStep},
+constexpr const char* noAttributionInScript = "only \"quillmar run\" has search-ads attribution";
+
+constexpr std::array<Kind, 7> kinds{{{"event", eventStep},
                                      {"activate", activateStep},
-                                     {"sleep", sleepStep},
+                                     {"sleep", sleepStep, "say with \"at\" when a line happens"},
                                      {"reset", resetStep},
-                                     {"configure", configureStep}}};
+                                     {"configure", configureStep},
+                                     {"attribution", attributionStep, noAttributionInScript},
+                                     {"subscription", subscriptionStep, noAttributionInScript}}};
+
+std::string expectedKinds(InputTime time) {
+  std::string names;
+  for (const Kind& kind : kinds) {
+    if (kind.notInScript == nullptr || time == InputTime::real) {
+      names += (names.empty() ? "\"" : ", \"") + std::string(kind.name) + "\"";
+    }
+  }
+  return "one of " + names + " is expected";
+}
 
 std::chrono::seconds timeOfLine(const json::value& value) {
   const std::string at = text(value, "at");
@@ -160,15 +271,15 @@ InputLine parseInputLine(std::string_view textOfLine, InputTime time) {
     if (chosen != nullptr) {
       fail(kind.name, "a line is one step, and it has \"" + std::string(chosen->name) + "\" already");
     }
+    if (kind.notInScript != nullptr && time == InputTime::script) {
+      fail(kind.name, std::string("unknown member; ") + kind.notInScript);
+    }
     chosen = &kind;
   }
   for (const auto& member : line) {
     const std::string_view name(member.key().data(), member.key().size());
     if (name == "at" && time == InputTime::real) {
       fail(name, "unknown member; these lines are done as they come");
-    }
-    if (name == "sleep" && time == InputTime::script) {
-      fail(name, "unknown member; say with \"at\" when a line happens");
     }
     const bool known = name == "at" || (chosen != nullptr && name == chosen->name) ||
                        (name == "params" && chosen != nullptr && chosen->name == "event");
@@ -177,10 +288,11 @@ InputLine parseInputLine(std::string_view textOfLine, InputTime time) {
     }
   }
   if (chosen == nullptr) {
-    throw LineError("one of \"event\", \"activate\", \"reset\", \"configure\" is expected");
+    throw LineError(expectedKinds(time));
   }
-  InputLine result{chosen->parse(line.at(json::string_view(chosen->name.data(), chosen->name.size())), line),
-                   std::nullopt};
+  InputLine result{
+      chosen->parse(line.at(json::string_view(chosen->name.data(), chosen->name.size())), line, textOfLine),
+      std::nullopt};
   if (const json::value* at = line.if_contains("at")) {
     result.at = timeOfLine(*at);
   }

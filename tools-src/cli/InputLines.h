@@ -11,6 +11,7 @@
 
 #include "quillmar/ASEventParam.h"
 #include "quillmar/platform/NotificationCenter.h"
+#include "quillmar/platform/SubscriptionUpdates.h"
 
 namespace quillmar::cli {
 
@@ -33,7 +34,17 @@ struct ConfigureStep {
   std::string key;
 };
 
-using Step = std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep>;
+/// Switches search-ads attribution on or off.
+struct AttributionStep {
+  bool enable;
+};
+
+struct SubscriptionStep {
+  platform::SubscriptionStatusUpdate update;
+};
+
+using Step =
+    std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, AttributionStep, SubscriptionStep>;
 
 struct InputLine {
   Step step;

@@ -64,6 +64,15 @@ json::object toJson(const QuillmarStatistics& statistics) {
   return object;
 }
 
+json::object toJson(const QuillmarASAAttributionStatistics& statistics) {
+  json::object object;
+  object["sent"] = statistics.sent;
+  object["failed"] = statistics.failed;
+  object["unverified"] = statistics.unverified;
+  object["skipped"] = statistics.skipped;
+  return object;
+}
+
 json::object toJson(const QuillmarState& state) {
   json::object object;
   object["window"] = orNull(state.window);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarASAAttribution.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 
 namespace quillmar::cli {
@@ -38,6 +39,7 @@ std::string timestamp(platform::Clock::TimePoint instant);
 /// A call to the platform; what its interface does not take is null.
 boost::json::object toJson(const simulated::PlatformCall& call);
 boost::json::object toJson(const QuillmarStatistics& statistics);
+boost::json::object toJson(const QuillmarASAAttributionStatistics& statistics);
 boost::json::object toJson(const QuillmarState& state);
 boost::json::object toJson(const std::map<std::string, std::uint64_t>& counts);
 

@@ -38,6 +38,10 @@ input; a second one ends the program.
   --key KEY             the verification key; not empty
   --service URL         the event service: https://..., or http:// to this machine
                         (without it: an embedded development service on a free port)
+  --attribution-service URL
+                        where the attribution token is exchanged, in the same form (default: the event service)
+  --attribution-token T the token (default: development-token when the embedded service is asked, else none: then the
+                        platform has no token to give)
   --data DIR            the folder for settings and documents (default: a folder of the user's own)
   --events FILE|-       where the input comes from (default: -, standard input)
   --os-version V        the system version of the device (default: 18.0)
@@ -54,6 +58,13 @@ Input, one JSON object a line; blank lines are skipped:
   {"sleep":0.5}                                      wait, in seconds
   {"reset":true}                                     back to the unconfigured state
   {"configure":"KEY"}                                configure again
+  {"attribution":"enable"}                           fetch the search-ads attribution, unless it is stored, and listen
+                                                     for purchases; waits until both is done
+  {"attribution":"disable"}                          listen no more
+  {"subscription":{"transaction":{...},"renewalInfo":{...},"state":1}}
+                                                     the platform reports a purchase: to the library when it listens,
+                                                     else to nobody; "transactionVerified":false or
+                                                     "renewalInfoVerified":false make it one with a bad signature
 )";
 
 constexpr const char* serveHelp = R"(Usage: quillmar serve [options]
@@ -66,6 +77,8 @@ or SIGTERM.
   --config FILE                     the conversion values, as JSON (default: built in)
   --tls-cert FILE --tls-key FILE    serve HTTPS with this certificate and key (PEM)
   --status N                        answer each request with this HTTP status
+  --attribution-status N            answer attribution tokens with 200, 400, 404 or 500, whatever the token
+                                    (default: 200, or 400 for none and for "invalid-token")
   --delay SECONDS                   wait before each answer
   --fail-first N                    answer the first N requests with status 503
 )";
@@ -84,11 +97,12 @@ input has "activate" lines of its own.
   --days N           how long the life is (default: 36); later lines are errors
   --json             print JSON Lines in place of the table
 
-Input, one JSON object a line, as for "quillmar run" but without "sleep". Each may say when it happens, as the time
-since the first launch: {"at":"2d4h30m","event":"purchase","params":{"revenue":9.99}}. Without "at" it happens at the
-time of the line before. A line that is earlier than the one before is an error; it is left out.
-Automatic activations are listed only when they made the library call the platform. Of several completed values the
-library sends the lowest-ranked one, as it does in an app.
+Input, one JSON object a line, as for "quillmar run" but without "sleep", "attribution" and "subscription". Each may
+say when it happens, as the time since the first launch:
+  {"at":"2d4h30m","event":"purchase","params":{"revenue":9.99}}
+Without "at" it happens at the time of the line before. A line that is earlier than the one before is an error; it
+is left out. Automatic activations are listed only when they made the library call the platform. Of several completed
+values the library sends the lowest-ranked one, as it does in an app.
 )";
 
 struct Option {
@@ -249,7 +263,7 @@ bool isThisMachine(std::string host) {
          (inet_pton(AF_INET, host.c_str(), &address) == 1 && (ntohl(address.s_addr) >> 24U) == 127);
 }
 
-/// The key travels in a header, so it goes over plain HTTP only when it does not leave the machine.
+/// Key and token are secrets, so they go over plain HTTP only when they do not leave the machine.
 std::string serviceUrl(const std::string& text) {
   const BadValue unusable("https://HOST[:PORT], or http://127.0.0.1[:PORT], is expected, not \"" + text + "\"");
   const bool secure = text.rfind("https://", 0) == 0;
@@ -277,12 +291,30 @@ std::string serviceUrl(const std::string& text) {
   return url;
 }
 
+std::string attributionToken(const std::string& text) {
+  if (text.empty()) {
+    throw BadValue("must not be empty");
+  }
+  return text;
+}
+
+int attributionStatus(const std::string& text) {
+  for (const int status : {200, 400, 404, 500}) {
+    if (text == std::to_string(status)) {
+      return status;
+    }
+  }
+  throw BadValue("200, 400, 404 or 500 is expected, not \"" + text + "\"");
+}
+
 Command parseRun(const std::vector<std::string>& arguments) {
   RunOptions run;
   std::optional<std::string> key;
   const std::vector<Option> options = {
       {"key", true, [&](const auto& value) { key = value; }},
       {"service", true, [&](const auto& value) { run.service = serviceUrl(value); }},
+      {"attribution-service", true, [&](const auto& value) { run.attributionService = serviceUrl(value); }},
+      {"attribution-token", true, [&](const auto& value) { run.attributionToken = attributionToken(value); }},
       {"data", true, [&](const auto& value) { run.dataDirectory = dataDirectory(value); }},
       {"events", true, [&](const auto& value) { run.events = inputFile(value); }},
       {"os-version", true, [&](const auto& value) { run.osVersion = version(value); }},
@@ -313,6 +345,7 @@ Command parseServe(const std::vector<std::string>& arguments) {
       {"tls-cert", true, [&](const auto& value) { serve.tlsCertificate = readableFile(value); }},
       {"tls-key", true, [&](const auto& value) { serve.tlsKey = readableFile(value); }},
       {"status", true, [&](const auto& value) { serve.status = wholeNumber(value, 200, 599); }},
+      {"attribution-status", true, [&](const auto& value) { serve.attributionStatus = attributionStatus(value); }},
       {"delay", true, [&](const auto& value) { serve.delay = seconds(value); }},
       {"fail-first", true, [&](const auto& value) { serve.failFirst = wholeNumber<std::uint32_t>(value, 0, 1000000); }},
   };

@@ -20,9 +20,11 @@ class UsageError : public std::runtime_error {
 
 struct RunOptions {
   std::string key;
-  std::string service;        ///< an origin; empty: the embedded development service
-  std::string dataDirectory;  ///< absolute; empty: the platform's default
-  std::string events = "-";   ///< a path, or "-" for standard input
+  std::string service;             ///< an origin; empty: the embedded development service
+  std::string attributionService;  ///< an origin; empty: the event service's
+  std::string attributionToken;    ///< empty: a made-up one for the embedded service, none for another
+  std::string dataDirectory;       ///< absolute; empty: the platform's default
+  std::string events = "-";        ///< a path, or "-" for standard input
   std::string osVersion = "18.0";
   std::chrono::seconds clockOffset{0};
   LogLevel logLevel = LogLevel::off;
@@ -37,6 +39,7 @@ struct ServeOptions {
   std::string tlsCertificate;
   std::string tlsKey;
   std::optional<int> status;
+  std::optional<int> attributionStatus;
   std::chrono::milliseconds delay{0};
   std::uint32_t failFirst = 0;
 };

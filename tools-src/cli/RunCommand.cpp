@@ -1,5 +1,6 @@
 #include "RunCommand.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <ostream>
@@ -9,7 +10,10 @@
 #include "JsonOutput.h"
 #include "OffsetClock.h"
 #include "quillmar/QuillmarFactory.h"
+#include "quillmar/platform/InProcessNotificationCenter.h"
+#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
+#include "quillmar/simulated/SimulatedAttributionToken.h"
 #include "service/DevelopmentService.h"
 #include "service/ServiceLogic.h"
 
@@ -30,7 +34,22 @@ class EmbeddedService {
   service::DevelopmentService service_;
 };
 
+using SteadyClock = std::chrono::steady_clock;
+
+std::chrono::milliseconds timeUntil(SteadyClock::time_point instant) {
+  const auto rest = std::chrono::ceil<std::chrono::milliseconds>(instant - SteadyClock::now());
+  return std::max(rest, std::chrono::milliseconds(0));
+}
+
 }  // namespace
+
+/// What the steps are done with.
+struct RunCommand::Host {
+  Quillmar& quillmar;
+  QuillmarASAAttribution& attribution;
+  platform::InProcessNotificationCenter& notifications;
+  simulated::InMemorySubscriptionUpdates& subscriptionUpdates;
+};
 
 RunCommand::RunCommand(RunOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
 
@@ -43,6 +62,7 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   platform::DefaultPlatformOptions platformOptions;
   platformOptions.dataDirectory = options_.dataDirectory;
   platformOptions.serviceUrl = service;
+  platformOptions.attributionUrl = options_.attributionService.empty() ? service : options_.attributionService;
   platformOptions.caFile = options_.caFile;
   platform::Platform platform = platform::makeDefaultPlatform(platformOptions);
   platform.clock = std::make_shared<OffsetClock>(platform.clock, options_.clockOffset);
@@ -55,6 +75,14 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   platform.adAttributionKit = adNetwork;
   const auto notifications = std::make_shared<platform::InProcessNotificationCenter>();
   platform.notifications = notifications;
+  const bool embeddedIsAsked = embedded && options_.attributionService.empty();
+  if (embeddedIsAsked || !options_.attributionToken.empty()) {
+    const auto token = std::make_shared<simulated::SimulatedAttributionToken>();
+    token->setToken(options_.attributionToken.empty() ? "development-token" : options_.attributionToken);
+    platform.attributionToken = token;
+  }
+  const auto subscriptionUpdates = std::make_shared<simulated::InMemorySubscriptionUpdates>();
+  platform.subscriptionUpdates = subscriptionUpdates;
   // What the library prints stands beside the log: standard output is for JSON Lines.
   platform.standardOutput = [](std::string_view line) {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
@@ -67,9 +95,11 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   platform::setSharedPlatform(platform);
   Quillmar::setUseMock(options_.mock);
   const std::shared_ptr<Quillmar> quillmar = QuillmarFactory::createQuillmar(platform);
-  if (!quillmar) {
+  const std::shared_ptr<QuillmarASAAttribution> attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
+  if (!quillmar || !attribution) {
     throw std::bad_alloc();
   }
+  const Host host{*quillmar, *attribution, *notifications, *subscriptionUpdates};
   configure(*quillmar, options_.key);
   InputLines lines(input, errors, options_.events, InputTime::real);
   while (!stop_.raised()) {
@@ -77,14 +107,17 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
     if (!line) {
       break;
     }
-    perform(line->step, *quillmar, *notifications);
+    perform(line->step, host);
   }
 
-  const bool drained = quillmar->drain(options_.drainTimeout);
+  const auto deadline = SteadyClock::now() + options_.drainTimeout;
+  const bool eventsDrained = quillmar->drain(options_.drainTimeout);
+  const bool drained = attribution->drain(timeUntil(deadline)) && eventsDrained;
   adNetwork->setObserver(nullptr);
   boost::json::object summary;
   summary["drained"] = drained;
   summary["events"] = toJson(quillmar->statistics());
+  summary["purchases"] = toJson(attribution->statistics());
   summary["platformCalls"] = adNetwork->calls().size();
   summary["requests"] = toJson(transport->counts());
   summary["state"] = toJson(quillmar->state());
@@ -104,22 +137,44 @@ void RunCommand::configure(Quillmar& quillmar, const std::string& key) const {
   quillmar.configure(key);
 }
 
-void RunCommand::perform(const Step& step, Quillmar& quillmar,
-                         platform::InProcessNotificationCenter& notifications) const {
+void RunCommand::perform(const Step& step, const Host& host) const {
   if (const auto* event = std::get_if<EventStep>(&step)) {
     if (event->params) {
-      quillmar.sendEvent(event->name, *event->params);
+      host.quillmar.sendEvent(event->name, *event->params);
     } else {
-      quillmar.sendEvent(event->name);
+      host.quillmar.sendEvent(event->name);
     }
   } else if (const auto* activate = std::get_if<ActivateStep>(&step)) {
-    notifications.post(activate->notification);
+    host.notifications.post(activate->notification);
   } else if (const auto* sleep = std::get_if<SleepStep>(&step)) {
     stop_.waitFor(sleep->duration);
   } else if (const auto* again = std::get_if<ConfigureStep>(&step)) {
-    configure(quillmar, again->key);
+    configure(host.quillmar, again->key);
+  } else if (const auto* attribution = std::get_if<AttributionStep>(&step)) {
+    switchAttribution(attribution->enable, host);
+  } else if (const auto* subscription = std::get_if<SubscriptionStep>(&step)) {
+    host.subscriptionUpdates.post(subscription->update);
   } else {
-    quillmar.reset();
+    host.quillmar.reset();
+  }
+}
+
+void RunCommand::switchAttribution(bool enable, const Host& host) const {
+  if (enable) {
+    settle(host.quillmar);  // until the verification key is stored: without it there is nothing to enable
+    host.attribution.enableASAAttributionTracking();
+  } else {
+    host.attribution.disableASAAttributionTracking();
+  }
+  settle(host.attribution);  // updates reach a listener that is there; what comes earlier is lost
+}
+
+/// Waits until nothing is in flight, no longer than the drain time-out or the wish to stop.
+template <class Facade>
+void RunCommand::settle(Facade& facade) const {
+  constexpr std::chrono::milliseconds oneLook{100};
+  const auto deadline = SteadyClock::now() + options_.drainTimeout;
+  while (!facade.drain(std::min(oneLook, timeUntil(deadline))) && SteadyClock::now() < deadline && !stop_.raised()) {
   }
 }
 

@@ -7,7 +7,6 @@
 #include "Options.h"
 #include "StopSignal.h"
 #include "quillmar/Quillmar.h"
-#include "quillmar/platform/InProcessNotificationCenter.h"
 
 namespace quillmar::cli {
 
@@ -21,8 +20,13 @@ class RunCommand {
   int run(std::istream& input, std::ostream& output, std::ostream& errors);
 
  private:
+  struct Host;
+
   void configure(Quillmar& quillmar, const std::string& key) const;
-  void perform(const Step& step, Quillmar& quillmar, platform::InProcessNotificationCenter& notifications) const;
+  void perform(const Step& step, const Host& host) const;
+  void switchAttribution(bool enable, const Host& host) const;
+  template <class Facade>
+  void settle(Facade& facade) const;
 
   RunOptions options_;
   const StopSignal& stop_;

@@ -15,6 +15,7 @@ ServeCommand::ServeCommand(ServeOptions options, const StopSignal& stop) : optio
 int ServeCommand::run(std::ostream& output, std::ostream& errors) {
   service::ServiceOptions answers;
   answers.forcedStatus = options_.status;
+  answers.attributionStatus = options_.attributionStatus;
   answers.failFirst = options_.failFirst;
   answers.delay = options_.delay;
   service::ServiceLogic logic =

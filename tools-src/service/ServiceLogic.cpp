@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/json/value.hpp>
+#include <initializer_list>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,19 @@
 namespace quillmar::service {
 
 namespace {
+
+struct Endpoint {
+  std::string_view path;
+  std::string_view method;
+};
+constexpr Endpoint kConfig{"/ios/config", "GET"};
+constexpr Endpoint kConversionValues{"/v2/conversionValues", "GET"};
+constexpr Endpoint kEvents{"/ios/events", "POST"};
+constexpr Endpoint kAttribution{"/api/v1", "POST"};
+
+std::string_view pathOf(const ServiceRequest& request) {
+  return std::string_view(request.target).substr(0, request.target.find('?'));
+}
 
 constexpr std::string_view kDevelopmentAppId = "development-app";
 
@@ -70,13 +84,43 @@ std::optional<std::string> textProblem(const boost::json::object& event, std::st
   return value->is_string() ? std::nullopt : std::optional(fmt::format("{} is not a string", name));
 }
 
-std::optional<std::string> eventProblem(const boost::json::object& event) {
-  for (const std::string_view name : {"event_id", "event_name", "quillmar_id", "app_id", "event_type"}) {
+std::optional<std::string> textProblem(const boost::json::object& event,
+                                       std::initializer_list<std::string_view> names) {
+  for (const std::string_view name : names) {
     if (auto problem = textProblem(event, name)) {
       return problem;
     }
   }
-  return event.at("event_type").get_string() == "MANUAL" ? textProblem(event, "sdk_version") : std::nullopt;
+  return std::nullopt;
+}
+
+std::optional<std::string> purchaseProblem(const boost::json::object& purchase) {
+  if (auto problem = textProblem(purchase, {"event_id", "app_id", "event_name"})) {
+    return problem;
+  }
+  const boost::json::value* const details = purchase.if_contains("transaction_details");
+  if (details == nullptr) {
+    return "transaction_details is missing";
+  }
+  if (!details->is_object()) {
+    return "transaction_details is not an object";
+  }
+  const boost::json::value* const state = details->get_object().if_contains("state");
+  if (state == nullptr || !(state->is_int64() || state->is_uint64())) {
+    return state == nullptr ? "transaction_details.state is missing" : "transaction_details.state is not an integer";
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> eventProblem(const boost::json::object& event) {
+  const boost::json::value* const type = event.if_contains("event_type");
+  if (type != nullptr && type->is_string() && type->get_string() == "AUTOMATIC") {
+    return purchaseProblem(event);
+  }
+  if (auto problem = textProblem(event, {"event_id", "event_name", "quillmar_id", "app_id", "event_type"})) {
+    return problem;
+  }
+  return type->get_string() == "MANUAL" ? textProblem(event, "sdk_version") : std::nullopt;
 }
 
 ServiceAnswer acceptEvent(const std::string& body) {
@@ -97,6 +141,22 @@ ServiceAnswer acceptEvent(const std::string& body) {
   }
 }
 
+constexpr std::string_view kAttributionRecord =
+    R"({"attribution":true,"orgId":"40669820","campaignId":"542370539","conversionType":"Download",)"
+    R"("clickDate":"2026-01-01T08:00Z","adGroupId":"542317095","countryOrRegion":"US","keywordId":"87675432",)"
+    R"("adId":"542317136","claimType":"Click"})";
+
+ServiceAnswer exchangeToken(const std::string& token, std::optional<int> forcedStatus) {
+  const bool valid = !token.empty() && token != "invalid-token";
+  const int status = forcedStatus.value_or(valid ? 200 : 400);
+  if (status != 200) {
+    return failure(status, status == 400 ? "the token is empty or not valid" : "asked to fail");
+  }
+  ServiceAnswer answer;
+  answer.body = kAttributionRecord;
+  return answer;
+}
+
 }  // namespace
 
 bool HeaderNameLess::operator()(const std::string& a, const std::string& b) const noexcept {
@@ -106,10 +166,13 @@ bool HeaderNameLess::operator()(const std::string& a, const std::string& b) cons
 ServiceLogic::ServiceLogic(const ServiceOptions& options)
     : acceptedKey_(options.acceptedKey),
       forcedStatus_(options.forcedStatus),
+      attributionStatus_(options.attributionStatus),
       failuresLeft_(options.failFirst),
       delay_(options.delay) {
-  if (forcedStatus_ && (*forcedStatus_ < 200 || *forcedStatus_ > 599)) {
-    throw std::invalid_argument(fmt::format("{} is no status of an answer: 200 to 599 are", *forcedStatus_));
+  for (const auto& status : {forcedStatus_, attributionStatus_}) {
+    if (status && (*status < 200 || *status > 599)) {
+      throw std::invalid_argument(fmt::format("{} is no status of an answer: 200 to 599 are", *status));
+    }
   }
   try {
     const ConfigResponse response = decodeConfiguration(options.configuration.value_or(kShopConfig));
@@ -126,7 +189,8 @@ ServiceAnswer ServiceLogic::handle(const ServiceRequest& request) {
   const bool authorized = authorization != request.headers.end() && !authorization->second.empty() &&
                           (!acceptedKey_ || authorization->second == *acceptedKey_);
   ServiceAnswer answer = route(request);
-  if (!authorized && answer.status != 404 && answer.status != 405) {
+  // The service that exchanges tokens is another party's and knows no keys.
+  if (!authorized && pathOf(request) != kAttribution.path && answer.status != 404 && answer.status != 405) {
     refuse(answer, 401, "the verification key is missing or not accepted");
   }
   if (failuresLeft_ > 0 || forcedStatus_) {
@@ -143,16 +207,8 @@ ServiceAnswer ServiceLogic::handle(const ServiceRequest& request) {
 }
 
 ServiceAnswer ServiceLogic::route(const ServiceRequest& request) const {
-  struct Endpoint {
-    std::string_view path;
-    std::string_view method;
-  };
-  constexpr Endpoint kConfig{"/ios/config", "GET"};
-  constexpr Endpoint kConversionValues{"/v2/conversionValues", "GET"};
-  constexpr Endpoint kEvents{"/ios/events", "POST"};
-
-  const std::string_view path = std::string_view(request.target).substr(0, request.target.find('?'));
-  for (const Endpoint& endpoint : {kConfig, kConversionValues, kEvents}) {
+  const std::string_view path = pathOf(request);
+  for (const Endpoint& endpoint : {kConfig, kConversionValues, kEvents, kAttribution}) {
     if (path != endpoint.path) {
       continue;
     }
@@ -163,6 +219,9 @@ ServiceAnswer ServiceLogic::route(const ServiceRequest& request) const {
     }
     if (path == kEvents.path) {
       return acceptEvent(request.body);
+    }
+    if (path == kAttribution.path) {
+      return exchangeToken(request.body, attributionStatus_);
     }
     ServiceAnswer answer;
     answer.body = path == kConfig.path ? configResponse_ : conversionValues_;
