@@ -20,26 +20,16 @@ using WindowValue = ConversionValues::WindowValue;
 namespace {
 
 TEST(SystemVersion, comparesNumberByNumber) {
-  const struct {
-    const char *version, *minimum;
-    bool atLeast;
-  } rows[] = {{"16.10", "16.2", true},
-              {"16.2", "16.10", false},
-              {"18", "18.0", true},
-              {"18.0.0", "18", true},
-              {"17.9.9", "18", false},
-              {"9.3", "14.0", false},
-              {"016.01", "16.1", true},
-              {"", "0", true},
-              {"", "14.0", false},
-              {"x", "14.0", false},
-              {"15.4beta", "15.4", true},
-              {"15.x", "15.4", false},
-              {"15..4", "15.0.4", true},
-              {"-15.4", "14.0", false},
-              {"36893488147419103232", "1", true}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(isVersionAtLeast(row.version, row.minimum), row.atLeast) << row.version << " and " << row.minimum;
+  using Pairs = std::vector<std::pair<std::string_view, std::string_view>>;  // a version and the minimum
+  const Pairs atLeast{{"16.10", "16.2"}, {"18", "18.0"},       {"18.0.0", "18"},    {"016.01", "16.1"},
+                      {"", "0"},         {"15.4beta", "15.4"}, {"15..4", "15.0.4"}, {"36893488147419103232", "1"}};
+  const Pairs below{{"16.2", "16.10"}, {"17.9.9", "18"}, {"9.3", "14.0"},  {"", "14.0"},
+                    {"x", "14.0"},     {"15.x", "15.4"}, {"-15.4", "14.0"}};
+  for (const auto& [version, minimum] : atLeast) {
+    EXPECT_TRUE(isVersionAtLeast(version, minimum)) << version;
+  }
+  for (const auto& [version, minimum] : below) {
+    EXPECT_FALSE(isVersionAtLeast(version, minimum)) << version;
   }
 }
 

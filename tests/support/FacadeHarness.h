@@ -60,7 +60,9 @@ class FacadeHarness {
 
   /// A new process on the same settings and files.
   void restart() {
-    quillmar = QuillmarFactory::createQuillmar(simulated.platform());
+    auto platform = simulated.platform();
+    platform.standardOutput = [this](std::string_view line) { printed.emplace_back(line); };
+    quillmar = QuillmarFactory::createQuillmar(platform);
     quillmar->setLogLevel(LogLevel::info);
   }
 
@@ -122,7 +124,7 @@ class FacadeHarness {
   simulated::SimulatedPlatform simulated;
   LogCapture log;
   std::shared_ptr<platform::UserDefaults> defaults;
-  std::vector<std::string> printed;
+  std::vector<std::string> printed;  // on the standard output
   std::shared_ptr<Quillmar> quillmar;
 
  private:
