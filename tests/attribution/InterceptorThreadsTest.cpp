@@ -4,8 +4,6 @@
 #include <thread>
 
 #include "Attribution/PurchaseInterceptor.h"
-#include "Platform/Posix/NoAttributionToken.h"
-#include "Platform/Posix/NoSubscriptionUpdates.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
 #include "support/AttributionHarness.h"
@@ -157,21 +155,6 @@ TEST(AttributionThreads, facadeIsSwitchedWhileUpdatesArrive) {
   EXPECT_EQ(attribution->statistics().sent, before + 1);
   attribution->disableASAAttributionTracking();
   EXPECT_TRUE(attribution->drain(longEnough));  // its last lines belong to this test
-}
-
-TEST(AttributionThreads, systemWithoutStoreListensInVainAndGivesNoToken) {
-  AttributionHarness host;
-  auto platform = host.simulated.platform();
-  platform.attributionToken = std::make_shared<platform::NoAttributionToken>();
-  platform.subscriptionUpdates = std::make_shared<platform::NoSubscriptionUpdates>();
-  host.attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
-  host.enable();
-  EXPECT_TRUE(host.isIdle());
-  EXPECT_THAT(host.log.messages(), ::testing::Contains("error: Failed to fetch ASA attribution data: The attribution "
-                                                       "token is not available on this platform."));
-  host.disable();
-  EXPECT_EQ(host.listenerLines().back(),
-            "error: PurchaseInterceptor - Product.SubscriptionInfo.Status.updates loop ended");
 }
 
 }  // namespace

@@ -34,21 +34,17 @@ TEST(SystemVersion, comparesNumberByNumber) {
 }
 
 /// Writes the calls down and keeps their completions.
-class ScriptedAdNetwork : public SKAdNetworkProtocol, public platform::AdAttributionKit {
+class ScriptedPlatform : public platform::StoreKitAdNetwork, public platform::AdAttributionKit {
  public:
-  void updatePostbackConversionValue_iOS16_1_WithCoarse(int fine, std::any coarse, bool lock,
-                                                        Completion done) override {
-    const auto value = std::any_cast<platform::SKAdNetworkCoarseConversionValue>(coarse);
-    add(fmt::format("4 fine={} coarse={} lock={}", fine, static_cast<int>(value), lock), std::move(done));
-  }
-  void updatePostbackConversionValue_iOS16_1_WithoutCoarse(int fine, bool lock, Completion done) override {
-    add(fmt::format("4 fine={} lock={}", fine, lock), std::move(done));
-  }
-  void updatePostbackConversionValue_iOS15_4(int fine, Completion done) override {
+  void registerAppForAdNetworkAttribution() override { add("register", nullptr); }
+  void updateConversionValue(int fine) override { add(fmt::format("2 fine={}", fine), nullptr); }
+  void updatePostbackConversionValue(int fine, Completion done) override {
     add(fmt::format("3 fine={}", fine), std::move(done));
   }
-  void updateConversionValue_iOS14_0(int fine) override { add(fmt::format("2 fine={}", fine), nullptr); }
-  void registerAppForAdNetworkAttribution() override { add("register", nullptr); }
+  void updatePostbackConversionValue(int fine, platform::SKAdNetworkCoarseConversionValue coarse, bool lock,
+                                     Completion done) override {
+    add(fmt::format("4 fine={} coarse={} lock={}", fine, static_cast<int>(coarse), lock), std::move(done));
+  }
   void updateConversionValue(const platform::PostbackUpdate& update, Completion done) override {
     const int coarse = update.coarseConversionValue ? static_cast<int>(*update.coarseConversionValue) : -1;
     add(fmt::format("kit fine={} coarse={} lock={}", update.fineConversionValue, coarse, update.lockPostback),
@@ -85,7 +81,7 @@ class ConversionTrackingManagerTest : public testing::Test {
   }
   /// The platform's answer to the last call, if that is one that it answers.
   void answer(std::optional<PlatformError> error = {}) {
-    if (const Completion done = network_->completions.back()) {
+    if (const Completion done = platform_->completions.back()) {
       done(std::move(error));
       crank();
     }
@@ -95,20 +91,21 @@ class ConversionTrackingManagerTest : public testing::Test {
     }
   }
   void forgetCalls() {
-    network_->calls.clear();
-    network_->completions.clear();
+    platform_->calls.clear();
+    platform_->completions.clear();
     crank();
   }
   std::optional<LastWindowValue> last() const { return readLastWindowValue(*store_); }
 
   const std::shared_ptr<simulated::InMemoryUserDefaults> store_ = std::make_shared<simulated::InMemoryUserDefaults>();
-  const std::shared_ptr<ScriptedAdNetwork> network_ = std::make_shared<ScriptedAdNetwork>();
+  const std::shared_ptr<ScriptedPlatform> platform_ = std::make_shared<ScriptedPlatform>();
   const std::shared_ptr<simulated::SimulatedDevice> device_ = std::make_shared<simulated::SimulatedDevice>("18.0");
+  const std::shared_ptr<RealSKAdNetwork> network_ = std::make_shared<RealSKAdNetwork>(platform_, device_);
   const std::shared_ptr<simulated::ManualExecutor> own_ = std::make_shared<simulated::ManualExecutor>();
   const std::shared_ptr<simulated::ManualExecutor> main_ = std::make_shared<simulated::ManualExecutor>();
   const std::shared_ptr<ActivityCounter> activity_ = std::make_shared<ActivityCounter>();
   std::shared_ptr<ConversionTrackingManager> manager_ =
-      std::make_shared<ConversionTrackingManager>(store_, network_, network_, device_, main_, activity_);
+      std::make_shared<ConversionTrackingManager>(store_, network_, platform_, device_, main_, activity_);
 };
 
 TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulatedVersionOnTheMainExecutor) {
@@ -131,13 +128,13 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
     ConversionTrackingManager::setSimulatediOSVersion(simulated.empty() ? std::nullopt : std::optional(simulated));
     start(row.system, {fine7, medium}, true);
     own_->runUntilIdle();
-    EXPECT_THAT(network_->calls, IsEmpty()) << "before the main executor runs";
+    EXPECT_THAT(platform_->calls, IsEmpty()) << "before the main executor runs";
     main_->runOne();
-    EXPECT_EQ(network_->calls.empty(), row.call == kit) << "that one is called by a task of its own";
+    EXPECT_EQ(platform_->calls.empty(), row.call == kit) << "that one is called by a task of its own";
     const bool answered = row.call != "2 fine=7" && row.call != "register";
     EXPECT_EQ(activity_->count() > 0, answered) << "counts from the start";
     main_->runUntilIdle();
-    EXPECT_THAT(network_->calls, ElementsAre(row.call));
+    EXPECT_THAT(platform_->calls, ElementsAre(row.call));
     EXPECT_EQ(last().has_value(), !answered) << "only a success is recorded";
     answer();
     const bool locked = row.call.ends_with("lock=true");
@@ -153,13 +150,13 @@ TEST_F(ConversionTrackingManagerTest, absentPartsAndHugeValuesAreSentSafely) {
     WindowValue value;
     const char* call;
   } rows[] = {{"17.0", {{}, medium}, "4 fine=0 coarse=1 lock=false"},
-              {"17.0", {fine7, {}}, "4 fine=7 lock=false"},
+              {"17.0", {fine7, {}}, "3 fine=7"},  // which does not take the lock request
               {"18.0", {{}, {}}, "kit fine=0 coarse=-1 lock=false"},
               {"15.4", {{{huge, {}}}, {}}, "3 fine=2147483647"},
               {"14.0", {{{-huge, {}}}, {}}, "2 fine=-2147483648"}};
   for (const auto& row : rows) {
     send(row.system, row.value);
-    EXPECT_EQ(network_->calls.back(), row.call);
+    EXPECT_EQ(platform_->calls.back(), row.call);
   }
 }
 
@@ -191,10 +188,10 @@ TEST_F(ConversionTrackingManagerTest, logsEachStepAndSavesSuccessesOnly) {
     EXPECT_EQ(activity_->count(), 0) << "a failure is an end too";
   }
   const test::LogCapture log(LogLevel::error);
-  network_->calls.clear();
+  platform_->calls.clear();
   spawn(own_, manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true));
   crank();
-  EXPECT_THAT(network_->calls, IsEmpty());
+  EXPECT_THAT(platform_->calls, IsEmpty());
   EXPECT_THAT(log.messages(), ElementsAre("error: ConversionTrackingManager - No conversion value available for window "
                                           "window2 in event: rule"));
 }
@@ -236,7 +233,7 @@ TEST_F(ConversionTrackingManagerTest, platformThatAnswersTwiceLateOrNeverDoesNoH
   const std::weak_ptr<ConversionTrackingManager> watch = manager_;
   manager_.reset();
   EXPECT_TRUE(watch.expired()) << "an open call does not keep the manager";
-  for (const Completion& done : network_->completions) {
+  for (const Completion& done : platform_->completions) {
     done(std::nullopt);
   }
   crank();
@@ -244,43 +241,22 @@ TEST_F(ConversionTrackingManagerTest, platformThatAnswersTwiceLateOrNeverDoesNoH
   EXPECT_EQ(activity_->count(), 0);
 }
 
-TEST(RealSKAdNetwork, handsOnWhatTheSystemHas) {
-  const auto device = std::make_shared<simulated::SimulatedDevice>("");
-  const auto platform = std::make_shared<simulated::SimulatedAdNetwork>(
-      std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{}), device);
-  RealSKAdNetwork network(platform, device);
-  int completed = 0;
-  const Completion done = [&completed](const auto&) { ++completed; };
+TEST_F(ConversionTrackingManagerTest, adapterHandsOnOnlyWhatTheSystemHas) {
   const auto coarse = platform::SKAdNetworkCoarseConversionValue::medium;
   for (const char* system : {"13.7", "14.0", "15.4", "16.1"}) {
-    device->setSystemVersion(system);
-    network.updatePostbackConversionValue_iOS16_1_WithCoarse(1, coarse, true, done);
-    network.updatePostbackConversionValue_iOS16_1_WithoutCoarse(2, true, done);
-    network.updatePostbackConversionValue_iOS15_4(3, done);
-    network.updateConversionValue_iOS14_0(4);
-    network.registerAppForAdNetworkAttribution();
+    device_->setSystemVersion(system);
+    network_->updatePostbackConversionValue_iOS16_1_WithCoarse(1, coarse, true, nullptr);
+    network_->updatePostbackConversionValue_iOS16_1_WithoutCoarse(2, true, nullptr);
+    network_->updatePostbackConversionValue_iOS15_4(3, nullptr);
+    network_->updateConversionValue_iOS14_0(4);
   }
-  const auto calls = platform->calls();
-  std::string interfaces;
-  for (const auto& call : calls) {
-    interfaces += call.interface + " ";
-  }
-  EXPECT_EQ(interfaces,
-            "registration skAdNetwork2 registration skAdNetwork3 skAdNetwork2 registration "
-            "skAdNetwork4 skAdNetwork4WithoutCoarse skAdNetwork4WithoutCoarse skAdNetwork2 registration ");
-  EXPECT_EQ(completed, 4) << "once on 15.4 and three times on 16.1";
-  const auto& withCoarse = calls[calls.size() - 5];
-  EXPECT_EQ(withCoarse.fineValue, 1);
-  EXPECT_EQ(withCoarse.coarseValue, "medium");
-  EXPECT_EQ(withCoarse.lockWindow, true);
-  EXPECT_FALSE(calls[calls.size() - 4].lockWindow) << "the lock request is not passed on without a coarse value";
-
+  platform_->completions.at(1)(std::nullopt);  // may be called although the caller gave none
+  EXPECT_THAT(platform_->calls, ElementsAre("2 fine=4", "3 fine=3", "2 fine=4", "4 fine=1 coarse=1 lock=true",
+                                            "3 fine=2", "3 fine=3", "2 fine=4"));
   const test::LogCapture log;
-  network.updatePostbackConversionValue_iOS16_1_WithCoarse(1, 2, true, done);
-  EXPECT_EQ(platform->calls().size(), calls.size());
-  EXPECT_EQ(completed, 4);
+  network_->updatePostbackConversionValue_iOS16_1_WithCoarse(1, 2, true, nullptr);
+  EXPECT_EQ(platform_->calls.size(), 7u);
   EXPECT_EQ(log.messages().size(), 1u) << "a wrong type is logged";
-  network.updatePostbackConversionValue_iOS15_4(3, nullptr);  // the platform calls it nevertheless
 }
 
 }  // namespace
