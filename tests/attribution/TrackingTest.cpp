@@ -223,11 +223,11 @@ TEST_F(AttributionTracking, updatesAreSkippedWhileTheServiceHasSwitchedTheLibrar
   enable();
   defaults->set("SdkEnabled", false);
   post(subscriptionUpdate(18446744073709551615u));
-  const std::string line = "debug: PurchaseProcessor - ";
-  EXPECT_THAT(linesOf({"PurchaseProcessor"}),
-              ElementsAre(line + "Processing purchase for transaction: 18446744073709551615, state: 1",
-                          line + "SDK enabled status: false",
-                          line + "SDK is disabled by server configuration, skipping purchase processing"));
+  EXPECT_THAT(
+      log.messages(),
+      IsSupersetOf(
+          {"debug: PurchaseProcessor - Processing purchase for transaction: 18446744073709551615, state: 1",
+           "debug: PurchaseProcessor - SDK is disabled by server configuration, skipping purchase processing"}));
   EXPECT_THAT(purchases(), IsEmpty());
   EXPECT_EQ(attribution->statistics().skipped, 1u);
 }
