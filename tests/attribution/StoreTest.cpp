@@ -28,8 +28,6 @@ TEST(ASADataPersistence, unusableFilesAreToldFromMissingOnes) {
       {"", record + "The data is not in the correct format: " + empty, dictionary + empty},
       {"[]", noRecord + "the document: expected an object, found an array",
        error + "Failed to decode ASA data as dictionary"},
-      {"12", noRecord + "the document: expected an object, found another number",
-       dictionary + "the document is neither an object nor an array"},
       {R"({"orgId":1,"foreign":[1.10]})", noRecord + "orgId: expected a string, found another number",
        loaded + " as dictionary from local storage"},
       {R"({"attribution":true,"orgId":"1","claimType":null})", loaded + " from local storage",

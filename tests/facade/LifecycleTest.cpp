@@ -132,15 +132,11 @@ TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
   EXPECT_TRUE(quillmar->drain(0ms)) << "a waiting fetch is not in flight";
   activate();  // during the wait
   EXPECT_TRUE(logged("debug: Fetch already in progress, skipping..."));
-  advance(4999ms);
-  EXPECT_EQ(configRequests(), 1u);
-  advance(1ms);
-  EXPECT_EQ(configRequests(), 2u);
-  advance(9999ms);
-  EXPECT_EQ(configRequests(), 2u);
-  EXPECT_TRUE(quillmar->hasFetchedConversionValues());
-  advance(1ms);
-  EXPECT_EQ(configRequests(), 3u);
+  for (const auto& [passing, expected] : {std::pair(4999ms, 1u), {1ms, 2u}, {9999ms, 2u}, {1ms, 3u}}) {
+    EXPECT_TRUE(quillmar->hasFetchedConversionValues());
+    advance(passing);
+    EXPECT_EQ(configRequests(), expected);
+  }
   for (const char* attempt : {"1", "2", "3"}) {
     EXPECT_TRUE(logged(std::string("error: Failed to fetch conversion values: serverError. Attempt: ") + attempt));
   }
