@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Persistence/ASADataPersistence.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
@@ -11,60 +10,45 @@ namespace {
 using ::testing::ElementsAre;
 
 const std::string path = "/documents/asa_attribution_data.json";
-const std::string prefix = "ASADataPersistence - ";
+const std::string debug = "debug: ASADataPersistence - ";
+const std::string error = "error: ASADataPersistence - ";
 
 TEST(ASADataPersistence, unusableFilesAreToldFromMissingOnes) {
-  struct Case {
+  const std::string record = error + "Failed to load ASA data: ";
+  const std::string noRecord = record + "A value has the wrong type: ";
+  const std::string dictionary =
+      error + "Failed to load ASA data as dictionary: The data is not in the correct format: ";
+  const std::string loaded = debug + "Successfully loaded ASA data";
+  const std::string empty = "not valid JSON at line 1, column 1: the document is empty";
+  const struct {
     const char* content;
-    const char* record;      // the end of the lines of the two ways to load
-    const char* dictionary;  // likewise
+    std::string record, dictionary;  // what the two ways to load log in the end
+  } cases[] = {
+      {nullptr, debug + "No ASA data file found", debug + "No ASA data file found for dictionary loading"},
+      {"", record + "The data is not in the correct format: " + empty, dictionary + empty},
+      {"[]", noRecord + "the document: expected an object, found an array",
+       error + "Failed to decode ASA data as dictionary"},
+      {R"({"orgId":1,"foreign":[1.10]})", noRecord + "orgId: expected a string, found another number",
+       loaded + " as dictionary from local storage"},
+      {R"({"attribution":true,"orgId":"1","claimType":null})", loaded + " from local storage",
+       loaded + " as dictionary from local storage"},
   };
-  const char* const empty =
-      "The data is not in the correct format: not valid JSON at line 1, column 1: the document is empty";
-  const std::string emptyRecord = std::string("error: ") + prefix + "Failed to load ASA data: " + empty;
-  const std::string emptyDictionary =
-      std::string("error: ") + prefix + "Failed to load ASA data as dictionary: " + empty;
-  const Case cases[] = {
-      {nullptr, "debug: ASADataPersistence - No ASA data file found",
-       "debug: ASADataPersistence - No ASA data file found for dictionary loading"},
-      {"", emptyRecord.c_str(), emptyDictionary.c_str()},
-      {"[]",
-       "error: ASADataPersistence - Failed to load ASA data: A value has the wrong type: the document: expected an "
-       "object, found an array",
-       "error: ASADataPersistence - Failed to decode ASA data as dictionary"},
-      {"12",
-       "error: ASADataPersistence - Failed to load ASA data: A value has the wrong type: the document: expected an "
-       "object, found another number",
-       "error: ASADataPersistence - Failed to load ASA data as dictionary: The data is not in the correct format: the "
-       "document is neither an object nor an array"},
-      {R"({"orgId":1,"foreign":[1.10]})",
-       "error: ASADataPersistence - Failed to load ASA data: A value has the wrong type: orgId: expected a string, "
-       "found another number",
-       "debug: ASADataPersistence - Successfully loaded ASA data as dictionary from local storage"},
-      {R"({"attribution":true,"orgId":"1","claimType":null})",
-       "debug: ASADataPersistence - Successfully loaded ASA data from local storage",
-       "debug: ASADataPersistence - Successfully loaded ASA data as dictionary from local storage"},
-  };
-  for (const Case& test : cases) {
-    SCOPED_TRACE(test.content == nullptr ? "missing" : test.content);
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.record);
     const auto files = std::make_shared<simulated::InMemoryFileManager>();
     if (test.content != nullptr) {
       files->createDirectory("/documents");
       files->writeFile(path, test.content, platform::WriteMode::direct);
     }
     const ASADataPersistence persistence(files);
-    LogCapture log;
-    const auto record = persistence.loadASAData();
-    const auto dictionary = persistence.loadASADataAsDictionary();
+    const LogCapture log;
+    EXPECT_EQ(persistence.loadASAData().has_value(), test.record.starts_with(loaded));
+    const auto text = persistence.loadASADataAsDictionary();
+    ASSERT_EQ(text.has_value(), test.dictionary.starts_with(loaded));
+    EXPECT_TRUE(!text || text->text() == test.content);
     EXPECT_THAT(log.messages(),
-                ElementsAre("debug: ASADataPersistence - Loading ASA attribution data from local storage", test.record,
-                            "debug: ASADataPersistence - Loading ASA attribution data as dictionary from local storage",
-                            test.dictionary));
-    EXPECT_EQ(record.has_value(), std::string(test.record).starts_with("debug: ASADataPersistence - Succ"));
-    ASSERT_EQ(dictionary.has_value(), std::string(test.dictionary).starts_with("debug: ASADataPersistence - Succ"));
-    if (dictionary) {
-      EXPECT_EQ(dictionary->text(), test.content);
-    }
+                ElementsAre(debug + "Loading ASA attribution data from local storage", test.record,
+                            debug + "Loading ASA attribution data as dictionary from local storage", test.dictionary));
     EXPECT_EQ(persistence.hasASAData(), test.content != nullptr);
   }
 }
@@ -81,34 +65,27 @@ TEST(ASADataPersistence, savesEveryFieldAndClears) {
       R"({"attribution":true,"campaignId":"1","adGroupId":"2","keywordId":"3","countryOrRegion":"4",)"
       R"("conversionType":"5","clickDate":"6","impressionDate":"7","adId":"8","orgId":"9","claimType":"\"10\""})");
   EXPECT_EQ(persistence.loadASAData(), record);
-  LogCapture log;
+  const LogCapture log;
   persistence.clearASAData();
-  persistence.clearASAData();
-  EXPECT_THAT(log.messages(),
-              ElementsAre("debug: ASADataPersistence - Clearing ASA attribution data from local storage",
-                          "debug: ASADataPersistence - Successfully cleared ASA data",
-                          "debug: ASADataPersistence - Clearing ASA attribution data from local storage",
-                          "debug: ASADataPersistence - No ASA data file to clear"));
   EXPECT_FALSE(persistence.hasASAData());
+  persistence.clearASAData();
+  EXPECT_EQ(log.messages().back(), debug + "No ASA data file to clear");
 }
 
 TEST(ASADataPersistence, placesThatCannotBeWrittenAreLoggedOnly) {
-  LogCapture log(LogLevel::error);
+  const LogCapture log(LogLevel::error);
   const auto files = std::make_shared<simulated::InMemoryFileManager>();
   files->createDirectory("/documents");
   files->createDirectory(path);  // in the way
-  ASADataPersistence blocked(files);
-  blocked.saveASAData({});
+  ASADataPersistence(files).saveASAData({});
   ASADataPersistence homeless(std::make_shared<simulated::InMemoryFileManager>(std::nullopt));
   homeless.saveASAData({});
   homeless.clearASAData();
   EXPECT_FALSE(homeless.hasASAData());
   EXPECT_EQ(homeless.loadASAData(), std::nullopt);
-  EXPECT_THAT(
-      log.messages(),
-      ElementsAre("error: ASADataPersistence - Failed to save ASA data: Is a directory: " + path,
-                  "error: ASADataPersistence - There is no documents directory, ASA data is not kept",
-                  "error: ASADataPersistence - Failed to save ASA data: The file has no place to be stored in."));
+  EXPECT_THAT(log.messages(), ElementsAre(error + "Failed to save ASA data: Is a directory: " + path,
+                                          error + "There is no documents directory, ASA data is not kept",
+                                          error + "Failed to save ASA data: The file has no place to be stored in."));
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 using namespace quillmar;
 using platform::PropertyListValue;
-using testing::ElementsAre;
+using Value = ConversionValues::ConversionValue;
 
 namespace {
 
@@ -27,101 +27,66 @@ TEST(LastWindowValue, isTheSameAfterItsDictionaryAndItsJson) {
     const boost::json::value document = parseJson(writer.take());
     EXPECT_EQ(LastWindowValue::decode(JsonReader(document)), value);
   }
-  LastWindowValue unlocked = least;
-  unlocked.lockWindow.reset();
-  EXPECT_EQ(unlocked.toDictionary().count("lockWindow"), 0u);
-  EXPECT_FALSE(LastWindowValue::fromDictionary(unlocked.toDictionary())) << "required when it is read";
   EXPECT_EQ(least.toDictionary().size(), 4u) << "what is absent is left out";
-  const boost::json::value unknown =
-      parseJson(R"({"key":"k","fineValue":1,"coarseValue":"HIGH","completedEvents":[]})");
+  PropertyListValue::Dictionary integers = whole.toDictionary();
+  integers.insert_or_assign("revenueMax", std::int64_t{9});
+  EXPECT_EQ(LastWindowValue::fromDictionary(integers), whole) << "a store may turn 9.0 into 9";
+  const auto unknown = parseJson(R"({"key":"k","fineValue":1,"coarseValue":"HIGH","completedEvents":[]})");
   EXPECT_THROW(LastWindowValue::decode(JsonReader(unknown)), DecodingError);
 }
 
 TEST(LastWindowValue, dictionaryMustHaveTheRequiredEntriesInTheirTypes) {
-  const struct {
-    const char* key;
-    std::optional<PropertyListValue> entry;
-    bool readable;
-  } rows[] = {{"key", {}, false},
-              {"key", std::int64_t{1}, false},
-              {"fineValue", {}, false},
-              {"fineValue", "42", false},
-              {"lockWindow", {}, false},
-              {"lockWindow", "true", false},
-              {"completedEvents", {}, false},
-              {"completedEvents", "a", false},
-              {"completedEvents", PropertyListValue::Array{"a", true}, false},
-              {"coarseValue", {}, true},
-              {"coarseValue", "HIGH", true},
-              {"coarseValue", 1.0, true},
-              {"revenueMin", {}, true},
-              {"revenueMin", "5", true},
-              {"extra", true, true}};
-  for (const auto& row : rows) {
+  const PropertyListValue wrong = PropertyListValue::Array{"a", true};  // for every one of them
+  for (const auto& [key, entry] : whole.toDictionary()) {
+    SCOPED_TRACE(key);
     PropertyListValue::Dictionary dictionary = whole.toDictionary();
-    dictionary.erase(row.key);
-    if (row.entry) {
-      dictionary.emplace(row.key, *row.entry);
-    }
-    const auto value = LastWindowValue::fromDictionary(dictionary);
-    ASSERT_EQ(value.has_value(), row.readable) << row.key << " row " << &row - rows;
-    if (value) {
-      EXPECT_EQ(value->coarseValue.has_value(), std::string(row.key) != "coarseValue");
-      EXPECT_EQ(value->revenueMin.has_value(), std::string(row.key) != "revenueMin");
-    }
+    dictionary.erase(key);
+    const auto without = LastWindowValue::fromDictionary(dictionary);
+    dictionary.emplace(key, wrong);
+    EXPECT_EQ(LastWindowValue::fromDictionary(dictionary), without);
+    const bool optional = key == "coarseValue" || key == "revenueMin" || key == "revenueMax";
+    ASSERT_EQ(without.has_value(), optional);
+    EXPECT_TRUE(!without || without->toDictionary().size() == 6u);
   }
-  PropertyListValue::Dictionary integers = whole.toDictionary();
-  integers.insert_or_assign("revenueMax", std::int64_t{9});
-  EXPECT_EQ(LastWindowValue::fromDictionary(integers), whole) << "a store may turn 9.0 into 9";
+  PropertyListValue::Dictionary unknown = whole.toDictionary();
+  unknown.insert_or_assign("coarseValue", "HIGH");
+  EXPECT_FALSE(LastWindowValue::fromDictionary(unknown)->coarseValue);
 }
 
-using Value = ConversionValues::ConversionValue;
-const ConversionValues::FineValue fine7{7, {{"a", {}, {}}}};
-const ConversionValues::CoarseValueData low{CoarseValue::low, {{"b", 1.0, 2.0}}};
-
 TEST(ConversionValueResolver, fillsOnlyWhatIsMissingFromTheLastUpdate) {
-  const ConversionValues::FineValue filledFine{42, {}};
-  const ConversionValues::CoarseValueData filledCoarse{CoarseValue::medium, {}};
-  LastWindowValue withoutCoarse = whole;
-  withoutCoarse.coarseValue.reset();
-  PropertyListValue::Dictionary withoutLock = whole.toDictionary();
+  const ConversionValues::FineValue fine7{7, {{"a", {}, {}}}}, filledFine{42, {}};
+  const ConversionValues::CoarseValueData low{CoarseValue::low, {{"b", 1.0, 2.0}}}, filled{CoarseValue::medium, {}};
+  PropertyListValue::Dictionary all = whole.toDictionary(), withoutCoarse = all, withoutLock = all;
+  withoutCoarse.erase("coarseValue");
   withoutLock.erase("lockWindow");
+  const std::string resolved = "debug: ConversionValueResolver - Resolved conversion value: ";
   const struct {
     std::optional<PropertyListValue> last;
     ConversionValues::WindowValue value, expected;
     const char* text;
-  } rows[] = {
-      {whole.toDictionary(), {{}, low}, {filledFine, low}, "fine=42, coarse=low"},
-      {whole.toDictionary(), {fine7, {}}, {fine7, filledCoarse}, "fine=7, coarse=medium"},
-      {whole.toDictionary(), {{}, {}}, {filledFine, filledCoarse}, "fine=42, coarse=medium"},
-      {whole.toDictionary(), {fine7, low}, {fine7, low}, "fine=7, coarse=low"},
-      {withoutCoarse.toDictionary(), {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"},
-      {withoutLock, {{}, low}, {{}, low}, "fine=0, coarse=low"},
-      {"not a dictionary", {{}, low}, {{}, low}, "fine=0, coarse=low"},
-      {std::nullopt, {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"},
-  };
+  } rows[] = {{all, {{}, low}, {filledFine, low}, "fine=42, coarse=low"},
+              {all, {fine7, {}}, {fine7, filled}, "fine=7, coarse=medium"},
+              {all, {{}, {}}, {filledFine, filled}, "fine=42, coarse=medium"},
+              {all, {fine7, low}, {fine7, low}, "fine=7, coarse=low"},
+              {withoutCoarse, {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"},
+              {withoutLock, {{}, low}, {{}, low}, "fine=0, coarse=low"},
+              {{}, {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"}};
   for (const auto& row : rows) {
     const test::LogCapture log;
     const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
     if (row.last) {
       store->set("LastWindowValue", *row.last);
     }
+    ConversionValueResolver resolver(store);
     const Value value{"rule", {{"window0", {}}, {"window1", row.value}}};
     const Value expected{"rule", {{"window0", {}}, {"window1", row.expected}}};
-    EXPECT_EQ(ConversionValueResolver(store).resolveConversionValue(value, Window::window1), expected) << row.text;
-    EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValueResolver - Resolved conversion value: " +
-                                            std::string(row.text) + ", key=rule"));
+    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window1), expected) << row.text;
+    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window2), value) << "it has none there";
+    EXPECT_THAT(log.messages(),
+                testing::ElementsAre(resolved + row.text + ", key=rule",
+                                     "error: ConversionValueResolver - No window value found for window window2"));
     EXPECT_EQ(store->object("LastWindowValue"), row.last) << "it never writes";
   }
-}
-
-TEST(ConversionValueResolver, valueWithoutTheWindowStaysAsItIs) {
-  const test::LogCapture log;
-  const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
-  store->set("LastWindowValue", whole.toDictionary());
-  const Value value{"rule", {{"window1", {}}}};
-  EXPECT_EQ(ConversionValueResolver(store).resolveConversionValue(value, Window::window2), value);
-  EXPECT_THAT(log.messages(), ElementsAre("error: ConversionValueResolver - No window value found for window window2"));
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
@@ -16,7 +15,7 @@ namespace {
 using platform::WriteMode;
 using ::testing::ElementsAre;
 
-const char* const path = "/documents/Quillmar/quill-mar-conv-val.json";
+const std::string path = "/documents/Quillmar/quill-mar-conv-val.json";
 
 /// A file system in which chosen operations fail.
 class FailingFileManager : public simulated::InMemoryFileManager {
@@ -24,27 +23,20 @@ class FailingFileManager : public simulated::InMemoryFileManager {
   using InMemoryFileManager::InMemoryFileManager;
 
   std::error_code createDirectory(const std::string& directory) override {
-    return failDirectory ? full() : InMemoryFileManager::createDirectory(directory);
+    return failing == "directory" ? full() : InMemoryFileManager::createDirectory(directory);
   }
   std::error_code createFile(const std::string& file) override {
-    return failCreate ? full() : InMemoryFileManager::createFile(file);
+    return failing == "create" ? full() : InMemoryFileManager::createFile(file);
   }
   std::error_code removeItem(const std::string& file) override {
-    return failRemove ? full() : InMemoryFileManager::removeItem(file);
-  }
-  std::error_code readFile(const std::string& file, std::string& content) const override {
-    ++reads;
-    return InMemoryFileManager::readFile(file, content);
+    return failing == "remove" ? full() : InMemoryFileManager::removeItem(file);
   }
   std::error_code writeFile(const std::string& file, std::string_view content, WriteMode mode) override {
-    return failWrite && mode == WriteMode::atomic ? full() : InMemoryFileManager::writeFile(file, content, mode);
+    return failing == "write" && mode == WriteMode::atomic ? full()
+                                                           : InMemoryFileManager::writeFile(file, content, mode);
   }
 
-  bool failDirectory = false;
-  bool failCreate = false;
-  bool failRemove = false;
-  bool failWrite = false;
-  mutable int reads = 0;
+  std::string failing;  // "directory", "create", "remove" or "write"
 
  private:
   static std::error_code full() { return std::make_error_code(std::errc::no_space_on_device); }
@@ -84,57 +76,47 @@ TEST_F(Persistence, readingBeforeSavingCreatesAnEmptyFileThatDoesNotDecode) {
 }
 
 TEST_F(Persistence, secondSaveReplacesTheFirst) {
+  item->delete_();  // a missing file
+  EXPECT_FALSE(item->exists());
   persistence.save(document("one"));
+  log.clear();
   persistence.save(document("two"));
+  EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValuesPersistence - Saving conversion values",
+                                          "debug: PersistenceItem - Deleting file: quill-mar-conv-val.json",
+                                          "debug: PersistenceItem - Saving data to file: quill-mar-conv-val.json",
+                                          "debug: ConversionValuesPersistence - Conversion values saved successfully"));
   std::string content;
   ASSERT_FALSE(files->readFile(path, content));
   EXPECT_EQ(content,
             "{\n  \"values\": [\n    {\n      \"key\": \"two\",\n      \"windows\": {}\n    }\n  ],\n"
             "  \"lockWindows\": {}\n}");
   EXPECT_EQ(*persistence.getAllConversionValues(), document("two"));
-  log.clear();
-  persistence.save(document("three"));
-  EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValuesPersistence - Saving conversion values",
-                                          "debug: PersistenceItem - Deleting file: quill-mar-conv-val.json",
-                                          "debug: PersistenceItem - Saving data to file: quill-mar-conv-val.json",
-                                          "debug: ConversionValuesPersistence - Conversion values saved successfully"));
 }
 
 TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
   persistence.save(document("one"));
   const auto first = persistence.getAllConversionValues();
-  const int reads = files->reads;
-  EXPECT_EQ(persistence.getAllConversionValues(), first);
-  EXPECT_EQ(files->reads, reads);
+  EXPECT_EQ(persistence.getAllConversionValues(), first) << "the very same object";
   files->writeFile(path, R"({"values":[],"lockWindows":{}})", WriteMode::direct);
   EXPECT_TRUE(persistence.getAllConversionValues()->values.empty()) << "somebody else wrote the file";
   files->writeFile(path, "{", WriteMode::atomic);
   EXPECT_NE(failure([this] { persistence.getAllConversionValues(); }), "");
 }
 
-TEST_F(Persistence, deletingAMissingFileLeavesNone) {
-  item->delete_();
-  EXPECT_FALSE(item->exists());
-}
-
 TEST_F(Persistence, failuresAreToldApart) {
-  files->failDirectory = true;
+  files->failing = "directory";
   EXPECT_EQ(failure([this] { item->read(); }), "invalidFilename");
   EXPECT_FALSE(item->exists());
   EXPECT_THAT(log.messages(),
               ::testing::Each(::testing::HasSubstr("error: PersistenceItem - Failed to create directory: ")));
   EXPECT_EQ(log.messages().size(), 2u);
-  files->failDirectory = false;
-  files->failCreate = true;
+  files->failing = "create";
   EXPECT_EQ(failure([this] { item->delete_(); }), "notFile");
-  files->failCreate = false;
+  files->failing.clear();
   persistence.save(document("kept"));
-  files->failRemove = true;
-  EXPECT_EQ(failure([this] { persistence.save(document("new")); }), std::string("No space left on device: ") + path);
+  files->failing = "remove";
+  EXPECT_EQ(failure([this] { persistence.save(document("new")); }), "No space left on device: " + path);
   EXPECT_EQ(*item->read(), document("kept")) << "nothing is written when the deletion fails";
-  files->failRemove = false;
-  files->failWrite = true;
-  EXPECT_NE(failure([this] { persistence.save(document("new")); }), "");
 
   const auto homeless = std::make_shared<FailingFileManager>(std::nullopt);
   PersistenceItem<ConversionValues> nowhere(homeless, "x");
@@ -153,16 +135,15 @@ TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
   const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
   ConversionValuesRepository repository(std::make_shared<ScriptedConfigClient>(),
                                         std::make_shared<ConversionValuesPersistence>(item), defaults);
-  files->failWrite = true;
-  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())),
-            std::string("No space left on device: ") + path);
+  files->failing = "write";
+  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())), "No space left on device: " + path);
   EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
   EXPECT_EQ(defaults->object("SdkEnabled"), platform::PropertyListValue(false));
-  EXPECT_EQ(log.messages().back(),
-            std::string("error: ConversionValuesRepository - Failed to fetch and save conversion "
-                        "values: No space left on device: ") +
-                path);
-  files->failWrite = false;
+  EXPECT_EQ(
+      log.messages().back(),
+      "error: ConversionValuesRepository - Failed to fetch and save conversion values: No space left on device: " +
+          path);
+  files->failing.clear();
   EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())), "");
   EXPECT_EQ(*repository.fetchAllConversionValues(), ConversionValues()) << "a disabled library keeps its document";
   EXPECT_EQ(log.messages().back(), "debug: ConversionValuesRepository - Fetched conversion values: []");
@@ -183,23 +164,15 @@ struct ScriptedEventClient : EventServerLogApiClientProtocol, EventsApiClientPro
 };
 
 TEST_F(Persistence, onlyTheExactWordSuccessIsOne) {
-  struct Case {
+  const std::string failed = "error: EventServerLogRepository - Error logging event: ";
+  const struct {
     std::optional<EventServerLogResponse> response;
-    const char* logFailure;
-    const char* sendFailure;
-    const char* line;
-  };
-  const Case cases[] = {
-      {EventServerLogResponse{"success", "fine", {}}, "", "",
-       "debug: EventServerLogRepository - Event logged successfully: fine"},
-      {EventServerLogResponse{"Success", {}, {}}, "failedToLogEvent", "error",
-       "error: EventServerLogRepository - Error logging event: failedToLogEvent"},
-      {EventServerLogResponse{}, "failedToLogEvent", "error",
-       "error: EventServerLogRepository - Error logging event: failedToLogEvent"},
-      {std::nullopt, "failedToLogEvent", "Connection timed out",
-       "error: EventServerLogRepository - Error logging event: Connection timed out"},
-  };
-  for (const Case& test : cases) {
+    std::string logFailure, sendFailure, line;
+  } cases[] = {{{{"success", "fine", {}}}, "", "", "debug: EventServerLogRepository - Event logged successfully: fine"},
+               {{{"Success", {}, {}}}, "failedToLogEvent", "error", failed + "failedToLogEvent"},
+               {EventServerLogResponse{}, "failedToLogEvent", "error", failed + "failedToLogEvent"},
+               {std::nullopt, "failedToLogEvent", "Connection timed out", failed + "Connection timed out"}};
+  for (const auto& test : cases) {
     SCOPED_TRACE(test.line);
     const auto client = std::make_shared<ScriptedEventClient>();
     client->response = test.response;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -60,7 +61,9 @@ class FacadeHarness {
 
   /// A new process on the same settings and files.
   void restart() {
-    quillmar = QuillmarFactory::createQuillmar(simulated.platform());
+    auto platform = simulated.platform();
+    platform.standardOutput = [this](std::string_view line) { printed.emplace_back(line); };
+    quillmar = QuillmarFactory::createQuillmar(platform);
     quillmar->setLogLevel(LogLevel::info);
   }
 
@@ -122,7 +125,7 @@ class FacadeHarness {
   simulated::SimulatedPlatform simulated;
   LogCapture log;
   std::shared_ptr<platform::UserDefaults> defaults;
-  std::vector<std::string> printed;
+  std::vector<std::string> printed;  // on the standard output
   std::shared_ptr<Quillmar> quillmar;
 
  private:
