@@ -8,7 +8,6 @@
 #include <fstream>
 
 #include "Logging/Logger.h"
-#include "Platform/Posix/StderrLogSink.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "support/TemporaryFolder.h"
 
@@ -70,19 +69,6 @@ TEST(DefaultPlatform, sharedPlatformCanBeReplacedAndTakesTheLog) {
   EXPECT_THAT(simulated.logSink->lines()[0].text, HasSubstr("UserDefaults - The settings folder " + (folder / "data")));
 }
 
-TEST(StderrLogSink, writesLinesVerbatim) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  StderrLogSink sink(ends[1]);
-  sink.write("subsystem", "category", LogSeverity::info, "a % {} \xff");
-  sink.write("subsystem", "category", LogSeverity::info, std::string(3000, 'b'));
-  std::string all(10'000, '\0');
-  all.resize(static_cast<std::size_t>(::read(ends[0], all.data(), all.size())));
-  EXPECT_EQ(all, "a % {} \xff\n" + std::string(3000, 'b') + "\n");
-  ::close(ends[0]);
-  ::close(ends[1]);
-}
-
 TEST(InProcessNotificationCenter, observersAreCalledInOrderUntilTheyAreRemoved) {
   InProcessNotificationCenter center;
   std::string calls;
@@ -105,29 +91,6 @@ TEST(InProcessNotificationCenter, observersAreCalledInOrderUntilTheyAreRemoved) 
   EXPECT_EQ(token.use_count(), 1);
   center.post(active);
   EXPECT_EQ(calls, "abadd");
-}
-
-TEST(InMemoryHttpTransport, answersAfterTheirDelayOrTimesOut) {
-  SimulatedPlatform simulated(start, "17.4", [](const HttpRequest& request) {
-    simulated::InMemoryAnswer answer;
-    answer.result.statusCode = 200;
-    answer.delay = std::chrono::seconds(request.body.size());
-    answer.never = request.method == "NEVER";
-    return answer;
-  });
-  std::vector<std::string> ends;
-  const auto begin = [&](const char* method, const char* body) {
-    simulated.http->start({"https://host/path", method, {}, body, 3s, {}}, [&ends, method](const HttpResult& result) {
-      ends.push_back(std::string(method) + " " + (result.error ? result.error.message() : result.url));
-    });
-  };
-  begin("TWO", "ab");
-  begin("FOUR", "abcd");
-  begin("NEVER", "");
-  simulated.clock->advance(10s);
-  EXPECT_THAT(ends, testing::ElementsAre("TWO https://host/path", "FOUR The request timed out.",
-                                         "NEVER The request timed out."));
-  EXPECT_EQ(simulated.clock->pendingTimers(), 0U);
 }
 
 }  // namespace

@@ -167,7 +167,8 @@ TEST(Task, runOnAnExecutorThatHasShutDownDropsTheCaller) {
 
 Task<void> sleepAndNote(std::shared_ptr<platform::Clock> clock, std::vector<std::string>& notes,
                         [[maybe_unused]] std::shared_ptr<int> alive) {
-  co_await sleepFor(std::move(clock), 10s);
+  Task<void> sleep = sleepFor(std::move(clock), 10s);
+  co_await std::move(sleep);
   notes.emplace_back("awake");
 }
 
