@@ -20,9 +20,7 @@ TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
   };
   const Read text = [](const JsonReader& root) { root.required("a").string(); };
   const Read integer = [](const JsonReader& root) { root.required("a").integer(); };
-  const Read flag = [](const JsonReader& root) { root.required("a").boolean(); };
   const Read optionalText = [](const JsonReader& root) { root.optionalString("a"); };
-  const Read optionalNumber = [](const JsonReader& root) { root.optionalNumber("a"); };
   constexpr auto mismatch = DecodingErrorCode::typeMismatch;
   const struct {
     const char* document;
@@ -34,15 +32,12 @@ TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
       {R"({"A":"x"})", text, DecodingErrorCode::keyNotFound, "\"a\" is missing in the document"},
       {R"({"a":null})", text, DecodingErrorCode::valueNotFound, "a: a value is required, not null"},
       {R"({"a":1})", text, mismatch, "a: expected a string, found another number"},
-      {R"({"a":1})", flag, mismatch, "expected a Boolean"},
       {R"({"a":63.5})", integer, mismatch, "expected an integer, found another number"},
       {R"({"a":9223372036854775808})", integer, mismatch, "expected an integer"},
       {R"({"a":9.3e18})", integer, mismatch, "expected an integer"},
       {R"({"a":{}})", optionalText, mismatch, "expected a string, found an object"},
-      {R"({"a":true})", optionalNumber, mismatch, "expected a number, found a Boolean"},
       {R"({"a":[{}, {"b":{"c":[]}}]})", deep, mismatch, "a[1].b.c: expected a string"},
       {R"({"a":[{"b":{}}]})", deep, DecodingErrorCode::keyNotFound, "\"c\" is missing in a[0].b"},
-      {R"({"a":{}})", deep, mismatch, "a: expected an array, found an object"},
   };
   for (const auto& row : rows) {
     const boost::json::value document = parseJson(row.document);

@@ -37,16 +37,12 @@ TEST(JsonWriter, writesCompactAndPrettyPrintedDocuments) {
 }
 
 TEST(JsonWriter, textsAndKeysReadBackUnchanged) {
-  std::string everything;
+  std::string everything = "\u00e9\U0001F600";
   for (char c = 0; c < 127; ++c) {
     everything += c;
   }
-  everything += "\u00e9\U0001F600";
-  JsonWriter writer;
-  writer.beginObject().member(everything, everything).endObject();
-  const std::string text = writer.take();
-  EXPECT_EQ(text.find('\n'), std::string::npos);
-  const boost::json::value document = parseJson(text);
+  const boost::json::value document =
+      parseJson(JsonWriter().beginObject().member(everything, everything).endObject().take());
   EXPECT_EQ(JsonReader(document).required(everything).string(), everything);
 }
 
@@ -75,7 +71,6 @@ TEST(DecimalNumber, onlyWholeDecimalTextsAreNumbers) {
 }
 
 TEST(Utf8, brokenBytesAreReplacedOneByOne) {
-  const std::string mark = "\uFFFD";
   const std::string fine = "plain \u00e9 \u20AC \U0001F600 \U0010FFFF";
   EXPECT_EQ(repairedUtf8(fine), fine);
   EXPECT_EQ(validUtf8Prefix(fine), fine.size());
@@ -84,7 +79,7 @@ TEST(Utf8, brokenBytesAreReplacedOneByOne) {
                                   "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80"}) {
     std::string expected = "a";
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-      expected += mark;
+      expected += "\uFFFD";
     }
     EXPECT_EQ(repairedUtf8("a" + bytes + "\u00e9"), expected + "\u00e9") << testing::PrintToString(bytes);
     EXPECT_EQ(validUtf8Prefix("a" + bytes), 1u) << testing::PrintToString(bytes);
