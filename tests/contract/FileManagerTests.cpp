@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <thread>
@@ -137,15 +138,14 @@ TEST_F(PosixFileManagerTest, whatIsCreatedIsTheUsersOwn) {
 
 TEST_F(PosixFileManagerTest, failedAtomicWriteLeavesTheOldContentAndNothingElse) {
   ASSERT_FALSE(files_.writeFile(folder_ / "file", "old", WriteMode::atomic));
-  struct rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  const auto handler = ::signal(SIGXFSZ, SIG_IGN);
-  const struct rlimit tiny{1000, before.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tiny), 0);
-  const std::error_code error = files_.writeFile(folder_ / "file", std::string(5000, 'x'), WriteMode::atomic);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-  ::signal(SIGXFSZ, handler);
-  EXPECT_EQ(error, std::errc::file_too_large);
+  const auto writeTooMuch = [this] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit tiny{1000, 1000};
+    ::setrlimit(RLIMIT_FSIZE, &tiny);
+    const std::string large(5000, 'x');
+    ::_exit(files_.writeFile(folder_ / "file", large, WriteMode::atomic) == std::errc::file_too_large ? 42 : 1);
+  };
+  EXPECT_EXIT(writeTooMuch(), testing::ExitedWithCode(42), "");
   std::string content;
   EXPECT_FALSE(files_.readFile(folder_ / "file", content));
   EXPECT_EQ(content, "old");

@@ -4,10 +4,8 @@
 #include <set>
 
 #include "Settings/Calendar.h"
-#include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/Uuid.h"
-#include "Settings/VerificationKeyRepository.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualClock.h"
 
@@ -123,15 +121,6 @@ TEST(QuillMarDefaults, opensTheSuiteOnceAtFirstUseElseTheStandardStore) {
     store->remove("k");
     EXPECT_FALSE(store->object("k"));
   }
-}
-
-TEST(VerificationKeyRepository, keepsTheKeyUnderItsName) {
-  const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
-  VerificationKeyRepository repository(store);
-  EXPECT_FALSE(repository.fetchVerificationKey());
-  repository.save("key");
-  EXPECT_EQ(repository.fetchVerificationKey(), "key");
-  EXPECT_EQ(store->string("QuillmarVerificationKey"), "key");
 }
 
 }  // namespace
