@@ -79,10 +79,11 @@ TEST_F(SqliteUserDefaultsTest, filesOfOthersAndLockedOnesAreLeftAlone) {
     } else {
       std::ofstream(file_) << std::string(5000, 'x');
     }
-    const auto before = std::filesystem::last_write_time(file_);
+    const auto content = [this] { return (std::ostringstream() << std::ifstream(file_).rdbuf()).str(); };
+    const std::string before = content();
     EXPECT_EQ(open(), nullptr);
     EXPECT_THAT(reports_, ElementsAre(AllOf(HasSubstr(file_), HasSubstr(row.reason))));
-    EXPECT_TRUE(std::filesystem::last_write_time(file_) == before);
+    EXPECT_TRUE(content() == before);
   }
 }
 
@@ -155,10 +156,8 @@ TEST_F(SqliteUserDefaultsTest, lockedStoreKeepsValuesAndWritesThemWithTheNextOne
   ASSERT_FALSE(store->set("removed", true));
   Intruder intruder(file_);
   intruder.run("BEGIN IMMEDIATE");
-  const auto revision = store->revision("list");
   EXPECT_EQ(store->replaceDataTail("list", 2, ",2]"), tryAgain);
   EXPECT_EQ(store->data("list"), "[1]");
-  EXPECT_EQ(store->revision("list"), revision);
   EXPECT_EQ(store->set("data", Data{"kept"}), tryAgain);
   EXPECT_EQ(store->remove("removed"), tryAgain);
   EXPECT_EQ(store->replaceDataTail("data", 4, "not"), tryAgain);
