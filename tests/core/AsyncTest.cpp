@@ -17,47 +17,20 @@ using testing::ElementsAre;
 
 namespace {
 
-/// Runs each item on a thread of its own; waits for all of them at the end.
-class ThreadsExecutor : public platform::Executor {
- public:
-  ~ThreadsExecutor() override { join(); }
-  void post(std::function<void()> work) override {
-    const std::lock_guard lock(mutex_);
-    threads_.emplace_back(std::move(work));
-  }
-  void join() {
-    for (std::vector<std::thread> threads; threads = take(), !threads.empty();) {
-      for (std::thread& thread : threads) {
-        thread.join();
-      }
-    }
-  }
-
- private:
-  std::vector<std::thread> take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(threads_, {});
-  }
-  std::mutex mutex_;
-  std::vector<std::thread> threads_;
-};
-
 TEST(SerialExecutor, keepsTheOrderAndLetsOthersHaveTheirTurn) {
   const auto lower = std::make_shared<ManualExecutor>();
   const auto serial = std::make_shared<SerialExecutor>(lower, "test");
   std::vector<int> order;
+  bool starved = true;
   for (int i = 0; i < 100; ++i) {
     serial->post([&order, i] { order.push_back(i); });
   }
-  serial->post([&] { serial->post([&order] { order.push_back(101); }); });
-  lower->post([&order] { order.push_back(-1); });
+  serial->post([&] { serial->post([&order] { order.push_back(100); }); });
+  lower->post([&] { starved = order.size() >= 100; });
   lower->runUntilIdle();
-  ASSERT_EQ(order.size(), 102u);
-  const auto other = std::find(order.begin(), order.end(), -1);
-  EXPECT_LT(other - order.begin(), 100) << "a full queue must not starve the executor";
-  order.erase(other);
+  EXPECT_EQ(order.size(), 101u);
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
-  EXPECT_EQ(order.back(), 101);
+  EXPECT_FALSE(starved);
 }
 
 /// Callbacks that tasks wait for, to be called or dropped by the test.
@@ -67,65 +40,39 @@ struct Gate {
   std::vector<int> started;
 };
 
-Task<void> waitAtGate(std::shared_ptr<Gate> gate, int number, std::shared_ptr<int> alive) {
-  gate->started.push_back(number);
-  std::function<void(std::function<void(int)>)> start = [weak =
-                                                             std::weak_ptr(gate)](std::function<void(int)> callback) {
-    weak.lock()->callbacks.push_back(std::move(callback));
+Task<void> waitAtGate(Gate& gate, int number) {
+  gate.started.push_back(number);
+  std::function<void(std::function<void(int)>)> start = [&gate](std::function<void(int)> callback) {
+    gate.callbacks.push_back(std::move(callback));
   };
-  const int result = co_await awaitCallback<int>(std::move(start));
-  gate->results.push_back(result + *alive);
+  gate.results.push_back(co_await awaitCallback<int>(std::move(start)));
 }
 
 TEST(TaskQueue, startsInOrderUpToTheLimitAndGivesSlotsOfDroppedTasksBack) {
+  Gate gate;
   const auto executor = std::make_shared<ManualExecutor>();
   const auto activity = std::make_shared<ActivityCounter>();
   const auto queue = std::make_shared<TaskQueue>(executor, "test", 2, activity);
-  const auto gate = std::make_shared<Gate>();
-  const auto alive = std::make_shared<int>(0);
-  for (int i = 0; i < 5; ++i) {
-    queue->post([gate, i, alive] { return waitAtGate(gate, i, alive); });
+  for (int i = 0; i < 4; ++i) {
+    queue->post([&gate, i] { return waitAtGate(gate, i); });
   }
-  EXPECT_EQ(activity->count(), 5);
+  EXPECT_EQ(activity->count(), 4);
   executor->runUntilIdle();
-  EXPECT_THAT(gate->started, ElementsAre(0, 1));
-  gate->callbacks[1](11);
+  EXPECT_THAT(gate.started, ElementsAre(0, 1));
+  gate.callbacks[1](11);
   executor->runUntilIdle();
-  EXPECT_THAT(gate->started, ElementsAre(0, 1, 2));
-  gate->callbacks[0] = nullptr;  // the platform drops the callback: the task ends there
+  EXPECT_THAT(gate.started, ElementsAre(0, 1, 2));
+  gate.callbacks[0] = nullptr;  // the platform drops the callback: the task ends there
   executor->runUntilIdle();
-  EXPECT_THAT(gate->started, ElementsAre(0, 1, 2, 3));
-  gate->callbacks[2](12);
-  gate->callbacks[3](13);
+  EXPECT_THAT(gate.started, ElementsAre(0, 1, 2, 3));
+  gate.callbacks[2](12);
+  gate.callbacks[3](13);
   executor->runUntilIdle();
-  gate->callbacks[4](14);
-  executor->runUntilIdle();
-  EXPECT_THAT(gate->results, ElementsAre(11, 12, 13, 14));
+  EXPECT_THAT(gate.results, ElementsAre(11, 12, 13));
   EXPECT_EQ(activity->count(), 0);
-  queue->post([gate, alive]() -> Task<void> { throw std::runtime_error("no task"); });
-  queue->post([gate, alive] { return waitAtGate(gate, 6, alive); });
+  queue->post([]() -> Task<void> { throw std::runtime_error("no task"); });
   executor->runUntilIdle();
-  EXPECT_EQ(gate->started.back(), 6) << "a task that cannot be made gives its place back";
-  gate->callbacks.clear();
-  executor->runUntilIdle();
-  EXPECT_EQ(activity->count(), 0);
-}
-
-TEST(TaskQueue, neverRunsMoreThanTheLimitOnThreads) {
-  const auto executor = std::make_shared<ThreadsExecutor>();
-  const auto activity = std::make_shared<ActivityCounter>();
-  const auto queue = std::make_shared<TaskQueue>(executor, "test", 3, activity);
-  const auto gate = std::make_shared<Gate>();
-  for (int i = 0; i < 50; ++i) {
-    queue->post([gate, i]() -> Task<void> {
-      gate->started.push_back(i);  // the queue is serial
-      return sleepFor(std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{}), 1s);  // dropped at once
-    });
-  }
-  EXPECT_TRUE(activity->waitUntilIdle(60s));
-  executor->join();
-  EXPECT_EQ(gate->started.size(), 50u);
-  EXPECT_TRUE(std::is_sorted(gate->started.begin(), gate->started.end()));
+  EXPECT_EQ(activity->count(), 0) << "a task that cannot be made gives its place back";
 }
 
 Task<void> collect(std::function<void(std::function<void(int)>)> start, std::vector<int>& results,
@@ -142,7 +89,6 @@ TEST(AwaitCallback, resumesOnceOnItsOwnExecutorWhereverTheCallbackComesFrom) {
   } rows[] = {
       {"inside start", [](const Callback& callback) { callback(1); }, {1}},
       {"twice", [](const Callback& callback) { callback(1), callback(2); }, {1}},
-      {"from copies", [](const Callback& callback) { Callback(callback)(1), Callback(callback)(2); }, {1}},
       {"another thread", [](const Callback& callback) { std::thread([callback] { callback(3); }).join(); }, {3}},
       {"threads that race",
        [](const Callback& callback) {
@@ -176,8 +122,7 @@ Task<void> note(std::vector<std::string>& notes, std::string text, bool fail) {
   co_return;
 }
 
-Task<void> goThereAndBack(std::shared_ptr<platform::Executor> there, std::vector<std::string>& notes, bool fail,
-                          [[maybe_unused]] std::shared_ptr<int> alive = nullptr) {
+Task<void> goThereAndBack(std::shared_ptr<platform::Executor> there, std::vector<std::string>& notes, bool fail) {
   notes.emplace_back("before");
   Task<void> task = note(notes, "there", fail);
   co_await runOn(std::move(there), std::move(task));
@@ -196,28 +141,11 @@ TEST(Task, runOnRunsThereComesBackAndPassesExceptionsOn) {
   EXPECT_THAT(notes, ElementsAre("before", "there"));
   here->runUntilIdle();
   EXPECT_THAT(notes, ElementsAre("before", "there", "after"));
-  notes.clear();
   spawn(here, goThereAndBack(there, notes, true));
   while (here->runOne() || there->runOne()) {
   }
-  EXPECT_THAT(notes, ElementsAre("before", "there"));
+  EXPECT_THAT(notes, ElementsAre("before", "there", "after", "before", "there"));
   EXPECT_THAT(log.messages(), ElementsAre("error: Task - Ended by an unexpected error: boom"));
-}
-
-/// Has shut down.
-struct ClosedExecutor : platform::Executor {
-  void post(std::function<void()>) override {}
-};
-
-TEST(Task, runOnAnExecutorThatHasShutDownDropsTheCaller) {
-  const auto here = std::make_shared<ManualExecutor>();
-  std::vector<std::string> notes;
-  auto alive = std::make_shared<int>(0);
-  const std::weak_ptr<int> watch = alive;
-  spawn(here, goThereAndBack(std::make_shared<ClosedExecutor>(), notes, false, std::move(alive)));
-  here->runUntilIdle();
-  EXPECT_TRUE(watch.expired());
-  EXPECT_THAT(notes, ElementsAre("before"));
 }
 
 Task<void> sleepAndNote(std::shared_ptr<platform::Clock> clock, std::vector<std::string>& notes,
@@ -248,16 +176,12 @@ TEST(Task, sleepsOnTheClockAndGoesWithIt) {
 
 TEST(ActivityCounter, waitsForTheLastActivity) {
   const auto counter = std::make_shared<ActivityCounter>();
-  EXPECT_TRUE(counter->waitUntilIdle(0ms));
   Activity first(counter);
-  Activity second(std::move(first));
   EXPECT_FALSE(counter->waitUntilIdle(1ms));
   first = Activity(counter);
-  first = std::move(second);
   EXPECT_EQ(counter->count(), 1) << "what is assigned over has ended";
-  std::thread ending([activity = std::move(first)]() mutable { activity.end(); });
+  const std::jthread ending([activity = std::move(first)]() mutable { activity.end(); });
   EXPECT_TRUE(counter->waitUntilIdle(60s));
-  ending.join();
 }
 
 }  // namespace

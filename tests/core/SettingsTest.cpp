@@ -4,10 +4,8 @@
 #include <set>
 
 #include "Settings/Calendar.h"
-#include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/Uuid.h"
-#include "Settings/VerificationKeyRepository.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualClock.h"
 
@@ -44,22 +42,17 @@ TEST_F(CalendarTest, addedDaysKeepTheWallTime) {
     std::int64_t days;
     TimePoint expected;
   } rows[] = {
-      {"no change of the clocks", utc(2026, 1, 1, 8, 30), 31, utc(2026, 2, 1, 8, 30)},
       {"into the summer", utc(2026, 3, 1, 11), 60, utc(2026, 4, 30, 10)},
       {"into the winter", utc(2026, 10, 1, 10), 60, utc(2026, 11, 30, 11)},
-      {"back into the winter", utc(2026, 4, 30, 10), -60, utc(2026, 3, 1, 11)},
-      {"over the whole summer", utc(2026, 3, 1, 11), 300, utc(2026, 12, 26, 11)},
       {"02:30 is skipped and becomes 03:30", utc(2026, 3, 28, 1, 30), 1, utc(2026, 3, 29, 1, 30)},
       {"02:30 comes twice, the first counts", utc(2026, 10, 24, 0, 30), 1, utc(2026, 10, 25, 0, 30)},
       {"02:30 comes twice, from the other side", utc(2026, 10, 26, 1, 30), -1, utc(2026, 10, 25, 1, 30)},
       {"a date that does not exist", utc(2035, 6, 29, 22), 1, utc(2035, 6, 30, 22)},
-      {"no days", utc(2026, 3, 29, 1), 0, utc(2026, 3, 29, 1)},
       {"beyond the end of time", TimePoint::max(), 5, TimePoint::max()},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(calendar_.addingDays(row.from, row.days), row.expected) << row.what;
   }
-  EXPECT_LE(calendar_.addingDays(TimePoint::min(), -5) - TimePoint::min(), 1us);
   const TimePoint fine = utc(2026, 3, 1, 11) + nanoseconds(123456789);
   EXPECT_EQ(calendar_.addingDays(fine, 60) - utc(2026, 4, 30, 10), nanoseconds(123456789));
 }
@@ -70,8 +63,6 @@ TEST_F(CalendarTest, wholeDaysFollowTheWallTime) {
     TimePoint from, to;
     std::int64_t expected;
   } rows[] = {
-      {"same instant", utc(2026, 1, 1), utc(2026, 1, 1), 0},
-      {"a second short", utc(2026, 1, 1, 12), utc(2026, 1, 2, 11, 59, 59), 0},
       {"exactly", utc(2026, 1, 1, 12), utc(2026, 2, 7, 12), 37},
       {"23 hours in spring are a day", utc(2026, 3, 28, 11), utc(2026, 3, 29, 10), 1},
       {"a second less is none", utc(2026, 3, 28, 11), utc(2026, 3, 29, 9, 59, 59), 0},
@@ -86,14 +77,10 @@ TEST_F(CalendarTest, wholeDaysFollowTheWallTime) {
   }
 }
 
-TEST(Calendar, wholeHoursAreElapsedAndTowardsZero) {
+TEST(Calendar, hoursAreElapsedAndDatesAreDescribedInUtc) {
   const TimePoint from = utc(2026, 3, 29);
   EXPECT_EQ(Calendar::wholeHours(from, from + minutes(119)), 1);
   EXPECT_EQ(Calendar::wholeHours(from, from - minutes(119)), -1);
-  EXPECT_EQ(Calendar::wholeHours(from, from + hours(168)), 168);
-}
-
-TEST(Calendar, datesAreDescribedInUtc) {
   EXPECT_EQ(dateDescription(utc(2026, 11, 21, 9, 30) + milliseconds(999)), "2026-11-21 09:30:00 +0000");
   EXPECT_EQ(dateDescription(utc(1969, 12, 31, 23, 59, 59) + milliseconds(1)), "1969-12-31 23:59:59 +0000");
 }
@@ -102,35 +89,29 @@ TEST(Uuid, isRandomAndOfVersion4InUpperCase) {
   const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   std::set<std::string> uuids;
   for (int i = 0; i < 200; ++i) {
-    const std::string uuid = makeUuid();
-    EXPECT_TRUE(std::regex_match(uuid, form)) << uuid;
-    uuids.insert(uuid);
+    const auto [uuid, isNew] = uuids.insert(makeUuid());
+    EXPECT_TRUE(isNew && std::regex_match(*uuid, form)) << *uuid;
   }
-  EXPECT_EQ(uuids.size(), 200u);
 }
 
 /// Counts what is opened, and may refuse the suite.
-class CountingProvider : public simulated::InMemoryUserDefaultsProvider {
- public:
-  explicit CountingProvider(bool refuse) : refuse_(refuse) {}
+struct CountingProvider : simulated::InMemoryUserDefaultsProvider {
   std::shared_ptr<platform::UserDefaults> openSuite(const std::string& name) override {
     opened.push_back(name);
-    return refuse_ ? nullptr : InMemoryUserDefaultsProvider::openSuite(name);
+    return refuse ? nullptr : InMemoryUserDefaultsProvider::openSuite(name);
   }
+  bool refuse = false;
   std::vector<std::string> opened;
-
- private:
-  bool refuse_;
 };
 
 TEST(QuillMarDefaults, opensTheSuiteOnceAtFirstUseElseTheStandardStore) {
   for (const bool refuse : {false, true}) {
-    const auto provider = std::make_shared<CountingProvider>(refuse);
+    const auto provider = std::make_shared<CountingProvider>();
+    provider->refuse = refuse;
     const auto store = quillMarDefaults(provider);
     EXPECT_EQ(quillMarDefaults(provider), store);
-    EXPECT_NE(quillMarDefaults(std::make_shared<CountingProvider>(false)), store);
+    EXPECT_NE(quillMarDefaults(std::make_shared<CountingProvider>()), store);
     EXPECT_THAT(provider->opened, testing::IsEmpty());
-    EXPECT_EQ(store->revision("k"), 0u);
     store->set("k", platform::PropertyListValue::Data{"abc"});
     store->replaceDataTail("k", 1, "-");
     EXPECT_EQ(store->data("k"), "a-");
@@ -140,18 +121,6 @@ TEST(QuillMarDefaults, opensTheSuiteOnceAtFirstUseElseTheStandardStore) {
     store->remove("k");
     EXPECT_FALSE(store->object("k"));
   }
-}
-
-TEST(VerificationKeyRepository, keepsTheKeyUnderItsName) {
-  const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
-  VerificationKeyRepository repository(store);
-  EXPECT_FALSE(repository.fetchVerificationKey());
-  repository.save("first");
-  repository.save("second");
-  EXPECT_EQ(repository.fetchVerificationKey(), "second");
-  EXPECT_EQ(store->string("QuillmarVerificationKey"), "second");
-  store->set("QuillmarVerificationKey", std::int64_t{7});
-  EXPECT_FALSE(repository.fetchVerificationKey());
 }
 
 }  // namespace

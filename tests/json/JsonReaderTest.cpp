@@ -14,39 +14,30 @@ namespace {
 TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
   using Read = std::function<void(const JsonReader&)>;
   const Read deep = [](const JsonReader& root) {
-    const JsonReader list = root.required("a");
-    list.forEachElement([](const JsonReader& element) {
+    root.required("a").forEachElement([](const JsonReader& element) {
       element.forEachMember([](std::string_view, const JsonReader& member) { member.required("c").string(); });
     });
   };
   const Read text = [](const JsonReader& root) { root.required("a").string(); };
-  const Read number = [](const JsonReader& root) { root.required("a").number(); };
   const Read integer = [](const JsonReader& root) { root.required("a").integer(); };
-  const Read flag = [](const JsonReader& root) { root.required("a").boolean(); };
   const Read optionalText = [](const JsonReader& root) { root.optionalString("a"); };
-  const Read optionalNumber = [](const JsonReader& root) { root.optionalNumber("a"); };
+  constexpr auto mismatch = DecodingErrorCode::typeMismatch;
   const struct {
     const char* document;
     Read read;
     DecodingErrorCode code;
     const char* detail;
   } rows[] = {
-      {"[]", text, DecodingErrorCode::typeMismatch, "the document: expected an object, found an array"},
-      {"{}", text, DecodingErrorCode::keyNotFound, "\"a\" is missing in the document"},
-      {R"({"A":"x"})", text, DecodingErrorCode::keyNotFound, "\"a\" is missing"},
+      {"[]", text, mismatch, "the document: expected an object, found an array"},
+      {R"({"A":"x"})", text, DecodingErrorCode::keyNotFound, "\"a\" is missing in the document"},
       {R"({"a":null})", text, DecodingErrorCode::valueNotFound, "a: a value is required, not null"},
-      {R"({"a":1})", text, DecodingErrorCode::typeMismatch, "a: expected a string, found another number"},
-      {R"({"a":"1"})", number, DecodingErrorCode::typeMismatch, "expected a number, found a string"},
-      {R"({"a":true})", number, DecodingErrorCode::typeMismatch, "found a Boolean"},
-      {R"({"a":1})", flag, DecodingErrorCode::typeMismatch, "expected a Boolean"},
-      {R"({"a":63.5})", integer, DecodingErrorCode::typeMismatch, "expected an integer, found another number"},
-      {R"({"a":9223372036854775808})", integer, DecodingErrorCode::typeMismatch, "expected an integer"},
-      {R"({"a":9.3e18})", integer, DecodingErrorCode::typeMismatch, "expected an integer"},
-      {R"({"a":{}})", optionalText, DecodingErrorCode::typeMismatch, "expected a string, found an object"},
-      {R"({"a":"x"})", optionalNumber, DecodingErrorCode::typeMismatch, "expected a number"},
-      {R"({"a":[{}, {"b":{"c":[]}}]})", deep, DecodingErrorCode::typeMismatch, "a[1].b.c: expected a string"},
+      {R"({"a":1})", text, mismatch, "a: expected a string, found another number"},
+      {R"({"a":63.5})", integer, mismatch, "expected an integer, found another number"},
+      {R"({"a":9223372036854775808})", integer, mismatch, "expected an integer"},
+      {R"({"a":9.3e18})", integer, mismatch, "expected an integer"},
+      {R"({"a":{}})", optionalText, mismatch, "expected a string, found an object"},
+      {R"({"a":[{}, {"b":{"c":[]}}]})", deep, mismatch, "a[1].b.c: expected a string"},
       {R"({"a":[{"b":{}}]})", deep, DecodingErrorCode::keyNotFound, "\"c\" is missing in a[0].b"},
-      {R"({"a":{}})", deep, DecodingErrorCode::typeMismatch, "a: expected an array, found an object"},
   };
   for (const auto& row : rows) {
     const boost::json::value document = parseJson(row.document);
@@ -61,16 +52,12 @@ TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
 }
 
 TEST(JsonReader, wholeDoublesAreIntegersAndNullIsAbsent) {
-  const boost::json::value document =
-      parseJson(R"({"a": 63.0, "b": -9223372036854775808, "n": null, "t": "x", "e": 1e2})");
+  const boost::json::value document = parseJson(R"({"a": 63.0, "b": -9223372036854775808, "n": null})");
   const JsonReader root(document);
   EXPECT_EQ(root.required("a").integer(), 63);
   EXPECT_EQ(root.required("b").integer(), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(root.required("e").integer(), 100);
   EXPECT_FALSE(root.optional("n"));
   EXPECT_FALSE(root.optionalString("absent"));
-  EXPECT_EQ(root.optionalString("t"), "x");
-  EXPECT_EQ(root.optionalNumber("b"), -9223372036854775808.0);
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <exception>
+#include <future>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -14,12 +13,11 @@
 namespace quillmar::test {
 
 template <class Result>
-Task<void> keepResult(Task<Result> task, std::shared_ptr<std::optional<Result>> result,
-                      std::shared_ptr<std::exception_ptr> failure) {
+Task<void> keepResult(Task<Result> task, std::shared_ptr<std::promise<Result>> result) {
   try {
-    *result = co_await std::move(task);
+    result->set_value(co_await std::move(task));
   } catch (...) {
-    *failure = std::current_exception();
+    result->set_exception(std::current_exception());
   }
 }
 
@@ -28,22 +26,19 @@ Task<void> keepResult(Task<Result> task, std::shared_ptr<std::optional<Result>> 
 template <class Result>
 Result runTask(Task<Result> task, const std::shared_ptr<simulated::ManualClock>& clock = nullptr) {
   const auto executor = std::make_shared<simulated::ManualExecutor>();
-  const auto result = std::make_shared<std::optional<Result>>();
-  const auto failure = std::make_shared<std::exception_ptr>();
-  spawn(executor, keepResult(std::move(task), result, failure));
-  for (int i = 0; i < 100 && !*result && !*failure; ++i) {
+  const auto promise = std::make_shared<std::promise<Result>>();
+  std::future<Result> result = promise->get_future();
+  spawn(executor, keepResult(std::move(task), promise));
+  for (int i = 0; i < 100; ++i) {
     executor->runUntilIdle();
+    if (result.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+      return result.get();
+    }
     if (clock) {
       clock->advance(std::chrono::seconds(1));
     }
   }
-  if (*failure) {
-    std::rethrow_exception(*failure);
-  }
-  if (!*result) {
-    throw std::runtime_error("the task did not end");
-  }
-  return std::move(**result);
+  throw std::runtime_error("the task did not end");
 }
 
 inline Task<bool> withResult(Task<void> task) {

@@ -1,18 +1,7 @@
 #include "support/ScriptedServer.h"
 
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/awaitable.hpp>
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/read_until.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
-#include <boost/asio/write.hpp>
+#include <boost/asio.hpp>
 #include <thread>
-#include <utility>
 
 namespace quillmar::testing {
 
@@ -43,26 +32,25 @@ asio::awaitable<void> play(tcp::socket socket, Script script) {
   }
 }
 
-asio::awaitable<void> acceptAll(tcp::acceptor& acceptor, const std::vector<Script>& scripts) {
-  for (std::size_t next = 0;;) {
+asio::awaitable<void> acceptAll(tcp::acceptor& acceptor, const Script& script) {
+  for (;;) {
     tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
-    asio::co_spawn(acceptor.get_executor(), play(std::move(socket), scripts[next]), asio::detached);
-    next += next + 1 < scripts.size() ? 1 : 0;
+    asio::co_spawn(acceptor.get_executor(), play(std::move(socket), script), asio::detached);
   }
 }
 
 }  // namespace
 
 struct ScriptedServer::State {
-  std::vector<Script> scripts;
+  Script script;
   asio::io_context io{1};
   tcp::acceptor acceptor{io, tcp::endpoint(asio::ip::address_v4::loopback(), 0)};
   std::thread thread;
 };
 
-ScriptedServer::ScriptedServer(std::vector<Script> scripts) : state_(std::make_unique<State>()) {
-  state_->scripts = std::move(scripts);
-  asio::co_spawn(state_->io, acceptAll(state_->acceptor, state_->scripts), asio::detached);
+ScriptedServer::ScriptedServer(Script script) : state_(std::make_unique<State>()) {
+  state_->script = std::move(script);
+  asio::co_spawn(state_->io, acceptAll(state_->acceptor, state_->script), asio::detached);
   state_->thread = std::thread([state = state_.get()] { state->io.run(); });
 }
 

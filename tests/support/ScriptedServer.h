@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace quillmar::testing {
 
@@ -22,11 +21,10 @@ struct Script {
   std::chrono::milliseconds interval{50};
 };
 
-/// A server on a free loopback port that misbehaves as it is told: each connection gets the next script, all further
-/// ones the last. One thread.
+/// A server on a free loopback port that treats each connection as its script says. One thread.
 class ScriptedServer {
  public:
-  explicit ScriptedServer(std::vector<Script> scripts);
+  explicit ScriptedServer(Script script);
   ~ScriptedServer();
 
   std::string url() const;
