@@ -21,7 +21,7 @@ Task<void> sleepOn(std::weak_ptr<platform::Clock> weakClock, std::chrono::nanose
 }  // namespace
 
 Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration) {
-  return sleepOn(std::move(clock), duration);
+  return sleepOn(clock, duration);
 }
 
 Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task) {

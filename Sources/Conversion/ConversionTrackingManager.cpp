@@ -10,6 +10,7 @@
 #include "Conversion/SystemVersion.h"
 #include "Logging/Logger.h"
 #include "Settings/Config.h"
+#include "Settings/StoreSetting.h"
 
 namespace quillmar {
 
@@ -197,7 +198,7 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   }
   skAdNetwork_->registerAppForAdNetworkAttribution();
   saveLastWindowValue(update, false);
-  userDefaults_->set(adNetworkRegisteredKey, true);
+  storeSetting(*userDefaults_, adNetworkRegisteredKey, true);
   Logger::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
@@ -240,7 +241,7 @@ void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool l
     value.revenueMax = previous->revenueMax;
   }
   // A store that cannot write now keeps the value in memory and writes it with the next one.
-  userDefaults_->set(Config::lastWindowValue, value.toDictionary());
+  storeSetting(*userDefaults_, Config::lastWindowValue, value.toDictionary());
   Logger::debug("ConversionTrackingManager - Saved last window value: fine={}, coarse={}", value.fineValue,
                 value.coarseValue ? rawValue(*value.coarseValue) : "nil");
 }

@@ -11,6 +11,7 @@
 #include "Json/JsonWriter.h"
 #include "Json/Utf8.h"
 #include "Logging/Logger.h"
+#include "Settings/StoreSetting.h"
 
 namespace quillmar {
 
@@ -129,8 +130,8 @@ void EventTracker::clearCompletedEvents() {
   const std::lock_guard lock(eventsQueue_);
   indexedRevision_.reset();
   // Emptied before it is removed, on purpose: should only the write reach the disk, the events are gone all the same.
-  userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{"[]"});
-  userDefaults_->remove(completedEventsKey);
+  storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
+  removeSetting(*userDefaults_, completedEventsKey);
   Logger::debug("EventTracker - Cleared all tracked events");
 }
 

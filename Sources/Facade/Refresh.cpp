@@ -126,11 +126,11 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
       co_return;
     }
     const std::chrono::nanoseconds wait(static_cast<std::int64_t>(delaySeconds * std::exp2(attempt) * 1e9));
-    const std::shared_ptr<platform::Clock> clock = self->platform_.clock;
+    std::shared_ptr<platform::Clock> clock = self->platform_.clock;
     const std::shared_ptr<ActivityCounter> counter = self->activity_;
     self.reset();
     activity.end();  // nobody waits for a fetch that waits
-    co_await sleepFor(clock, wait);
+    co_await sleepFor(std::move(clock), wait);
     activity = Activity(counter);
     self = weak.lock();
     if (!self) {

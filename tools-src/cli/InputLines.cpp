@@ -16,7 +16,7 @@ namespace {
 namespace json = boost::json;
 
 /// A line that is longer is not read to its end, so that a file without line ends cannot take up the memory.
-constexpr std::size_t longestLine = 1024 * 1024;
+constexpr std::size_t longestLine = std::size_t{1024} * 1024;
 
 std::string kindOf(const json::value& value) {
   switch (value.kind()) {

@@ -136,7 +136,7 @@ struct DevelopmentService::Server {
         continue;
       }
       boost::system::error_code ignored;
-      socket.set_option(tcp::no_delay(true), ignored);
+      static_cast<void>(socket.set_option(tcp::no_delay(true), ignored));
       const std::uint64_t connection = ++server.connections;
       PlainStream stream(std::move(socket));
       if (server.tls) {
@@ -150,7 +150,7 @@ struct DevelopmentService::Server {
   static asio::awaitable<void> servePlainly(Server& server, PlainStream stream, std::uint64_t connection) {
     co_await serve(server, stream, connection);
     boost::system::error_code ignored;
-    stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+    static_cast<void>(stream.socket().shutdown(tcp::socket::shutdown_send, ignored));
     co_await drain(stream);
   }
 

@@ -1,6 +1,7 @@
 #include "Platform/Posix/CurlHttpTransport.h"
 
 #include <curl/curl.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -557,7 +558,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       } else if (isBlank(value)) {
         addHeader(list, name + ";");  // how libcurl is told to send an empty value
       } else {
-        addHeader(list, name + ": " + value);
+        addHeader(list, fmt::format("{}: {}", name, value));
       }
     }
     for (const std::string_view name : unwanted) {

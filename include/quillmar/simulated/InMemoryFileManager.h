@@ -28,8 +28,8 @@ class InMemoryFileManager : public platform::FileManager {
  private:
   struct File {
     std::string content;
-    std::uint64_t identity;
-    std::int64_t changed;
+    std::uint64_t identity = 0;
+    std::int64_t changed = 0;
   };
 
   std::error_code checkParent(const std::string& path) const;
