@@ -11,14 +11,6 @@
 
 namespace quillmar {
 
-namespace {
-void throwIf(std::error_code error, const std::string& path) {
-  if (error) {
-    throw DescribedError(error, path);
-  }
-}
-}  // namespace
-
 ASADataPersistence::ASADataPersistence(std::shared_ptr<platform::FileManager> fileManager,
                                        std::optional<std::string> documentsDirectory)
     : fileManager_(std::move(fileManager)),

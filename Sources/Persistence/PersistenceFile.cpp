@@ -8,13 +8,11 @@
 
 namespace quillmar {
 
-namespace {
 void throwIf(std::error_code error, const std::string& path) {
   if (error) {
     throw DescribedError(error, path);
   }
 }
-}  // namespace
 
 std::error_code make_error_code(PersistenceItemError error) noexcept {
   static const std::error_category& category = makeErrorCategory(

@@ -17,6 +17,9 @@ enum class PersistenceItemError {
 
 std::error_code make_error_code(PersistenceItemError error) noexcept;
 
+/// Throws the system's error, if it is one, with the path that it is about.
+void throwIf(std::error_code error, const std::string& path);
+
 /// One file in the library's folder of the documents directory: <documents>/Quillmar/<filename>. Each operation makes
 /// the folder, and the file, if they are not there. Runs on the calling thread.
 class PersistenceFile {
