@@ -33,8 +33,7 @@ const ConversionValues::ConversionValue* lowestRanked(
     const std::vector<const ConversionValues::ConversionValue*>& completed, Window window) {
   const ConversionValues::ConversionValue* lowest = nullptr;
   for (const ConversionValues::ConversionValue* const value : completed) {
-    if (value->windowValue(window) != nullptr &&
-        (lowest == nullptr || value->compareWindowValue(*lowest, window) < 0)) {
+    if (lowest == nullptr ? value->windowValue(window) != nullptr : value->compareWindowValue(*lowest, window) < 0) {
       lowest = value;
     }
   }
