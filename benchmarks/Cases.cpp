@@ -25,6 +25,7 @@
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/SqliteDatabase.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
+#include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/ManualExecutor.h"
 
 namespace quillmar::bench {
@@ -102,7 +103,7 @@ void addLogLine() {
 
 void addExecutor() {
   add("thread-pool post", [](State& state) {
-    const auto executor = std::make_shared<platform::ThreadPoolExecutor>();
+    const auto executor = std::make_shared<platform::ThreadPoolExecutor>(1);
     for (auto _ : state) {
       executor->post([] {});
     }
@@ -236,22 +237,45 @@ void addLogRequest() {
   });
 }
 
+/// The whole way of an event on one thread, without the changes of threads that `throughput` has.
+void addPipeline() {
+  const auto folder = std::make_shared<Folder>();
+  const auto executor = std::make_shared<simulated::ManualExecutor>();
+  platform::Platform platform = makePlatform(folder->path(), "");
+  platform.executor = executor;
+  platform.http = std::make_shared<InstantTransport>(executor);
+  const auto quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->configure("bench-key");
+  executor->runUntilIdle();
+  add("pipeline", [folder, executor, quillmar](State& state) {
+    const std::uint64_t before = quillmar->statistics().logged;
+    for (auto _ : state) {
+      quillmar->sendEvent(eventName, eventParameters());
+      executor->runUntilIdle();
+    }
+    if (quillmar->statistics().logged - before != static_cast<std::uint64_t>(state.iterations())) {
+      state.SkipWithError("events were lost");
+    }
+  });
+}
+
 }  // namespace
 
-Timings runCases() {
+Timings runCases(const std::string& filter) {
   addLogLine();
   addExecutor();
   addTracking();
   addOpening();
   addConfiguration();
   addLogRequest();
+  addPipeline();
   std::string program = "quillmar_bench";
   std::string interleave = "--benchmark_enable_random_interleaving=true";
   char* arguments[] = {program.data(), interleave.data(), nullptr};
   int count = 2;
   benchmark::Initialize(&count, arguments);
   Medians medians;
-  benchmark::RunSpecifiedBenchmarks(&medians);
+  benchmark::RunSpecifiedBenchmarks(&medians, filter);
   benchmark::ClearRegisteredBenchmarks();
   return medians.timings;
 }

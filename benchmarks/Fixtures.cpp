@@ -91,7 +91,7 @@ std::shared_ptr<platform::UserDefaults> openStore(const std::string& folder) {
 
 History::History(std::size_t events)
     : store(openStore(folder.path())),
-      clock(std::make_shared<platform::SystemClock>(std::make_shared<platform::ThreadPoolExecutor>())),
+      clock(std::make_shared<platform::SystemClock>(std::make_shared<platform::ThreadPoolExecutor>(1))),
       tracker(store, clock) {
   for (std::size_t i = 0; i < events; ++i) {
     tracker.trackEvent(eventName, namedEventParameters());

@@ -53,8 +53,8 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
 /// Lets time pass. A task that sleeps on a clock that is destroyed is dropped.
 Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration);
 
-/// Runs `task` on another executor. The caller goes on, on its own executor, when the task has ended, and gets the
-/// exception that leaves it; it is dropped together with the task.
+/// Runs `task` on `executor`; at once if the caller is there already. The caller goes on, on its own executor, when the
+/// task has ended, and gets the exception that leaves it; it is dropped together with the task.
 Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task);
 
 /// Starts `task` on `executor`, apart from the caller. An exception that leaves it is logged, not passed on.

@@ -1,8 +1,8 @@
 #include "Conversion/EventTracker.h"
 
 #include <algorithm>
-#include <new>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <variant>
 
@@ -17,6 +17,9 @@
 namespace quillmar {
 
 namespace {
+
+/// How often a thread lets others run before it goes to sleep.
+constexpr int openEyedTurns = 50;
 
 std::optional<double> numberOf(const EventValue& value) {
   struct Visitor {
@@ -86,35 +89,81 @@ EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
     : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
 
 void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
-  const TrackedEvent event{std::string(name), numbersOf(parameters), clock_->now()};
-  if (std::optional<std::string> text = encoded(event)) {
-    Waiting own{event, std::move(*text), false, {}};
-    {
-      const std::lock_guard lock(waitingMutex_);
-      waiting_.push_back(&own);
-    }
-    const std::lock_guard lock(eventsQueue_);
-    if (!own.done) {
-      storeWaiting();
-    }
-    if (own.error) {
-      Logger::error("EventTracker - Failed to store event: {}", own.error.message());
-      return;
+  track({makeEvent(name, parameters)});
+}
+
+void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
+  std::vector<TrackedEvent> made;
+  made.reserve(events.size());
+  for (const NewEvent& event : events) {
+    made.push_back(makeEvent(event.name, event.parameters));
+  }
+  track(made);
+}
+
+TrackedEvent EventTracker::makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const {
+  return {std::string(name), numbersOf(parameters), clock_->now()};
+}
+
+void EventTracker::track(const std::vector<TrackedEvent>& events) {
+  Waiting own;
+  own.events.reserve(events.size());
+  for (const TrackedEvent& event : events) {
+    if (const std::optional<std::string> text = encoded(event)) {
+      own.encoded += own.encoded.empty() ? "" : ",";
+      own.encoded += *text;
+      own.events.push_back(&event);
     }
   }
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+  if (!own.events.empty()) {
+    store(own);
+  }
+  for (const TrackedEvent& event : events) {
+    if (own.error) {
+      Logger::error("EventTracker - Failed to store event: {}", own.error.message());
+    } else if (Logger::passes(LogLevel::debug)) {
+      Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+    }
   }
 }
 
-/// Whoever comes first stores the events of all who wait, at the price of one.
-void EventTracker::storeWaiting() {
-  std::vector<Waiting*> batch;
-  {
-    const std::lock_guard lock(waitingMutex_);
-    batch.swap(waiting_);
+/// Whoever finds nobody storing stores the events of all who wait, at the price of one.
+void EventTracker::store(Waiting& own) {
+  std::unique_lock lock(waitingMutex_);
+  waiting_.push_back(&own);
+  // Storing takes about as long as falling asleep and waking up, so the others are worth a short wait with open eyes.
+  if (storing_) {
+    lock.unlock();
+    for (int i = 0; i < openEyedTurns && storing_ && !own.done; ++i) {
+      std::this_thread::yield();
+    }
+    lock.lock();
   }
-  std::error_code error;
+  stored_.wait(lock, [this, &own] { return own.done || !storing_; });
+  if (own.done) {
+    return;
+  }
+  storing_ = true;
+  if (crowded_) {
+    lock.unlock();
+    std::this_thread::yield();  // those who were served a moment ago are about to come again
+    lock.lock();
+  }
+  const std::vector<Waiting*> batch = std::exchange(waiting_, {});
+  crowded_ = batch.size() > 1;
+  lock.unlock();
+  const std::error_code error = storeAll(batch);
+  lock.lock();
+  for (Waiting* const waiting : batch) {
+    waiting->error = error;
+    waiting->done = true;
+  }
+  storing_ = false;
+  stored_.notify_all();
+}
+
+std::error_code EventTracker::storeAll(const std::vector<Waiting*>& batch) noexcept {
+  const std::lock_guard lock(eventsQueue_);
   try {
     updateIndex();
     std::string text = std::move(batch.front()->encoded);
@@ -122,24 +171,22 @@ void EventTracker::storeWaiting() {
       text += ',';
       text += batch[i]->encoded;
     }
-    error = append(text);
-  } catch (const std::bad_alloc&) {
-    error = std::make_error_code(std::errc::not_enough_memory);
-  }
-  for (Waiting* const waiting : batch) {
-    waiting->done = true;
-    waiting->error = error;
-  }
-  if (error) {
-    return;
+    if (const std::error_code error = append(text)) {
+      return error;
+    }
+  } catch (...) {  // out of memory, or a store that throws
+    indexedRevision_.reset();
+    return std::make_error_code(std::errc::not_enough_memory);
   }
   try {
     for (const Waiting* const waiting : batch) {
-      addToIndex(waiting->event);
+      std::for_each(waiting->events.begin(), waiting->events.end(),
+                    [this](const TrackedEvent* event) { addToIndex(*event); });
     }
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     indexedRevision_.reset();  // stored they are; the next call reads them
   }
+  return {};
 }
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -34,9 +36,17 @@ class EventTracker {
   /// Reads nothing yet.
   EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults, std::shared_ptr<platform::Clock> clock) noexcept;
 
+  struct NewEvent {
+    std::string name;
+    std::optional<NamedParameters> parameters;
+  };
+
   /// Appends an event, stamped now. Of the parameters, numbers and texts that are decimal numbers are kept. An event
   /// that JSON cannot express (an infinite number) is not stored, silently; one that the store refuses is logged.
   void trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters);
+
+  /// Appends events in their order, in one write: all are stored, or none.
+  void trackEvents(const std::vector<NewEvent>& events);
 
   /// True when each of the names was tracked at least once.
   bool areEventsCompleted(const std::vector<std::string>& names);
@@ -61,18 +71,21 @@ class EventTracker {
   /// The distinct revenues of the events of each name.
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
-  /// An event on its way to the store, owned by the call that tracks it.
+  /// Events on their way to the store, owned by the call that tracks them.
   struct Waiting {
-    const TrackedEvent& event;
-    std::string encoded;
-    bool done;  ///< guarded by eventsQueue_, like the error
+    std::vector<const TrackedEvent*> events;  ///< those that JSON can express
+    std::string encoded;                      ///< with commas
     std::error_code error;
+    std::atomic<bool> done{false};
   };
 
+  TrackedEvent makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const;
+  void track(const std::vector<TrackedEvent>& events);
+  void store(Waiting& own);
+  std::error_code storeAll(const std::vector<Waiting*>& batch) noexcept;
   // These are called with the lock held.
   void updateIndex();
   void addToIndex(const TrackedEvent& event);
-  void storeWaiting();
   std::error_code append(const std::string& encodedEvents);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
@@ -82,8 +95,12 @@ class EventTracker {
   /// One for the process: two trackers over the same store must not append at the same time, since each would cut off
   /// what the other wrote.
   static std::mutex eventsQueue_;
-  std::mutex waitingMutex_;         ///< taken after the other one
-  std::vector<Waiting*> waiting_;  ///< in the order of the history to come
+
+  std::mutex waitingMutex_;  ///< never held together with the other one
+  std::condition_variable stored_;
+  std::vector<Waiting*> waiting_;     ///< in the order of the history to come
+  bool crowded_ = false;              ///< the last time, others waited along
+  std::atomic<bool> storing_{false};  ///< changes only with waitingMutex_ held, like `done`
   Index index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;

@@ -30,6 +30,7 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       userDefaults_(std::move(userDefaults)),
       bundle_(std::move(bundle)),
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
+      trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
       eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {}
 

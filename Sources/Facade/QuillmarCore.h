@@ -18,6 +18,7 @@
 #include "Conversion/ConversionValueResolver.h"
 #include "Conversion/EventTracker.h"
 #include "Facade/SharedState.h"
+#include "Facade/TrackingQueue.h"
 #include "Model/ConversionValues.h"
 #include "Network/NetworkManagerProtocol.h"
 #include "Persistence/ConversionValuesRepositoryProtocol.h"
@@ -164,6 +165,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const platform::Bundle bundle_;
   const std::shared_ptr<EventTracker> eventTracker_;
+  const std::shared_ptr<TrackingQueue> trackingQueue_;
   const std::shared_ptr<ConversionValueResolver> conversionValueResolver_;
   const std::shared_ptr<TaskQueue> eventProcessingQueue_;
 

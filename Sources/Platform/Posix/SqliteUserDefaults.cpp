@@ -323,8 +323,8 @@ std::optional<PropertyListValue> SqliteUserDefaults::object(std::string_view key
 std::error_code SqliteUserDefaults::set(std::string_view key, PropertyListValue value) {
   const auto* data = value.as<PropertyListValue::Data>();
   const std::lock_guard lock(writeMutex_);
-  if (const auto found = entries_.find(key); data == nullptr && found != entries_.end() &&
-                                             found->second.value == value && dirty_.find(key) == dirty_.end()) {
+  if (const auto found = entries_.find(key);
+      data == nullptr && found != entries_.end() && found->second.value == value && dirty_.find(key) == dirty_.end()) {
     return {};  // on disk already
   }
   if (data == nullptr && !encodePropertyList(value)) {
