@@ -1,10 +1,13 @@
 #include "InputLines.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <boost/json.hpp>
 #include <charconv>
 #include <cmath>
 #include <istream>
+#include <iterator>
 #include <ostream>
 
 #include "Duration.h"
@@ -17,6 +20,19 @@ namespace json = boost::json;
 
 /// A line that is longer is not read to its end, so that a file without line ends cannot take up the memory.
 constexpr std::size_t longestLine = std::size_t{1024} * 1024;
+
+std::string withoutControls(std::string_view text) {
+  std::string result;
+  for (const char letter : text) {
+    const unsigned code = static_cast<unsigned char>(letter);
+    if (code < 0x20 || code == 0x7F) {
+      fmt::format_to(std::back_inserter(result), "\\u{:04x}", code);
+    } else {
+      result += letter;
+    }
+  }
+  return result;
+}
 
 std::string kindOf(const json::value& value) {
   switch (value.kind()) {
@@ -252,6 +268,8 @@ std::chrono::seconds timeOfLine(const json::value& value) {
 }
 
 }  // namespace
+
+LineError::LineError(std::string_view reason) : std::runtime_error(withoutControls(reason)) {}
 
 InputLine parseInputLine(std::string_view textOfLine, InputTime time) {
   json::error_code error;
