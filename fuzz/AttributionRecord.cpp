@@ -1,6 +1,4 @@
 // The stored attribution: a file of JSON, read as a record and passed on as the text that it is.
-#include <boost/json/parse.hpp>
-
 #include "Attribution/CorrelatedPayload.h"
 #include "Persistence/ASADataPersistence.h"
 #include "Promises.h"
@@ -12,25 +10,33 @@ using fuzz::require;
 
 namespace {
 
-/// Like the library's own parser, but with room for what the payload puts around the text.
-boost::json::value parsed(const std::string& text) {
-  boost::json::parse_options options;
-  options.max_depth = 80;
-  return boost::json::parse(text, {}, options);
+/// Without the white space between the tokens of a valid document.
+std::string stripped(std::string_view json) {
+  std::string result;
+  bool inText = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    const char letter = json[i];
+    inText = inText != (letter == '"');
+    if (inText || (letter != ' ' && letter != '\t' && letter != '\r' && letter != '\n')) {
+      result += letter;
+    }
+    if (inText && letter == '\\') {
+      result += json[++i];
+    }
+  }
+  return result;
 }
 
+/// What is passed on is compared as text: parsing it could lose what passing it on must not.
 void requirePassedOn(const JsonObjectText& attribution) {
-  CorrelatedPayload payload{"id", "\"install\"", "app", attribution, attribution, 1, attribution};
-  for (const auto format : {JsonWriter::Format::compact, JsonWriter::Format::prettyPrinted}) {
-    const boost::json::value written = parsed(fuzz::encoded(payload, format));
-    const boost::json::value original = parsed(attribution.text());
-    require(written.at("attribution_details") == original, "the payload's attribution is the stored one");
-    require(written.at("transaction_details").at("renewal_info") == original, "and so is an object deeper inside");
-  }
-  JsonWriter once;
-  JsonWriter twice;
-  const std::string compact = once.raw(attribution.text()).take();
-  require(twice.raw(compact).take() == compact, "a text without white space is passed on byte for byte");
+  const CorrelatedPayload payload{"id", "\"install\"", "app", attribution, attribution, 1, attribution};
+  const std::string compact = fuzz::encoded(payload);
+  const std::string details = stripped(attribution.text());
+  require(compact.ends_with(",\"attribution_details\":" + details + "}"), "the attribution is passed on byte for byte");
+  require(compact.find("\"renewal_info\":" + details + ",\"state\":1}") != std::string::npos,
+          "and so is an object deeper inside");
+  require(stripped(fuzz::encoded(payload, JsonWriter::Format::prettyPrinted)) == compact,
+          "both formats differ in white space only");
 }
 
 }  // namespace

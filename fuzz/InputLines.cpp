@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <boost/json/parse.hpp>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 
+#include "JsonMemberText.h"
 #include "Promises.h"
 #include "Target.h"
 
@@ -43,6 +45,27 @@ struct StepPromises {
   }
 };
 
+/// The event's revenue as the line spells it; nothing when it is spelled as a whole number or a text.
+std::optional<double> spelledRevenue(std::string_view line) {
+  const std::string text(jsonMemberText(jsonMemberText(line, "params").value(), "revenue").value());
+  return text.find_first_of(".eE") == std::string::npos || text.front() == '"' ? std::nullopt
+                                                                               : std::optional(std::atof(text.c_str()));
+}
+
+/// Reads a line on its own.
+void requireNumbers(const std::string& line) {
+  try {
+    const InputLine input = parseInputLine(line, InputTime::script);
+    const auto* const event = std::get_if<EventStep>(&input.step);
+    if (event != nullptr && event->params && !event->params->empty()) {
+      if (const std::optional<double> revenue = spelledRevenue(line)) {
+        require(event->params->at(ASEventParam::revenue) == EventValue(*revenue), "a number is the nearest double");
+      }
+    }
+  } catch (const LineError&) {
+  }
+}
+
 void requireLines(const std::string& text, InputTime time) {
   std::istringstream input(text);
   std::ostringstream errors;
@@ -57,6 +80,7 @@ void requireLines(const std::string& text, InputTime time) {
   std::istringstream again(text);
   for (std::string line; std::getline(again, line);) {
     notBlank += line.find_first_not_of(" \t\r") == std::string::npos ? 0U : 1U;
+    requireNumbers(line);
   }
   require(good + lines.badLines() == notBlank, "each line is taken or reported");
 
