@@ -20,6 +20,10 @@ struct Zone {
   seconds begin(int day) const { return days(day) + (day < firstShiftedDay ? 0s : shift); }
 };
 
+void PrintTo(const Zone& zone, std::ostream* out) {
+  *out << zone.name;
+}
+
 const Zone zones[] = {
     {"no daylight saving", days(1), 5h + 30min, 5h + 30min, 0, 0s},
     {"spring on the second day", days(1) + 2h, 1h, 2h, 2, -1h},
