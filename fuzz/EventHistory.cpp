@@ -77,14 +77,14 @@ std::string tracked(const std::string& stored, const std::string& name) {
   EventTracker first(store, clock);
   EventTracker second(store, clock);
   std::vector<TrackedEvent> events = first.getAllTrackedEvents();
-  for (EventTracker* tracker : {&first, &second, &first}) {
+  for (const auto& [tracker, other] : {std::pair(&first, &second), {&second, &first}, {&first, &second}}) {
     tracker->trackEvent(name, NamedParameters{{"revenue", 25}, {"text", "30.5"}, {"dropped", true}});
     if (validUtf8Prefix(name) == name.size()) {
       events.push_back({name, {{"revenue", 25.0}, {"text", 30.5}}, now});
     }
-    requireAnswers(first, events);
-    requireAnswers(second, events);
+    requireAnswers(*other, events);
   }
+  requireAnswers(first, events);
   return store->data(EventTracker::completedEventsKey).value_or("");
 }
 
