@@ -1,6 +1,7 @@
 #include "Conversion/EventTracker.h"
 
 #include <algorithm>
+#include <new>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -85,19 +86,59 @@ EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
     : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
 
 void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
-  TrackedEvent event{std::string(name), numbersOf(parameters), {}};
-  const std::lock_guard lock(eventsQueue_);
-  event.timestamp = clock_->now();
-  if (const std::optional<std::string> text = encoded(event)) {
-    updateIndex();
-    if (const std::error_code error = append(*text)) {
-      Logger::error("EventTracker - Failed to store event: {}", error.message());
+  const TrackedEvent event{std::string(name), numbersOf(parameters), clock_->now()};
+  if (std::optional<std::string> text = encoded(event)) {
+    Waiting own{event, std::move(*text), false, {}};
+    {
+      const std::lock_guard lock(waitingMutex_);
+      waiting_.push_back(&own);
+    }
+    const std::lock_guard lock(eventsQueue_);
+    if (!own.done) {
+      storeWaiting();
+    }
+    if (own.error) {
+      Logger::error("EventTracker - Failed to store event: {}", own.error.message());
       return;
     }
-    addToIndex(event);
   }
   if (Logger::passes(LogLevel::debug)) {
     Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+  }
+}
+
+/// Whoever comes first stores the events of all who wait, at the price of one.
+void EventTracker::storeWaiting() {
+  std::vector<Waiting*> batch;
+  {
+    const std::lock_guard lock(waitingMutex_);
+    batch.swap(waiting_);
+  }
+  std::error_code error;
+  try {
+    updateIndex();
+    std::string text = std::move(batch.front()->encoded);
+    for (std::size_t i = 1; i < batch.size(); ++i) {
+      text += ',';
+      text += batch[i]->encoded;
+    }
+    error = append(text);
+  } catch (const std::bad_alloc&) {
+    error = std::make_error_code(std::errc::not_enough_memory);
+  }
+  for (Waiting* const waiting : batch) {
+    waiting->done = true;
+    waiting->error = error;
+  }
+  if (error) {
+    return;
+  }
+  try {
+    for (const Waiting* const waiting : batch) {
+      addToIndex(waiting->event);
+    }
+  } catch (const std::bad_alloc&) {
+    indexedRevision_.reset();  // stored they are; the next call reads them
   }
 }
 
@@ -135,16 +176,16 @@ void EventTracker::clearCompletedEvents() {
   Logger::debug("EventTracker - Cleared all tracked events");
 }
 
-std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
+std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
     const ConversionValues& values, Window currentWindow) {
   const std::lock_guard lock(eventsQueue_);
   updateIndex();
-  std::vector<ConversionValues::ConversionValue> completed;
+  std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
     if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
                                    (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
-      completed.push_back(value);
+      completed.push_back(&value);
     }
   }
   return completed;
@@ -174,9 +215,9 @@ void EventTracker::addToIndex(const TrackedEvent& event) {
   }
 }
 
-std::error_code EventTracker::append(const std::string& encodedEvent) {
+std::error_code EventTracker::append(const std::string& encodedEvents) {
   const bool first = appendAt_ == 0;
-  const std::string text = (first ? "[" : ",") + encodedEvent + "]";
+  const std::string text = (first ? "[" : ",") + encodedEvents + "]";
   const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
                                       : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
   if (!error) {

@@ -49,9 +49,9 @@ class EventTracker {
   void clearCompletedEvents();
 
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
-  /// order of the configuration.
-  std::vector<ConversionValues::ConversionValue> findCompletedConversionValues(const ConversionValues& values,
-                                                                               Window currentWindow);
+  /// order of the configuration. They point into `values`.
+  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(const ConversionValues& values,
+                                                                                      Window currentWindow);
 
  private:
   struct NameHash {
@@ -61,10 +61,19 @@ class EventTracker {
   /// The distinct revenues of the events of each name.
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
+  /// An event on its way to the store, owned by the call that tracks it.
+  struct Waiting {
+    const TrackedEvent& event;
+    std::string encoded;
+    bool done;  ///< guarded by eventsQueue_, like the error
+    std::error_code error;
+  };
+
   // These are called with the lock held.
   void updateIndex();
   void addToIndex(const TrackedEvent& event);
-  std::error_code append(const std::string& encodedEvent);
+  void storeWaiting();
+  std::error_code append(const std::string& encodedEvents);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
@@ -73,6 +82,8 @@ class EventTracker {
   /// One for the process: two trackers over the same store must not append at the same time, since each would cut off
   /// what the other wrote.
   static std::mutex eventsQueue_;
+  std::mutex waitingMutex_;         ///< taken after the other one
+  std::vector<Waiting*> waiting_;  ///< in the order of the history to come
   Index index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;

@@ -29,12 +29,12 @@ constexpr std::int64_t lastDay = 35;
 
 /// The completed value that ranks lowest in the window, the first of equals; null when none has a value for it. That
 /// the lowest wins, and not the highest, is on purpose.
-const ConversionValues::ConversionValue* lowestRanked(const std::vector<ConversionValues::ConversionValue>& completed,
-                                                      Window window) {
+const ConversionValues::ConversionValue* lowestRanked(
+    const std::vector<const ConversionValues::ConversionValue*>& completed, Window window) {
   const ConversionValues::ConversionValue* lowest = nullptr;
-  for (const ConversionValues::ConversionValue& value : completed) {
-    if (value.windowValue(window) != nullptr && (lowest == nullptr || value.compareWindowValue(*lowest, window) < 0)) {
-      lowest = &value;
+  for (const ConversionValues::ConversionValue* const value : completed) {
+    if (lowest == nullptr ? value->windowValue(window) != nullptr : value->compareWindowValue(*lowest, window) < 0) {
+      lowest = value;
     }
   }
   return lowest;

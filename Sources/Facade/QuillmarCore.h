@@ -140,6 +140,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
+  /// Runs the pipeline, and calls the ad networks when the platform has no executor for that.
+  const std::shared_ptr<SerialExecutor> eventExecutor_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
   std::string quillmarVerificationKey_;  // guarded by collaboratorsMutex_

@@ -443,7 +443,13 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       const HttpRequest& request = exchange.request;
       const bool headersFit = std::ranges::all_of(
           request.headers, [](const auto& header) { return isToken(header.first) && isHeaderValue(header.second); });
-      std::error_code error = parseOrigin(request.url, exchange.origin);
+      std::error_code error;
+      if (request.url != lastUrl_) {  // most requests go where the last one went
+        lastUrl_.clear();
+        error = parseOrigin(request.url, lastOrigin_);
+        lastUrl_ = error ? std::string() : request.url;
+      }
+      exchange.origin = lastOrigin_;
       if (!error && !(isToken(request.method) && headersFit)) {
         error = URLError::badURL;
       }
@@ -471,14 +477,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
         spare_.pop_back();
       } else {
         spare_.reserve(handles_ + 1);  // so that giving the handle back cannot fail
-        exchange.easy.reset(curl_easy_init());
-        if (!exchange.easy) {
-          throw std::bad_alloc();
-        }
+        exchange.easy = makeEasy();
         ++handles_;
       }
     }
-    curl_easy_reset(exchange.easy.get());
     exchange.body.clear();
     exchange.headEnded = false;
     exchange.bytesMoved = 0;
@@ -491,10 +493,13 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     exchange.transferring = true;
   }
 
-  void configure(Exchange& exchange) {
-    Options options(exchange.easy.get());
-    options.set(CURLOPT_PRIVATE, &exchange);
-    options.set(CURLOPT_URL, exchange.request.url.c_str());
+  /// A handle with the options that are the same for every request. It keeps them from transfer to transfer.
+  EasyHandle makeEasy() {
+    EasyHandle easy(curl_easy_init());
+    if (!easy) {
+      throw std::bad_alloc();
+    }
+    Options options(easy.get());
     options.set(CURLOPT_PATH_AS_IS, 1L);
     options.set(CURLOPT_PROTOCOLS_STR, "http,https");
     options.set(CURLOPT_FOLLOWLOCATION, 0L);  // `redirect` does that: it knows which headers may go along
@@ -510,9 +515,17 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
     options.set(CURLOPT_HEADERFUNCTION, &receiveHeadLine);
-    options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
+    return easy;
+  }
+
+  /// Sets what differs from request to request: each option here is set each time.
+  void configure(Exchange& exchange) {
+    Options options(exchange.easy.get());
+    options.set(CURLOPT_PRIVATE, &exchange);
+    options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEDATA, static_cast<void*>(&exchange));
+    options.set(CURLOPT_URL, exchange.request.url.c_str());
 
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - exchange.lastActivity);
     options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(exchange.timeout.count()), 1L));
@@ -526,24 +539,20 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   /// True when libcurl sends the length of the body.
   static bool configureMethod(Options& options, const HttpRequest& request) {
     const std::string& method = request.method;
-    if (method == "HEAD") {
+    const bool hasBody =
+        method == "POST" || method == "PUT" || method == "PATCH" || (!request.body.empty() && method != "HEAD");
+    if (hasBody) {
+      options.set(CURLOPT_POST, 1L);
+      options.set(CURLOPT_POSTFIELDS, request.body.data());  // not copied: the exchange outlives the transfer
+      options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    } else if (method == "HEAD") {
       options.set(CURLOPT_NOBODY, 1L);
-      return false;
-    }
-    if (request.body.empty() && method != "POST" && method != "PUT" && method != "PATCH") {
+    } else {
       options.set(CURLOPT_HTTPGET, 1L);
-      if (method != "GET") {
-        options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
-      }
-      return false;
     }
-    options.set(CURLOPT_POST, 1L);
-    options.set(CURLOPT_POSTFIELDS, request.body.data());  // not copied: the exchange outlives the transfer
-    options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-    if (method != "POST") {
-      options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
-    }
-    return true;
+    const bool isUsual = method == "HEAD" || method == (hasBody ? "POST" : "GET");
+    options.set(CURLOPT_CUSTOMREQUEST, isUsual ? nullptr : method.c_str());
+    return hasBody;
   }
 
   static void configureHeaders(Exchange& exchange, bool hasBody) {
@@ -558,7 +567,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       } else if (isBlank(value)) {
         addHeader(list, name + ";");  // how libcurl is told to send an empty value
       } else {
-        addHeader(list, fmt::format("{}: {}", name, value));
+        addHeader(list, name + ": " + value);
       }
     }
     for (const std::string_view name : unwanted) {
@@ -728,6 +737,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   MultiHandle multi_;              // made before the thread starts; else the thread's, but for `curl_multi_wakeup`
   std::vector<EasyHandle> spare_;  // the thread's
   std::size_t handles_ = 0;        // the thread's
+  std::string lastUrl_;            // the thread's: the address that was last taken apart,
+  Origin lastOrigin_;              // and its origin
 };
 
 CurlHttpTransport::CurlHttpTransport(CurlHttpTransportOptions options)

@@ -24,7 +24,8 @@ namespace quillmar::platform {
 /// Everything outside the library that the library touches. No member may be null, unless it says so.
 struct Platform {
   std::shared_ptr<Executor> executor;
-  /// Where the ad networks are called, one item at a time. Null: a serial queue on `executor`.
+  /// Where the ad networks are called, one item at a time. Null: the serial queue on `executor` that events
+  /// are handled on.
   std::shared_ptr<Executor> mainExecutor;
   std::shared_ptr<Clock> clock;
   std::shared_ptr<HttpTransport> http;
