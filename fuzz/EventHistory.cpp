@@ -60,12 +60,14 @@ void requireAnswers(EventTracker& tracker, const std::vector<TrackedEvent>& even
     addRule(events[i].name, amount, amount);
     addRule(events[i].name, amount + 1, amount + 2);
   }
-  const auto unmet = [&events](const ConversionValues::ConversionValue& value) {
-    return !isMet(events, value.windows.at("window0").fineValue->requiredEvents.front());
-  };
-  const auto completed = tracker.findCompletedConversionValues(values, Window::window0);
-  std::erase_if(values.values, unmet);
-  require(completed == values.values, "the index answers like a search through the list");
+  std::vector<const ConversionValues::ConversionValue*> met;
+  for (const auto& value : values.values) {
+    if (isMet(events, value.windows.at("window0").fineValue->requiredEvents.front())) {
+      met.push_back(&value);
+    }
+  }
+  require(tracker.findCompletedConversionValues(values, Window::window0) == met,
+          "the index answers like a search through the list");
 }
 
 /// Two trackers take turns on one store.
