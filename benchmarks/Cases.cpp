@@ -137,6 +137,14 @@ void addTracking() {
       }
     });
   }
+  for (const int count : {8, 512}) {
+    const auto history = std::make_shared<History>(1'000);
+    add(fmt::format("find/{} rules", count), [history, few = rules(count)](State& state) {
+      for (auto _ : state) {
+        benchmark::DoNotOptimize(history->tracker.findCompletedConversionValues(few, Window::window0));
+      }
+    });
+  }
   // What a required event costs at least: its name, looked up. As many as one call looks at.
   add("find/look-ups", [document](State& state) {
     const std::unordered_set<std::string> names{eventName, "view_item", "session"};

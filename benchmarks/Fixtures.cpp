@@ -53,9 +53,9 @@ NamedParameters namedEventParameters() {
   return parameters(eventParameters());
 }
 
-ConversionValues rules() {
+ConversionValues rules(int count) {
   ConversionValues document;
-  for (int i = 0; i < 64; ++i) {
+  for (int i = 0; i < count; ++i) {
     const std::string other = i % 2 == 0 ? std::string(eventName) : fmt::format("level_{}_reached", i);
     const std::vector<ConversionValues::RequiredEvent> events{{eventName, 0.99, 100.0 + i}, {other, {}, {}}};
     ConversionValues::ConversionValue value;

@@ -34,9 +34,9 @@ inline constexpr const char* eventName = "purchase";
 EventParameters eventParameters();
 NamedParameters namedEventParameters();
 
-/// 64 rules, each with a fine and a coarse value in three windows and two required events apiece. Half of them are
+/// Rules, each with a fine and a coarse value in three windows and two required events apiece. Half of them are
 /// complete once `eventName` has been tracked with a revenue.
-ConversionValues rules();
+ConversionValues rules(int count = 64);
 /// A configuration response with these rules, about 50 KB.
 std::string configurationResponse();
 

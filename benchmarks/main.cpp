@@ -73,6 +73,10 @@ void addTracking(Report& report, const Timings& timings) {
     report.add(fmt::format("findCompletedConversionValues, {} events stored", events),
                micro * timings.at("find/" + events), "us", micro * timings.at("find/look-ups"), {.valueAtMost = 50});
   }
+  for (const std::string count : {"8", "512"}) {
+    report.add(fmt::format("findCompletedConversionValues, {} rules", count),
+               micro * timings.at(fmt::format("find/{} rules", count)), "us", std::nullopt);
+  }
 }
 
 void addConfiguration(Report& report, const Timings& timings) {
@@ -100,6 +104,10 @@ void addPipeline(Report& report, const Timings& timings) {
 }
 
 void addMemory(Report& report, const std::string& bareProgram) {
+  for (const std::string events : {"1000", "10000"}) {
+    report.add(fmt::format("burst of {}, answers after 1 s: peak above idle", events),
+               runDriver({"burst", events}).at("MiB"), "MiB", std::nullopt);
+  }
   const Figures burst = runDriver({"burst", "100000"});
   report.add("burst of 100000, answers after 1 s: peak above idle", burst.at("MiB"), "MiB", std::nullopt,
              {.valueAtMost = 64});
