@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <iostream>
 #include <random>
 #include <thread>
 #include <vector>
@@ -33,7 +34,7 @@ constexpr auto patience = 100s;
 /// QUILLMAR_STRESS_ROUNDS: how much each thread does.
 int rounds() {
   const char* const chosen = std::getenv("QUILLMAR_STRESS_ROUNDS");
-  return chosen != nullptr ? std::atoi(chosen) : 250;
+  return chosen != nullptr ? std::atoi(chosen) : 1000;
 }
 
 /// Counts the lines that no race may cause.
@@ -150,6 +151,11 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));
   EXPECT_EQ(lines_->count, 0);
+  const QuillmarStatistics statistics = quillmar_->statistics();
+  const QuillmarASAAttributionStatistics purchases = attribution_->statistics();
+  std::cout << statistics.sent << " events sent, " << statistics.logged << " logged, " << statistics.failed
+            << " refused, " << purchases.sent << " purchases sent, " << purchases.failed << " refused\n";
+  EXPECT_GT(statistics.logged, 0u);
 
   // The store is whole: another tracker reads what this one knows.
   const auto store = quillMarDefaults(platform_.userDefaults);
