@@ -1,5 +1,7 @@
 #include "Async/SerialExecutor.h"
 
+#include <algorithm>
+#include <new>
 #include <utility>
 
 namespace quillmar {
@@ -13,19 +15,35 @@ SerialExecutor::SerialExecutor(std::shared_ptr<platform::Executor> lower, const 
     : lower_(std::move(lower)), label_(label) {}
 
 void SerialExecutor::post(std::function<void()> work) {
+  const std::function<void()>* posted = nullptr;  // stays where it is: items come and go at the ends only
   {
     const std::lock_guard lock(mutex_);
-    work_.push_back(std::move(work));
+    posted = &work_.emplace_back(std::move(work));
     if (running_) {
       return;
     }
     running_ = true;
   }
-  lower_->post([self = shared_from_this()] { self->run(); });
+  if (!postTurn()) {
+    // Nothing was posted. What others have posted meanwhile waits for the next one.
+    const std::lock_guard lock(mutex_);
+    running_ = false;
+    work_.erase(std::find_if(work_.begin(), work_.end(), [posted](const auto& item) { return &item == posted; }));
+    throw std::bad_alloc();
+  }
+}
+
+bool SerialExecutor::postTurn() noexcept {
+  try {
+    lower_->post([self = shared_from_this()] { self->run(); });
+    return true;
+  } catch (...) {  // out of memory
+    return false;
+  }
 }
 
 void SerialExecutor::run() {
-  for (int i = 0; i < itemsPerTurn; ++i) {
+  for (int i = 0; i < itemsPerTurn || !postTurn(); ++i) {
     std::function<void()> item;
     {
       const std::lock_guard lock(mutex_);
@@ -38,7 +56,6 @@ void SerialExecutor::run() {
     }
     item();
   }
-  lower_->post([self = shared_from_this()] { self->run(); });
 }
 
 }  // namespace quillmar

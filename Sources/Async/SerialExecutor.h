@@ -21,6 +21,7 @@ class SerialExecutor : public platform::Executor, public std::enable_shared_from
 
  private:
   void run();
+  bool postTurn() noexcept;
 
   const std::shared_ptr<platform::Executor> lower_;
   const char* const label_;

@@ -22,7 +22,11 @@ class TaskExecutor {
       // Moved out first: what the work owns is gone before the item is.
       std::decay_t<Work> local(std::move(*shared));
       shared.reset();
-      local();
+      try {
+        local();
+      } catch (...) {
+        reportLostWork();
+      }
     });
   }
 
@@ -41,6 +45,8 @@ class TaskExecutor {
   /// Asio wants an execution context for its services. The library uses none of them, so one that is never destroyed
   /// serves all.
   static boost::asio::execution_context& context() noexcept;
+  /// A task could not even end in an orderly way, for want of memory. It is gone; the executor is not to suffer.
+  static void reportLostWork() noexcept;
 
   std::shared_ptr<platform::Executor> seam_;
 };

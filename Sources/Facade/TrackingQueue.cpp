@@ -1,6 +1,9 @@
 #include "Facade/TrackingQueue.h"
 
+#include <exception>
 #include <utility>
+
+#include "Logging/Logger.h"
 
 namespace quillmar {
 
@@ -25,8 +28,15 @@ void TrackingQueue::add(EventTracker::NewEvent event, std::function<void(bool)> 
   done_.reserve(done_.size() + 1);
   waiting_.push_back(std::move(event));
   done_.push_back(std::move(done));
-  if (waiting_.size() == 1) {
+  if (waiting_.size() > 1) {
+    return;
+  }
+  try {
     executor_->post([self = shared_from_this()] { self->trackWaiting(); });
+  } catch (...) {  // out of memory: this event is dropped, the next one posts again
+    waiting_.clear();
+    done_.clear();
+    throw;
   }
 }
 
@@ -38,7 +48,11 @@ void TrackingQueue::trackWaiting() {
     events.swap(waiting_);
     done.swap(done_);
   }
-  eventTracker_->trackEvents(events);
+  try {
+    eventTracker_->trackEvents(events);
+  } catch (const std::exception& error) {  // out of memory; the events go on, like those that the store refuses
+    Logger::error("EventTracker - Failed to store event: {}", error.what());
+  }
   for (const std::function<void(bool)>& resume : done) {
     resume(true);
   }

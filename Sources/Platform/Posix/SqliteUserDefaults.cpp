@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -440,11 +441,14 @@ void SqliteUserDefaults::noteSegment(Entry& entry, std::int64_t sequence, std::s
 
 /// The value stays the same; should this fail, it stays in pieces.
 void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int64_t first) {
-  Transaction transaction(*this);
-  bool changed = true;
-  if (transaction.begin() == SQLITE_OK && lookForChange(changed) == SQLITE_OK && !changed &&
-      mergeSegments(key, first) == SQLITE_OK) {
-    transaction.commit();
+  try {
+    Transaction transaction(*this);
+    bool changed = true;
+    if (transaction.begin() == SQLITE_OK && lookForChange(changed) == SQLITE_OK && !changed &&
+        mergeSegments(key, first) == SQLITE_OK) {
+      transaction.commit();
+    }
+  } catch (const std::bad_alloc&) {  // rolled back; the append that led here is done all the same
   }
 }
 

@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "Persistence/ConversionValuesRepositoryProtocol.h"
+#include "support/FacadeHarness.h"
+
+namespace quillmar::test {
+namespace {
+
+using platform::PropertyListValue;
+
+/// Makes one call of all that count fail.
+struct Fault {
+  int failing = 0;
+  std::errc error{};
+  int calls = 0;
+
+  std::error_code next() { return calls++ == failing ? std::make_error_code(error) : std::error_code{}; }
+};
+
+class FaultyFiles final : public simulated::InMemoryFileManager {
+ public:
+  explicit FaultyFiles(Fault& fault) : fault_(fault) {}
+
+  std::error_code createDirectory(const std::string& path) override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryFileManager::createDirectory(path);
+  }
+  std::error_code createFile(const std::string& path) override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryFileManager::createFile(path);
+  }
+  std::error_code removeItem(const std::string& path) override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryFileManager::removeItem(path);
+  }
+  std::error_code readFile(const std::string& path, std::string& content) const override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryFileManager::readFile(path, content);
+  }
+  std::error_code writeFile(const std::string& path, std::string_view content, platform::WriteMode mode) override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryFileManager::writeFile(path, content, mode);
+  }
+
+ private:
+  Fault& fault_;
+};
+
+/// Keeps in memory what it cannot write, as the seam wants it; appends are all or nothing.
+class FaultyDefaults final : public simulated::InMemoryUserDefaults {
+ public:
+  explicit FaultyDefaults(Fault& fault) : fault_(fault) {}
+
+  std::error_code set(std::string_view key, PropertyListValue value) override {
+    static_cast<void>(InMemoryUserDefaults::set(key, std::move(value)));
+    return fault_.next();
+  }
+  std::error_code remove(std::string_view key) override {
+    static_cast<void>(InMemoryUserDefaults::remove(key));
+    return fault_.next();
+  }
+  std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
+    const std::error_code error = fault_.next();
+    return error ? error : InMemoryUserDefaults::replaceDataTail(key, keep, tail);
+  }
+
+ private:
+  Fault& fault_;
+};
+
+class FaultyProvider final : public simulated::InMemoryUserDefaultsProvider {
+ public:
+  explicit FaultyProvider(Fault& fault) : store_(std::make_shared<FaultyDefaults>(fault)) {}
+  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store_; }
+
+ private:
+  const std::shared_ptr<platform::UserDefaults> store_;
+};
+
+/// Tells whether the fault was met.
+bool liveWith(Fault& fault) {
+  FacadeHarness host;
+  host.simulated.files = std::make_shared<FaultyFiles>(fault);
+  host.simulated.userDefaults = std::make_shared<FaultyProvider>(fault);
+  host.restart();
+  const auto expectNothingAcknowledgedIsLost = [&host] {
+    const std::string mark = "EventTracker - Tracked event: ";
+    const auto lines = host.log.messages();
+    const auto cleared = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& line) {
+                           return line.find("Cleared all tracked events") != std::string::npos;
+                         }).base();
+    for (auto line = cleared; line != lines.end(); ++line) {
+      if (const auto at = line->find(mark); at != std::string::npos) {
+        const auto from = at + mark.size();
+        const std::string name = line->substr(from, line->find(' ', from) - from);
+        EXPECT_TRUE(host.core().eventTracker()->areEventsCompleted({name})) << name;
+      }
+    }
+  };
+  const auto live = [&] {
+    host.configure();
+    host.advance(std::chrono::seconds(30));  // the attempts to fetch
+    host.send("session");
+    host.send("purchase", EventParameters{{ASEventParam::revenue, 20}});
+    expectNothingAcknowledgedIsLost();
+  };
+  live();
+  host.quillmar->reset();
+  live();
+  live();
+  const bool met = fault.calls > fault.failing;
+  // The fault is over, and two hours later so is all that it caused.
+  fault.failing = -1;
+  host.advance(std::chrono::hours(2));
+  host.activate();
+  host.send("after");
+  host.send("session");
+  EXPECT_TRUE(host.quillmar->drain(std::chrono::seconds(0)));
+  expectNothingAcknowledgedIsLost();
+  EXPECT_TRUE(host.core().eventTracker()->areEventsCompleted({"after", "session"}));
+  EXPECT_NO_THROW(host.quillmar->conversionValuesRepository()->fetchAllConversionValues());
+  EXPECT_FALSE(host.logged("nexpected error"));
+  EXPECT_GT(host.simulated.adNetwork->calls().size(), 0u);
+  return met;
+}
+
+TEST(FaultSweep, eachCallFailsOnceAndTheLibraryGoesOn) {
+  int faults = 0;
+  for (const std::errc error : {std::errc::no_space_on_device, std::errc::io_error, std::errc::permission_denied,
+                                std::errc::read_only_file_system, std::errc::resource_unavailable_try_again}) {
+    for (int call = 0;; ++call, ++faults) {
+      SCOPED_TRACE("call " + std::to_string(call) + ": " + std::make_error_code(error).message());
+      Fault fault{call, error};
+      if (!liveWith(fault) || HasFailure()) {
+        break;
+      }
+    }
+  }
+  std::cout << faults << " calls failed\n";
+  EXPECT_GT(faults, 100);
+}
+
+}  // namespace
+}  // namespace quillmar::test
