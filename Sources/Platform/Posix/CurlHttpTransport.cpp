@@ -231,6 +231,13 @@ curl_off_t bytesMoved(CURL* easy) noexcept {
   return sent + received + head;
 }
 
+/// Whether the first byte of an answer has come.
+bool hasAnswered(CURL* easy) noexcept {
+  curl_off_t microseconds = 0;
+  curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &microseconds);
+  return microseconds > 0;
+}
+
 std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept {
   auto& exchange = *static_cast<Exchange*>(context);
   if (size > exchange.maxBodyBytes - exchange.body.size()) {
@@ -586,7 +593,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
 
   void conclude(Exchange& exchange, CURLcode code) noexcept {
     if (code != CURLE_OK) {
-      const std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      if (code == CURLE_OUT_OF_MEMORY && !exchange.headEnded && hasAnswered(exchange.easy.get())) {
+        error = URLError::badServerResponse;  // libcurl's word for a head with too long a line
+      }
       finish(exchange, failure(exchange, error));
       return;
     }
