@@ -1,10 +1,12 @@
 #include "Platform/Posix/CurlHttpTransport.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -166,8 +168,19 @@ std::error_code toError(CURLcode code) noexcept {
   }
 }
 
+/// OpenSSL takes itself down when the process exits, under the feet of threads that use it. It can be told not to, as
+/// long as nobody has used it yet; a libcurl on another library needs nothing. Looked up, so that the library need not
+/// be linked with what libcurl is linked with.
+void keepTlsUntilTheEnd() noexcept {
+  constexpr std::uint64_t kNoAtExit = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
+  using Initialize = int (*)(std::uint64_t, const void*);
+  if (const auto initialize = reinterpret_cast<Initialize>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
+    initialize(kNoAtExit, nullptr);
+  }
+}
+
 void initializeCurl() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const CURLcode result = (keepTlsUntilTheEnd(), curl_global_init(CURL_GLOBAL_DEFAULT));
   if (result != CURLE_OK) {
     throw std::runtime_error(curl_easy_strerror(result));
   }
