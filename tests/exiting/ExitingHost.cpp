@@ -1,9 +1,11 @@
 // A host that ends while its threads report events and the library works:
 //   quillmar_exiting_host DATA SERVICE CA-FILE OWNER ENDING SENT LOGGED
 // The last two say how many events must have been sent, and logged by the service, before.
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -45,9 +47,16 @@ int main(int count, char** arguments) {
   const std::uint64_t sent = std::stoull(arguments[6]);
   const std::uint64_t logged = std::stoull(arguments[7]);
 
+  if (owner == "TLS user") {  // OpenSSL, if it is there, is in use before the library uses it
+    if (const auto initialize =
+            reinterpret_cast<int (*)(std::uint64_t, const void*)>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
+      initialize(0, nullptr);
+    }
+  }
   quillmar::platform::setSharedPlatform(quillmar::platform::makeDefaultPlatform(options));
-  auto quillmar = owner == "shared" ? quillmar::Quillmar::shared()
-                                    : quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform());
+  auto quillmar = owner != "local" && owner != "static"
+                      ? quillmar::Quillmar::shared()
+                      : quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform());
   if (owner == "static") {
     staticOwner = quillmar;
   }

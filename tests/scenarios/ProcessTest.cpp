@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -94,6 +95,13 @@ bool nothingHappens(std::shared_ptr<Quillmar> quillmar, std::shared_ptr<Quillmar
   return nothing && !Quillmar::isVerificationKeyInvalid();  // what was handed over is destroyed now
 }
 
+#if __has_feature(address_sanitizer)
+// At exit, the search for leaks takes for lost what only the threads hold that stayed behind in the parent.
+constexpr const char* childrenEndings[] = {"_exit", "exec"};
+#else
+constexpr const char* childrenEndings[] = {"_exit", "exit", "exec"};
+#endif
+
 TEST(Fork, callsInAChildDoNothingAndEndWhateverTheParentIsDoing) {
   const TemporaryFolder folder;
   const Service service;
@@ -120,7 +128,7 @@ TEST(Fork, callsInAChildDoNothingAndEndWhateverTheParentIsDoing) {
     });
   }
   for (int round = 0; round < 10; ++round) {
-    for (const char* ending : {"_exit", "exit", "exec"}) {
+    for (const char* ending : childrenEndings) {
       std::fflush(nullptr);
       const pid_t child = ::fork();
       ASSERT_NE(child, -1);
@@ -162,7 +170,7 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
     const char* owner;
     const char* ending;
   } ways[] = {{"local", "return"}, {"static", "return"},           {"shared", "exit"},
-              {"static", "exit"},  {"static", "exit on a thread"}, {"shared", "quick_exit"}};
+              {"static", "exit"},  {"static", "exit on a thread"}, {"TLS user", "exit"}};
   const std::string urls[] = {plain.url(), secure.url(), "http://127.0.0.1:1"};
   for (int i = 0; i < exits; ++i) {
     const auto& way = ways[i % 6];
@@ -173,8 +181,8 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
                                certificate.file(),
                                way.owner,
                                way.ending,
-                               std::to_string(i * 37 % 401),
-                               std::to_string(i / 6 % 3 == 2 ? 0 : i * 7 % 60)};
+                               std::to_string(i * 379 % 4001),
+                               std::to_string(i / 6 % 3 == 2 ? 0 : std::max(i * 7 % 20 - 8, 0))};
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {
       pointers.push_back(argument.data());
