@@ -1,10 +1,15 @@
 #include "Platform/Posix/CurlHttpTransport.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -16,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/OwnProcess.h"
 #include "quillmar/platform/URLError.h"
 
 namespace quillmar::platform {
@@ -28,6 +34,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int kMaxRedirects = 20;
 constexpr int kOverallTimeoutFactor = 10;
 constexpr std::size_t kMostConnections = 1000;
+constexpr auto kPatienceAtExit = 2s;
 constexpr std::chrono::duration<double> kLongestTimeout = std::chrono::hours(24 * 365);  // keeps sums in range
 
 template <auto release>
@@ -166,8 +173,89 @@ std::error_code toError(CURLcode code) noexcept {
   }
 }
 
+/// OpenSSL takes itself down when the process exits, under the feet of threads that use it. It can be told not to, as
+/// long as nobody has used it yet; a libcurl on another library needs nothing. Looked up, so that the library need not
+/// be linked with what libcurl is linked with.
+void keepTlsUntilTheEnd() noexcept {
+  constexpr std::uint64_t kNoAtExit = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
+  using Initialize = int (*)(std::uint64_t, const void*);
+  if (const auto initialize = reinterpret_cast<Initialize>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
+    initialize(kNoAtExit, nullptr);
+  }
+}
+
+/// What `keepTlsUntilTheEnd` cannot do when the host has used OpenSSL before: keeps the transports' threads out of
+/// libcurl, but for its waiting, from the moment that the process exits. Never destroyed.
+class ExitGate {
+ public:
+  /// The first call must come before libcurl is initialized.
+  static ExitGate& instance() {
+    static ExitGate& gate = *new ExitGate;
+    return gate;
+  }
+
+  /// A stay in libcurl; false, and none, once the process exits.
+  class Stay {
+   public:
+    explicit Stay(ExitGate& gate) noexcept : gate_(gate), isGranted_(gate.enter()) {}
+    ~Stay() {
+      if (isGranted_) {
+        gate_.leave();
+      }
+    }
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+
+    explicit operator bool() const noexcept { return isGranted_; }
+
+   private:
+    ExitGate& gate_;
+    const bool isGranted_;
+  };
+
+  bool isClosed() noexcept {
+    const std::lock_guard lock(mutex_);
+    return closed_;
+  }
+
+ private:
+  ExitGate() {
+    // Exit handlers run in the reverse order: this one before that of whoever was there first.
+    static_cast<void>(std::atexit([] { instance().close(); }));
+  }
+
+  bool enter() noexcept {
+    const std::lock_guard lock(mutex_);
+    inside_ += closed_ ? 0 : 1;
+    insideHere_ += closed_ ? 0 : 1;
+    return !closed_;
+  }
+  void leave() noexcept {
+    const std::lock_guard lock(mutex_);
+    --inside_;
+    --insideHere_;
+    left_.notify_all();
+  }
+  void close() noexcept {
+    if (::getpid() != process_) {
+      return;  // a forked child has none of the threads, and perhaps a lock that nobody will give back
+    }
+    std::unique_lock lock(mutex_);
+    closed_ = true;
+    // A completion may take its time, or may be the one that exits.
+    left_.wait_for(lock, kPatienceAtExit, [this] { return inside_ == insideHere_; });
+  }
+
+  static inline thread_local int insideHere_ = 0;
+  const pid_t process_ = ::getpid();
+  std::mutex mutex_;
+  std::condition_variable left_;
+  int inside_ = 0;
+  bool closed_ = false;
+};
+
 void initializeCurl() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const CURLcode result = (ExitGate::instance(), keepTlsUntilTheEnd(), curl_global_init(CURL_GLOBAL_DEFAULT));
   if (result != CURLE_OK) {
     throw std::runtime_error(curl_easy_strerror(result));
   }
@@ -231,6 +319,13 @@ curl_off_t bytesMoved(CURL* easy) noexcept {
   return sent + received + head;
 }
 
+/// Whether the first byte of an answer has come.
+bool hasAnswered(CURL* easy) noexcept {
+  curl_off_t microseconds = 0;
+  curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &microseconds);
+  return microseconds > 0;
+}
+
 std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept {
   auto& exchange = *static_cast<Exchange*>(context);
   if (size > exchange.maxBodyBytes - exchange.body.size()) {
@@ -289,11 +384,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     Exchanges added;
     auto node = added.extract(added.emplace(0, Exchange(std::move(request), std::move(completion))).first);
     const std::lock_guard lock(mutex_);
-    const bool launched = thread_.joinable();
-    if (!launched) {
-      initializeCurl();
-      multi_ = makeMulti(static_cast<long>(options_.maxConnections));
-      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    if (!thread_.joinable()) {
+      launch();
     }
     const RequestId id = ++lastId_;
     node.key() = id;
@@ -333,6 +425,15 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   }
 
  private:
+  /// Called with the mutex held. Does nothing when the process exits: the requests wait for ever then.
+  void launch() {
+    if (const ExitGate::Stay stay(ExitGate::instance()); stay) {
+      initializeCurl();
+      multi_ = makeMulti(static_cast<long>(options_.maxConnections));
+      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    }
+  }
+
   using Exchanges = std::map<RequestId, Exchange>;  // the oldest first; nodes move between maps without allocating
 
   /// Called with the mutex held. One wake-up is enough until the thread looks at the queue again.
@@ -343,20 +444,39 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   }
 
   void run() noexcept {
+    ExitGate& gate = ExitGate::instance();
+    bool broken = false;
     while (!isStopping()) {
-      endCancelled();
-      while (Exchange* exchange = admit()) {
-        begin(*exchange);
+      {
+        const ExitGate::Stay stay(gate);
+        if (!stay) {
+          break;
+        }
+        broken = !work(broken);
       }
-      int active = 0;
-      const CURLMcode code = curl_multi_perform(multi_.get(), &active);
-      reapFinished();
-      watchActivity();
-      if (code != CURLM_OK || !block()) {
-        abandonAll();
-      }
+      broken = broken || !block();
     }
-    end();
+    if (const ExitGate::Stay stay(gate); stay) {
+      end();
+    } else {
+      OwnProcess::abandon(shared_from_this());  // to clean up is to use TLS
+    }
+  }
+
+  /// Everything but waiting. False when libcurl cannot go on.
+  bool work(bool broken) noexcept {
+    if (broken) {
+      abandonAll();
+    }
+    endCancelled();
+    while (Exchange* exchange = admit()) {
+      begin(*exchange);
+    }
+    int active = 0;
+    const CURLMcode code = curl_multi_perform(multi_.get(), &active);
+    reapFinished();
+    watchActivity();
+    return code == CURLM_OK;
   }
 
   void endCancelled() noexcept {
@@ -595,7 +715,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
 
   void conclude(Exchange& exchange, CURLcode code) noexcept {
     if (code != CURLE_OK) {
-      const std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      if (code == CURLE_OUT_OF_MEMORY && !exchange.headEnded && hasAnswered(exchange.easy.get())) {
+        error = URLError::badServerResponse;  // libcurl's word for a head with too long a line
+      }
       finish(exchange, failure(exchange, error));
       return;
     }
@@ -746,6 +869,9 @@ CurlHttpTransport::CurlHttpTransport(CurlHttpTransportOptions options)
 
 CurlHttpTransport::~CurlHttpTransport() {
   engine_->stop();
+  if (ExitGate::instance().isClosed()) {
+    OwnProcess::abandon(std::move(engine_));
+  }
 }
 
 HttpTransport::RequestId CurlHttpTransport::start(HttpRequest request, Completion completion) {
