@@ -460,6 +460,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       end();
     } else {
       OwnProcess::abandon(shared_from_this());  // to clean up is to use TLS
+      const std::lock_guard lock(mutex_);
+      if (thread_.joinable()) {
+        thread_.detach();  // nobody will wait for it
+      }
     }
   }
 
