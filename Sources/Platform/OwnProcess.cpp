@@ -1,6 +1,6 @@
 #include "Platform/OwnProcess.h"
 
-#include <unistd.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <new>
@@ -8,14 +8,22 @@
 
 namespace quillmar {
 
+namespace {
+
+std::atomic<bool> used{false};
+std::atomic<bool> leftBehind{false};  ///< in a child of a process that had used the library
+
+/// Registered when the library is loaded. A process that forks before it uses the library may do so in the child.
+[[maybe_unused]] const int registered = ::pthread_atfork(
+    nullptr, nullptr, [] { leftBehind.store(used.load(std::memory_order_relaxed), std::memory_order_relaxed); });
+
+}  // namespace
+
 bool OwnProcess::isHere() noexcept {
-  static std::atomic<pid_t> owner{0};
-  const pid_t self = ::getpid();
-  pid_t found = owner.load(std::memory_order_relaxed);
-  if (found == 0 && owner.compare_exchange_strong(found, self, std::memory_order_relaxed)) {
-    return true;
+  if (!used.load(std::memory_order_relaxed)) {
+    used.store(true, std::memory_order_relaxed);
   }
-  return found == self;
+  return !leftBehind.load(std::memory_order_relaxed);
 }
 
 void OwnProcess::abandon(std::shared_ptr<void> object) noexcept {

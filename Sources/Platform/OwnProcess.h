@@ -9,7 +9,7 @@ namespace quillmar {
 /// the public functions do nothing in a child, and destroy nothing.
 class OwnProcess {
  public:
-  /// Whether this is it. One system call, no lock.
+  /// Whether this is it. Costs next to nothing, and takes no lock.
   static bool isHere() noexcept;
 
   /// Keeps what must not be destroyed in a child: destructors would wait for threads that are not there, and close the
