@@ -61,13 +61,6 @@ void forgetPeak() {
   std::ofstream("/proc/self/clear_refs") << "5";
 }
 
-template <class Each>
-void forEachTask(Each each) {
-  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-    each(task.path().string() + "/status");
-  }
-}
-
 double threadCount() {
   return statusField("/proc/self/status", "Threads");
 }
@@ -169,8 +162,11 @@ Figures caller(int threads, LogLevel level) {
 
 /// The first calls of a process, in microseconds, over the store in `folder`.
 Figures start(const std::string& folder) {
+  platform::DefaultPlatformOptions options;
+  options.dataDirectory = folder;
+  options.serviceUrl = "http://127.0.0.1:1";  // nobody there
   const auto begin = SteadyClock::now();
-  platform::setSharedPlatform(makePlatform(folder, ""));
+  platform::setSharedPlatform(platform::makeDefaultPlatform(options));
   const std::shared_ptr<Quillmar> shared = Quillmar::shared();
   const double first = secondsSince(begin);
   const auto beginConfigure = SteadyClock::now();
@@ -376,28 +372,12 @@ Figures parked(std::size_t events) {
           {"threads", threadCount()}};
 }
 
-/// A configured process with nothing to do: its memory, and how often its threads woke up in that time.
+/// A host that has reported an event and has nothing more to do: its memory, and how often its threads woke up.
 Figures idle(std::chrono::seconds time) {
   const FastServer server;
   const Folder folder;
-  const auto quillmar = makeReady(makePlatform(folder.path(), server.url()));
-  quillmar->sendEvent(eventName, eventParameters());
-  drain(*quillmar);
-  const auto switches = [] {
-    double sum = 0;
-    forEachTask([&sum](const std::string& file) {
-      sum += statusField(file, "voluntary_ctxt_switches") + statusField(file, "nonvoluntary_ctxt_switches");
-    });
-    return sum;
-  };
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  const double before = switches();
-  std::this_thread::sleep_for(time);
-  const double woken = switches() - before - 1;  // our own sleep ends once
-  return {{"MiB", ownMiB("VmRSS")},
-          {"private MiB", ownMiB("RssAnon")},
-          {"wake-ups a minute", woken * 60 / static_cast<double>(time.count())},
-          {"threads", threadCount()}};
+  return runProgram(fmt::format("{}_idle '{}' {} {}", std::filesystem::read_symlink("/proc/self/exe").string(),
+                                folder.path(), server.url(), time.count()));
 }
 
 }  // namespace

@@ -55,21 +55,18 @@ std::optional<std::string> encoded(const TrackedEvent& event) {
   }
 }
 
-/// Data that is missing or cannot be decoded is an empty history.
-std::vector<TrackedEvent> decodeHistory(const std::optional<std::string>& data) {
-  std::vector<TrackedEvent> events;
+/// Data that is missing or cannot be decoded is an empty history: `forgetAll` then takes back what was handed out.
+template <class Take, class Forget>
+void forEachStoredEvent(const std::optional<std::string>& data, Take take, Forget forgetAll) {
   if (!data) {
-    return events;
+    return;
   }
   try {
     const boost::json::value document = parseJson(*data);
-    const JsonReader root(document);
-    events.reserve(root.elementCount());
-    root.forEachElement([&events](const JsonReader& element) { events.push_back(TrackedEvent::decode(element)); });
+    JsonReader(document).forEachElement([&take](const JsonReader& element) { take(TrackedEvent::decode(element)); });
   } catch (const DecodingError&) {
-    events.clear();
+    forgetAll();
   }
-  return events;
 }
 
 std::string textOf(const std::map<std::string, double>& parameters) {
@@ -211,7 +208,10 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
     const std::lock_guard lock(eventsQueue_);
     data = userDefaults_->data(completedEventsKey);
   }
-  return decodeHistory(data);
+  std::vector<TrackedEvent> events;
+  forEachStoredEvent(
+      data, [&events](TrackedEvent event) { events.push_back(std::move(event)); }, [&events] { events.clear(); });
+  return events;
 }
 
 void EventTracker::clearCompletedEvents() {
@@ -247,9 +247,7 @@ void EventTracker::updateIndex() {
   indexedRevision_.reset();
   index_.clear();
   const std::optional<std::string> data = userDefaults_->data(completedEventsKey);
-  for (const TrackedEvent& event : decodeHistory(data)) {
-    addToIndex(event);
-  }
+  forEachStoredEvent(data, [this](TrackedEvent event) { addToIndex(event); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
