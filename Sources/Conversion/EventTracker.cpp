@@ -162,7 +162,9 @@ void EventTracker::store(Waiting& own) {
 std::error_code EventTracker::storeAll(const std::vector<Waiting*>& batch) noexcept {
   const std::lock_guard lock(eventsQueue_);
   try {
-    updateIndex();
+    if (const std::error_code error = updateIndex()) {
+      return error;
+    }
     std::string text = std::move(batch.front()->encoded);
     for (std::size_t i = 1; i < batch.size(); ++i) {
       text += ',';
@@ -188,13 +190,13 @@ std::error_code EventTracker::storeAll(const std::vector<Waiting*>& batch) noexc
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());  // what cannot be read counts as not tracked
   return std::all_of(names.begin(), names.end(), [this](const std::string& name) { return index_.contains(name); });
 }
 
 std::set<std::string> EventTracker::getTrackedEventNames() {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());
   std::set<std::string> names;
   for (const auto& [name, revenues] : index_) {
     names.insert(name);
@@ -226,7 +228,7 @@ void EventTracker::clearCompletedEvents() {
 std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
     const ConversionValues& values, Window currentWindow) {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());
   std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
@@ -238,19 +240,25 @@ std::vector<const ConversionValues::ConversionValue*> EventTracker::findComplete
   return completed;
 }
 
-void EventTracker::updateIndex() {
+std::error_code EventTracker::updateIndex() {
   // Read before the value: if that changes in between, the next call finds another revision.
   const std::optional<std::uint64_t> revision = userDefaults_->revision(completedEventsKey);
   if (revision && revision == indexedRevision_) {
-    return;
+    return {};
   }
   indexedRevision_.reset();
   index_.clear();
-  const std::optional<std::string> data = userDefaults_->data(completedEventsKey);
+  std::optional<std::string> data;
+  try {
+    data = userDefaults_->data(completedEventsKey);
+  } catch (const std::system_error& error) {
+    return error.code();
+  }
   forEachStoredEvent(data, [this](TrackedEvent event) { addToIndex(event); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
+  return {};
 }
 
 void EventTracker::addToIndex(const TrackedEvent& event) {

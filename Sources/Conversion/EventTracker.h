@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <unordered_map>
 #include <vector>
 
@@ -53,7 +54,7 @@ class EventTracker {
 
   std::set<std::string> getTrackedEventNames();
 
-  /// The whole history, oldest first, decoded from the store.
+  /// The whole history, oldest first, decoded from the store. Throws `std::system_error` when it cannot be read now.
   std::vector<TrackedEvent> getAllTrackedEvents();
 
   void clearCompletedEvents();
@@ -84,7 +85,8 @@ class EventTracker {
   void store(Waiting& own);
   std::error_code storeAll(const std::vector<Waiting*>& batch) noexcept;
   // These are called with the lock held.
-  void updateIndex();
+  /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
+  std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
   std::error_code append(const std::string& encodedEvents);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;

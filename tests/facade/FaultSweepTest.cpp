@@ -54,6 +54,14 @@ class FaultyDefaults final : public simulated::InMemoryUserDefaults {
  public:
   explicit FaultyDefaults(Fault& fault) : fault_(fault) {}
 
+  std::optional<PropertyListValue> object(std::string_view key) const override {
+    if (key == EventTracker::completedEventsKey) {  // the only value that is read from the disk
+      if (const std::error_code error = fault_.next()) {
+        throw std::system_error(error);
+      }
+    }
+    return InMemoryUserDefaults::object(key);
+  }
   std::error_code set(std::string_view key, PropertyListValue value) override {
     static_cast<void>(InMemoryUserDefaults::set(key, std::move(value)));
     return fault_.next();
@@ -108,8 +116,9 @@ bool liveWith(Fault& fault) {
     expectNothingAcknowledgedIsLost();
   };
   live();
-  host.quillmar->reset();
+  host.restart();  // the history is read anew
   live();
+  host.quillmar->reset();
   live();
   const bool met = fault.calls > fault.failing;
   // The fault is over, and two hours later so is all that it caused.
