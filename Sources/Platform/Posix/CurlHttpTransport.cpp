@@ -691,7 +691,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       } else if (isBlank(value)) {
         addHeader(list, name + ";");  // how libcurl is told to send an empty value
       } else {
-        addHeader(list, name + ": " + value);
+        std::string line = name;
+        line += ": ";
+        line += value;
+        addHeader(list, line);
       }
     }
     for (const std::string_view name : unwanted) {
