@@ -23,8 +23,8 @@ template <class T = void>
 using Task = boost::asio::awaitable<T, TaskExecutor>;
 
 /// Awaits an operation that reports its end through a callback. `start` gets the callback; the task goes on, on its
-/// own executor, when the callback is first called, and is destroyed when the callback is destroyed uncalled. The
-/// callback may come on any thread, also inside `start`; further calls are ignored.
+/// own executor, when the callback is first called, and is destroyed when the callback is destroyed uncalled, or
+/// `start` throws. The callback may come on any thread, also inside `start`; further calls are ignored.
 template <class Result>
 Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> start) {
   using Token = boost::asio::use_awaitable_t<TaskExecutor>;
@@ -39,13 +39,22 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
           std::atomic<bool> called{false};
         };
         auto waiting = std::make_shared<Waiting>(std::move(handler));
-        begin([waiting](Result result) {
+        std::function<void(Result)> callback = [waiting](Result result) {
           if (!waiting->called.exchange(true)) {
             waiting->executor.execute([resumed = std::move(waiting->handler), value = std::move(result)]() mutable {
               std::move(resumed)(std::move(value));
             });
           }
-        });
+        };
+        try {
+          begin(std::move(callback));
+        } catch (...) {
+          // Whatever was thrown, and whoever holds the callback: nobody waits for it any more.
+          if (!waiting->called.exchange(true)) {
+            const Handler dropped(std::move(waiting->handler));
+          }
+          throw;
+        }
       },
       token, std::move(start));
 }

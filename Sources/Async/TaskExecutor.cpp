@@ -1,10 +1,16 @@
 #include "Async/TaskExecutor.h"
 
+#include "Logging/Logger.h"
+
 namespace quillmar {
 
 boost::asio::execution_context& TaskExecutor::context() noexcept {
   static auto* const context = new boost::asio::execution_context;  // never destroyed: exit must not race with it
   return *context;
+}
+
+void TaskExecutor::reportDropped() noexcept {
+  Logger::error("Task - Dropped: memory has run out");
 }
 
 }  // namespace quillmar

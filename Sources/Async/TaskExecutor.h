@@ -14,16 +14,27 @@ class TaskExecutor {
  public:
   explicit TaskExecutor(std::shared_ptr<platform::Executor> seam) noexcept : seam_(std::move(seam)) {}
 
+  /// Work that cannot be posted because memory has run out is dropped: destroyed here and now, like that of an
+  /// executor that shuts down. Throwing would not do, since Asio posts from destructors, and callbacks of seams from
+  /// threads of the host.
   template <class Work>
-  void execute(Work&& work) const {
-    // Asio's work items can only be moved, a std::function must be copyable.
-    auto shared = std::make_shared<std::decay_t<Work>>(std::forward<Work>(work));
-    seam_->post([shared]() mutable {
-      // Moved out first: what the work owns is gone before the item is.
-      std::decay_t<Work> local(std::move(*shared));
-      shared.reset();
-      local();
-    });
+  void execute(Work&& work) const noexcept {
+    try {
+      // Asio's work items can only be moved, a std::function must be copyable.
+      auto shared = std::make_shared<std::decay_t<Work>>(std::forward<Work>(work));
+      seam_->post([shared]() mutable {
+        try {
+          // Moved out first: what the work owns is gone before the item is.
+          std::decay_t<Work> local(std::move(*shared));
+          shared.reset();
+          local();
+        } catch (...) {
+          reportDropped();
+        }
+      });
+    } catch (...) {
+      reportDropped();
+    }
   }
 
   static constexpr boost::asio::execution::blocking_t::never_t query(boost::asio::execution::blocking_t) noexcept {
@@ -41,6 +52,7 @@ class TaskExecutor {
   /// Asio wants an execution context for its services. The library uses none of them, so one that is never destroyed
   /// serves all.
   static boost::asio::execution_context& context() noexcept;
+  static void reportDropped() noexcept;
 
   std::shared_ptr<platform::Executor> seam_;
 };

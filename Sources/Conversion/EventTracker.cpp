@@ -89,8 +89,11 @@ void EventTracker::trackEvent(std::string_view name, const std::optional<NamedPa
   const std::lock_guard lock(eventsQueue_);
   event.timestamp = clock_->now();
   if (const std::optional<std::string> text = encoded(event)) {
-    updateIndex();
-    if (const std::error_code error = append(*text)) {
+    std::error_code error = updateIndex();
+    if (!error) {
+      error = append(*text);
+    }
+    if (error) {
       Logger::error("EventTracker - Failed to store event: {}", error.message());
       return;
     }
@@ -103,13 +106,13 @@ void EventTracker::trackEvent(std::string_view name, const std::optional<NamedPa
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());  // what cannot be read counts as not tracked
   return std::all_of(names.begin(), names.end(), [this](const std::string& name) { return index_.contains(name); });
 }
 
 std::set<std::string> EventTracker::getTrackedEventNames() {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());
   std::set<std::string> names;
   for (const auto& [name, revenues] : index_) {
     names.insert(name);
@@ -138,7 +141,7 @@ void EventTracker::clearCompletedEvents() {
 std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
     const ConversionValues& values, Window currentWindow) {
   const std::lock_guard lock(eventsQueue_);
-  updateIndex();
+  static_cast<void>(updateIndex());
   std::vector<ConversionValues::ConversionValue> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
@@ -150,21 +153,27 @@ std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConver
   return completed;
 }
 
-void EventTracker::updateIndex() {
+std::error_code EventTracker::updateIndex() {
   // Read before the value: if that changes in between, the next call finds another revision.
   const std::optional<std::uint64_t> revision = userDefaults_->revision(completedEventsKey);
   if (revision && revision == indexedRevision_) {
-    return;
+    return {};
   }
   indexedRevision_.reset();
   index_.clear();
-  const std::optional<std::string> data = userDefaults_->data(completedEventsKey);
+  std::optional<std::string> data;
+  try {
+    data = userDefaults_->data(completedEventsKey);
+  } catch (const std::system_error& error) {
+    return error.code();
+  }
   for (const TrackedEvent& event : decodeHistory(data)) {
     addToIndex(event);
   }
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
+  return {};
 }
 
 void EventTracker::addToIndex(const TrackedEvent& event) {

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <unordered_map>
 #include <vector>
 
@@ -62,7 +63,8 @@ class EventTracker {
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
   // These are called with the lock held.
-  void updateIndex();
+  /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
+  std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
   std::error_code append(const std::string& encodedEvent);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;

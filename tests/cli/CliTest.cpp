@@ -485,45 +485,62 @@ class WaitableOutput : public std::streambuf {
   std::string text_;
 };
 
+/// `serve` on a thread of its own. It ends with the test, however the test ends.
+class Served {
+ public:
+  explicit Served(ServeOptions options)
+      : thread_([this, options] { status_ = ServeCommand(options, stop_).run(output_, errors_); }) {}
+  ~Served() { stop(); }
+
+  std::string url() { return std::string(json::parse(buffer_.firstLine()).at("listening").as_string()); }
+  std::string text() { return buffer_.text(); }
+
+  int stop() {
+    if (thread_.joinable()) {
+      stop_.raise();
+      thread_.join();
+    }
+    return status_;
+  }
+
+ private:
+  StopSignal stop_;
+  WaitableOutput buffer_;
+  std::ostream output_{&buffer_};
+  std::ostringstream errors_;
+  int status_ = -1;
+  std::thread thread_;
+};
+
 TEST_F(RunCommandTest, reportsToAServiceThatIsServed) {
-  StopSignal stopServing;
-  WaitableOutput buffer;
-  std::ostream served(&buffer);
-  int status = -1;
   ServeOptions serve;
   serve.failFirst = 1;
-  std::thread server([&] { status = ServeCommand(serve, stopServing).run(served, errors_); });
+  Served served(serve);
   RunOptions options;
-  options.service = std::string(json::parse(buffer.firstLine()).at("listening").as_string());
+  options.service = served.url();
   EXPECT_EQ(run(options, "{\"event\":\"a\"}\n"), 0);
-  stopServing.raise();
-  server.join();
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(served.stop(), 0);
   // The fetch failed and will be tried again in some seconds; that is not waited for.
   EXPECT_EQ(summary("/events/parked"), 1);
-  EXPECT_THAT(buffer.text(), HasSubstr(R"("path":"/ios/config","status":503)"));
+  EXPECT_THAT(served.text(), HasSubstr(R"("path":"/ios/config","status":503)"));
 }
 
 TEST_F(RunCommandTest, asksTheUsersServiceForAttributionOnlyWithAToken) {
-  StopSignal stopServing;
-  WaitableOutput buffer;
-  std::ostream served(&buffer);
   ServeOptions serve;
   serve.attributionStatus = 404;
-  std::thread server([&] { ServeCommand(serve, stopServing).run(served, errors_); });
+  Served served(serve);
   RunOptions options;
-  options.service = std::string(json::parse(buffer.firstLine()).at("listening").as_string());
+  options.service = served.url();
   const std::string script = "{\"attribution\":\"enable\"}\n" + purchase(1);
   EXPECT_EQ(run(options, script), 0);
   EXPECT_EQ(summary("/purchases/sent"), 1);
-  EXPECT_THAT(buffer.text(), Not(HasSubstr("/api/v1")));
+  EXPECT_THAT(served.text(), Not(HasSubstr("/api/v1")));
   options.attributionToken = "token";
   EXPECT_EQ(run(options, script), 0);
   EXPECT_EQ(summary("/purchases/sent"), 1);
-  stopServing.raise();
-  server.join();
-  EXPECT_THAT(buffer.text(), HasSubstr(R"("path":"/api/v1","status":404,"authorized":false,"bytes":5)"));
-  EXPECT_THAT(buffer.text(), HasSubstr(R"("status":200,"event":"Purchase","authorized":true)"));
+  served.stop();
+  EXPECT_THAT(served.text(), HasSubstr(R"("path":"/api/v1","status":404,"authorized":false,"bytes":5)"));
+  EXPECT_THAT(served.text(), HasSubstr(R"("status":200,"event":"Purchase","authorized":true)"));
 }
 
 }  // namespace

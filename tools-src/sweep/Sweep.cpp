@@ -9,6 +9,7 @@
 #include <fstream>
 #include <random>
 #include <stdexcept>
+#include <utility>
 
 namespace quillmar::sweep {
 
@@ -50,7 +51,6 @@ struct Sweep::Path {
   const char* name;
   std::string script;
   bool resets = false;
-  bool isLong = false;  ///< on a folder with a long history only
 
   static const std::vector<Path>& all() {
     static const std::vector<Path> paths = {
@@ -62,9 +62,19 @@ struct Sweep::Path {
          events("early-", 2) + "{\"attribution\":\"enable\"}\n{\"reset\":true}\n{\"configure\":\"" + sweptKey +
              "\"}\n" + events("late-", 2),
          true},
-        {"long history", events("plain-", 8), false, true},
     };
     return paths;
+  }
+
+  /// Each path on a fresh and on a used folder, and one on a folder with a long history.
+  static std::vector<std::pair<Path, std::string>> withFolders(const std::string& longKind) {
+    std::vector<std::pair<Path, std::string>> result;
+    for (const Path& path : all()) {
+      result.emplace_back(path, "fresh");
+      result.emplace_back(path, "used");
+    }
+    result.emplace_back(all()[1], longKind);
+    return result;
   }
 };
 
@@ -92,24 +102,27 @@ std::vector<std::string> Sweep::command(const std::string& key, const std::strin
           folder_ + "/script", "--log-level", "debug"};
 }
 
-/// A folder that each run gets a copy of; made when it is first wanted.
-std::string Sweep::preparedFolder(const Path& path, bool used) {
-  if (!used) {
-    return folder_ + "/fresh";
+/// A folder that each run gets a copy of; made when it is first wanted. "long" has more segments than a store is opened
+/// with, in "merged" they have been put together.
+std::string Sweep::preparedFolder(const std::string& kind) {
+  std::string folder = folder_ + "/" + kind;
+  if (fs::exists(folder)) {
+    return folder;
   }
-  const std::string folder = folder_ + (path.isLong ? "/long" : "/used");
-  if (!fs::exists(folder)) {
-    fs::remove_all(data_);
-    const std::string script =
-        events("old-", path.isLong ? longHistory : 3) + R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
-    const RunResult run = runFreely(command(earlierKey, script), folder_ + "/scratch");
-    fs::rename(data_, folder);
-    const DataFolder made = readDataFolder(folder, folder_ + "/copy");
-    if (!run.endedWell() || made.history.size() != Acknowledged(run).events.size() || made.history.size() < 4) {
-      throw std::runtime_error("a folder cannot be prepared: " + run.errors);
-    }
-    std::ofstream(folder + configurationPath) << earlierConfiguration;
+  fs::remove_all(data_);
+  if (kind == "merged") {
+    fs::copy(preparedFolder("long"), data_, fs::copy_options::recursive);
   }
+  const std::string script = kind == "merged" ? event("merging")
+                                              : events("old-", kind == "long" ? longHistory : 3) +
+                                                    R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
+  const RunResult run = runFreely(command(earlierKey, script), folder_ + "/scratch");
+  const DataFolder made = readDataFolder(data_, folder_ + "/copy");
+  if (!run.endedWell() || made.history.size() < (kind == "used" ? 4 : longHistory)) {
+    throw std::runtime_error("a folder cannot be prepared: " + run.errors);
+  }
+  std::ofstream(data_ + configurationPath) << earlierConfiguration;
+  fs::rename(data_, folder);
   return folder;
 }
 
@@ -135,7 +148,7 @@ void Sweep::judge(const std::string& title, const std::string& where, const Expe
   tally.cutAttributions += now.attribution && *now.attribution != expected.attribution ? 1 : 0;
   tally.emptyConfigurations +=
       now.configuration ? now.configuration->empty() : expected.before.configuration.has_value();
-  tally.temporaryFiles += now.temporaryFiles;
+  tally.temporaryFiles += now.temporaryFiles > expected.before.temporaryFiles ? 1 : 0;
 
   const RunResult restart = runFreely(command(laterKey, event(nextEvent)), folder_ + "/scratch");
   const DataFolder later = readDataFolder(data_, copy);
@@ -148,8 +161,8 @@ void Sweep::judge(const std::string& title, const std::string& where, const Expe
 }
 
 /// Hits one point after the other, until a run ends without reaching its point.
-void Sweep::sweep(const Path& path, bool used, const Injection& injection, const std::string& title) {
-  const std::string prepared = preparedFolder(path, used);
+void Sweep::sweep(const Path& path, const std::string& kind, const Injection& injection, const std::string& title) {
+  const std::string prepared = preparedFolder(kind);
   Expectation expected{readDataFolder(prepared, folder_ + "/copy"), Acknowledged({}), sweptKey,    path.resets,
                        injection.kind == Injection::Kind::fail,     configuration_,   attribution_};
   const std::size_t first = options_.every == 1 ? 1 : 1 + tallies_.size() % options_.every;
@@ -183,20 +196,16 @@ void Sweep::sweep(const Path& path, bool used, const Injection& injection, const
 }
 
 void Sweep::killAtEachPoint() {
-  for (const Path& path : Path::all()) {
-    for (const bool used : {false, true}) {
-      if (path.isLong && (!used || options_.every > 1)) {
-        continue;
-      }
-      const std::string title = fmt::format("kill: {}, {} folder", path.name, used ? "used" : "fresh");
-      Injection injection;
-      injection.kind = Injection::Kind::kill;
-      sweep(path, used, injection, title);
-      if (options_.every == 1) {
-        injection.kind = Injection::Kind::tear;
-        sweep(path, used, injection, title + ", torn writes");
-      }
+  for (const auto& [path, kind] : Path::withFolders("long")) {
+    if (kind == "long" && options_.every > 1) {
+      continue;
     }
+    const std::string title = fmt::format("kill: {}, {} folder", path.name, kind);
+    Injection injection;
+    injection.kind = Injection::Kind::kill;
+    sweep(path, kind, injection, title);
+    injection.kind = Injection::Kind::tear;
+    sweep(path, kind, injection, title + ", torn writes");
   }
 }
 
@@ -247,20 +256,17 @@ void Sweep::failEachCall() {
   };
   const Spell spells[] = {
       {"once", 1, 0}, {"once, another error", 1, 1}, {"20 in a row", 20, 0}, {"from there on", ~std::size_t{0}, 0}};
-  for (const Path& path : Path::all()) {
-    for (const bool used : {false, true}) {
-      for (const Spell& spell : spells) {
-        if (path.isLong) {
-          continue;
-        }
-        Injection injection;
-        injection.kind = Injection::Kind::fail;
-        injection.count = spell.count;
-        injection.variant = spell.variant;
-        injection.reads = true;
-        sweep(path, used, injection,
-              fmt::format("fail {}: {}, {} folder", spell.name, path.name, used ? "used" : "fresh"));
+  for (const auto& [path, kind] : Path::withFolders("merged")) {
+    for (const Spell& spell : spells) {
+      if (kind == "merged" && options_.every > 1) {
+        continue;
       }
+      Injection injection;
+      injection.kind = Injection::Kind::fail;
+      injection.count = spell.count;
+      injection.variant = spell.variant;
+      injection.reads = true;
+      sweep(path, kind, injection, fmt::format("fail {}: {}, {} folder", spell.name, path.name, kind));
     }
   }
 }

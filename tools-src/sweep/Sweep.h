@@ -50,8 +50,8 @@ class Sweep {
   };
 
   std::vector<std::string> command(const std::string& key, const std::string& script) const;
-  std::string preparedFolder(const Path& path, bool used);
-  void sweep(const Path& path, bool used, const Injection& injection, const std::string& title);
+  std::string preparedFolder(const std::string& kind);
+  void sweep(const Path& path, const std::string& kind, const Injection& injection, const std::string& title);
   void judge(const std::string& title, const std::string& where, const Expectation& expected, const RunResult& run,
              const std::string& nextEvent);
   void lose(const std::string& title, const std::string& where, const std::string& what, const RunResult& run);

@@ -24,7 +24,7 @@ namespace {
 
 constexpr unsigned longestRun = 60;  // seconds
 
-enum class Group { open, write, sync, names, size, read, lock };
+enum class Group { open, write, sync, names, size, read, status, lock };
 
 struct KnownCall {
   std::uint64_t number;
@@ -35,16 +35,29 @@ struct KnownCall {
 };
 
 constexpr KnownCall knownCalls[] = {
-    {SYS_open, "open", Group::open, -1, 0},           {SYS_openat, "openat", Group::open, -1, 1},
-    {SYS_write, "write", Group::write, 0, -1},        {SYS_pwrite64, "pwrite64", Group::write, 0, -1},
-    {SYS_writev, "writev", Group::size, 0, -1},       {SYS_fsync, "fsync", Group::sync, 0, -1},
-    {SYS_fdatasync, "fdatasync", Group::sync, 0, -1}, {SYS_ftruncate, "ftruncate", Group::size, 0, -1},
-    {SYS_fallocate, "fallocate", Group::size, 0, -1}, {SYS_rename, "rename", Group::names, -1, 0},
-    {SYS_renameat, "renameat", Group::names, -1, 1},  {SYS_renameat2, "renameat2", Group::names, -1, 1},
-    {SYS_unlink, "unlink", Group::names, -1, 0},      {SYS_unlinkat, "unlinkat", Group::names, -1, 1},
-    {SYS_rmdir, "rmdir", Group::names, -1, 0},        {SYS_mkdir, "mkdir", Group::names, -1, 0},
-    {SYS_mkdirat, "mkdirat", Group::names, -1, 1},    {SYS_read, "read", Group::read, 0, -1},
-    {SYS_pread64, "pread64", Group::read, 0, -1},     {SYS_fcntl, "fcntl", Group::lock, 0, -1},
+    {SYS_open, "open", Group::open, -1, 0},
+    {SYS_openat, "openat", Group::open, -1, 1},
+    {SYS_write, "write", Group::write, 0, -1},
+    {SYS_pwrite64, "pwrite64", Group::write, 0, -1},
+    {SYS_writev, "writev", Group::size, 0, -1},
+    {SYS_fsync, "fsync", Group::sync, 0, -1},
+    {SYS_fdatasync, "fdatasync", Group::sync, 0, -1},
+    {SYS_ftruncate, "ftruncate", Group::size, 0, -1},
+    {SYS_fallocate, "fallocate", Group::size, 0, -1},
+    {SYS_rename, "rename", Group::names, -1, 0},
+    {SYS_renameat, "renameat", Group::names, -1, 1},
+    {SYS_renameat2, "renameat2", Group::names, -1, 1},
+    {SYS_unlink, "unlink", Group::names, -1, 0},
+    {SYS_unlinkat, "unlinkat", Group::names, -1, 1},
+    {SYS_rmdir, "rmdir", Group::names, -1, 0},
+    {SYS_mkdir, "mkdir", Group::names, -1, 0},
+    {SYS_mkdirat, "mkdirat", Group::names, -1, 1},
+    {SYS_read, "read", Group::read, 0, -1},
+    {SYS_pread64, "pread64", Group::read, 0, -1},
+    {SYS_stat, "stat", Group::status, -1, 0},
+    {SYS_newfstatat, "newfstatat", Group::status, -1, 1},
+    {SYS_access, "access", Group::status, -1, 0},
+    {SYS_fcntl, "fcntl", Group::lock, 0, -1},
 };
 
 int errorFor(Group group, std::size_t variant) {
@@ -55,6 +68,7 @@ int errorFor(Group group, std::size_t variant) {
       {Group::names, {EACCES, ENOSPC, EROFS, EIO}},
       {Group::size, {ENOSPC, EIO}},
       {Group::read, {EIO}},
+      {Group::status, {EIO}},
       {Group::lock, {EAGAIN}},
   };
   const std::vector<int>& suitable = errors.at(group);
@@ -138,7 +152,7 @@ class File {
 class Tracer {
  public:
   Tracer(pid_t child, const std::string& folder, const Injection& injection, RunResult& result)
-      : child_(child), folder_(folder), injection_(injection), result_(result) {}
+      : child_(child), below_(folder + '/'), injection_(injection), result_(result) {}
 
   /// False when tracing is forbidden.
   bool attach() const {
@@ -205,14 +219,14 @@ class Tracer {
       }
       const std::string path = call.path >= 0 ? readString(thread, arguments[call.path])
                                               : descriptorPath(thread, static_cast<int>(arguments[call.descriptor]));
-      if (path.compare(0, folder_.size(), folder_) != 0 || !counts(thread, call, arguments)) {
+      if (path.compare(0, below_.size(), below_) != 0 || !counts(thread, call, arguments)) {
         return;
       }
       result_.calls.push_back(call.name + std::string(" ") + path.substr(path.rfind('/') + 1));
       const std::size_t point = result_.calls.size();
       if (injection_.kind != Injection::Kind::none && point >= injection_.first &&
           point - injection_.first < injection_.count) {
-        hit(thread, call, arguments[2]);
+        hit(thread, call);
       }
       return;
     }
@@ -220,25 +234,29 @@ class Tracer {
 
   template <class Arguments>
   bool counts(pid_t thread, const KnownCall& call, const Arguments& arguments) const {
+    if (injection_.kind == Injection::Kind::tear) {
+      return call.group == Group::write && arguments[2] > 1;
+    }
     if (call.group == Group::open) {
       return injection_.reads || (arguments[call.path + 1] & (O_CREAT | O_TRUNC)) != 0;
     }
     if (call.group == Group::lock) {
       errno = 0;
       const long lock = arguments[1] == F_SETLK ? ::ptrace(PTRACE_PEEKDATA, thread, arguments[2], nullptr) : F_UNLCK;
-      return injection_.reads && (lock & 0xffff) != F_UNLCK;
+      // A lock that is never to be had costs the whole wait for it at each write.
+      return injection_.reads && injection_.count == 1 && (lock & 0xffff) != F_UNLCK;
     }
-    return injection_.reads || call.group != Group::read;
+    return injection_.reads || (call.group != Group::read && call.group != Group::status);
   }
 
-  void hit(pid_t thread, const KnownCall& call, std::uint64_t length) {
+  void hit(pid_t thread, const KnownCall& call) {
     if (++result_.hits == 1) {
       result_.firstHit = result_.calls.back();
     }
     if (injection_.kind == Injection::Kind::fail) {
       changeRegisters(thread, [](user_regs_struct& registers) { registers.orig_rax = ~0ULL; });
       atExit_[thread] = errorFor(call.group, injection_.variant);
-    } else if (injection_.kind == Injection::Kind::tear && call.group == Group::write && length > 1) {
+    } else if (injection_.kind == Injection::Kind::tear) {
       changeRegisters(thread, [](user_regs_struct& registers) { registers.rdx /= 2; });
       atExit_[thread] = 0;
     } else {
@@ -281,7 +299,7 @@ class Tracer {
   }
 
   const pid_t child_;
-  const std::string& folder_;
+  const std::string below_;  ///< how the paths begin that count
   const Injection injection_;
   RunResult& result_;
   std::map<pid_t, int> atExit_;  ///< the error that a thread's call is to give; 0: the end of the process

@@ -12,7 +12,7 @@ struct Injection {
   enum class Kind {
     none,
     kill,  ///< SIGKILL in place of the call
-    tear,  ///< half of a write, then SIGKILL; other calls as `kill`
+    tear,  ///< half of a write, then SIGKILL; only writes count
     fail,  ///< the call is not done and gives an error that suits it
   };
   Kind kind = Kind::none;

@@ -144,7 +144,11 @@ std::optional<std::string> PosixFileManager::documentsDirectory() const {
 }
 
 bool PosixFileManager::fileExists(const std::string& path) const {
-  return status(path).has_value();
+  if (status(path)) {
+    return true;
+  }
+  const int error = errno;
+  return error == EIO || error == ENOMEM || error == ESTALE;
 }
 
 std::optional<FileStamp> PosixFileManager::stamp(const std::string& path) const {

@@ -75,18 +75,26 @@ SqliteUserDefaults::SqliteUserDefaults(std::string file, Report report)
 
 std::shared_ptr<SqliteUserDefaults> SqliteUserDefaults::open(const std::string& file, Report report,
                                                              std::chrono::milliseconds busyTimeout) {
-  std::shared_ptr<SqliteUserDefaults> store(new SqliteUserDefaults(file, std::move(report)));
+  // Tried twice: for a fault that passes, a run must not be parted from the settings of the earlier ones.
   std::string problem;
-  if (const std::error_code failure = file == memoryFile ? std::error_code{} : createFile(file)) {
-    problem = failure.message();
-  } else if (store->prepareSchema(busyTimeout, problem) != SQLITE_OK && problem.empty()) {
-    problem = store->database_.lastMessage();
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    std::shared_ptr<SqliteUserDefaults> store(new SqliteUserDefaults(file, report));
+    problem.clear();
+    int result = SQLITE_OK;
+    if (const std::error_code failure = file == memoryFile ? std::error_code{} : createFile(file)) {
+      problem = failure.message();
+    } else if (result = store->prepareSchema(busyTimeout, problem); result != SQLITE_OK && problem.empty()) {
+      problem = store->database_.lastMessage();
+    }
+    if (problem.empty()) {
+      return store;
+    }
+    if (result == SQLITE_MISMATCH || (result & 0xff) == SQLITE_BUSY) {  // somebody else's; or waited for already
+      break;
+    }
   }
-  if (!problem.empty()) {
-    store->report_(fmt::format("The settings file {} cannot be used: {}.", file, problem));
-    return nullptr;
-  }
-  return store;
+  report(fmt::format("The settings file {} cannot be used: {}.", file, problem));
+  return nullptr;
 }
 
 SqliteUserDefaults::~SqliteUserDefaults() {
@@ -298,9 +306,13 @@ std::optional<PropertyListValue> SqliteUserDefaults::object(std::string_view key
     return value;
   }
   PropertyListValue::Data data;
-  if (readData(key, *storedLength, data.bytes) != SQLITE_OK) {
+  const int result = readData(key, *storedLength, data.bytes);
+  if ((result & 0xff) == SQLITE_CORRUPT) {
     reportDamage(key);
     return std::nullopt;
+  }
+  if (result != SQLITE_OK) {
+    throw std::system_error(sqliteError(result));
   }
   return PropertyListValue(std::move(data));
 }

@@ -39,7 +39,8 @@ class FileManager {
   /// The documents directory of the app, without a trailing "/", or nothing when there is none. Need not exist yet.
   virtual std::optional<std::string> documentsDirectory() const = 0;
 
-  /// Whether a file or folder is there.
+  /// Whether a file or folder is there. True also when that cannot be told for the moment (a read error), since what
+  /// is absent may be created anew, and then is empty.
   virtual bool fileExists(const std::string& path) const = 0;
 
   /// The stamp of the file, or nothing when there is none or it cannot be told.

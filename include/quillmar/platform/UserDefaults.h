@@ -61,7 +61,8 @@ class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 
-  /// The value under `key`, or nothing.
+  /// The value under `key`, or nothing. Throws `std::system_error` when there is a data value that cannot be read at
+  /// the moment: who adds to it must not take it for absent.
   virtual std::optional<PropertyListValue> object(std::string_view key) const = 0;
 
   /// Stores `value` under `key` in place of what was there. On an error (full disk, locked store) the value is kept
