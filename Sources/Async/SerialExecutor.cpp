@@ -1,6 +1,7 @@
 #include "Async/SerialExecutor.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <new>
 #include <utility>
 
 namespace quillmar {
@@ -14,34 +15,35 @@ SerialExecutor::SerialExecutor(std::shared_ptr<platform::Executor> lower, const 
     : lower_(std::move(lower)), label_(label) {}
 
 void SerialExecutor::post(std::function<void()> work) {
-  std::deque<std::function<void()>>::difference_type place = 0;
+  const std::function<void()>* posted = nullptr;  // stays where it is: items come and go at the ends only
   {
     const std::lock_guard lock(mutex_);
-    place = static_cast<decltype(place)>(work_.size());
-    work_.push_back(std::move(work));
+    posted = &work_.emplace_back(std::move(work));
     if (running_) {
       return;
     }
     running_ = true;
   }
+  if (!postTurn()) {
+    // Nothing was posted. What others have posted meanwhile waits for the next one.
+    const std::lock_guard lock(mutex_);
+    running_ = false;
+    work_.erase(std::find_if(work_.begin(), work_.end(), [posted](const auto& item) { return &item == posted; }));
+    throw std::bad_alloc();
+  }
+}
+
+bool SerialExecutor::postTurn() noexcept {
   try {
     lower_->post([self = shared_from_this()] { self->run(); });
-  } catch (...) {
-    // Nobody runs the queue, so the item is where it was put. What others have added meanwhile waits for the next post.
-    std::function<void()> dropped;  // destroyed outside the lock
-    const std::lock_guard lock(mutex_);
-    dropped.swap(work_[static_cast<std::size_t>(place)]);
-    work_.erase(work_.begin() + place);
-    running_ = false;
-    throw;
+    return true;
+  } catch (...) {  // out of memory
+    return false;
   }
 }
 
 void SerialExecutor::run() {
-  for (int i = 0;; ++i) {
-    if (i >= itemsPerTurn && giveWay()) {
-      return;
-    }
+  for (int i = 0; i < itemsPerTurn || !postTurn(); ++i) {
     std::function<void()> item;
     {
       const std::lock_guard lock(mutex_);
@@ -53,16 +55,6 @@ void SerialExecutor::run() {
       work_.pop_front();
     }
     item();
-  }
-}
-
-/// False when there is no memory for another turn; then this one goes on.
-bool SerialExecutor::giveWay() {
-  try {
-    lower_->post([self = shared_from_this()] { self->run(); });
-    return true;
-  } catch (...) {
-    return false;
   }
 }
 

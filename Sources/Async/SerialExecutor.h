@@ -15,14 +15,13 @@ class SerialExecutor : public platform::Executor, public std::enable_shared_from
   /// `label` names the queue in a debugger.
   SerialExecutor(std::shared_ptr<platform::Executor> lower, const char* label);
 
-  /// Throws what the lower executor throws; the item is dropped then.
   void post(std::function<void()> work) override;
 
   const char* label() const noexcept { return label_; }
 
  private:
   void run();
-  bool giveWay();
+  bool postTurn() noexcept;
 
   const std::shared_ptr<platform::Executor> lower_;
   const char* const label_;

@@ -25,6 +25,11 @@ Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanosec
 }
 
 Task<void> runOn(std::shared_ptr<platform::Executor> executor, Task<void> task) {
+  const TaskExecutor here = co_await boost::asio::this_coro::executor;
+  if (here.seam() == executor) {
+    co_await std::move(task);
+    co_return;
+  }
   const TaskExecutor there(std::move(executor));
   const boost::asio::use_awaitable_t<TaskExecutor> token;
   co_await boost::asio::co_spawn(there, std::move(task), token);

@@ -9,8 +9,8 @@ boost::asio::execution_context& TaskExecutor::context() noexcept {
   return *context;
 }
 
-void TaskExecutor::reportDropped() noexcept {
-  Logger::error("Task - Dropped: memory has run out");
+void TaskExecutor::reportLostWork() noexcept {
+  Logger::error("Task - Ended by an unexpected error");
 }
 
 }  // namespace quillmar

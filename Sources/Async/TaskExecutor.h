@@ -14,9 +14,8 @@ class TaskExecutor {
  public:
   explicit TaskExecutor(std::shared_ptr<platform::Executor> seam) noexcept : seam_(std::move(seam)) {}
 
-  /// Work that cannot be posted because memory has run out is dropped: destroyed here and now, like that of an
-  /// executor that shuts down. Throwing would not do, since Asio posts from destructors, and callbacks of seams from
-  /// threads of the host.
+  /// Work that cannot be posted for want of memory is dropped: destroyed here and now, as by an executor that shuts
+  /// down. It must not throw, since Asio posts from destructors.
   template <class Work>
   void execute(Work&& work) const noexcept {
     try {
@@ -29,11 +28,11 @@ class TaskExecutor {
           shared.reset();
           local();
         } catch (...) {
-          reportDropped();
+          reportLostWork();
         }
       });
     } catch (...) {
-      reportDropped();
+      reportLostWork();
     }
   }
 
@@ -52,7 +51,8 @@ class TaskExecutor {
   /// Asio wants an execution context for its services. The library uses none of them, so one that is never destroyed
   /// serves all.
   static boost::asio::execution_context& context() noexcept;
-  static void reportDropped() noexcept;
+  /// A task could not even end in an orderly way, for want of memory. It is gone; the executor is not to suffer.
+  static void reportLostWork() noexcept;
 
   std::shared_ptr<platform::Executor> seam_;
 };

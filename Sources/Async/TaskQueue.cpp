@@ -25,9 +25,9 @@ class TaskQueue::Slot {
   std::shared_ptr<TaskQueue> queue_;
 };
 
-TaskQueue::TaskQueue(const std::shared_ptr<platform::Executor>& executor, const char* label, std::size_t limit,
+TaskQueue::TaskQueue(std::shared_ptr<SerialExecutor> serial, std::size_t limit,
                      std::shared_ptr<ActivityCounter> activity)
-    : serial_(std::make_shared<SerialExecutor>(executor, label)), limit_(limit), activity_(std::move(activity)) {}
+    : serial_(std::move(serial)), limit_(limit), activity_(std::move(activity)) {}
 
 void TaskQueue::post(MakeTask makeTask) {
   {

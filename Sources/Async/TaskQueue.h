@@ -18,8 +18,7 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
  public:
   using MakeTask = std::function<Task<void>()>;
 
-  TaskQueue(const std::shared_ptr<platform::Executor>& executor, const char* label, std::size_t limit,
-            std::shared_ptr<ActivityCounter> activity);
+  TaskQueue(std::shared_ptr<SerialExecutor> serial, std::size_t limit, std::shared_ptr<ActivityCounter> activity);
 
   /// Called from any thread. The item counts as in flight until its task has ended.
   void post(MakeTask makeTask);

@@ -24,16 +24,19 @@ Shared& sharedInstance() noexcept {
 }  // namespace
 
 std::shared_ptr<QuillmarASAAttribution> QuillmarASAAttribution::shared() noexcept {
-  std::shared_ptr<QuillmarASAAttribution> instance;
-  guarded("Making the shared instance", [&instance] {
+  if (!OwnProcess::isHere()) {
+    // The parent's cannot be got at without its lock. This one is as idle as that would be.
+    static const auto& idle = *new auto(QuillmarFactory::createQuillmarASAAttribution({}));
+    return idle;
+  }
+  return guarded("Making the shared instance", std::shared_ptr<QuillmarASAAttribution>(), [] {
     Shared& shared = sharedInstance();
     const std::lock_guard lock(shared.mutex);
     if (!shared.instance) {
       shared.instance = QuillmarFactory::createQuillmarASAAttribution(platform::sharedPlatform());
     }
-    instance = shared.instance;
+    return shared.instance;
   });
-  return instance;
 }
 
 void QuillmarASAAttribution::setShared(std::shared_ptr<QuillmarASAAttribution> instance) noexcept {
@@ -48,7 +51,11 @@ QuillmarASAAttribution::QuillmarASAAttribution(std::shared_ptr<platform::UserDef
                                                platform::Bundle bundle, const platform::Platform& platform)
     : core_(std::make_shared<QuillmarASAAttributionCore>(std::move(userDefaults), std::move(bundle), platform)) {}
 
-QuillmarASAAttribution::~QuillmarASAAttribution() = default;
+QuillmarASAAttribution::~QuillmarASAAttribution() {
+  if (!OwnProcess::isHere()) {
+    OwnProcess::abandon(std::move(core_));
+  }
+}
 
 void QuillmarASAAttribution::enableASAAttributionTracking() noexcept {
   guarded("enableASAAttributionTracking", [this] { core_->enableASAAttributionTracking(); });
@@ -59,9 +66,7 @@ void QuillmarASAAttribution::disableASAAttributionTracking() noexcept {
 }
 
 bool QuillmarASAAttribution::drain(std::chrono::milliseconds timeout) noexcept {
-  bool idle = false;
-  guarded("drain", [&] { idle = core_->drain(timeout); });
-  return idle;
+  return guarded("drain", false, [&] { return core_->drain(timeout); });
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttribution::statistics() const noexcept {

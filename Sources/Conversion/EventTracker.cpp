@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <variant>
 
@@ -16,6 +17,9 @@
 namespace quillmar {
 
 namespace {
+
+/// How often a thread lets others run before it goes to sleep.
+constexpr int openEyedTurns = 50;
 
 std::optional<double> numberOf(const EventValue& value) {
   struct Visitor {
@@ -51,21 +55,18 @@ std::optional<std::string> encoded(const TrackedEvent& event) {
   }
 }
 
-/// Data that is missing or cannot be decoded is an empty history.
-std::vector<TrackedEvent> decodeHistory(const std::optional<std::string>& data) {
-  std::vector<TrackedEvent> events;
+/// Data that is missing or cannot be decoded is an empty history: `forgetAll` then takes back what was handed out.
+template <class Take, class Forget>
+void forEachStoredEvent(const std::optional<std::string>& data, Take take, Forget forgetAll) {
   if (!data) {
-    return events;
+    return;
   }
   try {
     const boost::json::value document = parseJson(*data);
-    const JsonReader root(document);
-    events.reserve(root.elementCount());
-    root.forEachElement([&events](const JsonReader& element) { events.push_back(TrackedEvent::decode(element)); });
+    JsonReader(document).forEachElement([&take](const JsonReader& element) { take(TrackedEvent::decode(element)); });
   } catch (const DecodingError&) {
-    events.clear();
+    forgetAll();
   }
-  return events;
 }
 
 std::string textOf(const std::map<std::string, double>& parameters) {
@@ -85,23 +86,106 @@ EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
     : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
 
 void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
-  TrackedEvent event{std::string(name), numbersOf(parameters), {}};
+  track({makeEvent(name, parameters)});
+}
+
+void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
+  std::vector<TrackedEvent> made;
+  made.reserve(events.size());
+  for (const NewEvent& event : events) {
+    made.push_back(makeEvent(event.name, event.parameters));
+  }
+  track(made);
+}
+
+TrackedEvent EventTracker::makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const {
+  return {std::string(name), numbersOf(parameters), clock_->now()};
+}
+
+void EventTracker::track(const std::vector<TrackedEvent>& events) {
+  Waiting own;
+  own.events.reserve(events.size());
+  for (const TrackedEvent& event : events) {
+    if (const std::optional<std::string> text = encoded(event)) {
+      own.encoded += own.encoded.empty() ? "" : ",";
+      own.encoded += *text;
+      own.events.push_back(&event);
+    }
+  }
+  if (!own.events.empty()) {
+    store(own);
+  }
+  for (const TrackedEvent& event : events) {
+    if (own.error) {
+      Logger::error("EventTracker - Failed to store event: {}", own.error.message());
+    } else if (Logger::passes(LogLevel::debug)) {
+      Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+    }
+  }
+}
+
+/// Whoever finds nobody storing stores the events of all who wait, at the price of one.
+void EventTracker::store(Waiting& own) {
+  std::unique_lock lock(waitingMutex_);
+  waiting_.push_back(&own);
+  // Storing takes about as long as falling asleep and waking up, so the others are worth a short wait with open eyes.
+  if (storing_) {
+    lock.unlock();
+    for (int i = 0; i < openEyedTurns && storing_ && !own.done; ++i) {
+      std::this_thread::yield();
+    }
+    lock.lock();
+  }
+  stored_.wait(lock, [this, &own] { return own.done || !storing_; });
+  if (own.done) {
+    return;
+  }
+  storing_ = true;
+  if (crowded_) {
+    lock.unlock();
+    std::this_thread::yield();  // those who were served a moment ago are about to come again
+    lock.lock();
+  }
+  const std::vector<Waiting*> batch = std::exchange(waiting_, {});
+  crowded_ = batch.size() > 1;
+  lock.unlock();
+  const std::error_code error = storeAll(batch);
+  lock.lock();
+  for (Waiting* const waiting : batch) {
+    waiting->error = error;
+    waiting->done = true;
+  }
+  storing_ = false;
+  stored_.notify_all();
+}
+
+std::error_code EventTracker::storeAll(const std::vector<Waiting*>& batch) noexcept {
   const std::lock_guard lock(eventsQueue_);
-  event.timestamp = clock_->now();
-  if (const std::optional<std::string> text = encoded(event)) {
-    std::error_code error = updateIndex();
-    if (!error) {
-      error = append(*text);
+  try {
+    if (const std::error_code error = updateIndex()) {
+      return error;
     }
-    if (error) {
-      Logger::error("EventTracker - Failed to store event: {}", error.message());
-      return;
+    std::string text = std::move(batch.front()->encoded);
+    for (std::size_t i = 1; i < batch.size(); ++i) {
+      text += ',';
+      text += batch[i]->encoded;
     }
-    addToIndex(event);
+    if (const std::error_code error = append(text)) {
+      return error;
+    }
+  } catch (...) {  // out of memory, or a store that throws
+    indexedRevision_.reset();
+    return std::make_error_code(std::errc::not_enough_memory);
   }
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
+  try {
+    for (const Waiting* const waiting : batch) {
+      std::for_each(waiting->events.begin(), waiting->events.end(),
+                    [this](const TrackedEvent* event) { addToIndex(*event); });
+    }
+  } catch (...) {
+    indexedRevision_.reset();  // stored they are; the next call reads them
   }
+  return {};
 }
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
@@ -126,7 +210,10 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
     const std::lock_guard lock(eventsQueue_);
     data = userDefaults_->data(completedEventsKey);
   }
-  return decodeHistory(data);
+  std::vector<TrackedEvent> events;
+  forEachStoredEvent(
+      data, [&events](TrackedEvent event) { events.push_back(std::move(event)); }, [&events] { events.clear(); });
+  return events;
 }
 
 void EventTracker::clearCompletedEvents() {
@@ -138,16 +225,16 @@ void EventTracker::clearCompletedEvents() {
   Logger::debug("EventTracker - Cleared all tracked events");
 }
 
-std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
+std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
     const ConversionValues& values, Window currentWindow) {
   const std::lock_guard lock(eventsQueue_);
   static_cast<void>(updateIndex());
-  std::vector<ConversionValues::ConversionValue> completed;
+  std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
     if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
                                    (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
-      completed.push_back(value);
+      completed.push_back(&value);
     }
   }
   return completed;
@@ -167,9 +254,7 @@ std::error_code EventTracker::updateIndex() {
   } catch (const std::system_error& error) {
     return error.code();
   }
-  for (const TrackedEvent& event : decodeHistory(data)) {
-    addToIndex(event);
-  }
+  forEachStoredEvent(data, [this](TrackedEvent event) { addToIndex(event); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
@@ -183,9 +268,9 @@ void EventTracker::addToIndex(const TrackedEvent& event) {
   }
 }
 
-std::error_code EventTracker::append(const std::string& encodedEvent) {
+std::error_code EventTracker::append(const std::string& encodedEvents) {
   const bool first = appendAt_ == 0;
-  const std::string text = (first ? "[" : ",") + encodedEvent + "]";
+  const std::string text = (first ? "[" : ",") + encodedEvents + "]";
   const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
                                       : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
   if (!error) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -35,24 +37,32 @@ class EventTracker {
   /// Reads nothing yet.
   EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults, std::shared_ptr<platform::Clock> clock) noexcept;
 
+  struct NewEvent {
+    std::string name;
+    std::optional<NamedParameters> parameters;
+  };
+
   /// Appends an event, stamped now. Of the parameters, numbers and texts that are decimal numbers are kept. An event
   /// that JSON cannot express (an infinite number) is not stored, silently; one that the store refuses is logged.
   void trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters);
+
+  /// Appends events in their order, in one write: all are stored, or none.
+  void trackEvents(const std::vector<NewEvent>& events);
 
   /// True when each of the names was tracked at least once.
   bool areEventsCompleted(const std::vector<std::string>& names);
 
   std::set<std::string> getTrackedEventNames();
 
-  /// The whole history, oldest first, decoded from the store.
+  /// The whole history, oldest first, decoded from the store. Throws `std::system_error` when it cannot be read now.
   std::vector<TrackedEvent> getAllTrackedEvents();
 
   void clearCompletedEvents();
 
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
-  /// order of the configuration.
-  std::vector<ConversionValues::ConversionValue> findCompletedConversionValues(const ConversionValues& values,
-                                                                               Window currentWindow);
+  /// order of the configuration. They point into `values`.
+  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(const ConversionValues& values,
+                                                                                      Window currentWindow);
 
  private:
   struct NameHash {
@@ -62,11 +72,23 @@ class EventTracker {
   /// The distinct revenues of the events of each name.
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
+  /// Events on their way to the store, owned by the call that tracks them.
+  struct Waiting {
+    std::vector<const TrackedEvent*> events;  ///< those that JSON can express
+    std::string encoded;                      ///< with commas
+    std::error_code error;
+    std::atomic<bool> done{false};
+  };
+
+  TrackedEvent makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const;
+  void track(const std::vector<TrackedEvent>& events);
+  void store(Waiting& own);
+  std::error_code storeAll(const std::vector<Waiting*>& batch) noexcept;
   // These are called with the lock held.
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
-  std::error_code append(const std::string& encodedEvent);
+  std::error_code append(const std::string& encodedEvents);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
@@ -75,6 +97,12 @@ class EventTracker {
   /// One for the process: two trackers over the same store must not append at the same time, since each would cut off
   /// what the other wrote.
   static std::mutex eventsQueue_;
+
+  std::mutex waitingMutex_;  ///< never held together with the other one
+  std::condition_variable stored_;
+  std::vector<Waiting*> waiting_;     ///< in the order of the history to come
+  bool crowded_ = false;              ///< the last time, others waited along
+  std::atomic<bool> storing_{false};  ///< changes only with waitingMutex_ held, like `done`
   Index index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;

@@ -29,12 +29,12 @@ constexpr std::int64_t lastDay = 35;
 
 /// The completed value that ranks lowest in the window, the first of equals; null when none has a value for it. That
 /// the lowest wins, and not the highest, is on purpose.
-const ConversionValues::ConversionValue* lowestRanked(const std::vector<ConversionValues::ConversionValue>& completed,
-                                                      Window window) {
+const ConversionValues::ConversionValue* lowestRanked(
+    const std::vector<const ConversionValues::ConversionValue*>& completed, Window window) {
   const ConversionValues::ConversionValue* lowest = nullptr;
-  for (const ConversionValues::ConversionValue& value : completed) {
-    if (value.windowValue(window) != nullptr && (lowest == nullptr || value.compareWindowValue(*lowest, window) < 0)) {
-      lowest = &value;
+  for (const ConversionValues::ConversionValue* const value : completed) {
+    if (lowest == nullptr ? value->windowValue(window) != nullptr : value->compareWindowValue(*lowest, window) < 0) {
+      lowest = value;
     }
   }
   return lowest;
@@ -96,7 +96,13 @@ Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::str
   if (!configuration) {
     co_return;
   }
-  self->eventTracker_->trackEvent(name, params);
+  Task<void> tracking = self->trackingQueue_->track(name, std::move(params));
+  self.reset();
+  co_await std::move(tracking);
+  self = weak.lock();
+  if (!self) {
+    co_return;
+  }
   const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
   if (completed.empty()) {
     Logger::debug("No completed conversion values found for event: {}", name);
@@ -196,7 +202,8 @@ Task<void> QuillmarCore::update(std::weak_ptr<QuillmarCore> weak, ConversionValu
   if (!manager) {
     co_return;
   }
-  ConversionValues::ConversionValue resolved = self->conversionValueResolver_->resolveConversionValue(value, window);
+  ConversionValues::ConversionValue resolved =
+      self->conversionValueResolver_->resolveConversionValue(std::move(value), window);
   self.reset();
   co_await manager->send(std::move(resolved), window, forceLockWindow);
 }

@@ -25,16 +25,19 @@ Shared& sharedInstance() noexcept {
 }  // namespace
 
 std::shared_ptr<Quillmar> Quillmar::shared() noexcept {
-  std::shared_ptr<Quillmar> instance;
-  guarded("Making the shared instance", [&instance] {
+  if (!OwnProcess::isHere()) {
+    // The parent's cannot be got at without its lock. This one is as idle as that would be.
+    static const auto& idle = *new auto(QuillmarFactory::createQuillmar({}));
+    return idle;
+  }
+  return guarded("Making the shared instance", std::shared_ptr<Quillmar>(), [] {
     Shared& shared = sharedInstance();
     const std::lock_guard lock(shared.mutex);
     if (!shared.instance) {
       shared.instance = QuillmarFactory::createQuillmar(platform::sharedPlatform());
     }
-    instance = shared.instance;
+    return shared.instance;
   });
-  return instance;
 }
 
 void Quillmar::setShared(std::shared_ptr<Quillmar> instance) noexcept {
@@ -49,7 +52,11 @@ Quillmar::Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platfor
                    const platform::Platform& platform)
     : core_(std::make_shared<QuillmarCore>(std::move(userDefaults), std::move(bundle), platform)) {}
 
-Quillmar::~Quillmar() = default;
+Quillmar::~Quillmar() {
+  if (!OwnProcess::isHere()) {
+    OwnProcess::abandon(std::move(core_));
+  }
+}
 
 LogLevel Quillmar::logLevel() const noexcept {
   return core_->logLevel();
@@ -87,9 +94,7 @@ void Quillmar::clearTrackedEvents() noexcept {
 }
 
 std::string Quillmar::quillmarVerificationKey() const noexcept {
-  std::string key;
-  guarded("quillmarVerificationKey", [&] { key = core_->quillmarVerificationKey(); });
-  return key;
+  return guarded("quillmarVerificationKey", std::string(), [this] { return core_->quillmarVerificationKey(); });
 }
 bool Quillmar::isInitialized() const noexcept {
   return core_->isInitialized();
@@ -102,9 +107,7 @@ void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept {
 }
 
 bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
-  bool idle = false;
-  guarded("drain", [&] { idle = core_->drain(timeout); });
-  return idle;
+  return guarded("drain", false, [&] { return core_->drain(timeout); });
 }
 
 QuillmarStatistics Quillmar::statistics() const noexcept {
@@ -112,34 +115,36 @@ QuillmarStatistics Quillmar::statistics() const noexcept {
 }
 
 QuillmarState Quillmar::state() const noexcept {
-  QuillmarState state;
-  guarded("state", [&] { state = core_->state(); });
-  return state;
+  return guarded("state", QuillmarState(), [this] { return core_->state(); });
 }
 
 std::shared_ptr<ConversionValuesRepositoryProtocol> Quillmar::conversionValuesRepository() const noexcept {
-  return core_->conversionValuesRepository();
+  return guarded("conversionValuesRepository", std::shared_ptr<ConversionValuesRepositoryProtocol>(),
+                 [this] { return core_->conversionValuesRepository(); });
 }
 void Quillmar::setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) noexcept {
-  core_->setConversionValuesRepository(std::move(repository));
+  guarded("setConversionValuesRepository", [&] { core_->setConversionValuesRepository(std::move(repository)); });
 }
 std::shared_ptr<VerificationKeyRepositoryProtocol> Quillmar::verificationKeyRepository() const noexcept {
-  return core_->verificationKeyRepository();
+  return guarded("verificationKeyRepository", std::shared_ptr<VerificationKeyRepositoryProtocol>(),
+                 [this] { return core_->verificationKeyRepository(); });
 }
 void Quillmar::setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) noexcept {
-  core_->setVerificationKeyRepository(std::move(repository));
+  guarded("setVerificationKeyRepository", [&] { core_->setVerificationKeyRepository(std::move(repository)); });
 }
 std::shared_ptr<EventServerLogRepositoryProtocol> Quillmar::eventServerLogRepository() const noexcept {
-  return core_->eventServerLogRepository();
+  return guarded("eventServerLogRepository", std::shared_ptr<EventServerLogRepositoryProtocol>(),
+                 [this] { return core_->eventServerLogRepository(); });
 }
 void Quillmar::setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept {
-  core_->setEventServerLogRepository(std::move(repository));
+  guarded("setEventServerLogRepository", [&] { core_->setEventServerLogRepository(std::move(repository)); });
 }
 std::shared_ptr<ConversionTrackingManager> Quillmar::conversionTrackingManager() const noexcept {
-  return core_->conversionTrackingManager();
+  return guarded("conversionTrackingManager", std::shared_ptr<ConversionTrackingManager>(),
+                 [this] { return core_->conversionTrackingManager(); });
 }
 void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) noexcept {
-  core_->setConversionTrackingManager(std::move(manager));
+  guarded("setConversionTrackingManager", [&] { core_->setConversionTrackingManager(std::move(manager)); });
 }
 
 bool Quillmar::useMock() noexcept {
@@ -150,19 +155,20 @@ void Quillmar::setUseMock(bool useMock) noexcept {
 }
 
 std::int64_t Quillmar::consecutiveAPIFailures() noexcept {
-  return SharedState::instance().getConsecutiveAPIFailures();
+  return guarded("consecutiveAPIFailures", std::int64_t{0},
+                 [] { return SharedState::instance().getConsecutiveAPIFailures(); });
 }
 void Quillmar::setConsecutiveAPIFailures(std::int64_t failures) noexcept {
-  SharedState::instance().setConsecutiveAPIFailures(failures);
+  guarded("setConsecutiveAPIFailures", [=] { SharedState::instance().setConsecutiveAPIFailures(failures); });
 }
 bool Quillmar::isVerificationKeyInvalid() noexcept {
-  return SharedState::instance().getVerificationKeyInvalid();
+  return guarded("isVerificationKeyInvalid", false, [] { return SharedState::instance().getVerificationKeyInvalid(); });
 }
 void Quillmar::setIsVerificationKeyInvalid(bool invalid) noexcept {
-  SharedState::instance().setVerificationKeyInvalid(invalid);
+  guarded("setIsVerificationKeyInvalid", [=] { SharedState::instance().setVerificationKeyInvalid(invalid); });
 }
 void Quillmar::resetStaticState() noexcept {
-  SharedState::instance().reset();
+  guarded("resetStaticState", [] { SharedState::instance().reset(); });
 }
 
 }  // namespace quillmar

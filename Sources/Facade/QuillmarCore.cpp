@@ -15,27 +15,24 @@ namespace {
 /// How many events are on their way through the pipeline at a time; the others wait as names and parameters.
 constexpr std::size_t eventsInFlight = 64;
 
-/// The executor that the ad networks are called on.
-std::shared_ptr<platform::Executor> mainExecutorOf(const platform::Platform& platform) {
-  return platform.mainExecutor ? platform.mainExecutor : std::make_shared<SerialExecutor>(platform.executor, "main");
-}
-
 }  // namespace
 
 QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                            const platform::Platform& platform)
     : platform_(platform),
       activity_(std::make_shared<ActivityCounter>()),
+      eventExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.eventProcessing")),
       pendingEventsQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.pendingEvents")),
       conversionTrackingManager_(std::make_shared<ConversionTrackingManager>(
           userDefaults, std::make_shared<RealSKAdNetwork>(platform.storeKitAdNetwork, platform.device),
-          platform.adAttributionKit, platform.device, mainExecutorOf(platform), activity_)),
+          platform.adAttributionKit, platform.device, platform.mainExecutor ? platform.mainExecutor : eventExecutor_,
+          activity_)),
       userDefaults_(std::move(userDefaults)),
       bundle_(std::move(bundle)),
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
+      trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
-      eventProcessingQueue_(
-          std::make_shared<TaskQueue>(platform.executor, "com.quillmar.eventProcessing", eventsInFlight, activity_)) {}
+      eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {}
 
 std::string QuillmarCore::quillmarVerificationKey() const {
   const std::lock_guard lock(collaboratorsMutex_);

@@ -18,6 +18,7 @@
 #include "Conversion/ConversionValueResolver.h"
 #include "Conversion/EventTracker.h"
 #include "Facade/SharedState.h"
+#include "Facade/TrackingQueue.h"
 #include "Model/ConversionValues.h"
 #include "Network/NetworkManagerProtocol.h"
 #include "Persistence/ConversionValuesRepositoryProtocol.h"
@@ -141,6 +142,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
+  /// Runs the pipeline, and calls the ad networks when the platform has no executor for that.
+  const std::shared_ptr<SerialExecutor> eventExecutor_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
   std::string quillmarVerificationKey_;  // guarded by collaboratorsMutex_
@@ -163,6 +166,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const platform::Bundle bundle_;
   const std::shared_ptr<EventTracker> eventTracker_;
+  const std::shared_ptr<TrackingQueue> trackingQueue_;
   const std::shared_ptr<ConversionValueResolver> conversionValueResolver_;
   const std::shared_ptr<TaskQueue> eventProcessingQueue_;
 

@@ -3,13 +3,26 @@
 #include <utility>
 
 #include "Logging/Logger.h"
+#include "Platform/OwnProcess.h"
 #include "Settings/QuillMarDefaults.h"
 
 namespace quillmar {
 
+namespace {
+
+/// The library's own suite of that platform; none in a forked child, where instances do nothing, because finding it
+/// takes a lock.
+std::shared_ptr<platform::UserDefaults> suiteOf(const platform::Platform& platform) {
+  return OwnProcess::isHere() ? quillMarDefaults(platform.userDefaults) : nullptr;
+}
+
+}  // namespace
+
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                           platform::Bundle bundle) noexcept {
-  return createQuillmar(std::move(userDefaults), std::move(bundle), platform::sharedPlatform());
+  const bool here = OwnProcess::isHere();
+  return createQuillmar(std::move(userDefaults), std::move(bundle),
+                        here ? platform::sharedPlatform() : platform::Platform());
 }
 
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
@@ -25,7 +38,7 @@ std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(std::shared_ptr<platfo
 
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(const platform::Platform& platform) noexcept {
   try {
-    return createQuillmar(quillMarDefaults(platform.userDefaults), platform::Bundle::main(), platform);
+    return createQuillmar(suiteOf(platform), platform::Bundle::main(), platform);
   } catch (...) {
     Logger::error("Quillmar - Making an instance failed");
     return nullptr;
@@ -35,8 +48,7 @@ std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(const platform::Platfo
 std::shared_ptr<QuillmarASAAttribution> QuillmarFactory::createQuillmarASAAttribution(
     const platform::Platform& platform) noexcept {
   try {
-    return std::make_shared<QuillmarASAAttribution>(quillMarDefaults(platform.userDefaults), platform::Bundle::main(),
-                                                    platform);
+    return std::make_shared<QuillmarASAAttribution>(suiteOf(platform), platform::Bundle::main(), platform);
   } catch (...) {
     Logger::error("Quillmar - Making an instance failed");
     return nullptr;

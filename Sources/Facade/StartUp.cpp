@@ -10,6 +10,7 @@
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
 #include "Persistence/EventServerLogRepository.h"
+#include "Platform/OwnProcess.h"
 #include "Settings/Calendar.h"
 #include "Settings/Config.h"
 #include "Settings/MockSwitch.h"
@@ -133,7 +134,7 @@ void QuillmarCore::registerForActivation() {
   using platform::Notification;
   const auto observe = [this](Notification notification, void (QuillmarCore::*handle)()) {
     return platform_.notifications->addObserver(notification, [weak = weak_from_this(), handle] {
-      if (const auto self = weak.lock()) {
+      if (const auto self = OwnProcess::isHere() ? weak.lock() : nullptr) {
         ((*self).*handle)();
       }
     });

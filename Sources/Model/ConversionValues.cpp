@@ -142,8 +142,14 @@ std::map<Window, ConversionValues::WindowValue> ConversionValues::ConversionValu
 }
 
 const ConversionValues::WindowValue* ConversionValues::ConversionValue::windowValue(Window window) const {
-  const auto found = windows.find(rawValue(window));
-  return found == windows.end() ? nullptr : &found->second;
+  // The few names differ at their ends; a search of the map would compare them from the front, for each rule anew.
+  const std::string_view name = rawValue(window);
+  for (const auto& [candidate, value] : windows) {
+    if (candidate.size() == name.size() && candidate.back() == name.back() && candidate == name) {
+      return &value;
+    }
+  }
+  return nullptr;
 }
 
 int ConversionValues::ConversionValue::compareWindowValue(const ConversionValue& other, Window window) const {

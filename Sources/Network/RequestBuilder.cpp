@@ -53,14 +53,13 @@ RequestBuilder& RequestBuilder::cachePolicy(platform::CachePolicy policy) {
 }
 
 platform::HttpRequest RequestBuilder::build() const {
-  requireUrl(baseUrl_);
   platform::HttpRequest request;
   request.url = baseUrl_;
   if (!path_.empty()) {
     request.url += '/';
     request.url += path_;
-    requireUrl(request.url);
   }
+  requireUrl(request.url);  // a path never mends a base that is no address
   request.cachePolicy = cachePolicy_;
   request.timeout = timeoutInterval_;
   request.method = rawValue(method_);

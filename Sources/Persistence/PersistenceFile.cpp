@@ -24,19 +24,31 @@ std::error_code make_error_code(PersistenceItemError error) noexcept {
 PersistenceFile::PersistenceFile(std::shared_ptr<platform::FileManager> fileManager, std::string filename)
     : fileManager_(std::move(fileManager)), filename_(std::move(filename)) {}
 
+std::optional<std::string> PersistenceFile::folder() const {
+  std::optional<std::string> documents = fileManager_->documentsDirectory();
+  if (documents) {
+    *documents += "/Quillmar";
+  }
+  return documents;
+}
+
 std::optional<std::string> PersistenceFile::makeUrl() const {
-  const std::optional<std::string> documents = fileManager_->documentsDirectory();
-  if (!documents) {
+  const std::optional<std::string> path = folder();
+  if (!path) {
     return std::nullopt;
   }
-  const std::string folder = *documents + "/Quillmar";
-  if (!fileManager_->fileExists(folder)) {
-    if (const std::error_code error = fileManager_->createDirectory(folder)) {
+  if (!fileManager_->fileExists(*path)) {
+    if (const std::error_code error = fileManager_->createDirectory(*path)) {
       Logger::error("PersistenceItem - Failed to create directory: {}", error.message());
       return std::nullopt;
     }
   }
-  return folder + "/" + filename_;
+  return *path + "/" + filename_;
+}
+
+std::string PersistenceFile::usualPath() const {
+  const std::optional<std::string> path = folder();
+  return path ? *path + "/" + filename_ : std::string();
 }
 
 bool PersistenceFile::exists() const {

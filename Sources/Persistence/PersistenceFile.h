@@ -35,6 +35,9 @@ class PersistenceFile {
   /// `PersistenceItemError`.
   std::string existingPath() const;
 
+  /// The file's path, whether or not it and the folder are there; empty without a documents directory.
+  std::string usualPath() const;
+
   std::optional<platform::FileStamp> stamp(const std::string& path) const { return fileManager_->stamp(path); }
 
   // Each throws the system's error, with the path.
@@ -43,6 +46,7 @@ class PersistenceFile {
   void remove(const std::string& path) const;
 
  private:
+  std::optional<std::string> folder() const;
   std::optional<std::string> makeUrl() const;
 
   const std::shared_ptr<platform::FileManager> fileManager_;

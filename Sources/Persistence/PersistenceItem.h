@@ -31,8 +31,12 @@ class PersistenceItem {
   /// time, and read and decoded only when it is not the one that was decoded last.
   /// Throws `PersistenceItemError`, the system's error or `DecodingError`.
   std::shared_ptr<const T> read() const {
-    const std::string path = file_.existingPath();
-    const std::optional<platform::FileStamp> stamp = file_.stamp(path);
+    std::string path = file_.usualPath();
+    std::optional<platform::FileStamp> stamp = file_.stamp(path);
+    if (!stamp) {
+      path = file_.existingPath();
+      stamp = file_.stamp(path);
+    }
     {
       const std::lock_guard lock(decodedMutex_);
       if (stamp && decodedStamp_ == stamp) {

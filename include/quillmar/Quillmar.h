@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "quillmar/ASEventParam.h"
+#include "quillmar/Export.h"
 #include "quillmar/LogLevel.h"
 #include "quillmar/platform/Platform.h"
 
@@ -43,7 +44,10 @@ struct QuillmarState {
 /// Call `configure` once at start-up and `sendEvent` for each event. No function throws, and none but `reset`,
 /// `clearTrackedEvents`, `drain` and `state` waits for a disk or a network: the work is done on the platform's
 /// executor. What happens is told in the log only. All functions may be called from any thread.
-class Quillmar {
+///
+/// The library works in the process that called it first. In a child that this process forks off, all functions of
+/// all instances do nothing and give what an unused instance gives, until the child calls `exec`.
+class QUILLMAR_API Quillmar {
  public:
   /// The instance of the process, made at the first call over `platform::sharedPlatform()`.
   static std::shared_ptr<Quillmar> shared() noexcept;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/Platform.h"
 
 namespace quillmar {
@@ -22,8 +23,8 @@ struct QuillmarASAAttributionStatistics {
 ///
 /// Works after `Quillmar::configure` has stored the verification key, in this run of the app or an earlier one. No
 /// function throws; what happens is told in the log only, most of it at the error level, so that it is seen whenever
-/// the log is on. All functions may be called from any thread.
-class QuillmarASAAttribution {
+/// the log is on. All functions may be called from any thread. In a forked child they do nothing, as `Quillmar`'s.
+class QUILLMAR_API QuillmarASAAttribution {
  public:
   /// The instance of the process, made at the first call over `platform::sharedPlatform()`.
   static std::shared_ptr<QuillmarASAAttribution> shared() noexcept;

@@ -2,13 +2,14 @@
 
 #include <memory>
 
+#include "quillmar/Export.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarASAAttribution.h"
 
 namespace quillmar {
 
 /// Makes further instances beside `Quillmar::shared()` and `QuillmarASAAttribution::shared()`.
-class QuillmarFactory {
+class QUILLMAR_API QuillmarFactory {
  public:
   /// An instance over exactly this store and bundle, on the shared platform. Null when memory runs out.
   static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,

@@ -58,7 +58,7 @@ class PurchaseInterceptorThreads : public ::testing::Test {
   }
   bool waitUntilIdle() const { return activity->waitUntilIdle(longEnough); }
 
-  std::shared_ptr<ThreadPoolExecutor> pool = std::make_shared<ThreadPoolExecutor>();
+  std::shared_ptr<ThreadPoolExecutor> pool = std::make_shared<ThreadPoolExecutor>(2);
   std::shared_ptr<DetouringProcessor> processor = std::make_shared<DetouringProcessor>(pool);
   std::shared_ptr<simulated::InMemorySubscriptionUpdates> updates =
       std::make_shared<simulated::InMemorySubscriptionUpdates>();
@@ -111,7 +111,7 @@ TEST_F(PurchaseInterceptorThreads, restartingLeavesOneListenerAndDestroyingNone)
 
 TEST(AttributionThreads, facadeIsSwitchedWhileUpdatesArrive) {
   AttributionHarness host;
-  const auto pool = std::make_shared<ThreadPoolExecutor>();
+  const auto pool = std::make_shared<ThreadPoolExecutor>(2);
   auto platform = host.simulated.platform();
   platform.executor = pool;
   platform.http = std::make_shared<simulated::InMemoryHttpTransport>(std::make_shared<platform::SystemClock>(pool),

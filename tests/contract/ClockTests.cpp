@@ -42,7 +42,7 @@ class ClockContract : public testing::TestWithParam<bool> {
   std::condition_variable noted_;
   std::string events_;
   std::shared_ptr<Clock> clock_ = manual_ ? std::shared_ptr<Clock>(std::make_shared<ManualClock>(Clock::TimePoint()))
-                                          : std::make_shared<SystemClock>(std::make_shared<ThreadPoolExecutor>());
+                                          : std::make_shared<SystemClock>(std::make_shared<ThreadPoolExecutor>(2));
 };
 
 INSTANTIATE_TEST_SUITE_P(SystemAndManual, ClockContract, testing::Bool());

@@ -29,7 +29,7 @@ class ExecutorContract : public testing::TestWithParam<bool> {
 
   const bool manual_ = GetParam();
   std::shared_ptr<Executor> executor_ =
-      manual_ ? std::shared_ptr<Executor>(std::make_shared<ManualExecutor>()) : std::make_shared<ThreadPoolExecutor>();
+      manual_ ? std::shared_ptr<Executor>(std::make_shared<ManualExecutor>()) : std::make_shared<ThreadPoolExecutor>(2);
 };
 
 INSTANTIATE_TEST_SUITE_P(PoolAndManual, ExecutorContract, testing::Bool());
@@ -109,7 +109,7 @@ TEST(ThreadPoolExecutor, mayBeDestroyedByItsOwnWork) {
   const auto dropped = std::make_shared<std::promise<void>>();
   std::future<void> isDropped = dropped->get_future();
   std::shared_ptr<void> last(nullptr, [dropped](void*) { dropped->set_value(); });
-  auto executor = std::make_shared<ThreadPoolExecutor>();
+  auto executor = std::make_shared<ThreadPoolExecutor>(2);
   auto* const raw = executor.get();
   raw->post([executor = std::move(executor), last]() mutable {
     executor->post([last] {});

@@ -124,7 +124,7 @@ TEST_P(EventTrackerTest, onePartWithAllItsEventsIsEnough) {
                    {"empty", {{"window1", {}}}},
                    {"other window", {{"window2", {fineA, {}}}}}};
   EXPECT_THAT(tracker_.findCompletedConversionValues(values, Window::window1),
-              ElementsAre(values.values[0], values.values[1]));
+              ElementsAre(&values.values[0], &values.values[1]));
   EXPECT_THAT(tracker_.findCompletedConversionValues(values, Window::window0), IsEmpty());
   EXPECT_TRUE(tracker_.areEventsCompleted({}));
   EXPECT_FALSE(tracker_.areEventsCompleted({"a", "b"}));

@@ -52,7 +52,7 @@ TEST(TaskQueue, startsInOrderUpToTheLimitAndGivesSlotsOfDroppedTasksBack) {
   Gate gate;
   const auto executor = std::make_shared<ManualExecutor>();
   const auto activity = std::make_shared<ActivityCounter>();
-  const auto queue = std::make_shared<TaskQueue>(executor, "test", 2, activity);
+  const auto queue = std::make_shared<TaskQueue>(std::make_shared<SerialExecutor>(executor, "test"), 2, activity);
   for (int i = 0; i < 4; ++i) {
     queue->post([&gate, i] { return waitAtGate(gate, i); });
   }

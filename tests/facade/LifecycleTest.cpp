@@ -295,5 +295,31 @@ TEST(EventParam, rawValuesMatchExactly) {
   }
 }
 
+TEST_F(StartUp, collaboratorsCanBeReplacedAndTakenAway) {
+  configure();
+  const auto values = quillmar->conversionValuesRepository();
+  const auto log = quillmar->eventServerLogRepository();
+  const auto manager = quillmar->conversionTrackingManager();
+  ASSERT_TRUE(values && log && manager && quillmar->verificationKeyRepository());
+  quillmar->setEventServerLogRepository(nullptr);
+  send("session");
+  EXPECT_THAT(eventNames(), testing::IsEmpty()) << "nobody logs it";
+  EXPECT_EQ(simulated.adNetwork->calls().size(), 1u) << "but it counts";
+  quillmar->setEventServerLogRepository(log);
+  quillmar->setConversionTrackingManager(nullptr);
+  send("session");
+  EXPECT_EQ(eventNames().size(), 1u);
+  EXPECT_EQ(simulated.adNetwork->calls().size(), 1u) << "nobody tells the platform";
+  quillmar->setConversionTrackingManager(manager);
+  quillmar->setConversionValuesRepository(nullptr);
+  quillmar->setVerificationKeyRepository(nullptr);
+  send("purchase");
+  EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
+  EXPECT_FALSE(core().eventTracker()->areEventsCompleted({"purchase"}));
+  quillmar->setConversionValuesRepository(values);
+  send("session");
+  EXPECT_EQ(simulated.adNetwork->calls().size(), 2u) << "all is as before";
+}
+
 }  // namespace
 }  // namespace quillmar::test

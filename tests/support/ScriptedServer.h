@@ -4,21 +4,27 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace quillmar::testing {
 
-/// What a connection gets once it has sent a request head.
+/// What a connection gets once it has sent a request.
 struct Script {
   enum class Then : std::uint8_t {
     close,
+    reset,    ///< close so that the client's system hears of an error
     hang,     ///< say nothing more
-    drip,     ///< one byte each interval
-    endless,  ///< bytes as fast as they are taken
+    drip,     ///< the filler, again and again, each interval
+    endless,  ///< the filler as fast as it is taken
   };
 
   std::string bytes;
   Then then = Then::close;
   std::chrono::milliseconds interval{50};
+  std::string filler = "x";
+  bool waitsForHead = true;                     ///< false: speaks first
+  bool byteByByte = false;                      ///< each of the bytes in a packet of its own
+  std::chrono::milliseconds silenceAtFirst{0};  ///< before the first byte
 };
 
 /// A server on a free loopback port that treats each connection as its script says. One thread.
@@ -28,6 +34,9 @@ class ScriptedServer {
   ~ScriptedServer();
 
   std::string url() const;
+
+  /// The requests so far, head and body.
+  std::vector<std::string> requests() const;
 
  private:
   struct State;

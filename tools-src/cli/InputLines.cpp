@@ -1,10 +1,13 @@
 #include "InputLines.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <boost/json.hpp>
 #include <charconv>
 #include <cmath>
 #include <istream>
+#include <iterator>
 #include <ostream>
 
 #include "Duration.h"
@@ -17,6 +20,19 @@ namespace json = boost::json;
 
 /// A line that is longer is not read to its end, so that a file without line ends cannot take up the memory.
 constexpr std::size_t longestLine = std::size_t{1024} * 1024;
+
+std::string withoutControls(std::string_view text) {
+  std::string result;
+  for (const char letter : text) {
+    const unsigned code = static_cast<unsigned char>(letter);
+    if (code < 0x20 || code == 0x7F) {
+      fmt::format_to(std::back_inserter(result), "\\u{:04x}", code);
+    } else {
+      result += letter;
+    }
+  }
+  return result;
+}
 
 std::string kindOf(const json::value& value) {
   switch (value.kind()) {
@@ -46,7 +62,15 @@ std::string text(const json::value& value, std::string_view path) {
   return std::string(value.get_string());
 }
 
-EventValue parameterValue(const json::value& value, std::string_view path) {
+/// The double nearest to what is spelled. The parser's own can be off in the last place, and revenue rules count a
+/// bound itself.
+double nearestDouble(double parsed, std::string_view spelled) {
+  double nearest = parsed;
+  std::from_chars(spelled.data(), spelled.data() + spelled.size(), nearest);  // left alone when out of range
+  return nearest;
+}
+
+EventValue parameterValue(const json::value& value, std::string_view textOfValue, std::string_view path) {
   switch (value.kind()) {
     case json::kind::string:
       return std::string(value.get_string());
@@ -58,16 +82,17 @@ EventValue parameterValue(const json::value& value, std::string_view path) {
       if (!std::isfinite(value.get_double())) {
         fail(path, "the number is too large");
       }
-      return value.get_double();
+      return nearestDouble(value.get_double(), textOfValue);
     default:
       fail(path, "a number or a text is expected, not " + kindOf(value));
   }
 }
 
-EventParameters eventParameters(const json::value& value) {
+EventParameters eventParameters(const json::value& value, std::string_view textOfLine) {
   if (!value.is_object()) {
     fail("params", "an object is expected, not " + kindOf(value));
   }
+  const std::string_view textOfParams = jsonMemberText(textOfLine, "params").value();
   EventParameters params;
   for (const auto& [name, member] : value.get_object()) {
     const std::string path = "params." + std::string(name);
@@ -75,15 +100,16 @@ EventParameters eventParameters(const json::value& value) {
     if (!param) {
       fail(path, "unknown parameter; \"revenue\" is the only one");
     }
-    params.emplace(*param, parameterValue(member, path));
+    const std::string_view textOfMember = jsonMemberText(textOfParams, key(*param)).value();
+    params.emplace(*param, parameterValue(member, textOfMember, path));
   }
   return params;
 }
 
-Step eventStep(const json::value& value, const json::object& line, std::string_view) {
+Step eventStep(const json::value& value, const json::object& line, std::string_view textOfLine) {
   EventStep step{text(value, "event"), std::nullopt};
   if (const json::value* params = line.if_contains("params")) {
-    step.params = eventParameters(*params);
+    step.params = eventParameters(*params, textOfLine);
   }
   return step;
 }
@@ -252,6 +278,8 @@ std::chrono::seconds timeOfLine(const json::value& value) {
 }
 
 }  // namespace
+
+LineError::LineError(std::string_view reason) : std::runtime_error(withoutControls(reason)) {}
 
 InputLine parseInputLine(std::string_view textOfLine, InputTime time) {
   json::error_code error;

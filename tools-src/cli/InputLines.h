@@ -57,10 +57,11 @@ enum class InputTime {
   script,  ///< lines say when they happen, with "at"
 };
 
-/// What is wrong with a line, with the JSON path of the member where there is one.
+/// What is wrong with a line, with the JSON path of the member where there is one. Names and texts of the line may hold
+/// any character; control characters become escapes, so that a report stays one line and does nothing to a terminal.
 class LineError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit LineError(std::string_view reason);
 };
 
 /// Reads one line, which is not blank. Throws `LineError`.

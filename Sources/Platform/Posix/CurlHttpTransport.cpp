@@ -1,10 +1,15 @@
 #include "Platform/Posix/CurlHttpTransport.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -16,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/OwnProcess.h"
 #include "quillmar/platform/URLError.h"
 
 namespace quillmar::platform {
@@ -28,6 +34,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int kMaxRedirects = 20;
 constexpr int kOverallTimeoutFactor = 10;
 constexpr std::size_t kMostConnections = 1000;
+constexpr auto kPatienceAtExit = 2s;
 constexpr std::chrono::duration<double> kLongestTimeout = std::chrono::hours(24 * 365);  // keeps sums in range
 
 template <auto release>
@@ -166,8 +173,89 @@ std::error_code toError(CURLcode code) noexcept {
   }
 }
 
+/// OpenSSL takes itself down when the process exits, under the feet of threads that use it. It can be told not to, as
+/// long as nobody has used it yet; a libcurl on another library needs nothing. Looked up, so that the library need not
+/// be linked with what libcurl is linked with.
+void keepTlsUntilTheEnd() noexcept {
+  constexpr std::uint64_t kNoAtExit = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
+  using Initialize = int (*)(std::uint64_t, const void*);
+  if (const auto initialize = reinterpret_cast<Initialize>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
+    initialize(kNoAtExit, nullptr);
+  }
+}
+
+/// What `keepTlsUntilTheEnd` cannot do when the host has used OpenSSL before: keeps the transports' threads out of
+/// libcurl, but for its waiting, from the moment that the process exits. Never destroyed.
+class ExitGate {
+ public:
+  /// The first call must come before libcurl is initialized.
+  static ExitGate& instance() {
+    static ExitGate& gate = *new ExitGate;
+    return gate;
+  }
+
+  /// A stay in libcurl; false, and none, once the process exits.
+  class Stay {
+   public:
+    explicit Stay(ExitGate& gate) noexcept : gate_(gate), isGranted_(gate.enter()) {}
+    ~Stay() {
+      if (isGranted_) {
+        gate_.leave();
+      }
+    }
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+
+    explicit operator bool() const noexcept { return isGranted_; }
+
+   private:
+    ExitGate& gate_;
+    const bool isGranted_;
+  };
+
+  bool isClosed() noexcept {
+    const std::lock_guard lock(mutex_);
+    return closed_;
+  }
+
+ private:
+  ExitGate() {
+    // Exit handlers run in the reverse order: this one before that of whoever was there first.
+    static_cast<void>(std::atexit([] { instance().close(); }));
+  }
+
+  bool enter() noexcept {
+    const std::lock_guard lock(mutex_);
+    inside_ += closed_ ? 0 : 1;
+    insideHere_ += closed_ ? 0 : 1;
+    return !closed_;
+  }
+  void leave() noexcept {
+    const std::lock_guard lock(mutex_);
+    --inside_;
+    --insideHere_;
+    left_.notify_all();
+  }
+  void close() noexcept {
+    if (::getpid() != process_) {
+      return;  // a forked child has none of the threads, and perhaps a lock that nobody will give back
+    }
+    std::unique_lock lock(mutex_);
+    closed_ = true;
+    // A completion may take its time, or may be the one that exits.
+    left_.wait_for(lock, kPatienceAtExit, [this] { return inside_ == insideHere_; });
+  }
+
+  static inline thread_local int insideHere_ = 0;
+  const pid_t process_ = ::getpid();
+  std::mutex mutex_;
+  std::condition_variable left_;
+  int inside_ = 0;
+  bool closed_ = false;
+};
+
 void initializeCurl() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const CURLcode result = (ExitGate::instance(), keepTlsUntilTheEnd(), curl_global_init(CURL_GLOBAL_DEFAULT));
   if (result != CURLE_OK) {
     throw std::runtime_error(curl_easy_strerror(result));
   }
@@ -231,6 +319,13 @@ curl_off_t bytesMoved(CURL* easy) noexcept {
   return sent + received + head;
 }
 
+/// Whether the first byte of an answer has come.
+bool hasAnswered(CURL* easy) noexcept {
+  curl_off_t microseconds = 0;
+  curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &microseconds);
+  return microseconds > 0;
+}
+
 std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept {
   auto& exchange = *static_cast<Exchange*>(context);
   if (size > exchange.maxBodyBytes - exchange.body.size()) {
@@ -289,11 +384,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     Exchanges added;
     auto node = added.extract(added.emplace(0, Exchange(std::move(request), std::move(completion))).first);
     const std::lock_guard lock(mutex_);
-    const bool launched = thread_.joinable();
-    if (!launched) {
-      initializeCurl();
-      multi_ = makeMulti(static_cast<long>(options_.maxConnections));
-      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    if (!thread_.joinable()) {
+      launch();
     }
     const RequestId id = ++lastId_;
     node.key() = id;
@@ -333,6 +425,15 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   }
 
  private:
+  /// Called with the mutex held. Does nothing when the process exits: the requests wait for ever then.
+  void launch() {
+    if (const ExitGate::Stay stay(ExitGate::instance()); stay) {
+      initializeCurl();
+      multi_ = makeMulti(static_cast<long>(options_.maxConnections));
+      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    }
+  }
+
   using Exchanges = std::map<RequestId, Exchange>;  // the oldest first; nodes move between maps without allocating
 
   /// Called with the mutex held. One wake-up is enough until the thread looks at the queue again.
@@ -343,20 +444,43 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   }
 
   void run() noexcept {
+    ExitGate& gate = ExitGate::instance();
+    bool broken = false;
     while (!isStopping()) {
-      endCancelled();
-      while (Exchange* exchange = admit()) {
-        begin(*exchange);
+      {
+        const ExitGate::Stay stay(gate);
+        if (!stay) {
+          break;
+        }
+        broken = !work(broken);
       }
-      int active = 0;
-      const CURLMcode code = curl_multi_perform(multi_.get(), &active);
-      reapFinished();
-      watchActivity();
-      if (code != CURLM_OK || !block()) {
-        abandonAll();
+      broken = broken || !block();
+    }
+    if (const ExitGate::Stay stay(gate); stay) {
+      end();
+    } else {
+      OwnProcess::abandon(shared_from_this());  // to clean up is to use TLS
+      const std::lock_guard lock(mutex_);
+      if (thread_.joinable()) {
+        thread_.detach();  // nobody will wait for it
       }
     }
-    end();
+  }
+
+  /// Everything but waiting. False when libcurl cannot go on.
+  bool work(bool broken) noexcept {
+    if (broken) {
+      abandonAll();
+    }
+    endCancelled();
+    while (Exchange* exchange = admit()) {
+      begin(*exchange);
+    }
+    int active = 0;
+    const CURLMcode code = curl_multi_perform(multi_.get(), &active);
+    reapFinished();
+    watchActivity();
+    return code == CURLM_OK;
   }
 
   void endCancelled() noexcept {
@@ -443,7 +567,13 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       const HttpRequest& request = exchange.request;
       const bool headersFit = std::ranges::all_of(
           request.headers, [](const auto& header) { return isToken(header.first) && isHeaderValue(header.second); });
-      std::error_code error = parseOrigin(request.url, exchange.origin);
+      std::error_code error;
+      if (request.url != lastUrl_) {  // most requests go where the last one went
+        lastUrl_.clear();
+        error = parseOrigin(request.url, lastOrigin_);
+        lastUrl_ = error ? std::string() : request.url;
+      }
+      exchange.origin = lastOrigin_;
       if (!error && !(isToken(request.method) && headersFit)) {
         error = URLError::badURL;
       }
@@ -471,14 +601,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
         spare_.pop_back();
       } else {
         spare_.reserve(handles_ + 1);  // so that giving the handle back cannot fail
-        exchange.easy.reset(curl_easy_init());
-        if (!exchange.easy) {
-          throw std::bad_alloc();
-        }
+        exchange.easy = makeEasy();
         ++handles_;
       }
     }
-    curl_easy_reset(exchange.easy.get());
     exchange.body.clear();
     exchange.headEnded = false;
     exchange.bytesMoved = 0;
@@ -491,10 +617,13 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     exchange.transferring = true;
   }
 
-  void configure(Exchange& exchange) {
-    Options options(exchange.easy.get());
-    options.set(CURLOPT_PRIVATE, &exchange);
-    options.set(CURLOPT_URL, exchange.request.url.c_str());
+  /// A handle with the options that are the same for every request. It keeps them from transfer to transfer.
+  EasyHandle makeEasy() {
+    EasyHandle easy(curl_easy_init());
+    if (!easy) {
+      throw std::bad_alloc();
+    }
+    Options options(easy.get());
     options.set(CURLOPT_PATH_AS_IS, 1L);
     options.set(CURLOPT_PROTOCOLS_STR, "http,https");
     options.set(CURLOPT_FOLLOWLOCATION, 0L);  // `redirect` does that: it knows which headers may go along
@@ -510,9 +639,17 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
     options.set(CURLOPT_HEADERFUNCTION, &receiveHeadLine);
-    options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
+    return easy;
+  }
+
+  /// Sets what differs from request to request: each option here is set each time.
+  void configure(Exchange& exchange) {
+    Options options(exchange.easy.get());
+    options.set(CURLOPT_PRIVATE, &exchange);
+    options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEDATA, static_cast<void*>(&exchange));
+    options.set(CURLOPT_URL, exchange.request.url.c_str());
 
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - exchange.lastActivity);
     options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(exchange.timeout.count()), 1L));
@@ -526,24 +663,20 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   /// True when libcurl sends the length of the body.
   static bool configureMethod(Options& options, const HttpRequest& request) {
     const std::string& method = request.method;
-    if (method == "HEAD") {
+    const bool hasBody =
+        method == "POST" || method == "PUT" || method == "PATCH" || (!request.body.empty() && method != "HEAD");
+    if (hasBody) {
+      options.set(CURLOPT_POST, 1L);
+      options.set(CURLOPT_POSTFIELDS, request.body.data());  // not copied: the exchange outlives the transfer
+      options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    } else if (method == "HEAD") {
       options.set(CURLOPT_NOBODY, 1L);
-      return false;
-    }
-    if (request.body.empty() && method != "POST" && method != "PUT" && method != "PATCH") {
+    } else {
       options.set(CURLOPT_HTTPGET, 1L);
-      if (method != "GET") {
-        options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
-      }
-      return false;
     }
-    options.set(CURLOPT_POST, 1L);
-    options.set(CURLOPT_POSTFIELDS, request.body.data());  // not copied: the exchange outlives the transfer
-    options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-    if (method != "POST") {
-      options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
-    }
-    return true;
+    const bool isUsual = method == "HEAD" || method == (hasBody ? "POST" : "GET");
+    options.set(CURLOPT_CUSTOMREQUEST, isUsual ? nullptr : method.c_str());
+    return hasBody;
   }
 
   static void configureHeaders(Exchange& exchange, bool hasBody) {
@@ -558,7 +691,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       } else if (isBlank(value)) {
         addHeader(list, name + ";");  // how libcurl is told to send an empty value
       } else {
-        addHeader(list, fmt::format("{}: {}", name, value));
+        addHeader(list, name + ": " + value);
       }
     }
     for (const std::string_view name : unwanted) {
@@ -586,7 +719,10 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
 
   void conclude(Exchange& exchange, CURLcode code) noexcept {
     if (code != CURLE_OK) {
-      const std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      if (code == CURLE_OUT_OF_MEMORY && !exchange.headEnded && hasAnswered(exchange.easy.get())) {
+        error = URLError::badServerResponse;  // libcurl's word for a head with too long a line
+      }
       finish(exchange, failure(exchange, error));
       return;
     }
@@ -728,6 +864,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
   MultiHandle multi_;              // made before the thread starts; else the thread's, but for `curl_multi_wakeup`
   std::vector<EasyHandle> spare_;  // the thread's
   std::size_t handles_ = 0;        // the thread's
+  std::string lastUrl_;            // the thread's: the address that was last taken apart,
+  Origin lastOrigin_;              // and its origin
 };
 
 CurlHttpTransport::CurlHttpTransport(CurlHttpTransportOptions options)
@@ -735,6 +873,9 @@ CurlHttpTransport::CurlHttpTransport(CurlHttpTransportOptions options)
 
 CurlHttpTransport::~CurlHttpTransport() {
   engine_->stop();
+  if (ExitGate::instance().isClosed()) {
+    OwnProcess::abandon(std::move(engine_));
+  }
 }
 
 HttpTransport::RequestId CurlHttpTransport::start(HttpRequest request, Completion completion) {

@@ -93,7 +93,8 @@ struct SharedPlatforms {
 
 Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   const std::string folder = dataFolder(options.dataDirectory);
-  const auto executor = std::make_shared<ThreadPoolExecutor>();
+  // One thread: an event's way is one queue anyway, and going back and forth between two costs more than it gains.
+  const auto executor = std::make_shared<ThreadPoolExecutor>(1);
   CurlHttpTransportOptions http;
   http.caFile = options.caFile;
 

@@ -87,6 +87,8 @@ class SqliteDatabase {
   /// The single number that `sql` gives.
   int readInteger(std::string_view sql, std::int64_t& value) noexcept;
 
+  std::int64_t lastInsertedRow() const noexcept { return sqlite3_last_insert_rowid(handle_.get()); }
+
   /// SQLite's words for the last error.
   std::string lastMessage() const { return sqlite3_errmsg(handle_.get()); }
 

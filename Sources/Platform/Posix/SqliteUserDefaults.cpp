@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -19,13 +21,16 @@ constexpr std::int64_t schemaVersion = 1;
 constexpr const char* schema =
     "CREATE TABLE value(key TEXT PRIMARY KEY NOT NULL, content BLOB NOT NULL) WITHOUT ROWID;"
     "CREATE TABLE segment(sequence INTEGER PRIMARY KEY, key TEXT NOT NULL, offset INTEGER NOT NULL, bytes BLOB NOT "
-    "NULL);"
-    "CREATE INDEX segment_by_key ON segment(key);"
+    "NULL);"  // without an index by key: it would double what an append writes, and few keys have data values
     "PRAGMA user_version = 1;";
 
 /// From this many segments on a data value is put together when the store is opened. It keeps the time to open and to
 /// read in bounds; it is done at opening only, so that no append ever pays for the length of the value.
 constexpr std::size_t mergeThreshold = 1024;
+
+/// A segment below this size is small. This many small ones in a row become one that is not.
+constexpr std::size_t smallSegmentSize = 4096;
+constexpr std::size_t smallSegmentLimit = 256;
 
 constexpr const char* memoryFile = ":memory:";
 
@@ -45,28 +50,28 @@ std::error_code createFile(const std::string& file) {
 /// Rolls back unless it was committed.
 class SqliteUserDefaults::Transaction {
  public:
-  explicit Transaction(SqliteDatabase& database) : database_(database) {}
+  explicit Transaction(SqliteUserDefaults& store) : store_(store) {}
   ~Transaction() {
     if (open_) {
-      database_.execute("ROLLBACK");
+      store_.rollback_.run();
     }
   }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
 
   int begin() {
-    const int result = database_.execute("BEGIN IMMEDIATE");
+    const int result = store_.begin_.run();
     open_ = result == SQLITE_OK;
     return result;
   }
   int commit() {
-    const int result = database_.execute("COMMIT");
+    const int result = store_.commit_.run();
     open_ = result != SQLITE_OK;
     return result;
   }
 
  private:
-  SqliteDatabase& database_;
+  SqliteUserDefaults& store_;
   bool open_ = false;
 };
 
@@ -141,7 +146,12 @@ int SqliteUserDefaults::prepareSchema(std::chrono::milliseconds busyTimeout, std
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF; PRAGMA trusted_schema = "
         "OFF");
   }
-  Transaction transaction(database_);
+  const std::pair<SqliteStatement*, std::string_view> brackets[] = {
+      {&begin_, "BEGIN IMMEDIATE"}, {&commit_, "COMMIT"}, {&rollback_, "ROLLBACK"}};
+  for (const auto& [statement, sql] : brackets) {
+    result = result == SQLITE_OK ? database_.prepare(sql, *statement) : result;
+  }
+  Transaction transaction(*this);
   if (result == SQLITE_OK) {
     result = transaction.begin();  // also finds out whether the file can be written at all
   }
@@ -171,6 +181,8 @@ int SqliteUserDefaults::prepareStatements() {
       {&selectData_, "SELECT offset, bytes FROM segment WHERE key = ? ORDER BY sequence"},
       {&insertSegment_, "INSERT INTO segment(key, offset, bytes) VALUES(?, ?, ?)"},
       {&deleteSegments_, "DELETE FROM segment WHERE key = ?"},
+      {&selectTail_, "SELECT offset, bytes FROM segment WHERE key = ? AND sequence >= ? ORDER BY sequence"},
+      {&deleteTail_, "DELETE FROM segment WHERE key = ? AND sequence >= ?"},
       {&insertValue_, "INSERT INTO value(key, content) VALUES(?, ?)"},
       {&deleteValue_, "DELETE FROM value WHERE key = ?"},
       {&dataVersion_, "PRAGMA data_version"},
@@ -232,7 +244,7 @@ int SqliteUserDefaults::loadSmallValues(Entries& entries) {
 int SqliteUserDefaults::loadData(Entries& entries) {
   SqliteStatement select;
   int result = database_.prepare(
-      "SELECT key, offset, CASE typeof(bytes) WHEN 'blob' THEN length(bytes) ELSE -1 END FROM segment "
+      "SELECT key, offset, CASE typeof(bytes) WHEN 'blob' THEN length(bytes) ELSE -1 END, sequence FROM segment "
       "ORDER BY key, sequence",
       select);
   if (result != SQLITE_OK) {
@@ -263,6 +275,9 @@ int SqliteUserDefaults::loadData(Entries& entries) {
     const std::int64_t size = select.integer(2);
     const bool fits = length && offset >= 0 && offset <= *length && size >= 0;
     length = fits ? std::optional(offset + size) : std::nullopt;
+    if (fits) {
+      noteSegment(entries[current->first], select.integer(3), static_cast<std::size_t>(size));
+    }
   }
   finish();
   if (result != SQLITE_DONE) {
@@ -281,6 +296,7 @@ int SqliteUserDefaults::loadData(Entries& entries) {
       if (result != SQLITE_OK) {
         return result;
       }
+      entries[key].smallSegments = 0;
     }
   }
   return SQLITE_OK;
@@ -319,10 +335,14 @@ std::optional<PropertyListValue> SqliteUserDefaults::object(std::string_view key
 
 std::error_code SqliteUserDefaults::set(std::string_view key, PropertyListValue value) {
   const auto* data = value.as<PropertyListValue::Data>();
+  const std::lock_guard lock(writeMutex_);
+  if (const auto found = entries_.find(key);
+      data == nullptr && found != entries_.end() && found->second.value == value && dirty_.find(key) == dirty_.end()) {
+    return {};  // on disk already
+  }
   if (data == nullptr && !encodePropertyList(value)) {
     return std::make_error_code(std::errc::invalid_argument);
   }
-  const std::lock_guard lock(writeMutex_);
   dirty_.emplace(key);
   std::optional<PropertyListValue> old;  // destroyed outside the lock
   {
@@ -373,8 +393,8 @@ std::error_code SqliteUserDefaults::replaceDataTail(std::string_view key, std::s
 std::error_code SqliteUserDefaults::commit(const Tail* tail) {
   // Allocated now, since nothing may fail between the commit and the update of the entries.
   std::vector<std::optional<PropertyListValue>> released(dirty_.size());
-  Transaction transaction(database_);
-  int result = transaction.begin();
+  std::optional<Transaction> transaction(*this);
+  int result = transaction->begin();
   if (result == SQLITE_OK) {
     const std::uint64_t expected = tail != nullptr ? entries_.find(tail->key)->second.revision : 0;
     result = reloadIfChanged();
@@ -390,36 +410,95 @@ std::error_code SqliteUserDefaults::commit(const Tail* tail) {
   if (result == SQLITE_OK && tail != nullptr) {
     result = insertSegment(tail->key, tail->keep, tail->bytes);
   }
+  const std::int64_t tailSequence = database_.lastInsertedRow();
   if (result == SQLITE_OK) {
-    result = transaction.commit();
+    result = transaction->commit();
   }
+  transaction.reset();
   if (result != SQLITE_OK) {
     return sqliteError(result);
   }
   auto slot = released.begin();
-  const std::lock_guard lock(cacheMutex_);
-  for (const std::string& key : dirty_) {
-    if (const auto entry = entries_.find(key); entry != entries_.end() && entry->second.dataLength) {
-      slot++->swap(entry->second.value);  // on disk now
+  Entry* appended = nullptr;
+  {
+    const std::lock_guard lock(cacheMutex_);
+    for (const std::string& key : dirty_) {
+      if (const auto entry = entries_.find(key); entry != entries_.end() && entry->second.dataLength) {
+        slot++->swap(entry->second.value);  // on disk now
+        entry->second.smallSegments = 0;    // what is before the next append stays as it is
+      }
+    }
+    dirty_.clear();
+    if (tail != nullptr) {
+      appended = &entries_.find(tail->key)->second;
+      appended->dataLength = tail->keep + tail->bytes.size();
+      ++appended->revision;
+      noteSegment(*appended, tailSequence, tail->bytes.size());
     }
   }
-  dirty_.clear();
-  if (tail != nullptr) {
-    Entry& entry = entries_.find(tail->key)->second;
-    entry.dataLength = tail->keep + tail->bytes.size();
-    ++entry.revision;
+  if (appended != nullptr && appended->smallSegments >= smallSegmentLimit) {
+    appended->smallSegments = 0;
+    putSmallSegmentsTogether(tail->key, appended->firstSmall);
   }
   return {};
 }
 
-int SqliteUserDefaults::reloadIfChanged() {
-  const int result = dataVersion_.bind().step();
-  const std::int64_t version = result == SQLITE_ROW ? dataVersion_.integer(0) : 0;
-  dataVersion_.reset();
-  if (result != SQLITE_ROW) {
-    return result;
+void SqliteUserDefaults::noteSegment(Entry& entry, std::int64_t sequence, std::size_t size) {
+  if (size >= smallSegmentSize) {
+    entry.smallSegments = 0;
+  } else if (entry.smallSegments++ == 0) {
+    entry.firstSmall = sequence;
   }
-  return version == knownDataVersion_ ? SQLITE_OK : load();
+}
+
+/// The value stays the same; should this fail, it stays in pieces.
+void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int64_t first) {
+  try {
+    Transaction transaction(*this);
+    bool changed = true;
+    if (transaction.begin() == SQLITE_OK && lookForChange(changed) == SQLITE_OK && !changed &&
+        mergeSegments(key, first) == SQLITE_OK) {
+      transaction.commit();
+    }
+  } catch (const std::bad_alloc&) {  // rolled back; the append that led here is done all the same
+  }
+}
+
+/// Replaces the segments of the key from `first` on by one that does the same.
+int SqliteUserDefaults::mergeSegments(std::string_view key, std::int64_t first) {
+  std::optional<std::int64_t> offset;
+  std::string bytes;
+  selectTail_.bind(key, first);
+  int result = SQLITE_DONE;
+  while ((result = selectTail_.step()) == SQLITE_ROW) {
+    const std::int64_t next = selectTail_.integer(0);
+    offset = std::min(offset.value_or(next), next);
+    const auto keep = static_cast<std::size_t>(next - *offset);
+    if (keep > bytes.size()) {
+      break;
+    }
+    bytes.resize(keep);
+    bytes.append(selectTail_.bytes(1));
+  }
+  selectTail_.reset();
+  if (result == SQLITE_DONE) {
+    result = deleteTail_.bind(key, first).run();
+  }
+  return result == SQLITE_OK && offset ? insertSegment(key, static_cast<std::size_t>(*offset), bytes) : result;
+}
+
+int SqliteUserDefaults::reloadIfChanged() {
+  bool changed = false;
+  const int result = lookForChange(changed);
+  return result == SQLITE_OK && changed ? load() : result;
+}
+
+/// Whether another process has written to the file since it was read.
+int SqliteUserDefaults::lookForChange(bool& changed) {
+  const int result = dataVersion_.bind().step();
+  changed = result == SQLITE_ROW && dataVersion_.integer(0) != knownDataVersion_;
+  dataVersion_.reset();
+  return result == SQLITE_ROW ? SQLITE_OK : result;
 }
 
 int SqliteUserDefaults::writeEntry(const std::string& key, const Entry& entry) {

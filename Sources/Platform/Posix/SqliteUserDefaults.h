@@ -20,7 +20,8 @@ namespace quillmar::platform {
 ///
 /// Small values are held in memory, and written through. A data value stays on disk, as segments: it is what remains
 /// when, for each segment in order, the bytes are cut off at the segment's offset and the segment's bytes appended. So
-/// replacing the tail is one small insert whatever the length.
+/// replacing the tail is one small insert whatever the length. Every now and then the small segments at the end are put
+/// together to a larger one, so that reading a long value stays fast.
 ///
 /// A file belongs to one process. When another one changes it all the same, that is noticed at the next write and
 /// everything is read anew, so that the two may lose each other's changes but do not damage the file.
@@ -53,6 +54,8 @@ class SqliteUserDefaults : public UserDefaults {
     std::optional<PropertyListValue> value;
     std::optional<std::size_t> dataLength;  ///< of a data value, wherever it is
     std::uint64_t revision = 0;
+    std::size_t smallSegments = 0;  ///< so many at the end of a data value wait to be put together
+    std::int64_t firstSmall = 0;    ///< the sequence number of the first of them
 
     bool exists() const noexcept { return value || dataLength; }
   };
@@ -75,9 +78,13 @@ class SqliteUserDefaults : public UserDefaults {
   int loadSmallValues(Entries& entries);
   int loadData(Entries& entries);
   int reloadIfChanged();
+  int lookForChange(bool& changed);
   int writeEntry(const std::string& key, const Entry& entry);
   int insertSegment(std::string_view key, std::size_t offset, std::string_view bytes);
   int readData(std::string_view key, std::size_t length, std::string& bytes) const;
+  static void noteSegment(Entry& entry, std::int64_t sequence, std::size_t size);
+  void putSmallSegmentsTogether(std::string_view key, std::int64_t first);
+  int mergeSegments(std::string_view key, std::int64_t first);
 
   std::error_code commit(const Tail* tail = nullptr);
   void reportDamage(std::string_view key) const;
@@ -89,7 +96,8 @@ class SqliteUserDefaults : public UserDefaults {
   mutable std::mutex writeMutex_;
   mutable SqliteDatabase database_;
   mutable SqliteStatement selectData_;
-  SqliteStatement insertSegment_, deleteSegments_, insertValue_, deleteValue_, dataVersion_;
+  SqliteStatement begin_, commit_, rollback_, dataVersion_;
+  SqliteStatement selectTail_, insertSegment_, deleteSegments_, deleteTail_, insertValue_, deleteValue_;
   std::int64_t knownDataVersion_ = 0;
   std::set<std::string, std::less<>> dirty_;  ///< keys whose entries are not on disk yet
 

@@ -14,8 +14,9 @@
 namespace quillmar::platform {
 
 struct ThreadPoolExecutor::State {
-  static constexpr std::size_t threadCount = 2;
+  explicit State(std::size_t count) : threadCount(count) {}
 
+  const std::size_t threadCount;
   boost::asio::io_context context{static_cast<int>(threadCount)};
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{context.get_executor()};
   std::atomic<bool> started{false};
@@ -27,7 +28,7 @@ struct ThreadPoolExecutor::State {
   /// pays for one only.
   static void startThread(const std::shared_ptr<State>& state) {
     const std::lock_guard lock(state->mutex);
-    if (state->stopping || state->threads.size() == threadCount) {
+    if (state->stopping || state->threads.size() == state->threadCount) {
       return;
     }
     try {
@@ -53,7 +54,7 @@ struct ThreadPoolExecutor::State {
   }
 };
 
-ThreadPoolExecutor::ThreadPoolExecutor() : state_(std::make_shared<State>()) {}
+ThreadPoolExecutor::ThreadPoolExecutor(std::size_t threads) : state_(std::make_shared<State>(threads)) {}
 
 ThreadPoolExecutor::~ThreadPoolExecutor() {
   std::vector<std::thread> threads;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -8,10 +9,10 @@
 
 namespace quillmar::platform {
 
-/// Two threads over an Asio context. They are started by the first use and sleep while there is nothing to do.
+/// Threads over an Asio context. They are started by the first use and sleep while there is nothing to do.
 class ThreadPoolExecutor : public Executor {
  public:
-  ThreadPoolExecutor();
+  explicit ThreadPoolExecutor(std::size_t threads);
 
   /// Waits for the work that is running and drops the rest. May run on one of the pool's own threads, which then ends
   /// by itself.

@@ -95,7 +95,13 @@ InMemoryHttpTransport::RequestId InMemoryHttpTransport::start(HttpRequest reques
     const std::lock_guard lock(state_->mutex);
     state_->exchanges.emplace(identifier, State::Exchange{std::move(completion), std::move(answer.result), {}});
   }
-  State::finishAfter(state_, identifier, answer.delay);
+  try {
+    State::finishAfter(state_, identifier, answer.delay);
+  } catch (...) {  // out of memory: the request was not started
+    const std::lock_guard lock(state_->mutex);
+    state_->exchanges.erase(identifier);
+    throw;
+  }
   return identifier;
 }
 

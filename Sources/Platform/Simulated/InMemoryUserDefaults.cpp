@@ -1,5 +1,7 @@
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 
+#include <algorithm>
+
 namespace quillmar::simulated {
 
 using platform::PropertyListValue;
@@ -41,9 +43,13 @@ std::error_code InMemoryUserDefaults::replaceDataTail(std::string_view key, std:
   }
   // The bytes are this store's own and not const; changing them in place keeps an append from copying the value.
   std::string& bytes = const_cast<std::string&>(data->bytes);
+  // What needs memory comes first: either all of it happens or nothing.
+  if (bytes.capacity() < keep + tail.size()) {
+    bytes.reserve(std::max(keep + tail.size(), 2 * bytes.capacity()));
+  }
+  ++revisions_[std::string(key)];
   bytes.resize(keep);
   bytes.append(tail);
-  ++revisions_[std::string(key)];
   return {};
 }
 

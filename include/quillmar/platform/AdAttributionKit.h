@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/StoreKitAdNetwork.h"
 
 namespace quillmar::platform {
@@ -19,7 +20,7 @@ struct PostbackUpdate {
 };
 
 /// AdAttributionKit, on systems from 18.0. Called on the main executor; must not block.
-class AdAttributionKit {
+class QUILLMAR_API AdAttributionKit {
  public:
   virtual ~AdAttributionKit() = default;
 

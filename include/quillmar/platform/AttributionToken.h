@@ -4,6 +4,7 @@
 #include <string>
 #include <variant>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/PlatformError.h"
 
 namespace quillmar::platform {
@@ -12,7 +13,7 @@ namespace quillmar::platform {
 using AttributionTokenResult = std::variant<std::string, PlatformError>;
 
 /// Gives the token that search-ads attribution is asked for with. Source: AdServices' `AAAttribution`.
-class AttributionTokenProvider {
+class QUILLMAR_API AttributionTokenProvider {
  public:
   using Completion = std::function<void(AttributionTokenResult)>;
 

@@ -2,10 +2,12 @@
 
 #include <string>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// The host app's bundle.
-struct Bundle {
+struct QUILLMAR_API Bundle {
   std::string identifier;
 
   /// The bundle of the running app.

@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <functional>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// The time, the local time zone and timers.
-class Clock {
+class QUILLMAR_API Clock {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
   using TimerId = std::uint64_t;

@@ -2,10 +2,12 @@
 
 #include <string>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// The device that the app runs on.
-class Device {
+class QUILLMAR_API Device {
  public:
   virtual ~Device() = default;
 

@@ -2,10 +2,12 @@
 
 #include <functional>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// Runs the library's work off the caller's thread. Source: a dispatch queue, a thread pool, an event loop.
-class Executor {
+class QUILLMAR_API Executor {
  public:
   virtual ~Executor() = default;
 

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// What tells one state of a file from another without reading it.
@@ -32,7 +34,7 @@ enum class WriteMode : std::uint8_t {
 /// All operations run on the calling thread, any but the host's, and may block on the disk. Paths are absolute and
 /// UTF-8. What is created is readable and writable by the user only. Errors are those of the system
 /// (`std::system_category` or `std::generic_category`); nothing is thrown for them.
-class FileManager {
+class QUILLMAR_API FileManager {
  public:
   virtual ~FileManager() = default;
 

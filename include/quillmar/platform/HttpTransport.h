@@ -8,6 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// How a cache between the library and the service may be used. Source: Apple's URL request cache policy.
@@ -39,7 +41,7 @@ struct HttpResult {
 /// An adapter verifies TLS certificates, follows redirects without ever going from HTTPS to HTTP or handing
 /// "Authorization" to another host, caps the size of a body while it arrives, and keeps the number of connections
 /// small whatever the number of requests.
-class HttpTransport {
+class QUILLMAR_API HttpTransport {
  public:
   using Completion = std::function<void(HttpResult)>;
   using RequestId = std::uint64_t;

@@ -5,12 +5,13 @@
 #include <mutex>
 #include <utility>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/NotificationCenter.h"
 
 namespace quillmar::platform {
 
 /// A notification centre for hosts that know themselves when they become active.
-class InProcessNotificationCenter : public NotificationCenter {
+class QUILLMAR_API InProcessNotificationCenter : public NotificationCenter {
  public:
   ObserverId addObserver(Notification notification, std::function<void()> callback) override;
   void removeObserver(ObserverId observer) noexcept override;

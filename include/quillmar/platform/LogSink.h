@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <string_view>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 enum class LogSeverity : std::uint8_t { info, debug, error };
 
 /// Takes the library's log lines. Source: Apple's unified logging; standard error.
-class LogSink {
+class QUILLMAR_API LogSink {
  public:
   virtual ~LogSink() = default;
 

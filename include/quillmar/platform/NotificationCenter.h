@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 enum class Notification : std::uint8_t {
@@ -11,7 +13,7 @@ enum class Notification : std::uint8_t {
 };
 
 /// Tells the library when the app or one of its scenes becomes active.
-class NotificationCenter {
+class QUILLMAR_API NotificationCenter {
  public:
   using ObserverId = std::uint64_t;
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/AdAttributionKit.h"
 #include "quillmar/platform/AttributionToken.h"
 #include "quillmar/platform/Bundle.h"
@@ -24,7 +25,8 @@ namespace quillmar::platform {
 /// Everything outside the library that the library touches. No member may be null, unless it says so.
 struct Platform {
   std::shared_ptr<Executor> executor;
-  /// Where the ad networks are called, one item at a time. Null: a serial queue on `executor`.
+  /// Where the ad networks are called, one item at a time. Null: the serial queue on `executor` that events
+  /// are handled on.
   std::shared_ptr<Executor> mainExecutor;
   std::shared_ptr<Clock> clock;
   std::shared_ptr<HttpTransport> http;
@@ -61,14 +63,14 @@ struct DefaultPlatformOptions {
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
 /// networks do nothing and no subscription updates come; without AdServices the request for an attribution token fails.
 /// Does no I/O: folders, files and connections are opened at their first use.
-Platform makeDefaultPlatform(const DefaultPlatformOptions& options = {});
+QUILLMAR_API Platform makeDefaultPlatform(const DefaultPlatformOptions& options = {});
 
 /// The platform of `Quillmar::shared()`, and of the log. The first call without an earlier `setSharedPlatform` makes
 /// the default one.
-const Platform& sharedPlatform();
+QUILLMAR_API const Platform& sharedPlatform();
 
 /// Puts `platform` in the place of the default one. Call it before the library is first used; objects that exist
 /// keep the platform that they were made with. Any thread.
-void setSharedPlatform(Platform platform);
+QUILLMAR_API void setSharedPlatform(Platform platform);
 
 }  // namespace quillmar::platform

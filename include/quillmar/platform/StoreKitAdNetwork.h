@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/PlatformError.h"
 
 namespace quillmar::platform {
@@ -17,7 +18,7 @@ using AdNetworkCompletion = std::function<void(std::optional<PlatformError>)>;
 /// SKAdNetwork as StoreKit offers it. Called on the main executor; must not block.
 ///
 /// The library calls an operation only on systems that have it (the version is named with each).
-class StoreKitAdNetwork {
+class QUILLMAR_API StoreKitAdNetwork {
  public:
   virtual ~StoreKitAdNetwork() = default;
 

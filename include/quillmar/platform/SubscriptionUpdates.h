@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/PlatformError.h"
 
 namespace quillmar::platform {
@@ -31,7 +32,7 @@ struct SubscriptionStatusUpdate {
 };
 
 /// One listener's way through the updates. Its operations may be called from any thread.
-class SubscriptionStatusSubscription {
+class QUILLMAR_API SubscriptionStatusSubscription {
  public:
   /// Nothing: the stream has ended.
   using Callback = std::function<void(std::optional<SubscriptionStatusUpdate>)>;
@@ -49,7 +50,7 @@ class SubscriptionStatusSubscription {
 };
 
 /// The stream of subscription status updates. Source: StoreKit's `Product.SubscriptionInfo.Status.updates`.
-class SubscriptionStatusUpdates {
+class QUILLMAR_API SubscriptionStatusUpdates {
  public:
   virtual ~SubscriptionStatusUpdates() = default;
 

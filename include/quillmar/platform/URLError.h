@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// Why an HTTP exchange gave no response. Source: Apple's URL error domain.
@@ -23,9 +25,9 @@ enum class URLError {
 };
 
 /// The category of `URLError`; its message is a sentence, its case name the enumerator's.
-const std::error_category& urlErrorCategory() noexcept;
+QUILLMAR_API const std::error_category& urlErrorCategory() noexcept;
 
-std::error_code make_error_code(URLError error) noexcept;
+QUILLMAR_API std::error_code make_error_code(URLError error) noexcept;
 
 }  // namespace quillmar::platform
 

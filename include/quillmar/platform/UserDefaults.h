@@ -13,10 +13,12 @@
 #include <variant>
 #include <vector>
 
+#include "quillmar/Export.h"
+
 namespace quillmar::platform {
 
 /// A value that a settings store keeps. Source: a property list.
-class PropertyListValue {
+class QUILLMAR_API PropertyListValue {
  public:
   struct Data {
     std::string bytes;
@@ -57,7 +59,7 @@ class PropertyListValue {
 /// Called from any thread; safe for use from several at once. Reads are answered from memory once the store is open.
 /// Writes return when they will survive the end of the process. A read that runs while a write is going on gives the
 /// old value or the new one.
-class UserDefaults {
+class QUILLMAR_API UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 
@@ -97,7 +99,7 @@ class UserDefaults {
 };
 
 /// Opens settings stores. Source: the named suites and the standard store of Apple's user defaults.
-class UserDefaultsProvider {
+class QUILLMAR_API UserDefaultsProvider {
  public:
   virtual ~UserDefaultsProvider() = default;
 

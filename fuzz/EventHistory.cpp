@@ -1,0 +1,103 @@
+// The stored event history: JSON that the tracker appends to without reading it whole again.
+#include <algorithm>
+#include <array>
+
+#include "Conversion/EventTracker.h"
+#include "Json/Utf8.h"
+#include "Promises.h"
+#include "Target.h"
+#include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "quillmar/simulated/ManualClock.h"
+
+using namespace quillmar;
+using fuzz::require;
+using platform::PropertyListValue;
+
+namespace {
+
+constexpr std::size_t askedEvents = 16;  ///< of a long history, for which the rules are tried
+const platform::Clock::TimePoint now = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
+
+/// A store that cannot tell whether a value was changed, and appends by reading and writing.
+class SimpleStore : public simulated::InMemoryUserDefaults {
+ public:
+  std::optional<std::uint64_t> revision(std::string_view) const override { return std::nullopt; }
+  std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
+    return UserDefaults::replaceDataTail(key, keep, tail);
+  }
+};
+
+/// The tracker's rule, in one line and over the plain list.
+bool isMet(const std::vector<TrackedEvent>& events, const ConversionValues::RequiredEvent& rule) {
+  return std::any_of(events.begin(), events.end(), [&rule](const TrackedEvent& event) {
+    const auto revenue = event.parameters.find("revenue");
+    return event.name == rule.name && (!rule.revenueMin || !rule.revenueMax ||
+                                       (revenue != event.parameters.end() && *rule.revenueMin <= revenue->second &&
+                                        revenue->second <= *rule.revenueMax));
+  });
+}
+
+void requireAnswers(EventTracker& tracker, const std::vector<TrackedEvent>& events) {
+  require(tracker.getAllTrackedEvents() == events, "the stored history is the one that was there and what came since");
+  std::set<std::string> names;
+  for (const TrackedEvent& event : events) {
+    names.insert(event.name);
+  }
+  require(tracker.getTrackedEventNames() == names, "the index knows each name and no other");
+  require(tracker.areEventsCompleted({names.begin(), names.end()}), "all tracked events are completed");
+  require(!tracker.areEventsCompleted({"no event has this name"}), "an event that was not tracked is not completed");
+
+  ConversionValues values;
+  const auto addRule = [&values](const std::string& name, std::optional<double> least, std::optional<double> most) {
+    ConversionValues::WindowValue window;
+    window.fineValue = {1, {{name, least, most}}};
+    values.values.push_back({"rule", {{"window0", std::move(window)}}});
+  };
+  for (std::size_t i = events.size() - std::min(events.size(), askedEvents); i < events.size(); ++i) {
+    const auto revenue = events[i].parameters.find("revenue");
+    const double amount = revenue == events[i].parameters.end() ? 25 : revenue->second;
+    addRule(events[i].name, std::nullopt, 1);
+    addRule(events[i].name, amount, amount);
+    addRule(events[i].name, amount + 1, amount + 2);
+  }
+  std::vector<const ConversionValues::ConversionValue*> met;
+  for (const auto& value : values.values) {
+    if (isMet(events, value.windows.at("window0").fineValue->requiredEvents.front())) {
+      met.push_back(&value);
+    }
+  }
+  require(tracker.findCompletedConversionValues(values, Window::window0) == met,
+          "the index answers like a search through the list");
+}
+
+/// Two trackers take turns on one store.
+template <class Store>
+std::string tracked(const std::string& stored, const std::string& name) {
+  const auto store = std::make_shared<Store>();
+  const auto clock = std::make_shared<simulated::ManualClock>(now);
+  store->set(EventTracker::completedEventsKey, PropertyListValue::Data{stored});
+  EventTracker first(store, clock);
+  EventTracker second(store, clock);
+  std::vector<TrackedEvent> events = first.getAllTrackedEvents();
+  for (const auto& [tracker, other] : {std::pair(&first, &second), {&second, &first}, {&first, &second}}) {
+    tracker->trackEvent(name, NamedParameters{{"revenue", 25}, {"text", "30.5"}, {"dropped", true}});
+    if (validUtf8Prefix(name) == name.size()) {
+      events.push_back({name, {{"revenue", 25.0}, {"text", 30.5}}, now});
+    }
+    requireAnswers(*other, events);
+  }
+  requireAnswers(first, events);
+  return store->data(EventTracker::completedEventsKey).value_or("");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::composeLogLines();
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  for (const std::string& name : {std::string("purchase"), input}) {  // any bytes may be an event's name, too
+    require(tracked<simulated::InMemoryUserDefaults>(input, name) == tracked<SimpleStore>(input, name),
+            "what is stored does not depend on what the store can do");
+  }
+  return 0;
+}

@@ -1,0 +1,87 @@
+// A host that ends while its threads report events and the library works:
+//   quillmar_exiting_host DATA SERVICE CA-FILE OWNER ENDING SENT LOGGED
+// The last two say how many events must have been sent, and logged by the service, before.
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarASAAttribution.h"
+#include "quillmar/QuillmarFactory.h"
+
+namespace {
+
+constexpr int mostEvents = 20'000;  // of each thread
+
+/// Lets go of the library with the other static objects.
+std::shared_ptr<quillmar::Quillmar> staticOwner;
+
+void report(const std::weak_ptr<quillmar::Quillmar>& weak) {
+  for (int i = 0; i < mostEvents; ++i) {
+    if (const auto quillmar = weak.lock()) {
+      quillmar->sendEvent("session");
+      quillmar->sendEvent("purchase", {{quillmar::ASEventParam::revenue, i}});
+      quillmar->applicationDidBecomeActive();
+    }
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 8) {
+    return 2;
+  }
+  ::alarm(60);  // a hang is an error, too
+  quillmar::platform::DefaultPlatformOptions options;
+  options.dataDirectory = arguments[1];
+  options.serviceUrl = options.attributionUrl = arguments[2];
+  options.caFile = arguments[3];
+  const std::string owner = arguments[4];
+  const std::string ending = arguments[5];
+  const std::uint64_t sent = std::stoull(arguments[6]);
+  const std::uint64_t logged = std::stoull(arguments[7]);
+
+  if (owner == "TLS user") {  // OpenSSL, if it is there, is in use before the library uses it
+    if (const auto initialize =
+            reinterpret_cast<int (*)(std::uint64_t, const void*)>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
+      initialize(0, nullptr);
+    }
+  }
+  quillmar::platform::setSharedPlatform(quillmar::platform::makeDefaultPlatform(options));
+  auto quillmar = owner != "local" && owner != "static"
+                      ? quillmar::Quillmar::shared()
+                      : quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform());
+  if (owner == "static") {
+    staticOwner = quillmar;
+  }
+  quillmar->configure("the-key");
+  quillmar::QuillmarASAAttribution::shared()->enableASAAttributionTracking();
+  for (int i = 0; i < 3; ++i) {
+    std::thread(report, std::weak_ptr(quillmar)).detach();
+  }
+  while (quillmar->statistics().sent < sent || quillmar->statistics().logged < logged) {
+    std::this_thread::yield();
+  }
+  if (owner == "static") {
+    quillmar.reset();
+  }
+  if (ending == "exit") {
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): that is what it is here for
+  }
+  if (ending == "exit on a thread") {
+    std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe)
+  }
+  if (ending == "quick_exit") {
+    std::quick_exit(0);
+  }
+  if (ending == "_exit") {
+    ::_exit(0);
+  }
+  return 0;
+}

@@ -1,0 +1,210 @@
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "Settings/Config.h"
+#include "Settings/QuillMarDefaults.h"
+#include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarFactory.h"
+#include "quillmar/platform/InProcessNotificationCenter.h"
+#include "service/DevelopmentService.h"
+#include "service/ServiceLogic.h"
+#include "support/Certificate.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
+
+namespace quillmar::test {
+namespace {
+
+using namespace std::chrono_literals;
+using service::DevelopmentService;
+using service::ServedRequest;
+using service::ServiceLogic;
+
+/// The service that plays along, a little slowly, so that there is always something in flight.
+class Service {
+ public:
+  explicit Service(const Certificate* certificate = nullptr)
+      : service_({.certificateFile = certificate != nullptr ? certificate->file() : std::string(),
+                  .keyFile = certificate != nullptr ? certificate->key() : std::string(),
+                  .onRequest =
+                      [this](const ServedRequest& request) {
+                        const std::lock_guard lock(mutex_);
+                        events_.insert(request.event.value_or(""));
+                      }},
+                 [this](const auto& request) { return logic_.handle(request); }) {
+    service_.start();
+  }
+  std::string url() const { return service_.url(); }
+
+  /// The names of the events that were reported.
+  std::set<std::string> events() const {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+
+ private:
+  static service::ServiceOptions options() {
+    service::ServiceOptions options;
+    options.delay = 2ms;
+    return options;
+  }
+
+  mutable std::mutex mutex_;
+  std::set<std::string> events_;
+  ServiceLogic logic_{options()};
+  DevelopmentService service_;
+};
+
+std::string described(int status) {
+  return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                             : "status " + std::to_string(WEXITSTATUS(status));
+}
+
+/// Calls everything in a forked child; true when all of it did nothing.
+bool nothingHappens(std::shared_ptr<Quillmar> quillmar, std::shared_ptr<QuillmarASAAttribution> attribution,
+                    platform::Platform platform) {
+  bool nothing = quillmar->quillmarVerificationKey().empty() && !quillmar->drain(1h) && !attribution->drain(1h) &&
+                 !quillmar->state().appId && quillmar->conversionValuesRepository() == nullptr;
+  for (const auto& instance : {quillmar, Quillmar::shared(), QuillmarFactory::createQuillmar(platform)}) {
+    instance->setLogLevel(LogLevel::info);
+    instance->configure("child-key");
+    instance->sendEvent("child");
+    instance->sendEvent("child", {{ASEventParam::revenue, 1}});
+    instance->applicationDidBecomeActive();
+    instance->clearTrackedEvents();
+    instance->reset();
+    nothing = nothing && !instance->drain(1h);
+  }
+  for (const auto& instance : {attribution, QuillmarASAAttribution::shared()}) {
+    instance->enableASAAttributionTracking();
+    instance->disableASAAttributionTracking();
+  }
+  Quillmar::setIsVerificationKeyInvalid(true);
+  Quillmar::resetStaticState();
+  std::dynamic_pointer_cast<platform::InProcessNotificationCenter>(platform.notifications)
+      ->post(platform::Notification::applicationDidBecomeActive);
+  return nothing && !Quillmar::isVerificationKeyInvalid();  // what was handed over is destroyed now
+}
+
+#if __has_feature(address_sanitizer)
+// At exit, the search for leaks takes for lost what only the threads hold that stayed behind in the parent.
+constexpr const char* childrenEndings[] = {"_exit", "exec"};
+#else
+constexpr const char* childrenEndings[] = {"_exit", "exit", "exec"};
+#endif
+
+TEST(Fork, callsInAChildDoNothingAndEndWhateverTheParentIsDoing) {
+  const TemporaryFolder folder;
+  const Service service;
+  const LogCapture log;
+  platform::Platform platform = platform::makeDefaultPlatform({folder.path(), service.url(), {}, service.url()});
+  auto quillmar = QuillmarFactory::createQuillmar(platform);
+  auto attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
+  Quillmar::setShared(quillmar);
+  quillmar->setLogLevel(LogLevel::info);
+  quillmar->configure("the-key");
+
+  std::atomic<bool> stop = false;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!stop) {
+        const QuillmarStatistics statistics = quillmar->statistics();
+        if (statistics.sent - statistics.logged < 100) {
+          quillmar->sendEvent("session", {{ASEventParam::revenue, 1}});
+        }
+        static_cast<void>(quillmar->quillmarVerificationKey());
+        static_cast<void>(Quillmar::shared()->state());
+      }
+    });
+  }
+  for (int round = 0; round < 10; ++round) {
+    for (const char* ending : childrenEndings) {
+      std::fflush(nullptr);
+      const pid_t child = ::fork();
+      ASSERT_NE(child, -1);
+      if (child == 0) {
+        ::alarm(60);  // a hang ends by a signal
+        const int status = nothingHappens(std::move(quillmar), std::move(attribution), std::move(platform)) ? 0 : 1;
+        if (std::string_view(ending) == "exec") {
+          ::execl("/bin/sh", "sh", "-c", status == 0 ? "exit 0" : "exit 1", nullptr);
+        }
+        std::string_view(ending) == "exit" ? std::exit(status) : ::_exit(status);  // NOLINT(concurrency-mt-unsafe)
+      }
+      int status = -1;
+      ASSERT_EQ(::waitpid(child, &status, 0), child);
+      EXPECT_EQ(described(status), "status 0") << ending << ", round " << round;
+    }
+  }
+  stop = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_TRUE(quillmar->drain(60s));
+  EXPECT_EQ(quillmar->statistics().logged, quillmar->statistics().sent);
+  EXPECT_EQ(quillmar->quillmarVerificationKey(), "the-key");
+  EXPECT_EQ(quillMarDefaults(platform.userDefaults)->string(Config::quillmarVerificationKey), "the-key");
+  EXPECT_EQ(quillmar->state().appId, "development-app");
+  EXPECT_FALSE(service.events().contains("child"));
+  Quillmar::setShared(nullptr);
+  Quillmar::resetStaticState();
+}
+
+TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
+  const char* const wanted = std::getenv("QUILLMAR_EXITS");  // NOLINT(concurrency-mt-unsafe)
+  const int exits = wanted != nullptr ? std::atoi(wanted) : 18;
+  const TemporaryFolder folder;
+  const Certificate certificate("127.0.0.1");
+  const Service plain;
+  const Service secure(&certificate);
+  const struct {
+    const char* owner;
+    const char* ending;
+  } ways[] = {{"local", "return"}, {"static", "return"},           {"shared", "exit"},
+              {"static", "exit"},  {"static", "exit on a thread"}, {"TLS user", "exit"}};
+  const std::string urls[] = {plain.url(), secure.url(), "http://127.0.0.1:1"};
+  for (int i = 0; i < exits; ++i) {
+    const auto& way = ways[i % 6];
+    const std::string& url = urls[i / 6 % 3];
+    std::string arguments[] = {QUILLMAR_EXITING_HOST,
+                               folder.path(),
+                               url,
+                               certificate.file(),
+                               way.owner,
+                               way.ending,
+                               std::to_string(i * 379 % 4001),
+                               std::to_string(i / 6 % 3 == 2 ? 0 : std::max(i * 7 % 20 - 8, 0))};
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) {
+      pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    pid_t child = 0;
+    ASSERT_EQ(::posix_spawn(&child, QUILLMAR_EXITING_HOST, nullptr, nullptr, pointers.data(), environ), 0);
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(described(status), "status 0") << i << ": " << way.owner << ", " << way.ending << ", " << url;
+  }
+  const LogCapture log;
+  const auto platform = platform::makeDefaultPlatform({folder.path(), plain.url(), {}, {}});
+  const auto quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setLogLevel(LogLevel::error);
+  quillmar->configure("the-key");
+  quillmar->sendEvent("session");
+  EXPECT_TRUE(quillmar->drain(60s));
+  EXPECT_EQ(quillmar->statistics().logged, 1U);
+  EXPECT_EQ(log.messages(), std::vector<std::string>());
+  Quillmar::resetStaticState();
+}
+
+}  // namespace
+}  // namespace quillmar::test

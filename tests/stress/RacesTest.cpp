@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <iostream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Conversion/EventTracker.h"
+#include "Logging/Logger.h"
+#include "Platform/Posix/PosixFileManager.h"
+#include "Platform/Posix/SqliteUserDefaultsProvider.h"
+#include "Platform/Posix/SystemClock.h"
+#include "Platform/Posix/ThreadPoolExecutor.h"
+#include "Settings/QuillMarDefaults.h"
+#include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarASAAttribution.h"
+#include "quillmar/QuillmarFactory.h"
+#include "support/AttributionHarness.h"
+#include "support/FacadeHarness.h"
+#include "support/TemporaryFolder.h"
+
+// Everything at once, from many threads: what this test is for shows under ThreadSanitizer.
+
+namespace quillmar::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int threadCount = 8;
+constexpr auto patience = 100s;
+
+/// QUILLMAR_STRESS_ROUNDS: how much each thread does.
+int rounds() {
+  const char* const chosen = std::getenv("QUILLMAR_STRESS_ROUNDS");
+  return chosen != nullptr ? std::atoi(chosen) : 1000;
+}
+
+/// Counts the lines that no race may cause.
+class SuspiciousLines final : public platform::LogSink {
+ public:
+  void write(std::string_view, std::string_view, platform::LogSeverity, std::string_view line) noexcept override {
+    for (const std::string_view mark : {"nexpected error", " failed: ", "Dropped", "cannot be"}) {
+      count += line.find(mark) != std::string_view::npos && line.find("update failed") == std::string_view::npos;
+    }
+  }
+  std::atomic<int> count{0};
+};
+
+/// A service that is now and then slow, down or out of its mind.
+simulated::InMemoryAnswer answer(const platform::HttpRequest& request) {
+  thread_local std::mt19937 random(1);
+  simulated::InMemoryAnswer answer;
+  answer.delay = std::chrono::microseconds(random() % 4 == 0 ? random() % 2000 : 0);
+  answer.result.statusCode = random() % 10 == 0 ? 503 : 200;
+  answer.result.body = request.method == "GET" ? configuration() : R"({"status":"success","message":"ok"})";
+  if (random() % 20 == 0) {
+    answer.result.body.resize(answer.result.body.size() / 2);
+  }
+  return answer;
+}
+
+class Races : public testing::Test {
+ protected:
+  Races() {
+    Quillmar::resetStaticState();
+    const auto pool = std::make_shared<platform::ThreadPoolExecutor>(4);
+    platform_ = simulated_.platform();
+    platform_.executor = pool;
+    platform_.mainExecutor = nullptr;
+    platform_.clock = std::make_shared<platform::SystemClock>(pool);
+    platform_.http = std::make_shared<simulated::InMemoryHttpTransport>(platform_.clock, answer);
+    platform_.files = std::make_shared<platform::PosixFileManager>(folder_.path());
+    platform_.userDefaults = std::make_shared<platform::SqliteUserDefaultsProvider>(
+        folder_ / "settings", [](std::string_view problem) { ADD_FAILURE() << problem; });
+    platform_.standardOutput = [](std::string_view) {};
+    Logger::setSink(lines_, platform_.clock);
+    quillmar_ = make();
+    attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
+  }
+  ~Races() override {
+    Logger::setSink(nullptr, platform_.clock);
+    Quillmar::resetStaticState();
+  }
+
+  std::shared_ptr<Quillmar> make() const {
+    auto quillmar = QuillmarFactory::createQuillmar(platform_);
+    quillmar->setLogLevel(LogLevel::info);
+    return quillmar;
+  }
+
+  void act(std::mt19937& random, int round) {
+    switch (random() % 16) {
+      case 0:
+        return quillmar_->configure(random() % 2 == 0 ? "key one" : "key two");
+      case 1:
+        return round % 7 == 0 ? quillmar_->reset() : quillmar_->clearTrackedEvents();
+      case 2:
+        return simulated_.notifications->post(platform::Notification::applicationDidBecomeActive);
+      case 3:
+        return quillmar_->sceneDidActivate();
+      case 4:
+        return attribution_->enableASAAttributionTracking();
+      case 5:
+        return attribution_->disableASAAttributionTracking();
+      case 6:
+        return simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round)));
+      case 7: {  // gone before what it started is done
+        const auto passing = make();
+        passing->sendEvent("before configure");
+        passing->configure("key three");
+        return passing->sendEvent("session");
+      }
+      case 8: {
+        const auto passing = QuillmarFactory::createQuillmarASAAttribution(platform_);
+        return passing->enableASAAttributionTracking();
+      }
+      case 9:
+        quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
+        static_cast<void>(quillmar_->state());
+        static_cast<void>(attribution_->statistics());
+        return;
+      default:
+        return quillmar_->sendEvent(random() % 2 == 0 ? "purchase" : "session", {{ASEventParam::revenue, 12.5}});
+    }
+  }
+
+  TemporaryFolder folder_;
+  simulated::SimulatedPlatform simulated_{startOfTests, "18.0"};
+  platform::Platform platform_;
+  std::shared_ptr<SuspiciousLines> lines_ = std::make_shared<SuspiciousLines>();
+  std::shared_ptr<Quillmar> quillmar_;
+  std::shared_ptr<QuillmarASAAttribution> attribution_;
+};
+
+TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
+  std::vector<std::thread> threads;
+  for (unsigned seed = 0; seed < threadCount; ++seed) {
+    threads.emplace_back([this, seed] {
+      std::mt19937 random(seed);
+      for (int round = 0; round < rounds(); ++round) {
+        act(random, round);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  attribution_->disableASAAttributionTracking();
+  ASSERT_TRUE(quillmar_->drain(patience));
+  ASSERT_TRUE(attribution_->drain(patience));
+  EXPECT_EQ(lines_->count, 0);
+  const QuillmarStatistics statistics = quillmar_->statistics();
+  const QuillmarASAAttributionStatistics purchases = attribution_->statistics();
+  std::cout << statistics.sent << " events sent, " << statistics.logged << " logged, " << statistics.failed
+            << " refused, " << purchases.sent << " purchases sent, " << purchases.failed << " refused\n";
+  EXPECT_GT(statistics.logged, 0u);
+
+  // The store is whole: another tracker reads what this one knows.
+  const auto store = quillMarDefaults(platform_.userDefaults);
+  EventTracker other(store, platform_.clock);
+  std::set<std::string> names;
+  for (const TrackedEvent& event : other.getAllTrackedEvents()) {
+    names.insert(event.name);
+  }
+  EXPECT_EQ(other.getTrackedEventNames(), names);
+
+  // And after a quiet moment all goes on as if nothing had been.
+  std::dynamic_pointer_cast<simulated::InMemoryHttpTransport>(platform_.http)
+      ->setService([](const platform::HttpRequest& request) {
+        simulated::InMemoryAnswer good;
+        good.result.statusCode = 200;
+        good.result.body = request.method == "GET" ? configuration() : R"({"status":"success"})";
+        return good;
+      });
+  quillmar_->reset();
+  quillmar_->sendEvent("session");  // parked
+  quillmar_->configure("the last key");
+  ASSERT_TRUE(quillmar_->drain(patience));
+  const auto before = quillmar_->statistics().logged;
+  quillmar_->sendEvent("session");
+  ASSERT_TRUE(quillmar_->drain(patience));
+  EXPECT_EQ(quillmar_->statistics().logged, before + 1);
+  EXPECT_TRUE(other.areEventsCompleted({"session"}));
+}
+
+}  // namespace
+}  // namespace quillmar::test
