@@ -101,10 +101,7 @@ Acknowledged::Acknowledged(const RunResult& run) {
   std::istringstream output(complete(run.output));
   for (std::string line; std::getline(output, line);) {
     const boost::json::object call = boost::json::parse(line).as_object();
-    if (const boost::json::value* summary = call.if_contains("summary")) {
-      sent = summary->at_pointer("/events/sent").to_number<std::size_t>();
-      parked = summary->at_pointer("/events/parked").to_number<std::size_t>();
-    } else {
+    if (call.contains("platform")) {
       const boost::json::value& coarse = call.at("coarseValue");
       platformCalls.push_back(std::to_string(call.at("fineValue").as_int64()) + " " +
                               (coarse.is_null() ? "nil" : std::string(coarse.as_string())));

@@ -18,8 +18,6 @@ struct Acknowledged {
   bool cleared = false;
   std::size_t windowValues = 0;            ///< how many last window values were saved
   std::vector<std::string> platformCalls;  ///< fine and coarse value of each call to the ad network, in order
-  std::size_t sent = 0;                    ///< events, as of the summary at the end
-  std::size_t parked = 0;                  ///< likewise
   bool standInStore = false;               ///< the settings suite could not be opened
 };
 
