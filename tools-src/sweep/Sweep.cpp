@@ -113,10 +113,13 @@ std::string Sweep::preparedFolder(const std::string& kind) {
   if (kind == "merged") {
     fs::copy(preparedFolder("long"), data_, fs::copy_options::recursive);
   }
-  const std::string script = kind == "merged" ? event("merging")
-                                              : events("old-", kind == "long" ? longHistory : 3) +
-                                                    R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
+  const std::string script = kind == "merged"
+                                 ? event("merging")
+                                 : events("old-", 3) + R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
   const RunResult run = runFreely(command(earlierKey, script), folder_ + "/scratch");
+  if (kind == "long") {
+    appendEvents(data_, "older-", longHistory);
+  }
   const DataFolder made = readDataFolder(data_, folder_ + "/copy");
   if (!run.endedWell() || made.history.size() < (kind == "used" ? 4 : longHistory)) {
     throw std::runtime_error("a folder cannot be prepared: " + run.errors);
