@@ -42,13 +42,10 @@ Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> star
                 if (called.exchange(true)) {
                   return;
                 }
-                try {
-                  executor.execute([resumed = std::move(handler), failure = std::move(failure),
-                                    value = std::move(result)]() mutable {
-                    std::move(resumed)(std::move(failure), std::move(value));
-                  });
-                } catch (...) {  // out of memory: the task is dropped
-                }
+                executor.execute(
+                    [resumed = std::move(handler), failure = std::move(failure), value = std::move(result)]() mutable {
+                      std::move(resumed)(std::move(failure), std::move(value));
+                    });
               }
               TaskExecutor executor;
               Handler handler;

@@ -14,20 +14,26 @@ class TaskExecutor {
  public:
   explicit TaskExecutor(std::shared_ptr<platform::Executor> seam) noexcept : seam_(std::move(seam)) {}
 
+  /// Work that cannot be posted for want of memory is dropped: destroyed here and now, as by an executor that shuts
+  /// down. It must not throw, since Asio posts from destructors.
   template <class Work>
-  void execute(Work&& work) const {
-    // Asio's work items can only be moved, a std::function must be copyable.
-    auto shared = std::make_shared<std::decay_t<Work>>(std::forward<Work>(work));
-    seam_->post([shared]() mutable {
-      // Moved out first: what the work owns is gone before the item is.
-      std::decay_t<Work> local(std::move(*shared));
-      shared.reset();
-      try {
-        local();
-      } catch (...) {
-        reportLostWork();
-      }
-    });
+  void execute(Work&& work) const noexcept {
+    try {
+      // Asio's work items can only be moved, a std::function must be copyable.
+      auto shared = std::make_shared<std::decay_t<Work>>(std::forward<Work>(work));
+      seam_->post([shared]() mutable {
+        try {
+          // Moved out first: what the work owns is gone before the item is.
+          std::decay_t<Work> local(std::move(*shared));
+          shared.reset();
+          local();
+        } catch (...) {
+          reportLostWork();
+        }
+      });
+    } catch (...) {
+      reportLostWork();
+    }
   }
 
   static constexpr boost::asio::execution::blocking_t::never_t query(boost::asio::execution::blocking_t) noexcept {

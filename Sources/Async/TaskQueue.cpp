@@ -46,8 +46,7 @@ void TaskQueue::postPump() {
   try {
     serial_->post([self = shared_from_this()] { self->pump(); });
   } catch (...) {
-    const std::lock_guard lock(mutex_);
-    pumping_ = false;  // out of memory: the next post, or the end of a task, tries again
+    pump();  // out of memory; pumping only starts tasks, or drops them, and may be done on any thread
   }
 }
 

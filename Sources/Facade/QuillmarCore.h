@@ -116,6 +116,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::shared_ptr<NetworkManagerProtocol> makeNetworkManager() const;
 
   // Refresh.
+  class FetchGuard;
   void handleAppBecomeActive();
   void saveLastFetchTimestamp();
   void giveUpFetching(int maxAttempts, const std::string& lastError);

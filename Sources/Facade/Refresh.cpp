@@ -74,6 +74,27 @@ void QuillmarCore::saveLastFetchTimestamp() {
   }
 }
 
+/// Ends a fetch whose task is dropped half-way or ends by an exception, so that another one can start.
+class QuillmarCore::FetchGuard {
+ public:
+  explicit FetchGuard(std::weak_ptr<QuillmarCore> core) noexcept : core_(std::move(core)) {}
+  ~FetchGuard() {
+    if (const auto core = core_.lock()) {
+      core->isRetriying_.store(false, std::memory_order_relaxed);
+      core->isFetching_.store(false, std::memory_order_relaxed);
+      core->setHasFetchedConversionValues(core->isConfigLoaded_.load(std::memory_order_relaxed));
+    }
+  }
+  FetchGuard(const FetchGuard&) = delete;
+  FetchGuard& operator=(const FetchGuard&) = delete;
+
+  /// The fetch has come to an end of its own.
+  void release() noexcept { core_.reset(); }
+
+ private:
+  std::weak_ptr<QuillmarCore> core_;
+};
+
 Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int maxAttempts, double delaySeconds,
                                         Activity activity) {
   std::shared_ptr<QuillmarCore> self = weak.lock();
@@ -84,6 +105,7 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
     Logger::debug("Already retrying, skipping...");
     co_return;
   }
+  FetchGuard guard(weak);
   self->isFetching_.store(true, std::memory_order_relaxed);
   // Before the outcome is known, so that other refresh tests see that a fetch is under way.
   self->setHasFetchedConversionValues(true);
@@ -113,6 +135,7 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
       self->processPendingEvents();
       self.reset();
       co_await checkLockWindowHours(weak);
+      guard.release();
       if (const auto still = weak.lock()) {
         still->isRetriying_.store(false, std::memory_order_relaxed);
         still->isFetching_.store(false, std::memory_order_relaxed);
@@ -121,6 +144,7 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
     }
     Logger::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
     if (attempt == maxAttempts - 1) {
+      guard.release();
       self->isRetriying_.store(false, std::memory_order_relaxed);
       self->giveUpFetching(maxAttempts, failure);
       co_return;
@@ -137,6 +161,7 @@ Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int ma
       co_return;
     }
   }
+  guard.release();
   // Without any attempt, `isRetriying` stays set, on purpose.
   self->giveUpFetching(maxAttempts, "Unknown");
 }

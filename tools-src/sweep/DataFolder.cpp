@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "Conversion/EventTracker.h"
 #include "Conversion/TrackedEvent.h"
@@ -19,6 +20,10 @@ namespace quillmar::sweep {
 namespace {
 
 namespace fs = std::filesystem;
+
+std::string settingsFile(const std::string& folder) {
+  return folder + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
+}
 
 std::optional<std::string> contentOf(const std::string& path) {
   if (!fs::exists(path)) {
@@ -69,7 +74,7 @@ DataFolder readDataFolder(const std::string& folder, const std::string& copy) {
   for (const auto& entry : fs::recursive_directory_iterator(copy)) {
     result.temporaryFiles += entry.path().extension() == ".tmp" ? 1 : 0;
   }
-  const std::string file = copy + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
+  const std::string file = settingsFile(copy);
   if (!fs::exists(file)) {
     return result;
   }
@@ -94,6 +99,18 @@ DataFolder readDataFolder(const std::string& folder, const std::string& copy) {
     readHistory(*json, result);
   }
   return result;
+}
+
+void appendEvents(const std::string& folder, const std::string& prefix, int count) {
+  const auto store = platform::SqliteUserDefaults::open(settingsFile(folder), [](std::string_view) {});
+  std::size_t size = store ? store->data(EventTracker::completedEventsKey).value_or("").size() : 0;
+  for (int i = 1; i <= count; ++i) {
+    const std::string tail = R"(,{"name":")" + prefix + std::to_string(i) + R"(","parameters":{},"timestamp":0}])";
+    if (size == 0 || store->replaceDataTail(EventTracker::completedEventsKey, size - 1, tail)) {
+      throw std::runtime_error("the history cannot be made longer");
+    }
+    size += tail.size() - 1;
+  }
 }
 
 }  // namespace quillmar::sweep

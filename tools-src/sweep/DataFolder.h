@@ -25,6 +25,9 @@ struct DataFolder {
 /// Reads a copy of the folder, made at `copy`, so that the folder itself is left for the next start to mend.
 DataFolder readDataFolder(const std::string& folder, const std::string& copy);
 
+/// Adds events to the history, each as a segment of its own. There must be a history.
+void appendEvents(const std::string& folder, const std::string& prefix, int count);
+
 constexpr const char* configurationPath = "/documents/Quillmar/quill-mar-conv-val.json";
 constexpr const char* attributionPath = "/documents/asa_attribution_data.json";
 

@@ -22,8 +22,8 @@ constexpr const char* sweptKey = "swept-key";
 constexpr const char* laterKey = "later-key";
 /// A document of an earlier fetch that no later one equals.
 constexpr const char* earlierConfiguration = R"({"values":[],"lockWindows":{}})";
-/// So many events that the next start puts their segments together, and that the log of SQLite is written back.
-constexpr int longHistory = 1100;
+/// With the events before, a little less than the number of segments that the store puts together.
+constexpr int longHistory = 251;
 
 std::string event(const std::string& name) {
   return R"({"event":")" + name + "\"}\n";
@@ -33,6 +33,15 @@ std::string events(const std::string& prefix, int count) {
   std::string lines;
   for (int i = 1; i <= count; ++i) {
     lines += event(prefix + std::to_string(i));
+  }
+  return lines;
+}
+
+/// Events that are stored one after the other: enabling waits for what is in flight.
+std::string singleEvents(const std::string& prefix, int count) {
+  std::string lines;
+  for (int i = 1; i <= count; ++i) {
+    lines += event(prefix + std::to_string(i)) + "{\"attribution\":\"enable\"}\n";
   }
   return lines;
 }
@@ -73,7 +82,7 @@ struct Sweep::Path {
       result.emplace_back(path, "fresh");
       result.emplace_back(path, "used");
     }
-    result.emplace_back(all()[1], longKind);
+    result.emplace_back(Path{"single events", singleEvents("single-", 6)}, longKind);
     return result;
   }
 };
@@ -102,8 +111,8 @@ std::vector<std::string> Sweep::command(const std::string& key, const std::strin
           folder_ + "/script", "--log-level", "debug"};
 }
 
-/// A folder that each run gets a copy of; made when it is first wanted. "long" has more segments than a store is opened
-/// with, in "merged" they have been put together.
+/// A folder that each run gets a copy of; made when it is first wanted. In "long", some more events let the store put
+/// segments together; in "merged" they have done so.
 std::string Sweep::preparedFolder(const std::string& kind) {
   std::string folder = folder_ + "/" + kind;
   if (fs::exists(folder)) {
@@ -113,10 +122,13 @@ std::string Sweep::preparedFolder(const std::string& kind) {
   if (kind == "merged") {
     fs::copy(preparedFolder("long"), data_, fs::copy_options::recursive);
   }
-  const std::string script = kind == "merged" ? event("merging")
-                                              : events("old-", kind == "long" ? longHistory : 3) +
-                                                    R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
+  const std::string script = kind == "merged"
+                                 ? singleEvents("merging-", 6)
+                                 : events("old-", 3) + R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
   const RunResult run = runFreely(command(earlierKey, script), folder_ + "/scratch");
+  if (kind == "long") {
+    appendEvents(data_, "older-", longHistory);
+  }
   const DataFolder made = readDataFolder(data_, folder_ + "/copy");
   if (!run.endedWell() || made.history.size() < (kind == "used" ? 4 : longHistory)) {
     throw std::runtime_error("a folder cannot be prepared: " + run.errors);
