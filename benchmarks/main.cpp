@@ -44,6 +44,7 @@ void addCaller(Report& report, const Timings& timings) {
   const Figures info = medians(3, {"caller", "1", "info"});
   report.add("sendEvent, 1 thread, log at info: p50", info.at("p50"), "us", micro * timings.at("compose the line"),
              {.ratioAtMost = 2});
+  report.add("starting the first thread of a process", medians(15, {"first-thread"}).at("start"), "us", std::nullopt);
   for (const std::string events : {"0", "100000"}) {
     const Folder folder;
     runDriver({"fill", folder.path(), events});

@@ -27,6 +27,8 @@ TEST(DefaultPlatformDeathTest, dataFolderIsTheUsersOwn) {
     const char* documents;
   } rows[] = {
       {"/chosen/./here/", "/data", "/chosen/here/documents"},
+      {"/chosen/not/../here", "/data", "/chosen/here/documents"},
+      {"/.chosen/h..ere", "/data", "/.chosen/h..ere/documents"},
       {"", "/data", "/data/quillmar/documents"},
       {"", "relative", "/home/me/.local/share/quillmar/documents"},
       {"", "", "/home/me/.local/share/quillmar/documents"},
@@ -48,6 +50,7 @@ TEST(DefaultPlatform, isWholeAndTouchesNothingBeforeItIsUsed) {
               platform.storeKitAdNetwork && platform.adAttributionKit && platform.device && platform.notifications &&
               platform.logSink);
   EXPECT_FALSE(std::filesystem::exists(folder / "data"));
+  EXPECT_EQ(Bundle::main().identifier, "test_contract");
   ASSERT_FALSE(platform.userDefaults->openSuite("suite")->set("key", true));
   EXPECT_TRUE(std::filesystem::exists(folder / "data/settings/suite.sqlite"));
 }
