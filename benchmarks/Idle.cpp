@@ -36,7 +36,8 @@ double contextSwitches() {
   double sum = 0;
   if (DIR* const tasks = ::opendir("/proc/self/task")) {
     while (const dirent* const task = ::readdir(tasks)) {
-      if (std::atoi(task->d_name) == ::getpid()) {
+      const int thread = std::atoi(task->d_name);  // 0 for "." and ".."
+      if (thread == 0 || thread == ::getpid()) {
         continue;
       }
       const std::string status = std::string("/proc/self/task/") + task->d_name + "/status";

@@ -31,15 +31,29 @@ TaskQueue::TaskQueue(std::shared_ptr<SerialExecutor> serial, std::size_t limit,
 
 void TaskQueue::post(MakeTask makeTask) {
   {
-    const std::lock_guard lock(mutex_);
-    waiting_.push_back(std::move(makeTask));
+    const std::lock_guard lock(incomingMutex_);
+    incoming_.push_back(std::move(makeTask));
     activity_->begin();
+    if (incoming_.size() > 1) {
+      return;  // whoever posted the first of them sees to it that they are started
+    }
+  }
+  {
+    const std::lock_guard lock(mutex_);
     if (pumping_ || running_ >= limit_) {
       return;
     }
     pumping_ = true;
   }
   postPump();
+}
+
+bool TaskQueue::someWait() {
+  if (waiting_.empty()) {
+    const std::lock_guard lock(incomingMutex_);
+    waiting_.swap(incoming_);
+  }
+  return !waiting_.empty();
 }
 
 void TaskQueue::postPump() {
@@ -55,7 +69,7 @@ void TaskQueue::pump() {
     MakeTask makeTask;
     {
       const std::lock_guard lock(mutex_);
-      if (waiting_.empty() || running_ >= limit_) {
+      if (running_ >= limit_ || !someWait()) {
         pumping_ = false;
         return;
       }
@@ -77,7 +91,7 @@ void TaskQueue::release() noexcept {
   {
     const std::lock_guard lock(mutex_);
     --running_;
-    if (!waiting_.empty() && !pumping_) {
+    if (!pumping_ && someWait()) {
       pumping_ = pumpNow = true;
     }
   }

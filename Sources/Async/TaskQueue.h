@@ -29,13 +29,17 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   void postPump();
   void pump();
   void release() noexcept;
+  /// Under the mutex.
+  bool someWait();
   static Task<void> run(Slot slot, MakeTask makeTask);
 
   const std::shared_ptr<SerialExecutor> serial_;
   const std::size_t limit_;
   const std::shared_ptr<ActivityCounter> activity_;
+  std::mutex incomingMutex_;  ///< short and rarely taken by the queue itself: callers may be on a main thread
+  std::deque<MakeTask> incoming_;
   std::mutex mutex_;
-  std::deque<MakeTask> waiting_;
+  std::deque<MakeTask> waiting_;  ///< what came before `incoming_`
   std::size_t running_ = 0;
   bool pumping_ = false;
 };
