@@ -53,4 +53,17 @@ int SqliteDatabase::readInteger(std::string_view sql, std::int64_t& value) noexc
   return SQLITE_OK;
 }
 
+bool SqliteDatabase::hasMetIoErrors() const noexcept {
+  for (const int which : {SQLITE_FCNTL_FILE_POINTER, SQLITE_FCNTL_JOURNAL_POINTER}) {
+    sqlite3_file* file = nullptr;
+    int error = 0;
+    if (sqlite3_file_control(handle_.get(), "main", which, static_cast<void*>(&file)) == SQLITE_OK && file != nullptr &&
+        file->pMethods != nullptr && file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK &&
+        error != 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace quillmar::platform

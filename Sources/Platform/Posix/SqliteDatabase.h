@@ -89,6 +89,10 @@ class SqliteDatabase {
 
   std::int64_t lastInsertedRow() const noexcept { return sqlite3_last_insert_rowid(handle_.get()); }
 
+  /// Whether the system has refused a read or a write of this connection. SQLite calls a page that the disk could not
+  /// give (EIO) corrupt, as it does one with bad content; only the latter is lost.
+  bool hasMetIoErrors() const noexcept;
+
   /// SQLite's words for the last error.
   std::string lastMessage() const { return sqlite3_errmsg(handle_.get()); }
 

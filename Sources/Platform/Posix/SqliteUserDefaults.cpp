@@ -323,12 +323,12 @@ std::optional<PropertyListValue> SqliteUserDefaults::object(std::string_view key
   }
   PropertyListValue::Data data;
   const int result = readData(key, *storedLength, data.bytes);
-  if ((result & 0xff) == SQLITE_CORRUPT) {
+  if ((result & 0xff) == SQLITE_CORRUPT && !database_.hasMetIoErrors()) {
     reportDamage(key);
     return std::nullopt;
   }
   if (result != SQLITE_OK) {
-    throw std::system_error(sqliteError(result));
+    throw std::system_error(sqliteError(result));  // it may be readable the next time
   }
   return PropertyListValue(std::move(data));
 }
