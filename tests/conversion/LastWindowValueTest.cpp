@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 
 #include "Conversion/ConversionValueResolver.h"
-#include "Json/CodingError.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
-#include "Json/JsonWriter.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "support/LogCapture.h"
 
@@ -18,21 +16,17 @@ namespace {
 
 const LastWindowValue whole{"k", 42, CoarseValue::medium, true, {"a", "b"}, 0.5, 9.0};
 const LastWindowValue least{"", -1, {}, false, {}, {}, {}};
+constexpr const char* wholeJson = R"({"key":"k","fineValue":42,"coarseValue":"medium","lockWindow":true,)"
+                                  R"("completedEvents":["a","b"],"revenueMin":0.5,"revenueMax":9})";
 
-TEST(LastWindowValue, isTheSameAfterItsDictionaryAndItsJson) {
-  for (const LastWindowValue& value : {whole, least}) {
-    EXPECT_EQ(LastWindowValue::fromDictionary(value.toDictionary()), value);
-    JsonWriter writer;
-    value.encode(writer);
-    const boost::json::value document = parseJson(writer.take());
-    EXPECT_EQ(LastWindowValue::decode(JsonReader(document)), value);
-  }
+TEST(LastWindowValue, isTheSameInItsDictionaryAndItsJson) {
+  EXPECT_EQ(LastWindowValue::decode(JsonReader(parseJson(wholeJson))), whole);
+  EXPECT_EQ(LastWindowValue::fromDictionary(whole.toDictionary()), whole);
+  EXPECT_EQ(LastWindowValue::fromDictionary(least.toDictionary()), least);
   EXPECT_EQ(least.toDictionary().size(), 4u) << "what is absent is left out";
   PropertyListValue::Dictionary integers = whole.toDictionary();
   integers.insert_or_assign("revenueMax", std::int64_t{9});
   EXPECT_EQ(LastWindowValue::fromDictionary(integers), whole) << "a store may turn 9.0 into 9";
-  const auto unknown = parseJson(R"({"key":"k","fineValue":1,"coarseValue":"HIGH","completedEvents":[]})");
-  EXPECT_THROW(LastWindowValue::decode(JsonReader(unknown)), DecodingError);
 }
 
 TEST(LastWindowValue, dictionaryMustHaveTheRequiredEntriesInTheirTypes) {

@@ -16,13 +16,11 @@
 
 namespace {
 
-constexpr int mostEvents = 20'000;  // of each thread
-
 /// Lets go of the library with the other static objects.
 std::shared_ptr<quillmar::Quillmar> staticOwner;
 
 void report(const std::weak_ptr<quillmar::Quillmar>& weak) {
-  for (int i = 0; i < mostEvents; ++i) {
+  for (int i = 0; i < 20'000; ++i) {
     if (const auto quillmar = weak.lock()) {
       quillmar->sendEvent("session");
       quillmar->sendEvent("purchase", {{quillmar::ASEventParam::revenue, i}});
@@ -33,15 +31,8 @@ void report(const std::weak_ptr<quillmar::Quillmar>& weak) {
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  if (count != 8) {
-    return 2;
-  }
+int main(int, char** arguments) {
   ::alarm(60);  // a hang is an error, too
-  quillmar::platform::DefaultPlatformOptions options;
-  options.dataDirectory = arguments[1];
-  options.serviceUrl = options.attributionUrl = arguments[2];
-  options.caFile = arguments[3];
   const std::string owner = arguments[4];
   const std::string ending = arguments[5];
   const std::uint64_t sent = std::stoull(arguments[6]);
@@ -53,10 +44,11 @@ int main(int count, char** arguments) {
       initialize(0, nullptr);
     }
   }
-  quillmar::platform::setSharedPlatform(quillmar::platform::makeDefaultPlatform(options));
-  auto quillmar = owner != "local" && owner != "static"
-                      ? quillmar::Quillmar::shared()
-                      : quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform());
+  quillmar::platform::setSharedPlatform(
+      quillmar::platform::makeDefaultPlatform({arguments[1], arguments[2], arguments[3], arguments[2]}));
+  auto quillmar = owner == "local" || owner == "static"
+                      ? quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform())
+                      : quillmar::Quillmar::shared();
   if (owner == "static") {
     staticOwner = quillmar;
   }
@@ -76,12 +68,6 @@ int main(int count, char** arguments) {
   }
   if (ending == "exit on a thread") {
     std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe)
-  }
-  if (ending == "quick_exit") {
-    std::quick_exit(0);
-  }
-  if (ending == "_exit") {
-    ::_exit(0);
   }
   return 0;
 }

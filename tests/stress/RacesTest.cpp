@@ -48,16 +48,20 @@ class SuspiciousLines final : public platform::LogSink {
   std::atomic<int> count{0};
 };
 
-/// A service that is now and then slow, down or out of its mind.
-simulated::InMemoryAnswer answer(const platform::HttpRequest& request) {
-  thread_local std::mt19937 random(1);
+simulated::InMemoryAnswer goodAnswer(const platform::HttpRequest& request) {
   simulated::InMemoryAnswer answer;
+  answer.result.statusCode = 200;
+  answer.result.body = request.method == "GET" ? configuration() : R"({"status":"success","message":"ok"})";
+  return answer;
+}
+
+/// A service that is now and then slow, down or out of its mind.
+simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
+  thread_local std::mt19937 random(1);
+  simulated::InMemoryAnswer answer = goodAnswer(request);
   answer.delay = std::chrono::microseconds(random() % 4 == 0 ? random() % 2000 : 0);
   answer.result.statusCode = random() % 10 == 0 ? 503 : 200;
-  answer.result.body = request.method == "GET" ? configuration() : R"({"status":"success","message":"ok"})";
-  if (random() % 20 == 0) {
-    answer.result.body.resize(answer.result.body.size() / 2);
-  }
+  answer.result.body.resize(answer.result.body.size() / (random() % 20 == 0 ? 2 : 1));
   return answer;
 }
 
@@ -70,7 +74,7 @@ class Races : public testing::Test {
     platform_.executor = pool;
     platform_.mainExecutor = nullptr;
     platform_.clock = std::make_shared<platform::SystemClock>(pool);
-    platform_.http = std::make_shared<simulated::InMemoryHttpTransport>(platform_.clock, answer);
+    platform_.http = http_ = std::make_shared<simulated::InMemoryHttpTransport>(platform_.clock, moodyAnswer);
     platform_.files = std::make_shared<platform::PosixFileManager>(folder_.path());
     platform_.userDefaults = std::make_shared<platform::SqliteUserDefaultsProvider>(
         folder_ / "settings", [](std::string_view problem) { ADD_FAILURE() << problem; });
@@ -91,51 +95,44 @@ class Races : public testing::Test {
   }
 
   void act(std::mt19937& random, int round) {
-    switch (random() % 16) {
-      case 0:
-        return quillmar_->configure(random() % 2 == 0 ? "key one" : "key two");
-      case 1:
-        return round % 7 == 0 ? quillmar_->reset() : quillmar_->clearTrackedEvents();
-      case 2:
-        return simulated_.notifications->post(platform::Notification::applicationDidBecomeActive);
-      case 3:
-        return quillmar_->sceneDidActivate();
-      case 4:
-        return attribution_->enableASAAttributionTracking();
-      case 5:
-        return attribution_->disableASAAttributionTracking();
-      case 6:
-        return simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round)));
-      case 7: {  // gone before what it started is done
-        const auto passing = make();
-        passing->sendEvent("before configure");
-        passing->configure("key three");
-        return passing->sendEvent("session");
-      }
-      case 8: {
-        const auto passing = QuillmarFactory::createQuillmarASAAttribution(platform_);
-        return passing->enableASAAttributionTracking();
-      }
-      case 9:
-        quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
-        static_cast<void>(quillmar_->state());
-        static_cast<void>(attribution_->statistics());
-        return;
-      default:
-        return quillmar_->sendEvent(random() % 2 == 0 ? "purchase" : "session", {{ASEventParam::revenue, 12.5}});
+    const std::function<void()> actions[] = {
+        [&] { quillmar_->configure(random() % 2 == 0 ? "key one" : "key two"); },
+        [&] { round % 7 == 0 ? quillmar_->reset() : quillmar_->clearTrackedEvents(); },
+        [&] { simulated_.notifications->post(platform::Notification::applicationDidBecomeActive); },
+        [&] { quillmar_->sceneDidActivate(); },
+        [&] { attribution_->enableASAAttributionTracking(); },
+        [&] { attribution_->disableASAAttributionTracking(); },
+        [&] { simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round))); },
+        [&] {  // gone before what it started is done
+          const auto passing = make();
+          passing->sendEvent("before configure");
+          passing->configure("key three");
+          passing->sendEvent("session");
+        },
+        [&] { QuillmarFactory::createQuillmarASAAttribution(platform_)->enableASAAttributionTracking(); },
+        [&] {
+          quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
+          static_cast<void>(quillmar_->state());
+          static_cast<void>(attribution_->statistics());
+        }};
+    if (const std::size_t chosen = random() % 16; chosen < std::size(actions)) {
+      actions[chosen]();
+    } else {
+      quillmar_->sendEvent(random() % 2 == 0 ? "purchase" : "session", {{ASEventParam::revenue, 12.5}});
     }
   }
 
   TemporaryFolder folder_;
   simulated::SimulatedPlatform simulated_{startOfTests, "18.0"};
   platform::Platform platform_;
+  std::shared_ptr<simulated::InMemoryHttpTransport> http_;
   std::shared_ptr<SuspiciousLines> lines_ = std::make_shared<SuspiciousLines>();
   std::shared_ptr<Quillmar> quillmar_;
   std::shared_ptr<QuillmarASAAttribution> attribution_;
 };
 
 TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (unsigned seed = 0; seed < threadCount; ++seed) {
     threads.emplace_back([this, seed] {
       std::mt19937 random(seed);
@@ -144,22 +141,18 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
       }
     });
   }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  threads.clear();
   attribution_->disableASAAttributionTracking();
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));
   EXPECT_EQ(lines_->count, 0);
   const QuillmarStatistics statistics = quillmar_->statistics();
-  const QuillmarASAAttributionStatistics purchases = attribution_->statistics();
   std::cout << statistics.sent << " events sent, " << statistics.logged << " logged, " << statistics.failed
-            << " refused, " << purchases.sent << " purchases sent, " << purchases.failed << " refused\n";
+            << " refused, " << attribution_->statistics().sent << " purchases sent\n";
   EXPECT_GT(statistics.logged, 0u);
 
   // The store is whole: another tracker reads what this one knows.
-  const auto store = quillMarDefaults(platform_.userDefaults);
-  EventTracker other(store, platform_.clock);
+  EventTracker other(quillMarDefaults(platform_.userDefaults), platform_.clock);
   std::set<std::string> names;
   for (const TrackedEvent& event : other.getAllTrackedEvents()) {
     names.insert(event.name);
@@ -167,13 +160,7 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   EXPECT_EQ(other.getTrackedEventNames(), names);
 
   // And after a quiet moment all goes on as if nothing had been.
-  std::dynamic_pointer_cast<simulated::InMemoryHttpTransport>(platform_.http)
-      ->setService([](const platform::HttpRequest& request) {
-        simulated::InMemoryAnswer good;
-        good.result.statusCode = 200;
-        good.result.body = request.method == "GET" ? configuration() : R"({"status":"success"})";
-        return good;
-      });
+  http_->setService([](const platform::HttpRequest& request) { return goodAnswer(request); });
   quillmar_->reset();
   quillmar_->sendEvent("session");  // parked
   quillmar_->configure("the last key");

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace quillmar::testing {
 
@@ -22,9 +21,8 @@ struct Script {
   Then then = Then::close;
   std::chrono::milliseconds interval{50};
   std::string filler = "x";
-  bool waitsForHead = true;                     ///< false: speaks first
-  bool byteByByte = false;                      ///< each of the bytes in a packet of its own
-  std::chrono::milliseconds silenceAtFirst{0};  ///< before the first byte
+  bool waitsForHead = true;  ///< false: speaks first
+  bool byteByByte = false;   ///< each of the bytes in a packet of its own
 };
 
 /// A server on a free loopback port that treats each connection as its script says. One thread.
@@ -33,10 +31,7 @@ class ScriptedServer {
   explicit ScriptedServer(Script script);
   ~ScriptedServer();
 
-  std::string url() const;
-
-  /// The requests so far, head and body.
-  std::vector<std::string> requests() const;
+  std::string url() const;  ///< without a slash at its end
 
  private:
   struct State;
