@@ -7,21 +7,13 @@
 namespace quillmar::test {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
+using namespace ::testing;
 
 const std::string facade = "error: QuillmarASAAttribution - ";
 const std::string interceptor = "error: PurchaseInterceptor - ";
 const std::string ended = interceptor + "Product.SubscriptionInfo.Status.updates loop ended";
 
-class AttributionTracking : public ::testing::Test, protected AttributionHarness {
- protected:
-  std::size_t listeners() const { return simulated.subscriptionUpdates->listeners(); }
-};
+class AttributionTracking : public Test, protected AttributionHarness {};
 
 TEST_F(AttributionTracking, enablingTellsItsStepsAtTheErrorLevelAndStoresTheRecord) {
   enable();
@@ -34,7 +26,7 @@ TEST_F(AttributionTracking, enablingTellsItsStepsAtTheErrorLevelAndStoresTheReco
                   interceptor + "Starting to listen for purchases", interceptor + "Purchase listener task created",
                   interceptor + "Task started, beginning Product.SubscriptionInfo.Status.updates loop",
                   facade + "startListeningForPurchases completed"));
-  EXPECT_EQ(attributionLines().back(), "info: Successfully fetched and stored ASA attribution data");
+  EXPECT_THAT(log.messages(), Contains("info: Successfully fetched and stored ASA attribution data"));
   EXPECT_EQ(readFile(), R"({"attribution":true,"campaignId":"12"})");
   EXPECT_TRUE(isIdle());
   const auto requests = simulated.http->requests();
@@ -49,23 +41,11 @@ TEST_F(AttributionTracking, enablingTellsItsStepsAtTheErrorLevelAndStoresTheReco
 TEST_F(AttributionTracking, withoutKeyNothingIsBuiltAndDisablingOnlyLogs) {
   defaults->remove("QuillmarVerificationKey");
   enable();
-  EXPECT_EQ(attribution->core().purchaseInterceptor(), nullptr);
   EXPECT_EQ(attribution->core().eventsRepository(), nullptr);
   disable();
   EXPECT_THAT(log.messages(), ElementsAre(facade + "enableASAAttributionTracking called",
                                           "error: AppId key must be provided in Info.plist",
                                           "debug: QuillmarASAAttribution - Disabling ASA attribution tracking"));
-}
-
-TEST_F(AttributionTracking, storedRecordIsNotAskedForAgainWhateverItHolds) {
-  for (const char* content : {R"({"attribution":false})", "[]", ""}) {
-    writeFile(content);
-    log.clear();
-    enable();
-    EXPECT_EQ(simulated.attributionToken->requests(), 0u);
-    EXPECT_THAT(log.messages(), Contains("info: ASA attribution data already exists locally"));
-    EXPECT_EQ(readFile(), content);
-  }
 }
 
 TEST_F(AttributionTracking, failedFetchIsLoggedAndTriedAgainByTheNextEnabling) {
@@ -74,19 +54,17 @@ TEST_F(AttributionTracking, failedFetchIsLoggedAndTriedAgainByTheNextEnabling) {
   const struct {
     int status;
     const char *body, *cause;
-  } cases[] = {
+  } rows[] = {
       {404, "{}", "The service refused the request."},
-      {503, "{}", "The service failed."},
       {200, R"({"campaignId":12})", "A value has the wrong type: campaignId: expected a string, found another number"},
       {200, "", "The data is not in the correct format: not valid JSON at line 1, column 1: the document is empty"}};
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.cause);
-    attributionStatus = test.status;
-    attributionBody = test.body;
+  for (const auto& row : rows) {
+    attributionStatus = row.status;
+    attributionBody = row.body;
     log.clear();
     enable();
     EXPECT_THAT(log.messages(),
-                IsSupersetOf({repository + test.cause, failed + "The attribution data could not be fetched."}));
+                IsSupersetOf({repository + row.cause, failed + "The attribution data could not be fetched."}));
     EXPECT_EQ(readFile(), "no file");
     EXPECT_EQ(listeners(), 1u) << "regardless";
   }
@@ -98,17 +76,16 @@ TEST_F(AttributionTracking, failedFetchIsLoggedAndTriedAgainByTheNextEnabling) {
   attributionBody = R"({"adId":null})";
   enable();
   EXPECT_EQ(readFile(), "{}");
-}
 
-TEST_F(AttributionTracking, systemWithoutStoreListensInVainAndGivesNoToken) {
+  // A system without the store gives no token and no updates.
+  simulated.files->removeItem(attributionFile);
   auto platform = simulated.platform();
   platform.attributionToken = std::make_shared<platform::NoAttributionToken>();
   platform.subscriptionUpdates = std::make_shared<platform::NoSubscriptionUpdates>();
-  attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
+  make(platform);
   enable();
   EXPECT_TRUE(isIdle());
-  EXPECT_THAT(log.messages(), Contains("error: Failed to fetch ASA attribution data: The attribution token is not "
-                                       "available on this platform."));
+  EXPECT_THAT(log.messages(), Contains(failed + "The attribution token is not available on this platform."));
   disable();
   EXPECT_EQ(listenerLines().back(), ended);
 }
@@ -130,6 +107,8 @@ TEST_F(AttributionTracking, eachUpdateIsVerifiedAndSentOneAfterAnotherUntilTheSt
   post(subscriptionUpdate(4));
   eventBody = R"({"status":"success"})";
   post(subscriptionUpdate(5));
+  defaults->set("SdkEnabled", false);
+  post(subscriptionUpdate(18446744073709551615u));
   simulated.subscriptionUpdates->end();
   settle();
 
@@ -143,20 +122,26 @@ TEST_F(AttributionTracking, eachUpdateIsVerifiedAndSentOneAfterAnotherUntilTheSt
                                            received, handling, unverified + "bad renewal",      //
                                            received, handling, verified, failed,                //
                                            received, handling, verified, failed,                //
+                                           received, handling, verified,                        //
                                            received, handling, verified, ended));
-  EXPECT_THAT(log.messages(),
-              Contains("error: PurchaseProcessor - Failed to send data to server: The service failed."));
-  EXPECT_THAT(purchases(), ElementsAre(HasSubstr(R"("3")"), HasSubstr(R"("4")"),
-                                       HasSubstr(R"("attribution_details":{"attribution":true,"campaignId":"12"})")));
+  const std::string processor = "PurchaseProcessor - ";
+  EXPECT_THAT(
+      log.messages(),
+      IsSupersetOf({"error: " + processor + "Failed to send data to server: The service failed.",
+                    "debug: " + processor + "Processing purchase for transaction: 18446744073709551615, state: 1",
+                    "debug: " + processor + "SDK is disabled by server configuration, skipping purchase processing"}));
+  EXPECT_THAT(eventBodies(), ElementsAre(HasSubstr(R"("3")"), HasSubstr(R"("4")"),
+                                         HasSubstr(R"("attribution_details":{"attribution":true,"campaignId":"12"})")));
   const auto statistics = attribution->statistics();
   EXPECT_EQ(statistics.sent, 1u);
   EXPECT_EQ(statistics.failed, 2u);
   EXPECT_EQ(statistics.unverified, 2u);
+  EXPECT_EQ(statistics.skipped, 1u);
   EXPECT_TRUE(isIdle());
 }
 
-TEST_F(AttributionTracking, enablingAgainLeavesOneListener) {
-  writeFile("{}");
+TEST_F(AttributionTracking, enablingAgainLeavesOneListenerAndTheStoredRecordWhateverItHolds) {
+  writeFile("[]");
   for (const bool settled : {true, false}) {
     SCOPED_TRACE(settled);
     attribution->enableASAAttributionTracking();
@@ -165,13 +150,13 @@ TEST_F(AttributionTracking, enablingAgainLeavesOneListener) {
     }
     enable();
     EXPECT_EQ(listeners(), 1u);
-    const std::size_t before = purchases().size();
+    const std::size_t before = eventBodies().size();
     post(subscriptionUpdate(7));
-    EXPECT_EQ(purchases().size(), before + 1);
-    disable();
-    EXPECT_EQ(listeners(), 0u);
-    EXPECT_TRUE(isIdle());
+    EXPECT_EQ(eventBodies().size(), before + 1);
   }
+  EXPECT_EQ(simulated.attributionToken->requests(), 0u);
+  EXPECT_THAT(log.messages(), Contains("info: ASA attribution data already exists locally"));
+  EXPECT_EQ(readFile(), "[]");
 }
 
 TEST_F(AttributionTracking, disablingEndsTheListeningAndEnablingStartsItAgain) {
@@ -182,17 +167,17 @@ TEST_F(AttributionTracking, disablingEndsTheListeningAndEnablingStartsItAgain) {
   EXPECT_EQ(attribution->core().purchaseInterceptor(), nullptr);
   EXPECT_EQ(attribution->core().purchaseProcessor(), nullptr);
   EXPECT_NE(attribution->core().eventsRepository(), nullptr);
-  EXPECT_EQ(attribution->core().quillmarVerificationKey(), "the-key");
   post(subscriptionUpdate(1));
   attribution->disableASAAttributionTracking();
   enable();  // before the task that stops has run: it must not stop the new listener
   EXPECT_THAT(log.messages(), Not(Contains(HasSubstr("Stopping purchase listener"))));
   post(subscriptionUpdate(2));
-  EXPECT_THAT(purchases(), ElementsAre(HasSubstr(R"("2")")));
+  EXPECT_THAT(eventBodies(), ElementsAre(HasSubstr(R"("2")")));
   attribution->enableASAAttributionTracking();
   disable();  // before the listener was started
   post(subscriptionUpdate(3));
-  EXPECT_EQ(purchases().size(), 1u);
+  EXPECT_THAT(eventBodies(), SizeIs(1));
+  EXPECT_EQ(listeners(), 0u);
   EXPECT_TRUE(isIdle());
 }
 
@@ -201,7 +186,7 @@ TEST_F(AttributionTracking, disablingOrDestroyingDuringASendFinishesItAndReadsNo
     SCOPED_TRACE(destroy);
     enable();
     delay = std::chrono::seconds(10);
-    const std::size_t before = purchases().size();
+    const std::size_t before = eventBodies().size();
     log.clear();
     post(subscriptionUpdate(1));
     post(subscriptionUpdate(2));
@@ -213,44 +198,27 @@ TEST_F(AttributionTracking, disablingOrDestroyingDuringASendFinishesItAndReadsNo
     }
     EXPECT_EQ(listeners(), 0u);
     advance(std::chrono::minutes(1));
-    EXPECT_EQ(purchases().size(), before + 1) << "the second one waited for the first";
+    EXPECT_EQ(eventBodies().size(), before + 1) << "the second one waited for the first";
     EXPECT_THAT(log.messages(), Contains("debug: PurchaseProcessor - Purchase processed successfully"));
     EXPECT_EQ(listenerLines().back(), ended);
   }
-}
-
-TEST_F(AttributionTracking, updatesAreSkippedWhileTheServiceHasSwitchedTheLibraryOff) {
-  enable();
-  defaults->set("SdkEnabled", false);
-  post(subscriptionUpdate(18446744073709551615u));
-  EXPECT_THAT(
-      log.messages(),
-      IsSupersetOf(
-          {"debug: PurchaseProcessor - Processing purchase for transaction: 18446744073709551615, state: 1",
-           "debug: PurchaseProcessor - SDK is disabled by server configuration, skipping purchase processing"}));
-  EXPECT_THAT(purchases(), IsEmpty());
-  EXPECT_EQ(attribution->statistics().skipped, 1u);
 }
 
 TEST_F(AttributionTracking, requestsGoToThePlatformsServicesOrToTheMock) {
   auto platform = simulated.platform();
   platform.serviceUrl = "https://staging.example";
   platform.attributionUrl = "https://attribution.example";
-  MockSwitch::set(true);
-  attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
-  enable();
-  post(subscriptionUpdate(1));
-  EXPECT_THAT(simulated.http->requests(), IsEmpty());
-  EXPECT_EQ(readFile(), "{}") << "the mock's document is a record without fields";
-  EXPECT_EQ(attribution->statistics().failed, 1u) << "and no success";
-
-  MockSwitch::set(false);
-  simulated.files->removeItem(attributionFile);
-  attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
-  enable();
-  post(subscriptionUpdate(1));
+  for (const bool mock : {true, false}) {
+    Quillmar::setUseMock(mock);
+    simulated.files->removeItem(attributionFile);
+    make(platform);
+    enable();
+    post(subscriptionUpdate(1));
+    ASSERT_THAT(simulated.http->requests(), SizeIs(mock ? 0 : 2));
+    EXPECT_EQ(readFile() == "{}", mock) << "the mock's document is a record without fields";
+    EXPECT_EQ(attribution->statistics().failed, mock ? 1u : 0u) << "and no success";
+  }
   const auto requests = simulated.http->requests();
-  ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(requests[0].url, "https://attribution.example/api/v1");
   EXPECT_EQ(requests[1].url, "https://staging.example/ios/events");
   EXPECT_EQ(requests[1].headers.at("Authorization"), "the-key");

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <iostream>
 #include <utility>
 
@@ -11,6 +10,8 @@ namespace quillmar::test {
 namespace {
 
 using platform::PropertyListValue;
+using simulated::InMemoryFileManager;
+using simulated::InMemoryUserDefaults;
 
 /// Makes calls fail: so many in a row of all that count.
 struct Fault {
@@ -23,31 +24,31 @@ struct Fault {
     const int since = calls++ - failing;
     return failing >= 0 && since >= 0 && since < inARow ? std::make_error_code(error) : std::error_code{};
   }
+  template <class Call>
+  std::error_code nextOr(Call call) {
+    const std::error_code fault = next();
+    return fault ? fault : call();
+  }
 };
 
-class FaultyFiles final : public simulated::InMemoryFileManager {
+class FaultyFiles final : public InMemoryFileManager {
  public:
   explicit FaultyFiles(Fault& fault) : fault_(fault) {}
 
   std::error_code createDirectory(const std::string& path) override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryFileManager::createDirectory(path);
+    return fault_.nextOr([&] { return InMemoryFileManager::createDirectory(path); });
   }
   std::error_code createFile(const std::string& path) override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryFileManager::createFile(path);
+    return fault_.nextOr([&] { return InMemoryFileManager::createFile(path); });
   }
   std::error_code removeItem(const std::string& path) override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryFileManager::removeItem(path);
+    return fault_.nextOr([&] { return InMemoryFileManager::removeItem(path); });
   }
   std::error_code readFile(const std::string& path, std::string& content) const override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryFileManager::readFile(path, content);
+    return fault_.nextOr([&] { return InMemoryFileManager::readFile(path, content); });
   }
   std::error_code writeFile(const std::string& path, std::string_view content, platform::WriteMode mode) override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryFileManager::writeFile(path, content, mode);
+    return fault_.nextOr([&] { return InMemoryFileManager::writeFile(path, content, mode); });
   }
 
  private:
@@ -55,7 +56,7 @@ class FaultyFiles final : public simulated::InMemoryFileManager {
 };
 
 /// Keeps in memory what it cannot write, as the seam wants it; appends are all or nothing.
-class FaultyDefaults final : public simulated::InMemoryUserDefaults {
+class FaultyDefaults final : public InMemoryUserDefaults {
  public:
   explicit FaultyDefaults(Fault& fault) : fault_(fault) {}
 
@@ -76,21 +77,17 @@ class FaultyDefaults final : public simulated::InMemoryUserDefaults {
     return fault_.next();
   }
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
-    const std::error_code error = fault_.next();
-    return error ? error : InMemoryUserDefaults::replaceDataTail(key, keep, tail);
+    return fault_.nextOr([&] { return InMemoryUserDefaults::replaceDataTail(key, keep, tail); });
   }
 
  private:
   Fault& fault_;
 };
 
-class FaultyProvider final : public simulated::InMemoryUserDefaultsProvider {
- public:
-  explicit FaultyProvider(Fault& fault) : store_(std::make_shared<FaultyDefaults>(fault)) {}
-  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store_; }
-
- private:
-  const std::shared_ptr<platform::UserDefaults> store_;
+struct FaultyProvider final : simulated::InMemoryUserDefaultsProvider {
+  explicit FaultyProvider(Fault& fault) : store(std::make_shared<FaultyDefaults>(fault)) {}
+  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store; }
+  const std::shared_ptr<platform::UserDefaults> store;
 };
 
 /// Tells whether the fault was met.
@@ -102,31 +99,25 @@ bool liveWith(Fault& fault) {
   const auto expectNothingAcknowledgedIsLost = [&host, &fault] {
     const Fault now = std::exchange(fault, {-1});  // this look at the history is none of the library's
     EventTracker history(host.simulated.userDefaults->openSuite(""), host.simulated.clock);
-    const std::string mark = "EventTracker - Tracked event: ";
-    const auto lines = host.log.messages();
-    const auto cleared = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& line) {
-                           return line.find("Cleared all tracked events") != std::string::npos;
-                         }).base();
-    for (auto line = cleared; line != lines.end(); ++line) {
-      if (const auto at = line->find(mark); at != std::string::npos) {
-        const auto from = at + mark.size();
-        const std::string name = line->substr(from, line->find(' ', from) - from);
-        EXPECT_TRUE(history.areEventsCompleted({name})) << name;
-      }
+    for (const std::string name : {"session", "purchase", "after"}) {
+      EXPECT_TRUE(!host.logged("EventTracker - Tracked event: " + name) || history.areEventsCompleted({name})) << name;
     }
+    EXPECT_FALSE(host.logged("nexpected error"));
     fault = now;
   };
   const auto live = [&] {
     host.configure();
     host.advance(std::chrono::seconds(30));  // the attempts to fetch
     host.send("session");
-    host.send("purchase", EventParameters{{ASEventParam::revenue, 20}});
+    host.send("purchase", {{ASEventParam::revenue, 20}});
     expectNothingAcknowledgedIsLost();
   };
   live();
   host.restart();  // the history is read anew
   live();
   host.quillmar->reset();
+  host.quillmar->setLogLevel(LogLevel::info);
+  host.log.clear();
   live();
   const bool met = fault.calls > fault.failing;
   // The fault is over, and two hours later so is all that it caused.
@@ -139,8 +130,7 @@ bool liveWith(Fault& fault) {
   expectNothingAcknowledgedIsLost();
   EXPECT_TRUE(host.core().eventTracker()->areEventsCompleted({"after", "session"}));
   EXPECT_NO_THROW(host.quillmar->conversionValuesRepository()->fetchAllConversionValues());
-  EXPECT_FALSE(host.logged("nexpected error"));
-  EXPECT_GT(host.simulated.adNetwork->calls().size(), 0u);
+  EXPECT_GT(host.calls().size(), 0u);
   return met;
 }
 

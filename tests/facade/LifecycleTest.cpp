@@ -6,60 +6,34 @@ namespace quillmar::test {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace ::testing;
 using std::chrono::days;
 
-class StartUp : public ::testing::Test, protected FacadeHarness {};
+class StartUp : public Test, protected FacadeHarness {};
 class Refresh : public StartUp {};
 class Reset : public StartUp {};
 
-TEST_F(StartUp, firstConfigurationRecordsTheInstallOnceAndStoresTheKey) {
+TEST_F(StartUp, recordsTheInstallOnceUnlessItsDateIsLostAndStoresKeyAndConfiguration) {
   configure();
   const auto id = defaults->string("QuillmarId");
   ASSERT_TRUE(id);
-  EXPECT_EQ(id->size(), 36u);
-  EXPECT_EQ(defaults->date("QuillmarFirstRunDate"), startOfTests);
   EXPECT_EQ(defaults->string("QuillmarVerificationKey"), "the-key");
-  EXPECT_TRUE(quillmar->isInitialized());
   EXPECT_TRUE(logged("info: First run date saved: 2026-01-01 00:00:00 +0000"));
+  std::string file;
+  EXPECT_FALSE(simulated.files->readFile("/documents/Quillmar/quill-mar-conv-val.json", file));
+  EXPECT_NE(file.find("\n  \"values\": ["), std::string::npos) << "pretty-printed";
 
   advance(days(1));
-  restart();
-  configure();
-  EXPECT_EQ(defaults->string("QuillmarId"), id);
-  EXPECT_EQ(defaults->date("QuillmarFirstRunDate"), startOfTests);
-  EXPECT_TRUE(logged("info: First run date: 2026-01-01 00:00:00 +0000. Days since first run: 1."));
-
-  defaults->set("QuillmarFirstRunDate", "of another type");
-  restart();
-  configure();
-  EXPECT_EQ(defaults->string("QuillmarId"), id);
-  EXPECT_EQ(defaults->date("QuillmarFirstRunDate"), startOfTests + days(1));
-}
-
-TEST(DayLimits, ofTheTwoPathsDifferOnPurpose) {
-  const struct {
-    bool mock;
-    int daysAgo;
-    bool starts;
-    const char* line;
-  } cases[] = {
-      {false, 37, true, "Days since first run: 37."},
-      {false, 38, false, "SDK not initialized. More than 37 days have passed since the first run."},
-      {true, 35, true, "Less than 35 days since first run. Continuing with initialization."},
-      {true, 36, false, "More than 35 days have passed since first run. SDK will not be initialized."},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.line);
-    FacadeHarness host;
-    Quillmar::setUseMock(test.mock);
-    host.defaults->set("QuillmarFirstRunDate", startOfTests - days(test.daysAgo));
-    host.configure();
-    EXPECT_EQ(host.quillmar->isInitialized(), test.starts);
-    EXPECT_TRUE(host.logged(test.line));
-    EXPECT_EQ(host.quillmar->conversionValuesRepository() != nullptr, test.starts);
-    EXPECT_EQ(host.logged("Quillmar initialized with appId: the-key"), test.starts);
-    EXPECT_EQ(host.configRequests(), test.starts && !test.mock ? 1u : 0u);
+  for (const bool isLost : {false, true}) {
+    if (isLost) {
+      defaults->set("QuillmarFirstRunDate", "of another type");
+    }
+    restart();
+    configure();
+    EXPECT_EQ(defaults->string("QuillmarId"), id);
+    EXPECT_EQ(defaults->date("QuillmarFirstRunDate"), startOfTests + days(isLost ? 1 : 0));
   }
+  EXPECT_TRUE(logged("info: First run date: 2026-01-01 00:00:00 +0000. Days since first run: 1."));
 }
 
 TEST_F(StartUp, mockPathConfiguresOnTheCallersThreadWithoutKeyOrFetch) {
@@ -74,31 +48,28 @@ TEST_F(StartUp, mockPathConfiguresOnTheCallersThreadWithoutKeyOrFetch) {
   EXPECT_TRUE(simulated.http->requests().empty());
 }
 
-TEST_F(StartUp, requestsCarryTheKeyAndGoToThePlatformsService) {
-  auto platform = simulated.platform();
-  platform.serviceUrl = "https://staging.example";
-  quillmar = QuillmarFactory::createQuillmar(platform);
+TEST_F(StartUp, collaboratorsCanBeReplacedAndTakenAway) {
   configure();
+  const auto values = quillmar->conversionValuesRepository();
+  const auto log = quillmar->eventServerLogRepository();
+  const auto manager = quillmar->conversionTrackingManager();
+  ASSERT_TRUE(values && log && manager && quillmar->verificationKeyRepository());
+  quillmar->setEventServerLogRepository(nullptr);
   send("session");
-  const auto requests = simulated.http->requests();
-  ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(requests[0].url, "https://staging.example/ios/config");
-  EXPECT_EQ(requests[1].url, "https://staging.example/ios/events");
-  for (const auto& request : requests) {
-    EXPECT_EQ(request.headers.at("Authorization"), "the-key");
-  }
-  EXPECT_NE(requests[1].body.find("\"app_id\":\"app-1\""), std::string::npos);
-}
-
-TEST_F(StartUp, configuringTwiceObservesTwiceAndResetRemovesBoth) {
-  configure();
-  configure();
-  activate();
-  EXPECT_EQ(countLines("Application did become active"), 2u);
-  quillmar->reset();
-  log.clear();
-  activate();
-  EXPECT_FALSE(logged("Application did become active"));
+  EXPECT_THAT(eventNames(), IsEmpty()) << "nobody logs it";
+  EXPECT_EQ(calls().size(), 1u) << "but it counts";
+  quillmar->setEventServerLogRepository(log);
+  quillmar->setConversionTrackingManager(nullptr);
+  send("session");
+  EXPECT_EQ(eventNames().size(), 1u);
+  EXPECT_EQ(calls().size(), 1u) << "nobody tells the platform";
+  quillmar->setConversionTrackingManager(manager);
+  quillmar->setConversionValuesRepository(nullptr);
+  send("purchase");
+  EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
+  quillmar->setConversionValuesRepository(values);
+  send("session");
+  EXPECT_EQ(calls().size(), 2u) << "all is as before";
 }
 
 TEST_F(Refresh, comesFirstInAProcessAndThenAtAnActivationAfterExactlyAnHour) {
@@ -106,20 +77,22 @@ TEST_F(Refresh, comesFirstInAProcessAndThenAtAnActivationAfterExactlyAnHour) {
   configure();
   EXPECT_EQ(configRequests(), 1u) << "whatever is stored";
   EXPECT_TRUE(logged("debug: First fetch in this session, proceeding..."));
-  advance(3599s);
-  activate();
-  EXPECT_EQ(configRequests(), 1u);
-  EXPECT_TRUE(logged("debug: Time since last fetch: 3599s (threshold: 3600s), should refresh: false"));
-  EXPECT_TRUE(logged("debug: App became active but conversion values don't need refresh"));
-  advance(1s);
-  simulated.notifications->post(platform::Notification::sceneDidActivate);
-  settle();
-  EXPECT_EQ(configRequests(), 2u);
-  EXPECT_TRUE(logged("info: Scene did activate"));
-  EXPECT_TRUE(logged("debug: Saved last fetch timestamp: 2026-01-01 01:00:00 +0000"));
-  simulated.clock->setNow(startOfTests - std::chrono::years(40));
-  activate();
-  EXPECT_EQ(configRequests(), 2u) << "a clock that was set back";
+  const struct {
+    std::chrono::seconds since;
+    std::size_t requests;
+    const char* line;
+  } rows[] = {{3599s, 1, "debug: Time since last fetch: 3599s (threshold: 3600s), should refresh: false"},
+              {3600s, 2, "debug: Saved last fetch timestamp: 2026-01-01 01:00:00 +0000"},
+              {-std::chrono::years(40), 2, "debug: App became active but conversion values don't need refresh"}};
+  for (const auto& row : rows) {
+    log.clear();
+    simulated.clock->setNow(startOfTests + row.since);
+    simulated.notifications->post(platform::Notification::sceneDidActivate);
+    settle();
+    EXPECT_TRUE(logged("info: Scene did activate"));
+    EXPECT_TRUE(logged(row.line)) << row.line;
+    EXPECT_EQ(configRequests(), row.requests) << row.line;
+  }
   defaults->remove("LastConversionValuesFetchTimestamp");
   activate();
   EXPECT_EQ(configRequests(), 3u) << "a lost timestamp";
@@ -128,7 +101,6 @@ TEST_F(Refresh, comesFirstInAProcessAndThenAtAnActivationAfterExactlyAnHour) {
 TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
   configStatus = 500;
   configure();
-  EXPECT_EQ(configRequests(), 1u);
   EXPECT_TRUE(quillmar->drain(0ms)) << "a waiting fetch is not in flight";
   activate();  // during the wait
   EXPECT_TRUE(logged("debug: Fetch already in progress, skipping..."));
@@ -136,9 +108,7 @@ TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
     EXPECT_TRUE(quillmar->hasFetchedConversionValues());
     advance(passing);
     EXPECT_EQ(configRequests(), expected);
-  }
-  for (const char* attempt : {"1", "2", "3"}) {
-    EXPECT_TRUE(logged(std::string("error: Failed to fetch conversion values: serverError. Attempt: ") + attempt));
+    EXPECT_EQ(countLines("error: Failed to fetch conversion values: serverError. Attempt: "), expected);
   }
   EXPECT_TRUE(logged("error: Failed to fetch conversion values after 3 attempts. Last error: serverError"));
   EXPECT_FALSE(quillmar->hasFetchedConversionValues());
@@ -151,71 +121,31 @@ TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
 TEST_F(Refresh, secondLoopStopsWhileTheFirstIsRetryingAndNoAttemptsKeepTheFlag) {
   configStatus = 500;
   configure();
-  auto counter = std::make_shared<ActivityCounter>();
-  const auto loop = [&](int attempts) {
-    spawn(simulated.executor, QuillmarCore::fetchWithRetry(core().weak_from_this(), attempts, 5.0, Activity(counter)));
-    settle();
-  };
-  loop(3);
-  EXPECT_TRUE(logged("debug: Already retrying, skipping..."));
-  advance(1min);
-  loop(0);
-  EXPECT_TRUE(logged("error: Failed to fetch conversion values after 0 attempts. Last error: Unknown"));
-  log.clear();
-  loop(3);
-  EXPECT_TRUE(logged("Already retrying")) << "the loop without attempts leaves the flag set";
-}
-
-TEST_F(Refresh, badAnswersLeaveTheStoredConfigurationAlone) {
-  configure();
-  const auto stored = [this] {
-    std::string content;
-    EXPECT_FALSE(simulated.files->readFile("/documents/Quillmar/quill-mar-conv-val.json", content));
-    return content;
-  };
-  const std::string before = stored();
-  EXPECT_NE(before.find("\n  \"values\": ["), std::string::npos) << "pretty-printed";
-  const struct {
-    int status;
-    const char *body, *error;
-  } cases[] = {
-      {200, "<html>Sign in to the network</html>", "dataCorrupted: not valid JSON at line 1, column 1: syntax error"},
-      {200, "", "dataCorrupted: not valid JSON at line 1, column 1: the document is empty"},
-      {204, "", "dataCorrupted"},
-      {200, R"({"app_id":"x","sdk_enabled":"yes"})", "typeMismatch: sdk_enabled: expected a Boolean, found a string"},
-      {302, "", "unexpectedStatusCode"},
-      {401, "", "invalidRequest"},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.error);
-    advance(2h);
-    configStatus = test.status;
-    configBody = test.body;
-    activate();
-    advance(15s);
-    EXPECT_EQ(countLines(std::string("error: Failed to fetch conversion values: ") + test.error), 3u);
-    EXPECT_EQ(stored(), before);
-    EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
+  const auto expectOfLoop = [&](int attempts, const char* line) {
     log.clear();
-  }
-}
-
-TEST_F(Refresh, hostThatIsGoneMakesNoFurtherAttempt) {
-  configStatus = 500;
-  configure();
-  quillmar.reset();
+    spawn(simulated.executor, QuillmarCore::fetchWithRetry(core().weak_from_this(), attempts, 5.0,
+                                                           Activity(std::make_shared<ActivityCounter>())));
+    settle();
+    EXPECT_TRUE(logged(line)) << line;
+  };
+  expectOfLoop(3, "debug: Already retrying, skipping...");
   advance(1min);
-  EXPECT_EQ(configRequests(), 1u);
+  expectOfLoop(0, "error: Failed to fetch conversion values after 0 attempts. Last error: Unknown");
+  expectOfLoop(3, "debug: Already retrying, skipping...");
 }
 
 TEST_F(Reset, forgetsWhatTheServiceSentAndKeepsTheInstall) {
   configure();
+  configure();
   send("session");
+  activate();
+  EXPECT_EQ(countLines("Application did become active"), 2u) << "each configuring observes";
   Quillmar::setUseMock(true);
   Quillmar::setConsecutiveAPIFailures(4);
   SharedState::instance().setEventRetryCount(2, "x");
   quillmar->reset();
-  settle();
+  activate();
+  EXPECT_EQ(countLines("Application did become active"), 2u);
   for (const char* key :
        {"LastConversionValuesFetchTimestamp", "ServerAppId", "SdkEnabled", "com.quillmar.completedEvents"}) {
     EXPECT_FALSE(defaults->object(key)) << key;
@@ -239,39 +169,45 @@ TEST_F(Reset, emptiesTheParkedEventsAndTheLibraryStartsAgain) {
   configure();
   send("parked");
   quillmar->reset();
-  settle();
-  EXPECT_EQ(quillmar->statistics().parked, 0u);
   configStatus = 200;
-  quillmar->setLogLevel(LogLevel::info);
   configure();
   send("session");
-  EXPECT_EQ(eventNames(), std::vector<std::string>{"session"});
-
   core().resetConfigurationState();
   send("parked again");
   EXPECT_EQ(quillmar->statistics().parked, 1u);
   core().markConfigurationAsLoaded();
   settle();
-  EXPECT_EQ(eventNames().back(), "parked again");
+  EXPECT_THAT(eventNames(), ElementsAre("session", "parked again"));
 }
 
-TEST_F(Reset, withRequestsInFlightIsHarmless) {
-  configure();
-  delay = 1s;
-  quillmar->sendEvent("session");
-  advance(2h);
-  simulated.notifications->post(platform::Notification::applicationDidBecomeActive);
-  quillmar->sendEvent("session");
-  settle();
-  quillmar->reset();
-  advance(1min);
-  EXPECT_TRUE(quillmar->drain(0ms));
+TEST(InFlight, requestsOfAHostThatIsResetOrGoneDoNoHarm) {
+  for (const bool gone : {false, true}) {
+    SCOPED_TRACE(gone);
+    FacadeHarness host;
+    host.configure();
+    host.delay = 1s;
+    host.configStatus = 500;
+    host.simulated.clock->setNow(startOfTests + 2h);
+    host.activate();
+    host.send("in flight");
+    host.quillmar->sendEvent("queued");
+    const auto quillmar = gone ? nullptr : host.quillmar;
+    host.quillmar.reset();
+    if (quillmar) {
+      quillmar->reset();
+    }
+    host.advance(1min);
+    EXPECT_THAT(host.eventNames(), ElementsAre("in flight"));
+    EXPECT_TRUE(host.calls().empty());
+    EXPECT_EQ(host.configRequests(), gone ? 2u : 4u) << "nobody is left to try again";
+    EXPECT_TRUE(!quillmar || quillmar->drain(0ms));
+  }
 }
 
 TEST(Shared, instancesAreIndependentButShareTheCounters) {
   FacadeHarness first;
-  auto second = QuillmarFactory::createQuillmar(std::make_shared<simulated::InMemoryUserDefaults>(), {},
-                                                first.simulated.platform());
+  const auto second = QuillmarFactory::createQuillmar(std::make_shared<simulated::InMemoryUserDefaults>(), {},
+                                                      first.simulated.platform());
   first.configure();
   EXPECT_FALSE(second->isInitialized());
   first.eventStatus = 500;
@@ -293,32 +229,6 @@ TEST(EventParam, rawValuesMatchExactly) {
   for (const char* other : {"Revenue", "REVENUE", "", "revenue "}) {
     EXPECT_FALSE(eventParamFromRawValue(other)) << other;
   }
-}
-
-TEST_F(StartUp, collaboratorsCanBeReplacedAndTakenAway) {
-  configure();
-  const auto values = quillmar->conversionValuesRepository();
-  const auto log = quillmar->eventServerLogRepository();
-  const auto manager = quillmar->conversionTrackingManager();
-  ASSERT_TRUE(values && log && manager && quillmar->verificationKeyRepository());
-  quillmar->setEventServerLogRepository(nullptr);
-  send("session");
-  EXPECT_THAT(eventNames(), testing::IsEmpty()) << "nobody logs it";
-  EXPECT_EQ(simulated.adNetwork->calls().size(), 1u) << "but it counts";
-  quillmar->setEventServerLogRepository(log);
-  quillmar->setConversionTrackingManager(nullptr);
-  send("session");
-  EXPECT_EQ(eventNames().size(), 1u);
-  EXPECT_EQ(simulated.adNetwork->calls().size(), 1u) << "nobody tells the platform";
-  quillmar->setConversionTrackingManager(manager);
-  quillmar->setConversionValuesRepository(nullptr);
-  quillmar->setVerificationKeyRepository(nullptr);
-  send("purchase");
-  EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
-  EXPECT_FALSE(core().eventTracker()->areEventsCompleted({"purchase"}));
-  quillmar->setConversionValuesRepository(values);
-  send("session");
-  EXPECT_EQ(simulated.adNetwork->calls().size(), 2u) << "all is as before";
 }
 
 }  // namespace

@@ -1,21 +1,13 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
-#include <initializer_list>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "Attribution/QuillmarASAAttributionCore.h"
-#include "Settings/MockSwitch.h"
-#include "Settings/QuillMarDefaults.h"
 #include "quillmar/QuillmarASAAttribution.h"
-#include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/SimulatedPlatform.h"
-#include "support/LogCapture.h"
+#include "support/FacadeHarness.h"
 
 namespace quillmar::test {
 
@@ -29,24 +21,21 @@ inline platform::SubscriptionStatusUpdate subscriptionUpdate(std::uint64_t ident
   return update;
 }
 
-/// A host on a simulated platform, configured before, with both services in the same process.
-class AttributionHarness {
+/// A host that was configured in an earlier process, and the service that tells of the attribution.
+class AttributionHarness : public FacadeHarness {
  public:
-  AttributionHarness()
-      : simulated(platform::Clock::TimePoint{}, "17.4",
-                  [this](const platform::HttpRequest& request) { return answer(request); }),
-        log(LogLevel::info),
-        defaults(quillMarDefaults(simulated.userDefaults)) {
-    MockSwitch::set(false);
+  AttributionHarness() {
     defaults->set("QuillmarVerificationKey", "the-key");
-    attribution = QuillmarFactory::createQuillmarASAAttribution(simulated.platform());
+    make(simulated.platform());
   }
-  ~AttributionHarness() {
+  ~AttributionHarness() override {
     attribution.reset();
     settle();  // the listener ends; what waits in the executor would keep it alive
-    MockSwitch::set(false);
   }
 
+  void make(const platform::Platform& platform) {
+    attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
+  }
   void enable() {
     attribution->enableASAAttributionTracking();
     settle();
@@ -59,11 +48,8 @@ class AttributionHarness {
     simulated.subscriptionUpdates->post(update);
     settle();
   }
-
-  /// Runs all that can run now.
-  void settle() { simulated.clock->advance(std::chrono::nanoseconds(0)); }
-  void advance(std::chrono::nanoseconds by) { simulated.clock->advance(by); }
   bool isIdle() { return attribution->drain(std::chrono::milliseconds(0)); }
+  std::size_t listeners() const { return simulated.subscriptionUpdates->listeners(); }
 
   void writeFile(const std::string& content) {
     simulated.files->createDirectory("/documents");
@@ -75,48 +61,27 @@ class AttributionHarness {
     return content;
   }
 
-  /// The log lines whose message begins with one of the prefixes, with their severities.
-  std::vector<std::string> linesOf(std::initializer_list<std::string_view> prefixes) const {
+  /// The log lines of the facade and of the listener, with their severities.
+  std::vector<std::string> listenerLines() const {
     std::vector<std::string> lines = log.messages();
-    std::erase_if(lines, [&prefixes](const std::string& line) {
-      const std::string_view message = std::string_view(line).substr(line.find(": ") + 2);
-      return std::none_of(prefixes.begin(), prefixes.end(), [&](auto prefix) { return message.starts_with(prefix); });
+    std::erase_if(lines, [](const std::string& line) {
+      return line.find(": QuillmarASAAttribution - ") == std::string::npos &&
+             line.find(": PurchaseInterceptor - ") == std::string::npos;
     });
     return lines;
   }
-  std::vector<std::string> attributionLines() const { return linesOf({"ASA", "Apple", "Failed", "Successfully"}); }
-  std::vector<std::string> listenerLines() const { return linesOf({"QuillmarASAAttribution", "PurchaseInterceptor"}); }
 
-  /// The bodies of the purchases that the service was sent, in order.
-  std::vector<std::string> purchases() const {
-    std::vector<std::string> bodies;
-    for (const auto& request : simulated.http->requests()) {
-      if (request.url.ends_with("/ios/events")) {
-        bodies.push_back(request.body);
-      }
-    }
-    return bodies;
-  }
-
-  // What the services answer.
   int attributionStatus = 200;
   std::string attributionBody = R"({"attribution":true,"campaignId":"12","unknown":1})";
-  int eventStatus = 200;
-  std::string eventBody = R"({"status":"success"})";
-  std::chrono::nanoseconds delay{0};
-
-  simulated::SimulatedPlatform simulated;
-  LogCapture log;
-  std::shared_ptr<platform::UserDefaults> defaults;
   std::shared_ptr<QuillmarASAAttribution> attribution;
 
  private:
-  simulated::InMemoryAnswer answer(const platform::HttpRequest& request) const {
-    const bool isEvent = request.url.ends_with("/ios/events");
-    simulated::InMemoryAnswer answer;
-    answer.result.statusCode = isEvent ? eventStatus : attributionStatus;
-    answer.result.body = isEvent ? eventBody : attributionBody;
-    answer.delay = delay;
+  simulated::InMemoryAnswer answer(const platform::HttpRequest& request) const override {
+    simulated::InMemoryAnswer answer = FacadeHarness::answer(request);
+    if (request.url.ends_with("/api/v1")) {
+      answer.result.statusCode = attributionStatus;
+      answer.result.body = attributionBody;
+    }
     return answer;
   }
 };
