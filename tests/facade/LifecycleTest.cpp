@@ -65,6 +65,7 @@ TEST_F(StartUp, collaboratorsCanBeReplacedAndTakenAway) {
   EXPECT_EQ(calls().size(), 1u) << "nobody tells the platform";
   quillmar->setConversionTrackingManager(manager);
   quillmar->setConversionValuesRepository(nullptr);
+  quillmar->setVerificationKeyRepository(nullptr);
   send("purchase");
   EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
   quillmar->setConversionValuesRepository(values);
@@ -98,7 +99,7 @@ TEST_F(Refresh, comesFirstInAProcessAndThenAtAnActivationAfterExactlyAnHour) {
   EXPECT_EQ(configRequests(), 3u) << "a lost timestamp";
 }
 
-TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
+TEST_F(Refresh, failuresWaitFiveAndTenSecondsUntilTheThirdOrTheEndOfTheHost) {
   configStatus = 500;
   configure();
   EXPECT_TRUE(quillmar->drain(0ms)) << "a waiting fetch is not in flight";
@@ -116,6 +117,13 @@ TEST_F(Refresh, threeFailuresWaitFiveAndTenSecondsAndGiveUp) {
   activate();
   EXPECT_EQ(configRequests(), 4u);
   EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
+
+  configStatus = 500;
+  advance(1h);
+  activate();
+  quillmar.reset();  // during the wait
+  advance(1min);
+  EXPECT_EQ(configRequests(), 5u);
 }
 
 TEST_F(Refresh, secondLoopStopsWhileTheFirstIsRetryingAndNoAttemptsKeepTheFlag) {
