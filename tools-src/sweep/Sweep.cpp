@@ -209,9 +209,6 @@ void Sweep::sweep(const Path& path, const std::string& kind, const Injection& in
 
 void Sweep::killAtEachPoint() {
   for (const auto& [path, kind] : Path::withFolders("long")) {
-    if (kind == "long" && options_.every > 1) {
-      continue;
-    }
     const std::string title = fmt::format("kill: {}, {} folder", path.name, kind);
     Injection injection;
     injection.kind = Injection::Kind::kill;
@@ -270,9 +267,6 @@ void Sweep::failEachCall() {
       {"once", 1, 0}, {"once, another error", 1, 1}, {"20 in a row", 20, 0}, {"from there on", ~std::size_t{0}, 0}};
   for (const auto& [path, kind] : Path::withFolders("merged")) {
     for (const Spell& spell : spells) {
-      if (kind == "merged" && options_.every > 1) {
-        continue;
-      }
       Injection injection;
       injection.kind = Injection::Kind::fail;
       injection.count = spell.count;

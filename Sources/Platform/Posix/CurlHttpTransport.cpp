@@ -691,10 +691,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       } else if (isBlank(value)) {
         addHeader(list, name + ";");  // how libcurl is told to send an empty value
       } else {
-        std::string line = name;
-        line += ": ";
-        line += value;
-        addHeader(list, line);
+        addHeader(list, fmt::format("{}: {}", name, value));
       }
     }
     for (const std::string_view name : unwanted) {
