@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "Conversion/EventTracker.h"
-#include "Model/ConversionValues.h"
 #include "Platform/Posix/SqliteUserDefaults.h"
 #include "quillmar/ASEventParam.h"
+#include "quillmar/ConversionValues.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/platform/Platform.h"
 

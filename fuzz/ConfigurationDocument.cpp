@@ -1,7 +1,7 @@
 // The stored configuration: a file of JSON in the library's folder.
 #include <algorithm>
 
-#include "Model/ConversionValues.h"
+#include "Model/ConversionValuesCoding.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Promises.h"
 #include "Target.h"

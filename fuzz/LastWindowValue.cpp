@@ -4,8 +4,8 @@
 #include "Conversion/ConversionValueResolver.h"
 #include "Platform/Posix/PropertyListCoding.h"
 #include "Promises.h"
-#include "Settings/Config.h"
 #include "Target.h"
+#include "quillmar/Config.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 
 using namespace quillmar;

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "Json/Codable.h"
 #include "Json/CodingError.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
@@ -22,7 +23,7 @@ template <class T>
 std::optional<T> decoded(std::string_view text) {
   try {
     const boost::json::value document = parseJson(text);
-    return T::decode(JsonReader(document));
+    return Codable<T>::decode(JsonReader(document));
   } catch (const DecodingError& error) {
     require(error.code().category() == make_error_code(DecodingErrorCode::dataCorrupted).category(),
             "a document is refused with one of the decoding errors");
@@ -34,7 +35,7 @@ std::optional<T> decoded(std::string_view text) {
 template <class T>
 std::string encoded(const T& value, JsonWriter::Format format = JsonWriter::Format::compact) {
   JsonWriter writer(format);
-  value.encode(writer);
+  Codable<T>::encode(writer, value);
   return writer.take();
 }
 

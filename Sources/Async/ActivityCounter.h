@@ -10,6 +10,9 @@
 
 namespace quillmar {
 
+/// The moment that lies `timeout` ahead, or the last one that there is.
+std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds timeout);
+
 /// Counts what is in flight, so that a host can wait until nothing is.
 class ActivityCounter {
  public:
@@ -17,7 +20,7 @@ class ActivityCounter {
   void end() noexcept;
 
   /// Blocks until the count is zero or the time is over; true for the former.
-  bool waitUntilIdle(std::chrono::milliseconds timeout);
+  bool waitUntilIdle(std::chrono::steady_clock::time_point deadline);
 
   std::int64_t count() const noexcept { return count_.load(std::memory_order_acquire); }
 

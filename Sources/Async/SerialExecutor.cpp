@@ -4,6 +4,9 @@
 #include <new>
 #include <utility>
 
+#include "Logging/ErrorDescription.h"
+#include "Logging/Logger.h"
+
 namespace quillmar {
 
 namespace {
@@ -54,7 +57,11 @@ void SerialExecutor::run() {
       item = std::move(work_.front());
       work_.pop_front();
     }
-    item();
+    try {
+      item();
+    } catch (...) {  // a seam that threw what it must not; the queue goes on
+      Logger::error("{} - Unexpected error: {}", label_, textualDescription(std::current_exception()));
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 
 namespace quillmar {
@@ -40,13 +41,7 @@ void spawn(const std::shared_ptr<platform::Executor>& executor, Task<void> task)
     if (!failure) {
       return;
     }
-    try {
-      std::rethrow_exception(failure);
-    } catch (const std::exception& error) {
-      Logger::error("Task - Ended by an unexpected error: {}", error.what());
-    } catch (...) {
-      Logger::error("Task - Ended by an unexpected error");
-    }
+    Logger::error("Task - Ended by an unexpected error: {}", textualDescription(failure));
   });
 }
 

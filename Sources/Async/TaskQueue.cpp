@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 
 namespace quillmar {
@@ -80,8 +81,8 @@ void TaskQueue::pump() {
     Slot slot(shared_from_this());
     try {
       spawn(serial_, run(std::move(slot), std::move(makeTask)));
-    } catch (const std::exception& error) {
-      Logger::error("TaskQueue - Dropped an item: {}", error.what());
+    } catch (...) {
+      Logger::error("TaskQueue - Dropped an item: {}", textualDescription(std::current_exception()));
     }
   }
 }

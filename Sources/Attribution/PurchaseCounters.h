@@ -11,6 +11,7 @@ struct PurchaseCounters {
   std::atomic<std::uint64_t> failed{0};
   std::atomic<std::uint64_t> unverified{0};
   std::atomic<std::uint64_t> skipped{0};
+  std::atomic<std::uint64_t> dropped{0};
 };
 
 }  // namespace quillmar

@@ -55,7 +55,8 @@ Task<void> PurchaseInterceptor::startListening(std::shared_ptr<PurchaseIntercept
   auto handle = std::make_shared<TaskHandle>();
   self->purchaseListenerTask_ = handle;
   Activity busy(self->activity_);
-  Task<void> listener = listen(self, std::move(handle), self->updates_, self->activity_, std::move(busy));
+  Task<void> listener =
+      listen(self, std::move(handle), self->updates_, self->activity_, self->counters_, std::move(busy));
   spawn(self->serial_, std::move(listener));
   Logger::error("PurchaseInterceptor - Purchase listener task created");
   co_return;
@@ -75,7 +76,8 @@ void PurchaseInterceptor::cancelListener() noexcept {
 
 Task<void> PurchaseInterceptor::listen(std::weak_ptr<PurchaseInterceptor> weak, std::shared_ptr<TaskHandle> handle,
                                        std::shared_ptr<platform::SubscriptionStatusUpdates> updates,
-                                       std::shared_ptr<ActivityCounter> counter, Activity starting) {
+                                       std::shared_ptr<ActivityCounter> counter,
+                                       std::shared_ptr<PurchaseCounters> counters, Activity starting) {
   Logger::error("PurchaseInterceptor - Task started, beginning Product.SubscriptionInfo.Status.updates loop");
   const std::shared_ptr<platform::SubscriptionStatusSubscription> subscription = updates->subscribe();
   handle->onCancel([subscription] { subscription->cancel(); });
@@ -93,32 +95,34 @@ Task<void> PurchaseInterceptor::listen(std::weak_ptr<PurchaseInterceptor> weak, 
     if (!arrival.update) {
       break;
     }
+    auto self = handle->isCancelled() ? nullptr : weak.lock();
+    if (!self) {  // it came while this listened, and is too late
+      counters->dropped.fetch_add(1, std::memory_order_relaxed);
+      continue;
+    }
     Logger::error("PurchaseInterceptor - Subscription status update received!");
-    Task<void> handling = handleSubscriptionStatusUpdate(weak, std::move(*arrival.update));
+    Task<void> handling =
+        handleSubscriptionStatusUpdate(self->purchaseProcessor_, counters, std::move(*arrival.update));
+    self.reset();
     co_await std::move(handling);
   }
   handle->onCancel(nullptr);
   Logger::error("PurchaseInterceptor - Product.SubscriptionInfo.Status.updates loop ended");
 }
 
-Task<void> PurchaseInterceptor::handleSubscriptionStatusUpdate(std::weak_ptr<PurchaseInterceptor> weak,
+Task<void> PurchaseInterceptor::handleSubscriptionStatusUpdate(std::shared_ptr<PurchaseProcessorProtocol> processor,
+                                                               std::shared_ptr<PurchaseCounters> counters,
                                                                SubscriptionStatusUpdate update) {
-  std::shared_ptr<PurchaseInterceptor> self = weak.lock();
-  if (!self) {
-    co_return;
-  }
   Logger::error("PurchaseInterceptor - Handling subscription status update");
   for (const auto* failure : {&update.transaction.verificationError, &update.renewalInfo.verificationError}) {
     if (*failure) {
       Logger::error("PurchaseInterceptor - Failed to verify subscription status: {}", (*failure)->localizedDescription);
-      self->counters_->unverified.fetch_add(1, std::memory_order_relaxed);
+      counters->unverified.fetch_add(1, std::memory_order_relaxed);
       co_return;
     }
   }
   Logger::error("PurchaseInterceptor - Verified subscription status received, state: {}", update.renewalState);
-  Task<void> processing = processSubscriptionStatusUpdate(self->purchaseProcessor_, self->counters_, std::move(update));
-  self.reset();
-  co_await std::move(processing);
+  co_await processSubscriptionStatusUpdate(std::move(processor), std::move(counters), std::move(update));
 }
 
 Task<void> PurchaseInterceptor::processSubscriptionStatusUpdate(std::shared_ptr<PurchaseProcessorProtocol> processor,
@@ -127,9 +131,9 @@ Task<void> PurchaseInterceptor::processSubscriptionStatusUpdate(std::shared_ptr<
   try {
     co_await processor->processPurchase(std::move(update.transaction), std::move(update.renewalInfo),
                                         update.renewalState);
-  } catch (const std::exception& error) {
+  } catch (...) {
     Logger::error("PurchaseInterceptor - Failed to process subscription status update: {}",
-                  localizedDescription(error));
+                  localizedDescription(std::current_exception()));
     counters->failed.fetch_add(1, std::memory_order_relaxed);
   }
 }

@@ -27,7 +27,8 @@ std::error_code make_error_code(PurchaseInterceptorError error) noexcept;
 class PurchaseInterceptor final : public PurchaseInterceptorProtocol,
                                   public std::enable_shared_from_this<PurchaseInterceptor> {
  public:
-  /// `activity` counts a listener that is not waiting for an update. `counters` gets what was unverified and failed.
+  /// `activity` counts a listener that is not waiting for an update. `counters` gets what was unverified, failed
+  /// or dropped.
   PurchaseInterceptor(std::shared_ptr<PurchaseProcessorProtocol> purchaseProcessor,
                       std::shared_ptr<platform::SubscriptionStatusUpdates> updates,
                       std::shared_ptr<platform::Executor> executor, std::shared_ptr<ActivityCounter> activity,
@@ -44,8 +45,10 @@ class PurchaseInterceptor final : public PurchaseInterceptorProtocol,
   static Task<void> stopListening(std::shared_ptr<PurchaseInterceptor> self);
   static Task<void> listen(std::weak_ptr<PurchaseInterceptor> weak, std::shared_ptr<TaskHandle> handle,
                            std::shared_ptr<platform::SubscriptionStatusUpdates> updates,
-                           std::shared_ptr<ActivityCounter> counter, Activity starting);
-  static Task<void> handleSubscriptionStatusUpdate(std::weak_ptr<PurchaseInterceptor> weak,
+                           std::shared_ptr<ActivityCounter> counter, std::shared_ptr<PurchaseCounters> counters,
+                           Activity starting);
+  static Task<void> handleSubscriptionStatusUpdate(std::shared_ptr<PurchaseProcessorProtocol> processor,
+                                                   std::shared_ptr<PurchaseCounters> counters,
                                                    platform::SubscriptionStatusUpdate update);
   static Task<void> processSubscriptionStatusUpdate(std::shared_ptr<PurchaseProcessorProtocol> processor,
                                                     std::shared_ptr<PurchaseCounters> counters,

@@ -9,9 +9,9 @@
 #include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 #include "Platform/ErrorCategory.h"
-#include "Settings/Config.h"
 #include "Settings/EnabledFlag.h"
 #include "Settings/Uuid.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -107,8 +107,9 @@ Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
       co_await eventsRepository_->send(std::move(bytes));
       counters_->sent.fetch_add(1, std::memory_order_relaxed);
     }
-  } catch (const std::exception& error) {
-    Logger::error("PurchaseProcessor - Failed to send data to server: {}", localizedDescription(error));
+  } catch (...) {
+    Logger::error("PurchaseProcessor - Failed to send data to server: {}",
+                  localizedDescription(std::current_exception()));
     throw std::system_error(PurchaseProcessorError::serverCommunicationFailed);
   }
   Logger::debug("PurchaseProcessor - Purchase data sent successfully to server");

@@ -1,60 +1,39 @@
 #include "quillmar/QuillmarASAAttribution.h"
 
-#include <mutex>
 #include <utility>
 
 #include "Attribution/QuillmarASAAttributionCore.h"
-#include "Logging/Guarded.h"
+#include "Logging/SharedInstance.h"
 #include "quillmar/QuillmarFactory.h"
 
 namespace quillmar {
 
 namespace {
 
-struct Shared {
-  std::mutex mutex;
-  std::shared_ptr<QuillmarASAAttribution> instance;
-};
-
-Shared& sharedInstance() noexcept {
-  static Shared& shared = *new Shared;  // never destroyed: exit must not race with tasks
+SharedInstance<QuillmarASAAttribution>& sharedInstance() noexcept {
+  // Never destroyed: exit must not race with tasks.
+  static auto& shared = *new SharedInstance<QuillmarASAAttribution>(QuillmarFactory::createQuillmarASAAttribution);
   return shared;
 }
 
 }  // namespace
 
 std::shared_ptr<QuillmarASAAttribution> QuillmarASAAttribution::shared() noexcept {
-  if (!OwnProcess::isHere()) {
-    // The parent's cannot be got at without its lock. This one is as idle as that would be.
-    static const auto& idle = *new auto(QuillmarFactory::createQuillmarASAAttribution({}));
-    return idle;
-  }
-  return guarded("Making the shared instance", std::shared_ptr<QuillmarASAAttribution>(), [] {
-    Shared& shared = sharedInstance();
-    const std::lock_guard lock(shared.mutex);
-    if (!shared.instance) {
-      shared.instance = QuillmarFactory::createQuillmarASAAttribution(platform::sharedPlatform());
-    }
-    return shared.instance;
-  });
+  return sharedInstance().get();
 }
 
 void QuillmarASAAttribution::setShared(std::shared_ptr<QuillmarASAAttribution> instance) noexcept {
-  guarded("Replacing the shared instance", [&instance] {
-    Shared& shared = sharedInstance();
-    const std::lock_guard lock(shared.mutex);
-    shared.instance.swap(instance);
-  });
+  sharedInstance().set(std::move(instance));
 }
 
 QuillmarASAAttribution::QuillmarASAAttribution(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                platform::Bundle bundle, const platform::Platform& platform)
-    : core_(std::make_shared<QuillmarASAAttributionCore>(std::move(userDefaults), std::move(bundle), platform)) {}
+    : core_(OwnProcess::isHere()
+                ? std::make_shared<QuillmarASAAttributionCore>(std::move(userDefaults), std::move(bundle), platform)
+                : nullptr) {}
 
 QuillmarASAAttribution::~QuillmarASAAttribution() {
-  if (!OwnProcess::isHere()) {
-    OwnProcess::abandon(std::move(core_));
-  }
+  letGo(core_);
 }
 
 void QuillmarASAAttribution::enableASAAttributionTracking() noexcept {
@@ -70,7 +49,7 @@ bool QuillmarASAAttribution::drain(std::chrono::milliseconds timeout) noexcept {
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttribution::statistics() const noexcept {
-  return core_->statistics();
+  return guarded("statistics", QuillmarASAAttributionStatistics(), [this] { return core_->statistics(); });
 }
 
 }  // namespace quillmar

@@ -9,25 +9,20 @@
 #include "Logging/Logger.h"
 #include "Network/AppleSearchAdsApiClient.h"
 #include "Network/EventsApiClient.h"
-#include "Network/MockNetworkManager.h"
 #include "Network/NetworkManager.h"
 #include "Persistence/ASAAttributionTrackingRepository.h"
 #include "Persistence/ASADataPersistence.h"
 #include "Persistence/EventsRepository.h"
-#include "Settings/Config.h"
-#include "Settings/MockSwitch.h"
+#include "Platform/CompletePlatform.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/VerificationKeyRepository.h"
+#include "quillmar/Config.h"
 
 // Progress is logged at the error level on purpose: it is to be seen whenever the log is on at all.
 
 namespace quillmar {
 
 namespace {
-
-std::string orBuiltIn(const std::string& url, std::string_view builtIn) {
-  return url.empty() ? std::string(builtIn) : url;
-}
 
 Task<platform::AttributionTokenResult> requestToken(std::shared_ptr<platform::AttributionTokenProvider> provider) {
   std::function<void(platform::AttributionTokenProvider::Completion)> start =
@@ -41,11 +36,13 @@ Task<platform::AttributionTokenResult> requestToken(std::shared_ptr<platform::At
 
 QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                        platform::Bundle bundle, const platform::Platform& platform)
-    : platform_(platform),
+    : platform_(platform::completePlatform(platform, userDefaults)),
       activity_(std::make_shared<ActivityCounter>()),
       counters_(std::make_shared<PurchaseCounters>()),
       bundle_(std::move(bundle)),
-      userDefaults_(std::move(userDefaults)) {}
+      userDefaults_(std::move(userDefaults)) {
+  Logger::setSink(platform_.logSink, platform_.clock);
+}
 
 void QuillmarASAAttributionCore::enableASAAttributionTracking() {
   Logger::error("QuillmarASAAttribution - enableASAAttributionTracking called");
@@ -78,19 +75,14 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
 }
 
 void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey) {
-  std::shared_ptr<NetworkManagerProtocol> networkManager;
-  if (MockSwitch::isOn()) {
-    networkManager = std::make_shared<MockNetworkManager>();
-  } else {
-    networkManager = std::make_shared<NetworkManager>(platform_.http);
-  }
+  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
   auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
-      networkManager, orBuiltIn(platform_.attributionUrl, Config::attributionUrlString));
+      networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)));
   auto persistence = std::make_shared<ASADataPersistence>(platform_.files);
   set(asaAttributionTrackingRepository_,
       std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence)));
-  auto eventsClient = std::make_shared<EventsApiClient>(networkManager, verificationKey,
-                                                        orBuiltIn(platform_.serviceUrl, Config::urlString));
+  auto eventsClient = std::make_shared<EventsApiClient>(
+      networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)));
   set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
 }
 
@@ -172,8 +164,8 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     try {
       co_await repository->fetchAndStoreAttributionData(std::get<std::string>(std::move(result)));
       fetched = true;
-    } catch (const std::exception& thrown) {
-      failure = localizedDescription(thrown);
+    } catch (...) {
+      failure = localizedDescription(std::current_exception());
     }
   }
   if (fetched) {
@@ -184,7 +176,8 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const noexcept {
-  return {counters_->sent.load(), counters_->failed.load(), counters_->unverified.load(), counters_->skipped.load()};
+  return {counters_->sent.load(), counters_->failed.load(), counters_->unverified.load(), counters_->skipped.load(),
+          counters_->dropped.load()};
 }
 
 std::shared_ptr<VerificationKeyRepositoryProtocol> QuillmarASAAttributionCore::verificationKeyRepository() const {

@@ -13,8 +13,8 @@
 #include "Attribution/PurchaseProcessorProtocol.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
-#include "Settings/VerificationKeyRepositoryProtocol.h"
 #include "quillmar/QuillmarASAAttribution.h"
+#include "quillmar/VerificationKeyRepositoryProtocol.h"
 
 namespace quillmar {
 
@@ -22,13 +22,16 @@ namespace quillmar {
 /// memory runs out; the public class catches.
 class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarASAAttributionCore> {
  public:
+  /// What stands behind a facade.
+  static QuillmarASAAttributionCore& of(QuillmarASAAttribution& facade) noexcept { return *facade.core_; }
+
   QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                              const platform::Platform& platform);
 
   void enableASAAttributionTracking();
   void disableASAAttributionTracking();
 
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(timeout); }
+  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
   QuillmarASAAttributionStatistics statistics() const noexcept;
 
   // Null until tracking is enabled; the last two again when it has been disabled.

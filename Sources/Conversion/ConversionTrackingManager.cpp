@@ -8,9 +8,10 @@
 
 #include "Conversion/LastWindowValue.h"
 #include "Conversion/SystemVersion.h"
+#include "Logging/Guarded.h"
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
 #include "Settings/StoreSetting.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -94,38 +95,17 @@ void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string
   simulated.version = std::move(version);
 }
 
-Task<void> ConversionTrackingManager::send(ConversionValues::ConversionValue conversionValue, Window window,
-                                           bool forceLockWindow) {
-  return sendTask(weak_from_this(), std::move(conversionValue), window, forceLockWindow);
-}
-
-Task<void> ConversionTrackingManager::sendTask(std::weak_ptr<ConversionTrackingManager> weakSelf,
-                                               ConversionValues::ConversionValue conversionValue, Window window,
-                                               bool forceLockWindow) {
+void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
+                                     bool forceLockWindow) {
   Logger::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
                 rawValue(window));
   const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
   if (windowValue == nullptr) {
     Logger::error("ConversionTrackingManager - No conversion value available for window {} in event: {}",
                   rawValue(window), conversionValue.key);
-    co_return;
+    return;
   }
-  std::shared_ptr<platform::Executor> mainExecutor;
-  if (const auto self = weakSelf.lock()) {
-    mainExecutor = self->mainExecutor_;
-  } else {
-    co_return;
-  }
-  Update update{*windowValue, conversionValue.key, forceLockWindow};
-  Task<void> onMain = sendOnMain(std::move(weakSelf), std::move(update));
-  co_await runOn(std::move(mainExecutor), std::move(onMain));
-}
-
-Task<void> ConversionTrackingManager::sendOnMain(std::weak_ptr<ConversionTrackingManager> weakSelf, Update update) {
-  if (const auto self = weakSelf.lock()) {
-    self->startUpdate(update);
-  }
-  co_return;
+  startUpdate({*windowValue, conversionValue.key, forceLockWindow});
 }
 
 void ConversionTrackingManager::startUpdate(const Update& update) {
@@ -135,8 +115,7 @@ void ConversionTrackingManager::startUpdate(const Update& update) {
     return isVersionAtLeast(system, tier) && isVersionAtLeast(version, tier);
   };
   if (isAtLeast("18.0")) {
-    Activity activity(activity_);
-    spawn(mainExecutor_, sendEventWithAttributionKit(weak_from_this(), update, std::move(activity)));
+    sendEventWithAttributionKit(update);
   } else if (isAtLeast("16.1")) {
     sendEventSKAdNetwork4(update);
   } else if (isAtLeast("15.4")) {
@@ -148,29 +127,26 @@ void ConversionTrackingManager::startUpdate(const Update& update) {
   }
 }
 
-Task<void> ConversionTrackingManager::sendEventWithAttributionKit(std::weak_ptr<ConversionTrackingManager> weakSelf,
-                                                                  Update update, [[maybe_unused]] Activity activity) {
+void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update) {
   platform::PostbackUpdate postback{update.platformFine(), update.forceLockWindow, std::nullopt};
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
     postback.coarseConversionValue = toAttributionKitCoarseValue(*coarse);
   }
-  using Answer = std::optional<platform::PlatformError>;
-  std::function<void(std::function<void(Answer)>)> start = [weakSelf,
-                                                            postback](std::function<void(Answer)> completion) {
-    if (const auto self = weakSelf.lock()) {
-      self->adAttributionKit_->updateConversionValue(postback, std::move(completion));
-    }
-  };
-  const Answer error = co_await awaitCallback<Answer>(std::move(start));
-  if (error) {
-    Logger::error("Attribution: AdAttributionKit postback failed {}", error->localizedDescription);
-  } else if (const auto self = weakSelf.lock()) {
-    self->saveLastWindowValue(update, update.forceLockWindow);
-  }
+  auto done = completion(update, update.forceLockWindow, {"Attribution: AdAttributionKit postback failed ", {}});
+  // A task of its own: the update that asks for it is over before the platform is called.
+  mainExecutor_->post([weak = weak_from_this(), postback, done = std::move(done)] {
+    guarded("AdAttributionKit", [&] {
+      if (const auto self = weak.lock()) {
+        self->adAttributionKit_->updateConversionValue(postback, done);
+      }
+    });
+  });
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork4(const Update& update) {
-  auto done = completion(update, update.forceLockWindow, "SKAdNetwork 4.0");
+  auto done = completion(update, update.forceLockWindow,
+                         {"ConversionTrackingManager - SKAdNetwork 4.0 update failed: ",
+                          "ConversionTrackingManager - SKAdNetwork 4.0 update successful"});
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
     std::any coarseValue = toSKAdNetworkCoarseConversionValue(*coarse);
     skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithCoarse(update.platformFine(), std::move(coarseValue),
@@ -182,8 +158,10 @@ void ConversionTrackingManager::sendEventSKAdNetwork4(const Update& update) {
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
-  skAdNetwork_->updatePostbackConversionValue_iOS15_4(update.platformFine(),
-                                                      completion(update, false, "SKAdNetwork 3.0"));
+  auto done = completion(update, false,
+                         {"ConversionTrackingManager - SKAdNetwork 3.0 update failed: ",
+                          "ConversionTrackingManager - SKAdNetwork 3.0 update successful"});
+  skAdNetwork_->updatePostbackConversionValue_iOS15_4(update.platformFine(), std::move(done));
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork2(const Update& update) {
@@ -202,20 +180,24 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   Logger::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
-SKAdNetworkProtocol::CompletionHandler ConversionTrackingManager::completion(const Update& update, bool lockWindow,
-                                                                             const char* interface) {
-  return [weakSelf = weak_from_this(), update, lockWindow, interface,
+platform::AdNetworkCompletion ConversionTrackingManager::completion(const Update& update, bool lockWindow,
+                                                                    OutcomeLines lines) {
+  return [weakSelf = weak_from_this(), update, lockWindow, lines,
           call = std::make_shared<OpenCall>(Activity(activity_))](const std::optional<platform::PlatformError>& error) {
-    if (!call->answer()) {
-      return;
-    }
-    if (error) {
-      Logger::error("ConversionTrackingManager - {} update failed: {}", interface, error->localizedDescription);
-    } else if (const auto self = weakSelf.lock()) {
-      self->saveLastWindowValue(update, lockWindow);
-      Logger::debug("ConversionTrackingManager - {} update successful", interface);
-    }
-    call->end();
+    guarded("The answer of the platform", [&] {
+      if (!call->answer()) {
+        return;
+      }
+      if (error) {
+        Logger::error("{}{}", lines.failed, error->localizedDescription);
+      } else if (const auto self = weakSelf.lock()) {
+        self->saveLastWindowValue(update, lockWindow);
+        if (!lines.successful.empty()) {
+          Logger::debug(lines.successful);
+        }
+      }
+      call->end();
+    });
   };
 }
 

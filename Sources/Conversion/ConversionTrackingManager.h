@@ -7,9 +7,8 @@
 #include <string_view>
 
 #include "Async/ActivityCounter.h"
-#include "Async/Task.h"
 #include "Conversion/SKAdNetworkProtocol.h"
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionTrackingManagerProtocol.h"
 #include "quillmar/platform/AdAttributionKit.h"
 #include "quillmar/platform/Device.h"
 #include "quillmar/platform/Executor.h"
@@ -21,7 +20,8 @@ namespace quillmar {
 /// sent as the last window value.
 ///
 /// Held by a shared pointer. The platform's answers refer to the manager weakly: one that is gone records nothing.
-class ConversionTrackingManager : public std::enable_shared_from_this<ConversionTrackingManager> {
+class ConversionTrackingManager final : public ConversionTrackingManagerProtocol,
+                                        public std::enable_shared_from_this<ConversionTrackingManager> {
  public:
   static constexpr std::string_view adNetworkRegisteredKey = "QuillmarAdNetworkRegistered";
 
@@ -32,9 +32,8 @@ class ConversionTrackingManager : public std::enable_shared_from_this<Conversion
                             std::shared_ptr<platform::Device> device, std::shared_ptr<platform::Executor> mainExecutor,
                             std::shared_ptr<ActivityCounter> activity) noexcept;
 
-  /// Sends a value, resolved before, for a window. The task ends when the update has been started on the main executor;
-  /// the platform answers later.
-  Task<void> send(ConversionValues::ConversionValue conversionValue, Window window, bool forceLockWindow);
+  /// Sends a value, resolved before.
+  void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow) override;
 
   /// Stands in for the device's system version in the choice of the interface, as long as the device itself is new
   /// enough for it. For tests; holds for the process.
@@ -55,21 +54,21 @@ class ConversionTrackingManager : public std::enable_shared_from_this<Conversion
   };
   class OpenCall;
 
-  static Task<void> sendTask(std::weak_ptr<ConversionTrackingManager> weakSelf,
-                             ConversionValues::ConversionValue conversionValue, Window window, bool forceLockWindow);
-  static Task<void> sendOnMain(std::weak_ptr<ConversionTrackingManager> weakSelf, Update update);
-  static Task<void> sendEventWithAttributionKit(std::weak_ptr<ConversionTrackingManager> weakSelf, Update update,
-                                                Activity activity);
-
   void startUpdate(const Update& update);
+  void sendEventWithAttributionKit(const Update& update);
   void sendEventSKAdNetwork4(const Update& update);
   void sendEventSKAdNetwork3(const Update& update);
   void sendEventSKAdNetwork2(const Update& update);
   void registerForAttribution(const Update& update);
   void saveLastWindowValue(const Update& update, bool lockWindow);
 
-  /// The completion of an ad network's update: records a success, and logs either end under the interface's name.
-  SKAdNetworkProtocol::CompletionHandler completion(const Update& update, bool lockWindow, const char* interface);
+  /// What the log says about the end of an update.
+  struct OutcomeLines {
+    std::string_view failed;      ///< the platform's description follows
+    std::string_view successful;  ///< empty: nothing is said
+  };
+  /// The completion of an update: records a success, and logs either end.
+  platform::AdNetworkCompletion completion(const Update& update, bool lockWindow, OutcomeLines lines);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SKAdNetworkProtocol> skAdNetwork_;

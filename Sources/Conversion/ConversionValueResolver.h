@@ -3,7 +3,7 @@
 #include <memory>
 #include <mutex>
 
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar {

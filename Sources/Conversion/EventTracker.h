@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "Conversion/TrackedEvent.h"
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 #include "quillmar/EventValue.h"
 #include "quillmar/platform/Clock.h"
 #include "quillmar/platform/UserDefaults.h"

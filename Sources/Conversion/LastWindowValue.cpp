@@ -4,7 +4,7 @@
 
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 

@@ -5,10 +5,13 @@
 #include <set>
 #include <string>
 
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar {
+
+class JsonReader;
+class JsonWriter;
 
 /// What the last successful update told the platform.
 struct LastWindowValue {

@@ -8,8 +8,8 @@
 #include "Json/DecimalNumber.h"
 #include "Json/Utf8.h"
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
 #include "Settings/EnabledFlag.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -52,35 +52,49 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
 
 }  // namespace
 
-// The caller's thread only hands the event over; even the test of the enabled flag waits for the queue, because the
-// first look into the settings store may have to open it.
+// The switch and the parameters count as they are when the host calls. Only a settings store that has yet to be opened,
+// which takes its time, is left to the queue.
 void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
   counters_.sent.fetch_add(1, std::memory_order_relaxed);
-  TaskQueue::MakeTask makeTask = [weak = weak_from_this(), event = std::move(event),
-                                  params = std::move(params)]() mutable {
-    return acceptEvent(std::move(weak), std::move(event), std::move(params));
-  };
+  TaskQueue::MakeTask makeTask;
+  if (userDefaults_->isOpen()) {
+    std::optional<NamedEvent> accepted = accept(event, std::move(params));
+    if (!accepted) {
+      return;
+    }
+    makeTask = [life = thisLife(), accepted = std::move(*accepted)]() mutable {
+      return processEvent(std::move(life), std::move(accepted.name), std::move(accepted.params));
+    };
+  } else {
+    makeTask = [life = thisLife(), event = std::move(event), params = std::move(params)]() mutable {
+      return acceptEvent(std::move(life), std::move(event), std::move(params));
+    };
+  }
   eventProcessingQueue_->post(std::move(makeTask));
 }
 
-Task<void> QuillmarCore::acceptEvent(std::weak_ptr<QuillmarCore> weak, std::string event,
-                                     std::optional<EventParameters> params) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
-  if (!self) {
-    co_return;
+std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(const std::string& event,
+                                                             std::optional<EventParameters> params) {
+  NamedEvent accepted{repairedUtf8(event), std::nullopt};
+  if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
+    Logger::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
+    counters_.dropped.fetch_add(1, std::memory_order_relaxed);
+    return std::nullopt;
   }
-  std::string name = repairedUtf8(event);
-  if (!isSDKEnabled(*self->userDefaults_, "SDK enabled status")) {
-    Logger::debug("SDK is disabled by server configuration, skipping event: {}", name);
-    self->counters_.dropped.fetch_add(1, std::memory_order_relaxed);
-    co_return;
-  }
-  std::optional<NamedParameters> named = namedParameters(std::move(params));
+  accepted.params = namedParameters(std::move(params));
   if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("Sending event: {} with params: {}", name, description(named));
+    Logger::debug("Sending event: {} with params: {}", accepted.name, description(accepted.params));
   }
+  return accepted;
+}
+
+Task<void> QuillmarCore::acceptEvent(Life life, std::string event, std::optional<EventParameters> params) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  std::optional<NamedEvent> accepted = self ? self->accept(event, std::move(params)) : std::nullopt;
   self.reset();
-  co_await processEvent(std::move(weak), std::move(name), std::move(named));
+  if (accepted) {
+    co_await processEvent(std::move(life), std::move(accepted->name), std::move(accepted->params));
+  }
 }
 
 bool QuillmarCore::isConfigurationReady() const {
@@ -95,8 +109,8 @@ bool QuillmarCore::isConfigurationReady() const {
 
 void QuillmarCore::deferEvent(std::string name, std::optional<NamedParameters> params) {
   Logger::debug("Event processing deferred - adding to pending queue: {}", name);
-  PendingEvent event{std::move(name), std::move(params)};
-  postWeakly(*pendingEventsQueue_, [event = std::move(event)](QuillmarCore& self) mutable {
+  NamedEvent event{std::move(name), std::move(params)};
+  postInThisLife(*pendingEventsQueue_, [event = std::move(event)](QuillmarCore& self) mutable {
     self.pendingEvents_.push_back(std::move(event));
     self.pendingEventCount_.store(self.pendingEvents_.size(), std::memory_order_relaxed);
     Logger::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
@@ -108,14 +122,14 @@ void QuillmarCore::deferEvent(std::string name, std::optional<NamedParameters> p
 }
 
 void QuillmarCore::processPendingEvents() {
-  postWeakly(*pendingEventsQueue_, [](QuillmarCore& self) {
-    std::deque<PendingEvent> taken;
+  postInThisLife(*pendingEventsQueue_, [](QuillmarCore& self) {
+    std::deque<NamedEvent> taken;
     taken.swap(self.pendingEvents_);
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
     Logger::debug("Processing {} pending events", taken.size());
     while (!taken.empty()) {
-      TaskQueue::MakeTask makeTask = [weak = self.weak_from_this(), event = std::move(taken.front())]() mutable {
-        return replayEvent(std::move(weak), std::move(event));
+      TaskQueue::MakeTask makeTask = [life = self.thisLife(), event = std::move(taken.front())]() mutable {
+        return replayEvent(std::move(life), std::move(event));
       };
       taken.pop_front();
       self.eventProcessingQueue_->post(std::move(makeTask));
@@ -123,16 +137,15 @@ void QuillmarCore::processPendingEvents() {
   });
 }
 
-Task<void> QuillmarCore::replayEvent(std::weak_ptr<QuillmarCore> weak, PendingEvent event) {
-  if (weak.expired()) {
-    co_return;
+Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
+  if (life.lock()) {
+    Logger::debug("Processing deferred event: {}", event.name);
+    co_await processEvent(std::move(life), std::move(event.name), std::move(event.params));
   }
-  Logger::debug("Processing deferred event: {}", event.name);
-  co_await processEvent(std::move(weak), std::move(event.name), std::move(event.params));
 }
 
 void QuillmarCore::emptyPendingEvents() {
-  postWeakly(*pendingEventsQueue_, [](QuillmarCore& self) {
+  postInThisLife(*pendingEventsQueue_, [](QuillmarCore& self) {
     self.pendingEvents_.clear();
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
   });

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
@@ -5,7 +6,7 @@
 #include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 #include "Settings/Calendar.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -27,17 +28,29 @@ constexpr std::int64_t windowStart(Window window) noexcept {
 }
 constexpr std::int64_t lastDay = 35;
 
-/// The completed value that ranks lowest in the window, the first of equals; null when none has a value for it. That
-/// the lowest wins, and not the highest, is on purpose.
-const ConversionValues::ConversionValue* lowestRanked(
-    const std::vector<const ConversionValues::ConversionValue*>& completed, Window window) {
-  const ConversionValues::ConversionValue* lowest = nullptr;
-  for (const ConversionValues::ConversionValue* const value : completed) {
-    if (lowest == nullptr ? value->windowValue(window) != nullptr : value->compareWindowValue(*lowest, window) < 0) {
-      lowest = value;
+using Values = std::vector<const ConversionValues::ConversionValue*>;
+
+/// The first of the completed values that none ranks below. That the lowest wins, and not the highest, is on purpose.
+///
+/// Values with and without a fine value rank in no consistent order: each may have one below it. Then it is what a
+/// stable sort by insertion puts first.
+const ConversionValues::ConversionValue* lowestRanked(const Values& completed, Window window) {
+  const auto isBelow = [window](const auto* a, const auto* b) { return a->compareWindowValue(*b, window) < 0; };
+  // In a consistent order this is the one. It is asked first, so that all others are done with at once.
+  const auto* const likely = *std::min_element(completed.begin(), completed.end(), isBelow);
+  for (const auto* const value : completed) {
+    const auto isBelowValue = [&](const auto* other) { return isBelow(other, value); };
+    if (!isBelowValue(likely) && std::none_of(completed.begin(), completed.end(), isBelowValue)) {
+      return value;
     }
   }
-  return lowest;
+  Values sorted;
+  for (const auto* const value : completed) {
+    const auto last =
+        std::find_if_not(sorted.rbegin(), sorted.rend(), [&](const auto* other) { return isBelow(value, other); });
+    sorted.insert(last.base(), value);
+  }
+  return sorted.front();
 }
 
 /// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
@@ -65,9 +78,8 @@ std::optional<Window> QuillmarCore::getCurrentWindow() const {
   return day >= windowStart(Window::window1) ? Window::window1 : Window::window0;
 }
 
-Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::string name,
-                                      std::optional<NamedParameters> params) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
+Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional<NamedParameters> params) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
   if (!self) {
     co_return;
   }
@@ -80,10 +92,10 @@ Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::str
     co_return;
   }
   self.reset();
-  if (!co_await logToService(weak, name)) {
+  if (!co_await logToService(life, name)) {
     co_return;
   }
-  self = weak.lock();
+  self = life.lock();
   if (!self) {
     co_return;
   }
@@ -96,10 +108,10 @@ Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::str
   if (!configuration) {
     co_return;
   }
-  Task<void> tracking = self->trackingQueue_->track(name, std::move(params));
+  Task<void> tracking = self->trackingQueue_->track(name, std::move(params), life.epoch);
   self.reset();
   co_await std::move(tracking);
-  self = weak.lock();
+  self = life.lock();
   if (!self) {
     co_return;
   }
@@ -109,43 +121,43 @@ Task<void> QuillmarCore::processEvent(std::weak_ptr<QuillmarCore> weak, std::str
     co_return;
   }
   const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
-  if (chosen == nullptr) {
-    co_return;
-  }
   const bool forceLockWindow = locksWindow(*configuration, *chosen, *window);
   ConversionValues::ConversionValue value = *chosen;
   self.reset();
-  co_await update(std::move(weak), std::move(value), *window, forceLockWindow);
+  co_await update(std::move(life), std::move(value), *window, forceLockWindow);
 }
 
 // True when the event goes on: it was logged, or failed without being one failure too many.
-Task<bool> QuillmarCore::logToService(std::weak_ptr<QuillmarCore> weak, std::string name) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
+Task<bool> QuillmarCore::logToService(Life life, std::string name) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
   const auto repository = self ? self->eventServerLogRepository() : nullptr;
   if (!repository) {
     co_return self != nullptr;
   }
   self.reset();
-  bool accepted = false;
-  std::string failure;
+  EventLogResult result;
+  std::function<void(EventServerLogRepositoryProtocol::Completion)> start =
+      [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
+        repository->logEvent(name, std::move(done));
+      };
   try {
-    accepted = co_await repository->logEvent(std::move(name));
-  } catch (const std::exception& error) {
-    failure = textualDescription(error);
+    result = co_await awaitCallback<EventLogResult>(std::move(start));
+  } catch (...) {
+    result.failure = std::current_exception();
   }
-  self = weak.lock();
+  self = life.lock();
   if (!self) {
     co_return false;
   }
-  if (failure.empty()) {
-    if (accepted) {
+  if (!result.failure) {
+    if (result.accepted) {
       SharedState::instance().resetConsecutiveAPIFailures();
       self->counters_.logged.fetch_add(1, std::memory_order_relaxed);
     }
     co_return true;
   }
   self->counters_.failed.fetch_add(1, std::memory_order_relaxed);
-  const std::string line = "Failed to log event to server: " + failure;
+  const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
   Logger::error(line);
   self->print(line);
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
@@ -171,7 +183,7 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std
       shared.setEventRetryCount(0, name);
       return configuration;
     }
-  } catch (const std::exception&) {
+  } catch (...) {
     // Told below, like a missing repository.
   }
   shared.setEventRetryCount(attempts + 1, name);
@@ -195,21 +207,33 @@ void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
   Logger::error("Verification key considered invalid after {} consecutive failures", failures);
 }
 
-Task<void> QuillmarCore::update(std::weak_ptr<QuillmarCore> weak, ConversionValues::ConversionValue value,
-                                Window window, bool forceLockWindow) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
-  const auto manager = self ? self->conversionTrackingManager() : nullptr;
+namespace {
+
+Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
+                     ConversionValues::ConversionValue value, Window window, bool forceLockWindow) {
+  manager->send(value, window, forceLockWindow);
+  co_return;
+}
+
+}  // namespace
+
+Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window,
+                                bool forceLockWindow) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  auto manager = self ? self->conversionTrackingManager() : nullptr;
   if (!manager) {
     co_return;
   }
   ConversionValues::ConversionValue resolved =
       self->conversionValueResolver_->resolveConversionValue(std::move(value), window);
+  std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
-  co_await manager->send(std::move(resolved), window, forceLockWindow);
+  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow);
+  co_await runOn(std::move(mainExecutor), std::move(send));
 }
 
-Task<void> QuillmarCore::checkLockWindowHours(std::weak_ptr<QuillmarCore> weak) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
+Task<void> QuillmarCore::checkLockWindowHours(Life life) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
   const std::optional<Window> window = self ? self->getCurrentWindow() : std::nullopt;
   const auto repository = self ? self->conversionValuesRepository() : nullptr;
   if (!window || !repository) {
@@ -222,7 +246,7 @@ Task<void> QuillmarCore::checkLockWindowHours(std::weak_ptr<QuillmarCore> weak) 
     if (lock != configuration->lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::time) {
       hours = lock->second.value;
     }
-  } catch (const std::exception&) {
+  } catch (...) {
     co_return;
   }
   const auto firstRun = self->userDefaults_->date(Config::firstRunDateKey);
@@ -247,7 +271,7 @@ Task<void> QuillmarCore::checkLockWindowHours(std::weak_ptr<QuillmarCore> weak) 
   locked.key = last->key;
   locked.windows.emplace(rawValue(*window), std::move(windowValue));
   self.reset();
-  co_await update(std::move(weak), std::move(locked), *window, true);
+  co_await update(std::move(life), std::move(locked), *window, true);
 }
 
 }  // namespace quillmar

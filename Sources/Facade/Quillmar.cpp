@@ -1,10 +1,9 @@
 #include "quillmar/Quillmar.h"
 
-#include <mutex>
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
-#include "Logging/Guarded.h"
+#include "Logging/SharedInstance.h"
 #include "Settings/MockSwitch.h"
 #include "quillmar/QuillmarFactory.h"
 
@@ -12,57 +11,36 @@ namespace quillmar {
 
 namespace {
 
-struct Shared {
-  std::mutex mutex;
-  std::shared_ptr<Quillmar> instance;
-};
-
-Shared& sharedInstance() noexcept {
-  static Shared& shared = *new Shared;  // never destroyed: exit must not race with tasks
+SharedInstance<Quillmar>& sharedInstance() noexcept {
+  // Never destroyed: exit must not race with tasks.
+  static auto& shared = *new SharedInstance<Quillmar>(QuillmarFactory::createQuillmar);
   return shared;
 }
 
 }  // namespace
 
 std::shared_ptr<Quillmar> Quillmar::shared() noexcept {
-  if (!OwnProcess::isHere()) {
-    // The parent's cannot be got at without its lock. This one is as idle as that would be.
-    static const auto& idle = *new auto(QuillmarFactory::createQuillmar({}));
-    return idle;
-  }
-  return guarded("Making the shared instance", std::shared_ptr<Quillmar>(), [] {
-    Shared& shared = sharedInstance();
-    const std::lock_guard lock(shared.mutex);
-    if (!shared.instance) {
-      shared.instance = QuillmarFactory::createQuillmar(platform::sharedPlatform());
-    }
-    return shared.instance;
-  });
+  return sharedInstance().get();
 }
 
 void Quillmar::setShared(std::shared_ptr<Quillmar> instance) noexcept {
-  guarded("Replacing the shared instance", [&instance] {
-    Shared& shared = sharedInstance();
-    const std::lock_guard lock(shared.mutex);
-    shared.instance.swap(instance);
-  });
+  sharedInstance().set(std::move(instance));
 }
 
 Quillmar::Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                    const platform::Platform& platform)
-    : core_(std::make_shared<QuillmarCore>(std::move(userDefaults), std::move(bundle), platform)) {}
+    : core_(OwnProcess::isHere() ? std::make_shared<QuillmarCore>(std::move(userDefaults), std::move(bundle), platform)
+                                 : nullptr) {}
 
 Quillmar::~Quillmar() {
-  if (!OwnProcess::isHere()) {
-    OwnProcess::abandon(std::move(core_));
-  }
+  letGo(core_);
 }
 
 LogLevel Quillmar::logLevel() const noexcept {
-  return core_->logLevel();
+  return guarded("logLevel", LogLevel::off, [this] { return core_->logLevel(); });
 }
 void Quillmar::setLogLevel(LogLevel level) noexcept {
-  core_->setLogLevel(level);
+  guarded("setLogLevel", [&] { core_->setLogLevel(level); });
 }
 
 void Quillmar::configure(std::string_view verificationKey) noexcept {
@@ -97,13 +75,17 @@ std::string Quillmar::quillmarVerificationKey() const noexcept {
   return guarded("quillmarVerificationKey", std::string(), [this] { return core_->quillmarVerificationKey(); });
 }
 bool Quillmar::isInitialized() const noexcept {
-  return core_->isInitialized();
+  return guarded("isInitialized", false, [this] { return core_->isInitialized(); });
 }
 bool Quillmar::hasFetchedConversionValues() const noexcept {
-  return core_->hasFetchedConversionValues();
+  return guarded("hasFetchedConversionValues", false, [this] { return core_->hasFetchedConversionValues(); });
 }
 void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept {
-  core_->setHasFetchedConversionValues(fetched);
+  guarded("setHasFetchedConversionValues", [&] { core_->setHasFetchedConversionValues(fetched); });
+}
+
+bool Quillmar::waitUntilDelivered(std::chrono::milliseconds timeout) noexcept {
+  return guarded("waitUntilDelivered", false, [&] { return core_->waitUntilDelivered(timeout); });
 }
 
 bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
@@ -111,7 +93,7 @@ bool Quillmar::drain(std::chrono::milliseconds timeout) noexcept {
 }
 
 QuillmarStatistics Quillmar::statistics() const noexcept {
-  return core_->statistics();
+  return guarded("statistics", QuillmarStatistics(), [this] { return core_->statistics(); });
 }
 
 QuillmarState Quillmar::state() const noexcept {
@@ -139,11 +121,11 @@ std::shared_ptr<EventServerLogRepositoryProtocol> Quillmar::eventServerLogReposi
 void Quillmar::setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept {
   guarded("setEventServerLogRepository", [&] { core_->setEventServerLogRepository(std::move(repository)); });
 }
-std::shared_ptr<ConversionTrackingManager> Quillmar::conversionTrackingManager() const noexcept {
-  return guarded("conversionTrackingManager", std::shared_ptr<ConversionTrackingManager>(),
+std::shared_ptr<ConversionTrackingManagerProtocol> Quillmar::conversionTrackingManager() const noexcept {
+  return guarded("conversionTrackingManager", std::shared_ptr<ConversionTrackingManagerProtocol>(),
                  [this] { return core_->conversionTrackingManager(); });
 }
-void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) noexcept {
+void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) noexcept {
   guarded("setConversionTrackingManager", [&] { core_->setConversionTrackingManager(std::move(manager)); });
 }
 

@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <utility>
 
+#include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/RealSKAdNetwork.h"
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
+#include "Platform/CompletePlatform.h"
 #include "Settings/EnabledFlag.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -19,20 +21,36 @@ constexpr std::size_t eventsInFlight = 64;
 
 QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                            const platform::Platform& platform)
-    : platform_(platform),
+    : platform_(platform::completePlatform(platform, userDefaults)),
       activity_(std::make_shared<ActivityCounter>()),
+      fetches_(std::make_shared<ActivityCounter>()),
+      epoch_(std::make_shared<Epoch>()),
+      lifecycleQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.lifecycle")),
       eventExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.eventProcessing")),
+      mainExecutor_(platform.mainExecutor ? platform.mainExecutor : eventExecutor_),
       pendingEventsQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.pendingEvents")),
       conversionTrackingManager_(std::make_shared<ConversionTrackingManager>(
           userDefaults, std::make_shared<RealSKAdNetwork>(platform.storeKitAdNetwork, platform.device),
-          platform.adAttributionKit, platform.device, platform.mainExecutor ? platform.mainExecutor : eventExecutor_,
-          activity_)),
+          platform.adAttributionKit, platform.device, mainExecutor_, activity_)),
       userDefaults_(std::move(userDefaults)),
       bundle_(std::move(bundle)),
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
-      trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_)),
+      trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_, epoch_)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
-      eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {}
+      eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {
+  Logger::setSink(platform_.logSink, platform_.clock);
+}
+
+QuillmarCore::~QuillmarCore() {
+  for (const auto observer : observers_) {
+    platform_.notifications->removeObserver(observer);
+  }
+}
+
+std::shared_ptr<QuillmarCore> QuillmarCore::Life::lock() const {
+  auto locked = core.lock();
+  return locked && locked->epoch_->current() == epoch ? std::move(locked) : nullptr;
+}
 
 std::string QuillmarCore::quillmarVerificationKey() const {
   const std::lock_guard lock(collaboratorsMutex_);
@@ -50,7 +68,7 @@ QuillmarState QuillmarCore::state() const {
     state.window = static_cast<int>(*window);
   }
   state.appId = userDefaults_->string(Config::serverAppId);
-  state.enabled = !userDefaults_->object(Config::sdkEnabled) || userDefaults_->boolean(Config::sdkEnabled);
+  state.enabled = isSDKEnabled(*userDefaults_);
   state.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
   return state;
 }
@@ -85,31 +103,34 @@ void QuillmarCore::setEventServerLogRepository(std::shared_ptr<EventServerLogRep
   eventServerLogRepository_.swap(repository);
 }
 
-std::shared_ptr<ConversionTrackingManager> QuillmarCore::conversionTrackingManager() const {
+std::shared_ptr<ConversionTrackingManagerProtocol> QuillmarCore::conversionTrackingManager() const {
   const std::lock_guard lock(collaboratorsMutex_);
   return conversionTrackingManager_;
 }
 
-void QuillmarCore::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) {
+void QuillmarCore::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) {
   const std::lock_guard lock(collaboratorsMutex_);
   conversionTrackingManager_.swap(manager);
 }
 
-void QuillmarCore::postWeakly(platform::Executor& executor, std::function<void(QuillmarCore&)> work) {
-  auto inFlight = std::make_shared<Activity>(activity_);
-  executor.post([weak = weak_from_this(), inFlight = std::move(inFlight), work = std::move(work)] {
-    try {
-      if (const auto self = weak.lock()) {
-        work(*self);
-      }
-    } catch (const std::exception& error) {
-      Logger::error("Quillmar - Unexpected error: {}", error.what());
+bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
+  const auto deadline = deadlineAfter(timeout);
+  // Each begins what the other then waits for: a fetch replays events, an event may start a fetch.
+  while (fetches_->waitUntilIdle(deadline) && activity_->waitUntilIdle(deadline)) {
+    if (fetches_->count() == 0) {
+      return counters_.logged.load() == counters_.sent.load();
     }
-  });
+  }
+  return false;
 }
 
-std::string_view QuillmarCore::serviceUrl() const {
-  return platform_.serviceUrl.empty() ? Config::urlString : std::string_view(platform_.serviceUrl);
+void QuillmarCore::postInThisLife(platform::Executor& executor, std::function<void(QuillmarCore&)> work) {
+  auto inFlight = std::make_shared<Activity>(activity_);
+  executor.post([life = thisLife(), inFlight = std::move(inFlight), work = std::move(work)] {
+    if (const auto self = life.lock()) {
+      work(*self);
+    }
+  });
 }
 
 void QuillmarCore::print(std::string_view line) const {

@@ -11,33 +11,46 @@
 #include <vector>
 
 #include "Async/ActivityCounter.h"
+#include "Async/Epoch.h"
 #include "Async/SerialExecutor.h"
 #include "Async/Task.h"
 #include "Async/TaskQueue.h"
-#include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/ConversionValueResolver.h"
 #include "Conversion/EventTracker.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
-#include "Model/ConversionValues.h"
-#include "Network/NetworkManagerProtocol.h"
-#include "Persistence/ConversionValuesRepositoryProtocol.h"
-#include "Persistence/EventServerLogRepositoryProtocol.h"
-#include "Settings/VerificationKeyRepositoryProtocol.h"
 #include "quillmar/Quillmar.h"
 
 namespace quillmar {
 
 /// What stands behind `Quillmar`: its state and the chapters of its life, each in a file of its own.
 ///
-/// The flags are atomics without further order, read and written from the caller's thread and from tasks: a fetch
-/// that is started twice does no harm. Work that outlives a call holds the core weakly, locks it again after each
-/// suspension, and does nothing once it is gone. Functions may throw when memory runs out; `Quillmar` catches.
+/// Start-up, activations and fetches run in their order on one serial queue, events on another. Work that outlives a
+/// call holds a `Life`, locks it again after each suspension, and ends once the core is gone or was reset. Functions
+/// may throw when memory runs out; `Quillmar` catches.
 class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
  public:
-  /// Builds the event tracker, the resolver and the tracking manager. Does no I/O and logs nothing.
+  /// The core as work refers to it that outlives a call: weakly, and in the epoch that the work began in.
+  struct Life {
+    std::weak_ptr<QuillmarCore> core;
+    std::uint64_t epoch = 0;
+
+    /// Null when the core is gone, or a reset has come.
+    std::shared_ptr<QuillmarCore> lock() const;
+  };
+
+  /// Builds the event tracker, the resolver and the tracking manager, and directs the log to the platform's sink. Does
+  /// no I/O and logs nothing. Throws `std::invalid_argument` for a store or a member of the platform that is missing.
   QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                const platform::Platform& platform);
+  ~QuillmarCore();
+  QuillmarCore(const QuillmarCore&) = delete;
+  QuillmarCore& operator=(const QuillmarCore&) = delete;
+
+  /// What stands behind a facade.
+  static QuillmarCore& of(Quillmar& facade) noexcept { return *facade.core_; }
+
+  Life thisLife() { return {weak_from_this(), epoch_->current()}; }
 
   // Start-up (StartUp.cpp).
   void configure(std::string verificationKey);
@@ -48,8 +61,9 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   /// Starts a fetch of the conversion values if one is due.
   void fetchAndSaveConversionValues();
   bool shouldRefreshConversionValues() const;
-  static Task<void> fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int maxAttempts, double delaySeconds,
-                                   Activity activity);
+  /// `activity` counts what `drain` waits for, `fetching` the whole fetch with its waits.
+  static Task<void> fetchWithRetry(Life life, int maxAttempts, double delaySeconds, Activity activity,
+                                   Activity fetching);
 
   // Intake (Intake.cpp).
   void sendEvent(std::string event, std::optional<EventParameters> params);
@@ -61,9 +75,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   /// The postback window that the first run puts today into; nothing when the event window has expired.
   std::optional<Window> getCurrentWindow() const;
   /// Everything that happens to an accepted event. Its parameters are `testProcessEvent`'s too: it bypasses intake.
-  static Task<void> processEvent(std::weak_ptr<QuillmarCore> weak, std::string name,
-                                 std::optional<NamedParameters> params);
-  static Task<void> checkLockWindowHours(std::weak_ptr<QuillmarCore> weak);
+  static Task<void> processEvent(Life life, std::string name, std::optional<NamedParameters> params);
+  static Task<void> checkLockWindowHours(Life life);
 
   // Reset (Reset.cpp).
   void reset();
@@ -78,15 +91,14 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void setLogLevel(LogLevel level) noexcept { logLevel_.store(level, std::memory_order_relaxed); }
   std::string quillmarVerificationKey() const;
   bool isInitialized() const noexcept { return isInitialized_.load(std::memory_order_relaxed); }
-  bool hasFetchedConversionValues() const noexcept {
-    return hasFetchedConversionValues_.load(std::memory_order_relaxed);
-  }
+  bool hasFetchedConversionValues() const;
   void setHasFetchedConversionValues(bool fetched) noexcept {
     hasFetchedConversionValues_.store(fetched, std::memory_order_relaxed);
   }
   QuillmarStatistics statistics() const;
   QuillmarState state() const;
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(timeout); }
+  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
+  bool waitUntilDelivered(std::chrono::milliseconds timeout);
 
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const;
   void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository);
@@ -94,65 +106,76 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository);
   std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository() const;
   void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository);
-  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager() const;
-  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager);
+  std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager() const;
+  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager);
 
   const std::shared_ptr<EventTracker>& eventTracker() const noexcept { return eventTracker_; }
 
  private:
-  struct PendingEvent {
+  struct NamedEvent {
     std::string name;
     std::optional<NamedParameters> params;
   };
+  struct Configuration {
+    std::string verificationKey;
+    std::uint64_t epoch;
+  };
+  /// A fetch is under way for as long as its task keeps this: a task that is dropped half-way lets go of it.
+  struct Fetch {};
 
   // Start-up.
-  void configureInBackground(const std::string& verificationKey);
-  void configureSynchronously(const std::string& verificationKey);
+  void configureNext();
+  std::optional<Configuration> takeConfiguration();
+  void configureSynchronously(const std::string& verificationKey, std::uint64_t epoch);
+  bool prepareInBackground(const std::string& verificationKey);
+  bool prepareSynchronously(const std::string& verificationKey);
+  void finishConfiguring(const std::string& verificationKey, std::uint64_t epoch);
   /// The whole days since the first run. Records the first run, and gives nothing, when there was none.
   std::optional<std::int64_t> daysSinceFirstRun();
   void recordFirstRun();
   void buildRepositories(const std::string& verificationKey);
-  void registerForActivation();
-  std::shared_ptr<NetworkManagerProtocol> makeNetworkManager() const;
+  void registerForActivation(std::uint64_t epoch);
 
   // Refresh.
-  class FetchGuard;
   void handleAppBecomeActive();
+  std::shared_ptr<Fetch> beginFetch();
+  bool isFetching() const;
+  void markFetched();
   void saveLastFetchTimestamp();
   void giveUpFetching(int maxAttempts, const std::string& lastError);
 
   // Intake.
-  static Task<void> acceptEvent(std::weak_ptr<QuillmarCore> weak, std::string event,
-                                std::optional<EventParameters> params);
-  static Task<void> replayEvent(std::weak_ptr<QuillmarCore> weak, PendingEvent event);
+  /// What the host reported as it goes on; nothing when the service has switched the library off.
+  std::optional<NamedEvent> accept(const std::string& event, std::optional<EventParameters> params);
+  static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
+  static Task<void> replayEvent(Life life, NamedEvent event);
   void deferEvent(std::string name, std::optional<NamedParameters> params);
   void emptyPendingEvents();
 
   // Pipeline.
-  static Task<bool> logToService(std::weak_ptr<QuillmarCore> weak, std::string name);
+  static Task<bool> logToService(Life life, std::string name);
   std::shared_ptr<const ConversionValues> configurationFor(const std::string& name);
   void invalidateVerificationKey(std::int64_t failures);
-  static Task<void> update(std::weak_ptr<QuillmarCore> weak, ConversionValues::ConversionValue value, Window window,
-                           bool forceLockWindow);
+  static Task<void> update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow);
 
-  /// Posts `work` so that it does nothing once the core is gone, and counts as in flight until it has run.
-  void postWeakly(platform::Executor& executor, std::function<void(QuillmarCore&)> work);
-  std::string_view serviceUrl() const;
+  /// Posts `work` so that it does nothing once the core is gone or was reset, and counts as in flight until it has run.
+  void postInThisLife(platform::Executor& executor, std::function<void(QuillmarCore&)> work);
   void print(std::string_view line) const;
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
-  /// Runs the pipeline, and calls the ad networks when the platform has no executor for that.
-  const std::shared_ptr<SerialExecutor> eventExecutor_;
+  const std::shared_ptr<ActivityCounter> fetches_;
+  const std::shared_ptr<Epoch> epoch_;
+  const std::shared_ptr<SerialExecutor> lifecycleQueue_;  ///< start-up, activations, fetches
+  const std::shared_ptr<SerialExecutor> eventExecutor_;   ///< the pipeline
+  const std::shared_ptr<platform::Executor> mainExecutor_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
   std::string quillmarVerificationKey_;  // guarded by collaboratorsMutex_
   std::atomic<bool> isInitialized_{false};
-  std::atomic<bool> isRetriying_{false};  // spelled so on purpose
-  std::atomic<bool> isFetching_{false};
   std::atomic<bool> isConfigLoaded_{false};
   const std::shared_ptr<SerialExecutor> pendingEventsQueue_;
-  std::deque<PendingEvent> pendingEvents_;  // touched on pendingEventsQueue_ only
+  std::deque<NamedEvent> pendingEvents_;  // touched on pendingEventsQueue_ only
   std::atomic<std::size_t> pendingEventCount_{0};
   std::atomic<bool> hasFetchedConversionValues_{false};
 
@@ -160,7 +183,10 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository_;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;
   std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository_;
-  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager_;
+  std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager_;
+  std::deque<Configuration> configurations_;  ///< calls of `configure` that wait for their turn
+  std::weak_ptr<Fetch> isFetching_;
+  bool isRetriying_ = false;  ///< spelled so on purpose; says more than `isFetching_` after a fetch without any attempt
   std::vector<platform::NotificationCenter::ObserverId> observers_;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;

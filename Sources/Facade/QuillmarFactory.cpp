@@ -1,5 +1,6 @@
 #include "quillmar/QuillmarFactory.h"
 
+#include <exception>
 #include <utility>
 
 #include "Logging/Logger.h"
@@ -9,6 +10,17 @@
 namespace quillmar {
 
 namespace {
+
+/// Null, and a line in the log, when `make` throws.
+template <class Make>
+auto madeBy(Make make) noexcept -> decltype(make()) {
+  try {
+    return make();
+  } catch (const std::exception& error) {
+    Logger::error("Quillmar - Making an instance failed: {}", error.what());
+    return nullptr;
+  }
+}
 
 /// The library's own suite of that platform; none in a forked child, where instances do nothing, because finding it
 /// takes a lock.
@@ -20,39 +32,27 @@ std::shared_ptr<platform::UserDefaults> suiteOf(const platform::Platform& platfo
 
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                           platform::Bundle bundle) noexcept {
-  const bool here = OwnProcess::isHere();
-  return createQuillmar(std::move(userDefaults), std::move(bundle),
-                        here ? platform::sharedPlatform() : platform::Platform());
+  return madeBy([&] {
+    const bool here = OwnProcess::isHere();
+    return std::make_shared<Quillmar>(std::move(userDefaults), std::move(bundle),
+                                      here ? platform::sharedPlatform() : platform::Platform());
+  });
 }
 
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                           platform::Bundle bundle,
                                                           const platform::Platform& platform) noexcept {
-  try {
-    return std::make_shared<Quillmar>(std::move(userDefaults), std::move(bundle), platform);
-  } catch (...) {
-    Logger::error("Quillmar - Making an instance failed");
-    return nullptr;
-  }
+  return madeBy([&] { return std::make_shared<Quillmar>(std::move(userDefaults), std::move(bundle), platform); });
 }
 
 std::shared_ptr<Quillmar> QuillmarFactory::createQuillmar(const platform::Platform& platform) noexcept {
-  try {
-    return createQuillmar(suiteOf(platform), platform::Bundle::main(), platform);
-  } catch (...) {
-    Logger::error("Quillmar - Making an instance failed");
-    return nullptr;
-  }
+  return madeBy([&] { return std::make_shared<Quillmar>(suiteOf(platform), platform::Bundle::main(), platform); });
 }
 
 std::shared_ptr<QuillmarASAAttribution> QuillmarFactory::createQuillmarASAAttribution(
     const platform::Platform& platform) noexcept {
-  try {
-    return std::make_shared<QuillmarASAAttribution>(suiteOf(platform), platform::Bundle::main(), platform);
-  } catch (...) {
-    Logger::error("Quillmar - Making an instance failed");
-    return nullptr;
-  }
+  return madeBy(
+      [&] { return std::make_shared<QuillmarASAAttribution>(suiteOf(platform), platform::Bundle::main(), platform); });
 }
 
 }  // namespace quillmar

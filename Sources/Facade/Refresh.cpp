@@ -1,25 +1,26 @@
 #include <chrono>
 #include <cmath>
+#include <stdexcept>
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
 #include "Settings/Calendar.h"
-#include "Settings/Config.h"
 #include "Settings/MockSwitch.h"
 #include "Settings/StoreSetting.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
 void QuillmarCore::applicationDidBecomeActive() {
   Logger::info("Application did become active");
-  handleAppBecomeActive();
+  postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
 }
 
 void QuillmarCore::sceneDidActivate() {
   Logger::info("Scene did activate");
-  handleAppBecomeActive();
+  postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
 }
 
 void QuillmarCore::handleAppBecomeActive() {
@@ -33,7 +34,7 @@ void QuillmarCore::handleAppBecomeActive() {
 }
 
 void QuillmarCore::fetchAndSaveConversionValues() {
-  if (isFetching_.load(std::memory_order_relaxed)) {
+  if (isFetching()) {
     Logger::debug("Fetch already in progress, skipping...");
     return;
   }
@@ -42,8 +43,7 @@ void QuillmarCore::fetchAndSaveConversionValues() {
     return;
   }
   Logger::debug("Starting to fetch and save conversion values...");
-  Activity inFlight(activity_);
-  spawn(platform_.executor, fetchWithRetry(weak_from_this(), 3, 5.0, std::move(inFlight)));
+  spawn(lifecycleQueue_, fetchWithRetry(thisLife(), 3, 5.0, Activity(activity_), Activity(fetches_)));
 }
 
 bool QuillmarCore::shouldRefreshConversionValues() const {
@@ -74,104 +74,113 @@ void QuillmarCore::saveLastFetchTimestamp() {
   }
 }
 
-/// Ends a fetch whose task is dropped half-way or ends by an exception, so that another one can start.
-class QuillmarCore::FetchGuard {
- public:
-  explicit FetchGuard(std::weak_ptr<QuillmarCore> core) noexcept : core_(std::move(core)) {}
-  ~FetchGuard() {
-    if (const auto core = core_.lock()) {
-      core->isRetriying_.store(false, std::memory_order_relaxed);
-      core->isFetching_.store(false, std::memory_order_relaxed);
-      core->setHasFetchedConversionValues(core->isConfigLoaded_.load(std::memory_order_relaxed));
-    }
+bool QuillmarCore::isFetching() const {
+  const std::lock_guard lock(collaboratorsMutex_);
+  return !isFetching_.expired();
+}
+
+bool QuillmarCore::hasFetchedConversionValues() const {
+  // Before the outcome of a fetch is known, too, so that other refresh tests see that one is under way.
+  return hasFetchedConversionValues_.load(std::memory_order_relaxed) || isFetching();
+}
+
+/// Null while another fetch is under way.
+std::shared_ptr<QuillmarCore::Fetch> QuillmarCore::beginFetch() {
+  auto fetch = std::make_shared<Fetch>();
+  const std::lock_guard lock(collaboratorsMutex_);
+  if (isRetriying_ || !isFetching_.expired()) {
+    return nullptr;
   }
-  FetchGuard(const FetchGuard&) = delete;
-  FetchGuard& operator=(const FetchGuard&) = delete;
+  isFetching_ = fetch;
+  return fetch;
+}
 
-  /// The fetch has come to an end of its own.
-  void release() noexcept { core_.reset(); }
+namespace {
 
- private:
-  std::weak_ptr<QuillmarCore> core_;
-};
+/// What kept the repository from fetching; null when nothing did.
+Task<std::exception_ptr> fetchOnce(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) {
+  try {
+    if (!repository) {
+      throw std::runtime_error("The repository is missing");
+    }
+    std::function<void(ConversionValuesRepositoryProtocol::Completion)> start =
+        [repository](ConversionValuesRepositoryProtocol::Completion done) {
+          repository->fetchAndSaveConversionValues(std::move(done));
+        };
+    co_return co_await awaitCallback<std::exception_ptr>(std::move(start));
+  } catch (...) {
+    co_return std::current_exception();
+  }
+}
 
-Task<void> QuillmarCore::fetchWithRetry(std::weak_ptr<QuillmarCore> weak, int maxAttempts, double delaySeconds,
-                                        Activity activity) {
-  std::shared_ptr<QuillmarCore> self = weak.lock();
+}  // namespace
+
+Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delaySeconds, Activity activity,
+                                        [[maybe_unused]] Activity fetching) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
   if (!self) {
     co_return;
   }
-  if (self->isRetriying_.exchange(true, std::memory_order_relaxed)) {
+  const std::shared_ptr<Fetch> fetch = self->beginFetch();
+  if (!fetch) {
     Logger::debug("Already retrying, skipping...");
     co_return;
   }
-  FetchGuard guard(weak);
-  self->isFetching_.store(true, std::memory_order_relaxed);
-  // Before the outcome is known, so that other refresh tests see that a fetch is under way.
-  self->setHasFetchedConversionValues(true);
-
+  std::string failure = "Unknown";
   for (int attempt = 0; attempt < maxAttempts; ++attempt) {
     Logger::debug("Performing network request to fetch conversion values. Attempt: {}", attempt + 1);
-    std::string failure = "The repository is missing";
-    bool fetched = false;
-    if (const auto repository = self->conversionValuesRepository()) {
-      self.reset();
-      try {
-        co_await repository->fetchAndSaveConversionValues();
-        fetched = true;
-      } catch (const std::exception& error) {
-        failure = textualDescription(error);
+    Task<std::exception_ptr> fetched = fetchOnce(self->conversionValuesRepository());
+    self.reset();
+    const std::exception_ptr error = co_await std::move(fetched);
+    self = life.lock();
+    if (!self) {
+      co_return;
+    }
+    if (!error) {
+      if (self->epoch_->during(life.epoch, [&] { self->markFetched(); })) {
+        self->processPendingEvents();
+        self.reset();
+        co_await checkLockWindowHours(std::move(life));
       }
-      self = weak.lock();
+      co_return;
+    }
+    failure = textualDescription(error);
+    Logger::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
+    if (attempt < maxAttempts - 1) {
+      const std::chrono::nanoseconds wait(static_cast<std::int64_t>(delaySeconds * std::exp2(attempt) * 1e9));
+      std::shared_ptr<platform::Clock> clock = self->platform_.clock;
+      const std::shared_ptr<ActivityCounter> counter = self->activity_;
+      self.reset();
+      activity.end();  // `drain` does not wait for a fetch that waits
+      co_await sleepFor(std::move(clock), wait);
+      activity = Activity(counter);
+      self = life.lock();
       if (!self) {
         co_return;
       }
     }
-    if (fetched) {
-      Logger::debug("Conversion values fetched and saved from the server.");
-      self->saveLastFetchTimestamp();
-      self->isConfigLoaded_.store(true, std::memory_order_relaxed);
-      Logger::debug("Configuration marked as loaded - app_id should now be available");
-      self->processPendingEvents();
-      self.reset();
-      co_await checkLockWindowHours(weak);
-      guard.release();
-      if (const auto still = weak.lock()) {
-        still->isRetriying_.store(false, std::memory_order_relaxed);
-        still->isFetching_.store(false, std::memory_order_relaxed);
-      }
-      co_return;
-    }
-    Logger::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
-    if (attempt == maxAttempts - 1) {
-      guard.release();
-      self->isRetriying_.store(false, std::memory_order_relaxed);
-      self->giveUpFetching(maxAttempts, failure);
-      co_return;
-    }
-    const std::chrono::nanoseconds wait(static_cast<std::int64_t>(delaySeconds * std::exp2(attempt) * 1e9));
-    std::shared_ptr<platform::Clock> clock = self->platform_.clock;
-    const std::shared_ptr<ActivityCounter> counter = self->activity_;
-    self.reset();
-    activity.end();  // nobody waits for a fetch that waits
-    co_await sleepFor(std::move(clock), wait);
-    activity = Activity(counter);
-    self = weak.lock();
-    if (!self) {
-      co_return;
-    }
   }
-  guard.release();
-  // Without any attempt, `isRetriying` stays set, on purpose.
-  self->giveUpFetching(maxAttempts, "Unknown");
+  self->epoch_->during(life.epoch, [&] { self->giveUpFetching(maxAttempts, failure); });
+}
+
+void QuillmarCore::markFetched() {
+  Logger::debug("Conversion values fetched and saved from the server.");
+  saveLastFetchTimestamp();
+  setHasFetchedConversionValues(true);
+  isConfigLoaded_.store(true, std::memory_order_relaxed);
+  Logger::debug("Configuration marked as loaded - app_id should now be available");
 }
 
 void QuillmarCore::giveUpFetching(int maxAttempts, const std::string& lastError) {
-  isFetching_.store(false, std::memory_order_relaxed);
-  Logger::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);
-  if (!MockSwitch::isOn()) {
-    setHasFetchedConversionValues(false);  // the next activation tries again at once
+  {
+    const std::lock_guard lock(collaboratorsMutex_);
+    isFetching_.reset();
+    if (maxAttempts <= 0) {
+      isRetriying_ = true;  // without any attempt it stays set, on purpose
+    }
   }
+  Logger::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);
+  setHasFetchedConversionValues(MockSwitch::isOn());  // otherwise the next activation tries again at once
 }
 
 }  // namespace quillmar

@@ -2,34 +2,38 @@
 
 #include "Facade/QuillmarCore.h"
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
 #include "Settings/StoreSetting.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
+// What was begun before ends without effect: a fetch, an activation, a call of `configure`, an event on its way.
 void QuillmarCore::reset() {
   std::vector<platform::NotificationCenter::ObserverId> observers;
-  {
-    const std::lock_guard lock(collaboratorsMutex_);
-    observers.swap(observers_);
-    quillmarVerificationKey_.clear();
-  }
+  epoch_->raise([&] {
+    {
+      const std::lock_guard lock(collaboratorsMutex_);
+      observers.swap(observers_);
+      quillmarVerificationKey_.clear();
+      configurations_.clear();
+      isFetching_.reset();
+      isRetriying_ = false;
+    }
+    isInitialized_.store(false, std::memory_order_relaxed);
+    setHasFetchedConversionValues(false);
+    isConfigLoaded_.store(false, std::memory_order_relaxed);
+    setLogLevel(LogLevel::off);
+    for (const std::string_view key :
+         {Config::lastConversionValuesFetchTimestamp, Config::serverAppId, Config::sdkEnabled}) {
+      removeSetting(*userDefaults_, key);
+    }
+    SharedState::instance().reset();
+    eventTracker_->clearCompletedEvents();
+  });
   for (const auto observer : observers) {
     platform_.notifications->removeObserver(observer);
   }
-  isInitialized_.store(false, std::memory_order_relaxed);
-  setHasFetchedConversionValues(false);
-  isRetriying_.store(false, std::memory_order_relaxed);
-  isFetching_.store(false, std::memory_order_relaxed);
-  isConfigLoaded_.store(false, std::memory_order_relaxed);
-  setLogLevel(LogLevel::off);
   emptyPendingEvents();
-  for (const std::string_view key :
-       {Config::lastConversionValuesFetchTimestamp, Config::serverAppId, Config::sdkEnabled}) {
-    removeSetting(*userDefaults_, key);
-  }
-  SharedState::instance().reset();
-  eventTracker_->clearCompletedEvents();
   Logger::debug("Quillmar - SDK state reset");
 }
 

@@ -1,5 +1,7 @@
 #include "Facade/SharedState.h"
 
+#include <limits>
+
 namespace quillmar {
 
 SharedState& SharedState::instance() noexcept {
@@ -9,7 +11,10 @@ SharedState& SharedState::instance() noexcept {
 
 std::int64_t SharedState::incrementConsecutiveAPIFailures() {
   const std::lock_guard lock(sharedStateQueue_);
-  return ++consecutiveAPIFailures_;
+  if (consecutiveAPIFailures_ < std::numeric_limits<std::int64_t>::max()) {  // a host may have set it
+    ++consecutiveAPIFailures_;
+  }
+  return consecutiveAPIFailures_;
 }
 
 std::int64_t SharedState::getConsecutiveAPIFailures() const {

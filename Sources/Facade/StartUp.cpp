@@ -1,23 +1,22 @@
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
-#include "Logging/ErrorDescription.h"
+#include "Logging/Guarded.h"
 #include "Logging/Logger.h"
 #include "Network/ConfigApiClientClient.h"
 #include "Network/EventServerLogApiClient.h"
-#include "Network/MockNetworkManager.h"
 #include "Network/NetworkManager.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
 #include "Persistence/EventServerLogRepository.h"
-#include "Platform/OwnProcess.h"
+#include "Platform/PlatformMembers.h"
 #include "Settings/Calendar.h"
-#include "Settings/Config.h"
 #include "Settings/MockSwitch.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/StoreSetting.h"
 #include "Settings/Uuid.h"
 #include "Settings/VerificationKeyRepository.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
@@ -28,26 +27,45 @@ constexpr std::int64_t synchronousDaysLimit = 35;
 
 void QuillmarCore::configure(std::string verificationKey) {
   Logger::setLogLevel(logLevel());
+  const bool synchronously = MockSwitch::isOn();
+  const std::uint64_t epoch = epoch_->current();
   {
     const std::lock_guard lock(collaboratorsMutex_);
     quillmarVerificationKey_ = verificationKey;
+    if (!synchronously) {
+      configurations_.push_back({verificationKey, epoch});
+    }
   }
-  if (MockSwitch::isOn()) {
-    configureSynchronously(verificationKey);
+  if (synchronously) {
+    configureSynchronously(verificationKey, epoch);
     return;
   }
   auto inFlight = std::make_shared<Activity>(activity_);
-  platform_.executor->post(
-      [self = shared_from_this(), inFlight = std::move(inFlight), key = std::move(verificationKey)] {
-        try {
-          self->configureInBackground(key);
-        } catch (const std::exception& error) {
-          Logger::error("Quillmar - Failed to configure: {}", textualDescription(error));
-        }
-      });
+  lifecycleQueue_->post([self = shared_from_this(), inFlight = std::move(inFlight)] { self->configureNext(); });
 }
 
-void QuillmarCore::configureInBackground(const std::string& verificationKey) {
+void QuillmarCore::configureNext() {
+  while (const std::optional<Configuration> next = takeConfiguration()) {
+    bool initialized = false;
+    epoch_->during(next->epoch, [&] { initialized = prepareInBackground(next->verificationKey); });
+    if (initialized) {
+      finishConfiguring(next->verificationKey, next->epoch);
+    }
+  }
+}
+
+// From a list, so that what callers on several threads set last is also configured last.
+std::optional<QuillmarCore::Configuration> QuillmarCore::takeConfiguration() {
+  const std::lock_guard lock(collaboratorsMutex_);
+  if (configurations_.empty()) {
+    return std::nullopt;
+  }
+  Configuration next = std::move(configurations_.front());
+  configurations_.pop_front();
+  return next;
+}
+
+bool QuillmarCore::prepareInBackground(const std::string& verificationKey) {
   Logger::info("Starting configuration of Quillmar with appId: {}", verificationKey);
   // The suite itself, not the store of this instance: attribution tracking looks for the key there.
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
@@ -58,30 +76,40 @@ void QuillmarCore::configureInBackground(const std::string& verificationKey) {
   if (days) {
     if (*days > Config::daysLimit) {
       Logger::info("SDK not initialized. More than {} days have passed since the first run.", Config::daysLimit);
-      return;
+      return false;
     }
     Logger::info("First run date: {}. Days since first run: {}.",
                  dateDescription(userDefaults_->date(Config::firstRunDateKey).value_or(platform_.clock->now())), *days);
   }
   isInitialized_.store(true, std::memory_order_relaxed);
   buildRepositories(verificationKey);
-  registerForActivation();
-  fetchAndSaveConversionValues();
-  Logger::info("Quillmar initialized with appId: {}", verificationKey);
+  return true;
 }
 
-void QuillmarCore::configureSynchronously(const std::string& verificationKey) {
+void QuillmarCore::configureSynchronously(const std::string& verificationKey, std::uint64_t epoch) {
+  bool initialized = false;
+  epoch_->during(epoch, [&] { initialized = prepareSynchronously(verificationKey); });
+  if (initialized) {
+    finishConfiguring(verificationKey, epoch);
+  }
+}
+
+bool QuillmarCore::prepareSynchronously(const std::string& verificationKey) {
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
     if (*days > synchronousDaysLimit) {
       Logger::info("More than 35 days have passed since first run. SDK will not be initialized.");
-      return;
+      return false;
     }
     Logger::info("Less than 35 days since first run. Continuing with initialization.");
   }
   isInitialized_.store(true, std::memory_order_relaxed);
   buildRepositories(verificationKey);
-  registerForActivation();
+  return true;
+}
+
+void QuillmarCore::finishConfiguring(const std::string& verificationKey, std::uint64_t epoch) {
+  registerForActivation(epoch);
   if (MockSwitch::isOn()) {
     setHasFetchedConversionValues(false);
   } else {
@@ -109,8 +137,8 @@ void QuillmarCore::recordFirstRun() {
 }
 
 void QuillmarCore::buildRepositories(const std::string& verificationKey) {
-  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager();
-  const std::string baseUrl(serviceUrl());
+  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
+  const std::string baseUrl(platform::originOf(platform_.serviceUrl, Config::urlString));
   const auto suite = quillMarDefaults(platform_.userDefaults);
 
   auto configClient = std::make_shared<ConfigApiClientClient>(networkManager, verificationKey, baseUrl);
@@ -118,31 +146,34 @@ void QuillmarCore::buildRepositories(const std::string& verificationKey) {
   auto item =
       std::make_shared<PersistenceItem<ConversionValues>>(platform_.files, ConversionValuesPersistence::filename);
   auto persistence = std::make_shared<ConversionValuesPersistence>(std::move(item));
-  setConversionValuesRepository(
-      std::make_shared<ConversionValuesRepository>(std::move(configClient), std::move(persistence), userDefaults_));
-  setEventServerLogRepository(std::make_shared<EventServerLogRepository>(std::move(eventLogClient), suite));
+  setConversionValuesRepository(std::make_shared<ConversionValuesRepository>(
+      std::move(configClient), std::move(persistence), userDefaults_, lifecycleQueue_, epoch_));
+  setEventServerLogRepository(
+      std::make_shared<EventServerLogRepository>(std::move(eventLogClient), suite, eventExecutor_));
 }
 
-std::shared_ptr<NetworkManagerProtocol> QuillmarCore::makeNetworkManager() const {
-  if (MockSwitch::isOn()) {
-    return std::make_shared<MockNetworkManager>();
-  }
-  return std::make_shared<NetworkManager>(platform_.http);
-}
-
-void QuillmarCore::registerForActivation() {
+void QuillmarCore::registerForActivation(std::uint64_t epoch) {
   using platform::Notification;
   const auto observe = [this](Notification notification, void (QuillmarCore::*handle)()) {
     return platform_.notifications->addObserver(notification, [weak = weak_from_this(), handle] {
-      if (const auto self = OwnProcess::isHere() ? weak.lock() : nullptr) {
-        ((*self).*handle)();
-      }
+      guarded("activation", [&] {
+        if (const auto self = weak.lock()) {
+          ((*self).*handle)();
+        }
+      });
     });
   };
-  const auto application = observe(Notification::applicationDidBecomeActive, &QuillmarCore::applicationDidBecomeActive);
-  const auto scene = observe(Notification::sceneDidActivate, &QuillmarCore::sceneDidActivate);
-  const std::lock_guard lock(collaboratorsMutex_);
-  observers_.insert(observers_.end(), {application, scene});
+  const auto observers = {observe(Notification::applicationDidBecomeActive, &QuillmarCore::applicationDidBecomeActive),
+                          observe(Notification::sceneDidActivate, &QuillmarCore::sceneDidActivate)};
+  const bool kept = epoch_->during(epoch, [&] {
+    const std::lock_guard lock(collaboratorsMutex_);
+    observers_.insert(observers_.end(), observers);
+  });
+  if (!kept) {
+    for (const auto observer : observers) {
+      platform_.notifications->removeObserver(observer);
+    }
+  }
 }
 
 }  // namespace quillmar

@@ -11,6 +11,17 @@ std::string withDetail(std::string text, const std::exception& error) {
   }
   return text;
 }
+
+template <class Describe>
+std::string describeThrown(const std::exception_ptr& error, Describe describe) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& known) {
+    return describe(known);
+  } catch (...) {
+    return "an error that is no std::exception";
+  }
+}
 }  // namespace
 
 std::string textualDescription(const std::exception& error) {
@@ -26,6 +37,14 @@ std::string textualDescription(const std::exception& error) {
 std::string localizedDescription(const std::exception& error) {
   const auto* systemError = dynamic_cast<const std::system_error*>(&error);
   return systemError == nullptr ? std::string(error.what()) : withDetail(systemError->code().message(), error);
+}
+
+std::string textualDescription(const std::exception_ptr& error) {
+  return describeThrown(error, [](const std::exception& known) { return textualDescription(known); });
+}
+
+std::string localizedDescription(const std::exception_ptr& error) {
+  return describeThrown(error, [](const std::exception& known) { return localizedDescription(known); });
 }
 
 }  // namespace quillmar

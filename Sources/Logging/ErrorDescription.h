@@ -24,4 +24,8 @@ std::string textualDescription(const std::exception& error);
 /// The localized description of an error: a sentence.
 std::string localizedDescription(const std::exception& error);
 
+// The same for whatever was thrown; a host's code may throw what is no `std::exception`.
+std::string textualDescription(const std::exception_ptr& error);
+std::string localizedDescription(const std::exception_ptr& error);
+
 }  // namespace quillmar

@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <iterator>
+#include <mutex>
 #include <string>
 
 namespace quillmar {
@@ -43,20 +44,26 @@ platform::LogSeverity severityOf(LogLevel level) noexcept {
 
 }  // namespace
 
-struct Logger::Output {
+namespace {
+
+/// Where lines go, and the clock of the timestamp.
+struct Output {
+  std::mutex mutex;
   std::shared_ptr<platform::LogSink> sink;
   std::shared_ptr<platform::Clock> clock;
-  const Output* previous;
 };
 
-std::atomic<const Logger::Output*> Logger::output_{nullptr};
+Output& output() noexcept {
+  static Output& instance = *new Output;  // never destroyed: lines may come until the very end
+  return instance;
+}
+
+}  // namespace
 
 void Logger::setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept {
-  try {
-    // Never freed, and linked so that it stays reachable: lines may be on their way while the sink is replaced.
-    output_.store(new Output{std::move(sink), std::move(clock), output_.load()});
-  } catch (...) {  // out of memory: the old sink stays
-  }
+  const std::lock_guard lock(output().mutex);
+  output().sink.swap(sink);
+  output().clock.swap(clock);
 }
 
 void Logger::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
@@ -69,16 +76,22 @@ void Logger::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_
 }
 
 void Logger::logWithDate(LogLevel level, std::string_view message) noexcept {
-  const Output* const output = output_.load(std::memory_order_acquire);
-  if (output == nullptr || !output->sink) {
+  std::shared_ptr<platform::LogSink> sink;
+  std::shared_ptr<platform::Clock> clock;
+  {
+    const std::lock_guard lock(output().mutex);
+    sink = output().sink;
+    clock = output().clock;
+  }
+  if (!sink) {
     return;
   }
   try {
     // Computed once for the process, and never destroyed.
-    static const std::string& timestamp = *new std::string(formatTimestamp(*output->clock));
+    static const std::string& timestamp = *new std::string(formatTimestamp(*clock));
     fmt::memory_buffer line;
     fmt::format_to(std::back_inserter(line), "[Quillmar] - [{}] {}", timestamp, message);
-    output->sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});
+    sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});
   } catch (...) {  // as above
   }
 }

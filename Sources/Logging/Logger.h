@@ -43,13 +43,11 @@ class Logger {
     compose(LogLevel::error, format, fmt::make_format_args(first, rest...));
   }
 
-  /// Where lines go, and the clock of the timestamp. Without a sink they go nowhere. A sink that was replaced is
-  /// kept: a line may be on its way to it.
+  /// Where lines go, and the clock of the timestamp. Without a sink they go nowhere. A sink that was replaced is let go
+  /// of when the line that is on its way to it has been written.
   static void setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept;
 
  private:
-  struct Output;
-
   static void write(LogLevel level, std::string_view message) noexcept {
     if (passes(level)) {
       logWithDate(level, message);
@@ -64,7 +62,6 @@ class Logger {
   static void logWithDate(LogLevel level, std::string_view message) noexcept;
 
   static inline std::atomic<LogLevel> level_{LogLevel::off};
-  static std::atomic<const Output*> output_;
 };
 
 }  // namespace quillmar

@@ -4,6 +4,7 @@
 
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
+#include "Model/ConversionValuesCoding.h"
 
 namespace quillmar {
 
@@ -11,7 +12,7 @@ ConfigResponse ConfigResponse::decode(const JsonReader& document) {
   ConfigResponse response;
   response.appId = document.required("app_id").string();
   response.sdkEnabled = document.required("sdk_enabled").boolean();
-  ConversionValues conversionValues = ConversionValues::decode(document);
+  ConversionValues conversionValues = Codable<ConversionValues>::decode(document);
   response.values = std::move(conversionValues.values);
   response.lockWindows = std::move(conversionValues.lockWindows);
   return response;

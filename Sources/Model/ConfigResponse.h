@@ -4,9 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 
 namespace quillmar {
+
+class JsonReader;
+class JsonWriter;
 
 /// The service's answer to the configuration request. The JSON mixes two key styles, on purpose: "app_id" and
 /// "sdk_enabled", but "values" and "lockWindows".

@@ -1,4 +1,6 @@
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
+
+#include "Model/ConversionValuesCoding.h"
 
 #include <fmt/format.h>
 
@@ -196,14 +198,14 @@ std::map<Window, ConversionValues::LockWindowConfiguration> ConversionValues::lo
   return byWindow(lockWindows);
 }
 
-ConversionValues ConversionValues::decode(const JsonReader& document) {
+ConversionValues Codable<ConversionValues>::decode(const JsonReader& document) {
   ConversionValues result;
   const JsonReader values = document.required("values");
   result.values.reserve(values.elementCount());
   values.forEachElement([&result](const JsonReader& value) { result.values.push_back(decodeConversionValue(value)); });
   const JsonReader lockWindows = document.required("lockWindows");
   lockWindows.forEachMember([&result](std::string_view name, const JsonReader& lock) {
-    LockWindowConfiguration configuration;
+    ConversionValues::LockWindowConfiguration configuration;
     configuration.type = decodeName(lock.required("type"), lockWindowTypeFromRawValue);
     if (const auto hours = lock.optional("value")) {
       configuration.value = hours->integer();
@@ -213,9 +215,9 @@ ConversionValues ConversionValues::decode(const JsonReader& document) {
   return result;
 }
 
-void ConversionValues::encode(JsonWriter& writer) const {
+void Codable<ConversionValues>::encode(JsonWriter& writer, const ConversionValues& document) {
   writer.beginObject();
-  encodeMembers(writer, values, lockWindows);
+  encodeMembers(writer, document.values, document.lockWindows);
   writer.endObject();
 }
 

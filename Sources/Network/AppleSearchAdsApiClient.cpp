@@ -4,7 +4,7 @@
 
 #include "Logging/Logger.h"
 #include "Network/AppleRequestBuilder.h"
-#include "Network/RequestDecoder.h"
+#include "Network/Exchange.h"
 
 namespace quillmar {
 
@@ -17,13 +17,11 @@ Task<ASAAttributionResponse> AppleSearchAdsApiClient::fetchAttributionData(std::
   auto body = std::make_shared<PlainTextBodyContainer>(std::move(token));
   AppleRequestBuilder builder({}, baseUrl_);
   builder.post("api/v1").headers({{"Content-Type", "text/plain"}}).body(std::move(body));
-  platform::HttpRequest request = builder.build();
-  Logger::debug("AppleSearchAdsApiClient - Performing network request to Apple");
-  const NetworkResponse response = co_await networkManager_->perform(std::move(request));
-  Logger::debug("AppleSearchAdsApiClient - Decoding Apple attribution response");
-  auto record = RequestDecoder::decode<ASAAttributionResponse>(response);
-  Logger::debug("AppleSearchAdsApiClient - Successfully fetched attribution data from Apple");
-  co_return record;
+  return performExchange<ASAAttributionResponse>(
+      networkManager_, builder.build(),
+      {"AppleSearchAdsApiClient - Performing network request to Apple",
+       "AppleSearchAdsApiClient - Decoding Apple attribution response",
+       "AppleSearchAdsApiClient - Successfully fetched attribution data from Apple"});
 }
 
 }  // namespace quillmar

@@ -5,7 +5,7 @@
 
 #include "Network/AppleSearchAdsApiClientProtocol.h"
 #include "Network/NetworkManagerProtocol.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 

@@ -8,8 +8,7 @@
 
 namespace quillmar {
 
-/// What the clients of the event service share: the transport, the key and the address. Clients never catch; they
-/// must live until the tasks that they returned are done.
+/// What the clients of the event service share: the transport, the key and the address. Clients never catch.
 class BaseApiClient {
  public:
   BaseApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager, std::string quillmarVerificationKey,
@@ -21,7 +20,7 @@ class BaseApiClient {
   /// A builder whose requests carry the key, as it is, in "Authorization".
   RequestBuilder createRequestBuilder() const;
 
-  NetworkManagerProtocol& networkManager() const noexcept { return *networkManager_; }
+  const std::shared_ptr<NetworkManagerProtocol>& networkManager() const noexcept { return networkManager_; }
 
  private:
   const std::shared_ptr<NetworkManagerProtocol> networkManager_;

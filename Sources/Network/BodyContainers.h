@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "Json/Codable.h"
 #include "Json/JsonWriter.h"
 #include "Network/RequestBodyContainerProtocol.h"
 
@@ -22,7 +23,7 @@ struct JSONBodyContainer final : RequestBodyContainerProtocol {
   explicit JSONBodyContainer(Encodable value) : jsonBody(std::move(value)) {}
   void add(platform::HttpRequest& request) const override {
     JsonWriter writer;
-    jsonBody.encode(writer);
+    Codable<Encodable>::encode(writer, jsonBody);
     setBody(request, writer.take(), "application/json");
   }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Async/Task.h"
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 
 namespace quillmar {
 

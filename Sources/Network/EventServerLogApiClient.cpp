@@ -4,7 +4,7 @@
 
 #include "Logging/Logger.h"
 #include "Network/EventServerLogRequest.h"
-#include "Network/RequestDecoder.h"
+#include "Network/Exchange.h"
 
 namespace quillmar {
 
@@ -18,12 +18,10 @@ EventServerLogApiClient::EventServerLogApiClient(std::shared_ptr<NetworkManagerP
 Task<EventServerLogResponse> EventServerLogApiClient::logEvent(std::string event) {
   Logger::debug("EventServerLogApiClient - Building request to log event");
   EventServerLogRequest record = EventServerLogRequest::make(std::move(event), *quillMarDefaults_);
-  platform::HttpRequest request = createRequestBuilder().post("ios/events").json(std::move(record)).build();
-  Logger::debug("EventServerLogApiClient - Performing network request");
-  const NetworkResponse response = co_await networkManager().perform(std::move(request));
-  auto answer = RequestDecoder::decode<EventServerLogResponse>(response);
-  Logger::debug("EventServerLogApiClient - Successfully logged event");
-  co_return answer;
+  return performExchange<EventServerLogResponse>(
+      networkManager(), createRequestBuilder().post("ios/events").json(std::move(record)).build(),
+      {"EventServerLogApiClient - Performing network request", nullptr,
+       "EventServerLogApiClient - Successfully logged event"});
 }
 
 }  // namespace quillmar

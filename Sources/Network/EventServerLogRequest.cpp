@@ -4,8 +4,8 @@
 
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
-#include "Settings/Config.h"
 #include "Settings/Uuid.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 

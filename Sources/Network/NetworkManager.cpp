@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "Logging/Logger.h"
+#include "Network/MockNetworkManager.h"
 #include "Platform/ErrorCategory.h"
+#include "Settings/MockSwitch.h"
 #include "quillmar/platform/URLError.h"
 
 namespace quillmar {
@@ -50,6 +52,13 @@ Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
   }
   Logger::error("NetworkManager - Unexpected status code: {}", status);
   throw std::system_error(NetworkManagerError::unexpectedStatusCode);
+}
+
+std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<platform::HttpTransport> transport) {
+  if (MockSwitch::isOn()) {
+    return std::make_shared<MockNetworkManager>();
+  }
+  return std::make_shared<NetworkManager>(std::move(transport));
 }
 
 }  // namespace quillmar

@@ -26,6 +26,9 @@ class NetworkManager final : public NetworkManagerProtocol {
   const std::shared_ptr<platform::HttpTransport> transport_;
 };
 
+/// The way of requests: over `transport`, or the built-in answers while the mock switch is on.
+std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<platform::HttpTransport> transport);
+
 }  // namespace quillmar
 
 template <>

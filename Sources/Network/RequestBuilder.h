@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "Network/BodyContainers.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 #include "quillmar/platform/HttpTransport.h"
 
 namespace quillmar {

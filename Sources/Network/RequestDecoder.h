@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Json/Codable.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Network/NetworkManagerProtocol.h"
@@ -12,7 +13,7 @@ struct RequestDecoder {
   template <class Decodable>
   static Decodable decode(const NetworkResponse& response) {
     const boost::json::value document = parseJson(response.data);
-    return Decodable::decode(JsonReader(document));
+    return Codable<Decodable>::decode(JsonReader(document));
   }
 };
 

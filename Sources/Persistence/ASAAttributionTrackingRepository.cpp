@@ -26,9 +26,9 @@ Task<void> ASAAttributionTrackingRepository::fetchAndStoreAttributionData(std::s
   try {
     const ASAAttributionResponse data = co_await appleApiClient_->fetchAttributionData(std::move(token));
     asaDataPersistence_->saveASAData(data);
-  } catch (const std::exception& error) {
+  } catch (...) {
     Logger::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
-                  localizedDescription(error));
+                  localizedDescription(std::current_exception()));
     throw std::system_error(ASAAttributionTrackingRepositoryError::attributionDataFetchFailed);
   }
   Logger::debug("ASAAttributionTrackingRepository - Successfully fetched and stored attribution data");

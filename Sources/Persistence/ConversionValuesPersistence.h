@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Model/ConversionValuesCoding.h"
 #include "Persistence/ConversionValuesPersistenceProtocol.h"
 #include "Persistence/PersistenceItem.h"
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "Model/ConversionValues.h"
+#include "quillmar/ConversionValues.h"
 
 namespace quillmar {
 

@@ -4,33 +4,52 @@
 
 #include "Logging/ErrorDescription.h"
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
+#include "Model/ConversionValuesCoding.h"
 #include "Settings/StoreSetting.h"
+#include "quillmar/Config.h"
+#include "quillmar/platform/URLError.h"
 
 namespace quillmar {
 
 ConversionValuesRepository::ConversionValuesRepository(std::shared_ptr<ConfigApiClientProtocol> configApiClient,
                                                        std::shared_ptr<ConversionValuesPersistenceProtocol> persistence,
-                                                       std::shared_ptr<platform::UserDefaults> userDefaults) noexcept
+                                                       std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                       std::shared_ptr<platform::Executor> executor,
+                                                       std::shared_ptr<Epoch> epoch) noexcept
     : configApiClient_(std::move(configApiClient)),
       persistence_(std::move(persistence)),
-      userDefaults_(std::move(userDefaults)) {}
+      userDefaults_(std::move(userDefaults)),
+      executor_(std::move(executor)),
+      epoch_(std::move(epoch)) {}
 
-Task<void> ConversionValuesRepository::fetchAndSaveConversionValues() {
-  Logger::debug("ConversionValuesRepository - Fetching config from server");
-  try {
-    co_await fetchAndSave();
-  } catch (const std::exception& error) {
-    Logger::error("ConversionValuesRepository - Failed to fetch and save conversion values: {}",
-                  textualDescription(error));
-    throw;
-  }
+void ConversionValuesRepository::fetchAndSaveConversionValues(Completion completion) {
+  spawn(executor_, fetchTask(shared_from_this(), epoch_->current(), std::move(completion)));
 }
 
-Task<void> ConversionValuesRepository::fetchAndSave() {
+Task<void> ConversionValuesRepository::fetchTask(std::shared_ptr<ConversionValuesRepository> self, std::uint64_t begun,
+                                                 Completion completion) {
+  Logger::debug("ConversionValuesRepository - Fetching config from server");
+  std::exception_ptr failure;
+  try {
+    co_await self->fetchAndSave(begun);
+  } catch (...) {
+    failure = std::current_exception();
+    Logger::error("ConversionValuesRepository - Failed to fetch and save conversion values: {}",
+                  textualDescription(failure));
+  }
+  completion(std::move(failure));
+}
+
+Task<void> ConversionValuesRepository::fetchAndSave(std::uint64_t begun) {
   const ConfigResponse response = co_await configApiClient_->fetchConfig();
   Logger::debug("ConversionValuesRepository - Config fetched: appId={}, sdkEnabled={}", response.appId,
                 response.sdkEnabled);
+  if (!epoch_->during(begun, [&] { save(response); })) {
+    throw std::system_error(platform::URLError::cancelled);
+  }
+}
+
+void ConversionValuesRepository::save(const ConfigResponse& response) {
   // Before the document, on purpose: the service's verdict takes effect even when the document cannot be written.
   storeSetting(*userDefaults_, Config::serverAppId, response.appId);
   storeSetting(*userDefaults_, Config::sdkEnabled, response.sdkEnabled);

@@ -17,27 +17,36 @@ std::error_code make_error_code(EventServerLogRepositoryError error) noexcept {
 }
 
 EventServerLogRepository::EventServerLogRepository(std::shared_ptr<EventServerLogApiClientProtocol> apiClient,
-                                                   std::shared_ptr<platform::UserDefaults> userDefaults) noexcept
-    : apiClient_(std::move(apiClient)), userDefaults_(std::move(userDefaults)) {}
+                                                   std::shared_ptr<platform::UserDefaults> userDefaults,
+                                                   std::shared_ptr<platform::Executor> executor) noexcept
+    : apiClient_(std::move(apiClient)), userDefaults_(std::move(userDefaults)), executor_(std::move(executor)) {}
 
-Task<bool> EventServerLogRepository::logEvent(std::string event) {
+void EventServerLogRepository::logEvent(std::string event, Completion completion) {
   if (!isSDKEnabled(*userDefaults_, "EventServerLogRepository - SDK enabled status")) {
     Logger::debug("EventServerLogRepository - SDK is disabled by server configuration, skipping event: {}", event);
-    co_return false;
+    completion({nullptr, false});
+    return;
   }
+  spawn(executor_, logTask(shared_from_this(), std::move(event), std::move(completion)));
+}
+
+Task<void> EventServerLogRepository::logTask(std::shared_ptr<EventServerLogRepository> self, std::string event,
+                                             Completion completion) {
+  const std::system_error notLogged(EventServerLogRepositoryError::failedToLogEvent);
   EventServerLogResponse answer;
-  std::string failure = textualDescription(std::system_error(EventServerLogRepositoryError::failedToLogEvent));
+  std::string failure = textualDescription(notLogged);
   try {
-    answer = co_await apiClient_->logEvent(std::move(event));
-  } catch (const std::exception& error) {
-    failure = textualDescription(error);
+    answer = co_await self->apiClient_->logEvent(std::move(event));
+  } catch (...) {
+    failure = textualDescription(std::current_exception());
   }
-  if (answer.status != "success") {
+  if (answer.status == "success") {
+    Logger::debug("EventServerLogRepository - Event logged successfully: {}", answer.message.value_or(""));
+    completion({});
+  } else {
     Logger::error("EventServerLogRepository - Error logging event: {}", failure);
-    throw std::system_error(EventServerLogRepositoryError::failedToLogEvent);
+    completion({std::make_exception_ptr(notLogged), false});
   }
-  Logger::debug("EventServerLogRepository - Event logged successfully: {}", answer.message.value_or(""));
-  co_return true;
 }
 
 }  // namespace quillmar

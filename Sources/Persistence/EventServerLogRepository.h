@@ -1,11 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <string_view>
 #include <system_error>
 
+#include "Async/Task.h"
 #include "Network/EventServerLogApiClientProtocol.h"
-#include "Persistence/EventServerLogRepositoryProtocol.h"
+#include "quillmar/EventServerLogRepositoryProtocol.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar {
@@ -17,16 +17,22 @@ enum class EventServerLogRepositoryError {
 
 std::error_code make_error_code(EventServerLogRepositoryError error) noexcept;
 
-class EventServerLogRepository final : public EventServerLogRepositoryProtocol {
+/// Logs events through the API client, on `executor`. Its only failure is `failedToLogEvent`.
+class EventServerLogRepository final : public EventServerLogRepositoryProtocol,
+                                       public std::enable_shared_from_this<EventServerLogRepository> {
  public:
   EventServerLogRepository(std::shared_ptr<EventServerLogApiClientProtocol> apiClient,
-                           std::shared_ptr<platform::UserDefaults> userDefaults) noexcept;
+                           std::shared_ptr<platform::UserDefaults> userDefaults,
+                           std::shared_ptr<platform::Executor> executor) noexcept;
 
-  Task<bool> logEvent(std::string event) override;
+  void logEvent(std::string event, Completion completion) override;
 
  private:
+  static Task<void> logTask(std::shared_ptr<EventServerLogRepository> self, std::string event, Completion completion);
+
   const std::shared_ptr<EventServerLogApiClientProtocol> apiClient_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
+  const std::shared_ptr<platform::Executor> executor_;
 };
 
 }  // namespace quillmar

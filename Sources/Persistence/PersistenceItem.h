@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "Json/Codable.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
@@ -57,7 +58,7 @@ class PersistenceItem {
   void save(const T& value) {
     const std::string path = file_.existingPath();
     JsonWriter writer(JsonWriter::Format::prettyPrinted);
-    value.encode(writer);
+    Codable<T>::encode(writer, value);
     file_.write(path, writer.take());
     forget();
     Logger::debug("PersistenceItem - Saving data to file: {}", filename());
@@ -74,7 +75,7 @@ class PersistenceItem {
  private:
   static T decode(const std::string& content) {
     const boost::json::value document = parseJson(content);
-    return T::decode(JsonReader(document));
+    return Codable<T>::decode(JsonReader(document));
   }
 
   void forget() {

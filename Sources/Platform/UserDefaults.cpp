@@ -2,6 +2,10 @@
 
 namespace quillmar::platform {
 
+bool UserDefaults::isOpen() const noexcept {
+  return true;
+}
+
 std::optional<std::uint64_t> UserDefaults::revision(std::string_view) const {
   return std::nullopt;
 }

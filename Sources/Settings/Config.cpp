@@ -1,4 +1,4 @@
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 

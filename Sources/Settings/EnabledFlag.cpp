@@ -1,17 +1,30 @@
 #include "Settings/EnabledFlag.h"
 
+#include <optional>
+
 #include "Logging/Logger.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 
+namespace {
+/// What the service has said; nothing before it has said anything.
+std::optional<bool> storedFlag(const platform::UserDefaults& userDefaults) {
+  return userDefaults.object(Config::sdkEnabled) ? std::optional(userDefaults.boolean(Config::sdkEnabled))
+                                                 : std::nullopt;
+}
+}  // namespace
+
+bool isSDKEnabled(const platform::UserDefaults& userDefaults) {
+  return storedFlag(userDefaults).value_or(true);
+}
+
 bool isSDKEnabled(const platform::UserDefaults& userDefaults, std::string_view label) {
-  if (!userDefaults.object(Config::sdkEnabled)) {
-    return true;
+  const std::optional<bool> flag = storedFlag(userDefaults);
+  if (flag) {
+    Logger::debug("{}: {}", label, *flag);
   }
-  const bool enabled = userDefaults.boolean(Config::sdkEnabled);
-  Logger::debug("{}: {}", label, enabled);
-  return enabled;
+  return flag.value_or(true);
 }
 
 }  // namespace quillmar

@@ -1,6 +1,7 @@
 #include "Settings/QuillMarDefaults.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -16,6 +17,7 @@ class LazyUserDefaults final : public platform::UserDefaults {
   explicit LazyUserDefaults(std::shared_ptr<platform::UserDefaultsProvider> provider)
       : provider_(std::move(provider)) {}
 
+  bool isOpen() const noexcept override { return isOpen_.load(std::memory_order_acquire); }
   std::optional<platform::PropertyListValue> object(std::string_view key) const override { return store().object(key); }
   std::error_code set(std::string_view key, platform::PropertyListValue value) override {
     return store().set(key, std::move(value));
@@ -33,12 +35,14 @@ class LazyUserDefaults final : public platform::UserDefaults {
       if (!store_) {
         store_ = provider_->standard();
       }
+      isOpen_.store(true, std::memory_order_release);
     });
     return *store_;
   }
 
   const std::shared_ptr<platform::UserDefaultsProvider> provider_;
   mutable std::once_flag opened_;
+  mutable std::atomic<bool> isOpen_{false};
   mutable std::shared_ptr<platform::UserDefaults> store_;
 };
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "Settings/VerificationKeyRepositoryProtocol.h"
+#include "quillmar/VerificationKeyRepositoryProtocol.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar {

@@ -8,17 +8,17 @@
 #include <string_view>
 
 #include "quillmar/ASEventParam.h"
+#include "quillmar/ConversionTrackingManagerProtocol.h"
+#include "quillmar/ConversionValuesRepositoryProtocol.h"
+#include "quillmar/EventServerLogRepositoryProtocol.h"
 #include "quillmar/Export.h"
 #include "quillmar/LogLevel.h"
+#include "quillmar/VerificationKeyRepositoryProtocol.h"
 #include "quillmar/platform/Platform.h"
 
 namespace quillmar {
 
-class ConversionTrackingManager;
-class ConversionValuesRepositoryProtocol;
-class EventServerLogRepositoryProtocol;
 class QuillmarCore;
-class VerificationKeyRepositoryProtocol;
 
 /// How many events went which way, since the instance was made.
 struct QuillmarStatistics {
@@ -56,7 +56,9 @@ class QUILLMAR_API Quillmar {
   static void setShared(std::shared_ptr<Quillmar> instance) noexcept;
 
   /// An instance of its own over the given settings store. It shares only the counters of failures with the others.
-  /// Does no I/O. Use `QuillmarFactory` or `shared()`; throws only when memory runs out.
+  /// From now on the log goes to the platform's sink. Does no I/O. Use `QuillmarFactory` or `shared()`: the constructor
+  /// throws `std::invalid_argument`, with a text that names what is missing, for a null store or a platform without one
+  /// of its members, and `std::bad_alloc`.
   Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
            const platform::Platform& platform);
   ~Quillmar();
@@ -80,12 +82,13 @@ class QUILLMAR_API Quillmar {
   void sendEvent(std::string_view event, EventParameters params) noexcept;
 
   /// For hosts that deliver activations themselves: fetches the configuration again if it is an hour old.
-  /// Source: the selectors of the two UIKit notifications.
+  /// On Apple systems: the selectors of the two UIKit notifications.
   void applicationDidBecomeActive() noexcept;
   void sceneDidActivate() noexcept;
 
   /// Back to the unconfigured state. The first-run date and the install identifier are kept; what the service sent
-  /// and the tracked events are forgotten. Writes the settings store on the calling thread.
+  /// and the tracked events are forgotten. Whatever was begun before ends without effect: `configure`, a fetch, events
+  /// on their way. Writes the settings store on the calling thread.
   void reset() noexcept;
 
   /// Forgets the tracked events. Writes the settings store on the calling thread.
@@ -101,9 +104,14 @@ class QUILLMAR_API Quillmar {
   bool hasFetchedConversionValues() const noexcept;
   void setHasFetchedConversionValues(bool fetched) noexcept;
 
-  /// Waits until no event, request or platform call of this instance is in flight, for at most `timeout`. A fetch
-  /// that waits for its next attempt is not waited for, nor are events that wait for the configuration. True when all
-  /// was done. Not for the main thread of an app: it is there for command-line hosts and tests.
+  /// Waits until the service has accepted every event sent so far, for at most `timeout`. True when it has. False when
+  /// the time is over, or as soon as waiting cannot help: an event failed or was dropped, or is parked and no fetch of
+  /// the configuration is under way. For command-line hosts, before they exit; not for the main thread of an app.
+  bool waitUntilDelivered(std::chrono::milliseconds timeout) noexcept;
+
+  /// Waits until no event, request or platform call of this instance is in flight, for at most `timeout`; true when
+  /// none is. That says nothing about success: a fetch that waits for its next attempt is not waited for, nor are
+  /// events that are parked. Inside a callback of the library it waits for itself, until the time is over. For tests.
   bool drain(std::chrono::milliseconds timeout) noexcept;
 
   QuillmarStatistics statistics() const noexcept;
@@ -111,18 +119,20 @@ class QUILLMAR_API Quillmar {
   /// May open the settings store on the calling thread.
   QuillmarState state() const noexcept;
 
-  /// Replaceable collaborators; the repositories are null until `configure` has built them.
+  /// Replaceable collaborators. The repositories are null until `configure` has built them, and each `configure` builds
+  /// them anew.
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const noexcept;
   void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) noexcept;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const noexcept;
   void setVerificationKeyRepository(std::shared_ptr<VerificationKeyRepositoryProtocol> repository) noexcept;
   std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository() const noexcept;
   void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept;
-  std::shared_ptr<ConversionTrackingManager> conversionTrackingManager() const noexcept;
-  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManager> manager) noexcept;
+  std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager() const noexcept;
+  void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) noexcept;
 
   /// Answers every request with a built-in document instead of asking the service, and configures on the calling
-  /// thread. For tests and previews; set it before `configure`.
+  /// thread. The document is no answer to the configuration request: events stay parked. It shows that a host is wired
+  /// up; a host's tests are better off with the simulated platform. Set it before `configure`.
   static bool useMock() noexcept;
   static void setUseMock(bool useMock) noexcept;
 
@@ -138,11 +148,9 @@ class QUILLMAR_API Quillmar {
   /// Sets the counters of failures back; `useMock` stays as it is.
   static void resetStaticState() noexcept;
 
-  /// The part behind this class, for the library's own code and tests.
-  QuillmarCore& core() noexcept { return *core_; }
-
  private:
-  std::shared_ptr<QuillmarCore> core_;
+  friend class QuillmarCore;
+  std::shared_ptr<QuillmarCore> core_;  // null in a forked child
 };
 
 }  // namespace quillmar

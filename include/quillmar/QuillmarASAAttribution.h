@@ -11,17 +11,20 @@ namespace quillmar {
 
 class QuillmarASAAttributionCore;
 
-/// How many subscription updates went which way, since the instance was made.
+/// How many subscription updates went which way, since the instance was made. Each update that came while the instance
+/// listened is in exactly one count.
 struct QuillmarASAAttributionStatistics {
   std::uint64_t sent = 0;        ///< accepted by the event service
   std::uint64_t failed = 0;      ///< could not be sent, and are lost
   std::uint64_t unverified = 0;  ///< dropped because the platform's signature did not hold
   std::uint64_t skipped = 0;     ///< not sent because the service switched the library off
+  std::uint64_t dropped = 0;     ///< still waiting for their turn when the listening ended
 };
 
 /// Fetches the search-ads attribution of the installation, once, and reports subscription purchases together with it.
 ///
-/// Works after `Quillmar::configure` has stored the verification key, in this run of the app or an earlier one. No
+/// Works once `Quillmar::isInitialized` is true, or was in an earlier run of the app: `configure` stores the
+/// verification key in the background. No
 /// function throws; what happens is told in the log only, most of it at the error level, so that it is seen whenever
 /// the log is on. All functions may be called from any thread. In a forked child they do nothing, as `Quillmar`'s.
 class QUILLMAR_API QuillmarASAAttribution {
@@ -33,7 +36,8 @@ class QUILLMAR_API QuillmarASAAttribution {
   static void setShared(std::shared_ptr<QuillmarASAAttribution> instance) noexcept;
 
   /// An instance of its own over the given settings store. The verification key comes from the library's own suite
-  /// all the same. Does no I/O. Use `QuillmarFactory` or `shared()`; throws only when memory runs out.
+  /// all the same. From now on the log goes to the platform's sink. Does no I/O. Use `QuillmarFactory` or `shared()`:
+  /// the constructor throws as `Quillmar`'s does.
   QuillmarASAAttribution(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                          const platform::Platform& platform);
   /// Ends the listening. A purchase that is being sent, and a fetch of the attribution, still finish.
@@ -43,7 +47,8 @@ class QUILLMAR_API QuillmarASAAttribution {
 
   /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet. Reads the
   /// settings store, and looks for the stored attribution, on the calling thread; the rest is done on the platform's
-  /// executor. Enabling again starts anew, and tries again to fetch what could not be fetched.
+  /// executor. Enabling again starts anew, and tries again to fetch what could not be fetched; updates that wait for
+  /// their turn are dropped then.
   void enableASAAttributionTracking() noexcept;
 
   /// Ends the listening. A purchase that is being sent still finishes. What is stored is kept.
@@ -56,11 +61,9 @@ class QUILLMAR_API QuillmarASAAttribution {
 
   QuillmarASAAttributionStatistics statistics() const noexcept;
 
-  /// The part behind this class, for the library's own code and tests.
-  QuillmarASAAttributionCore& core() noexcept { return *core_; }
-
  private:
-  std::shared_ptr<QuillmarASAAttributionCore> core_;
+  friend class QuillmarASAAttributionCore;
+  std::shared_ptr<QuillmarASAAttributionCore> core_;  // null in a forked child
 };
 
 }  // namespace quillmar

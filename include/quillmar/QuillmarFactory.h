@@ -11,7 +11,8 @@ namespace quillmar {
 /// Makes further instances beside `Quillmar::shared()` and `QuillmarASAAttribution::shared()`.
 class QUILLMAR_API QuillmarFactory {
  public:
-  /// An instance over exactly this store and bundle, on the shared platform. Null when memory runs out.
+  /// An instance over exactly this store and bundle, on the shared platform. Null, with an error line in the log that
+  /// names it, when the store or a member of the platform is missing; null when memory runs out.
   static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                   platform::Bundle bundle) noexcept;
 
@@ -19,10 +20,12 @@ class QUILLMAR_API QuillmarFactory {
   static std::shared_ptr<Quillmar> createQuillmar(std::shared_ptr<platform::UserDefaults> userDefaults,
                                                   platform::Bundle bundle, const platform::Platform& platform) noexcept;
 
-  /// An instance over the library's own settings suite of that platform. Null when memory runs out.
+  /// An instance over the library's own settings suite of that platform. Null, with an error line in the log that names
+  /// it, when the store or a member of the platform is missing; null when memory runs out.
   static std::shared_ptr<Quillmar> createQuillmar(const platform::Platform& platform) noexcept;
 
-  /// Search-ads attribution over the library's own settings suite of that platform. Null when memory runs out.
+  /// Search-ads attribution over the library's own settings suite of that platform. Null, with an error line in the log
+  /// that names it, when the store or a member of the platform is missing; null when memory runs out.
   static std::shared_ptr<QuillmarASAAttribution> createQuillmarASAAttribution(
       const platform::Platform& platform) noexcept;
 };

@@ -53,7 +53,7 @@ class PurchaseInterceptorThreads : public ::testing::Test {
   void start(const std::shared_ptr<PurchaseInterceptor>& interceptor, bool start = true) {
     spawn(pool, call(interceptor, start, Activity(activity)));
   }
-  bool waitUntilIdle() const { return activity->waitUntilIdle(longEnough); }
+  bool waitUntilIdle() const { return activity->waitUntilIdle(deadlineAfter(longEnough)); }
 
   std::shared_ptr<ThreadPoolExecutor> pool = std::make_shared<ThreadPoolExecutor>(2);
   std::shared_ptr<DetouringProcessor> processor = std::make_shared<DetouringProcessor>(pool);

@@ -13,7 +13,10 @@ const std::string facade = "error: QuillmarASAAttribution - ";
 const std::string interceptor = "error: PurchaseInterceptor - ";
 const std::string ended = interceptor + "Product.SubscriptionInfo.Status.updates loop ended";
 
-class AttributionTracking : public Test, protected AttributionHarness {};
+class AttributionTracking : public Test, protected AttributionHarness {
+ protected:
+  QuillmarASAAttributionCore& core() { return QuillmarASAAttributionCore::of(*attribution); }
+};
 
 TEST_F(AttributionTracking, enablingTellsItsStepsAtTheErrorLevelAndStoresTheRecord) {
   enable();
@@ -41,7 +44,7 @@ TEST_F(AttributionTracking, enablingTellsItsStepsAtTheErrorLevelAndStoresTheReco
 TEST_F(AttributionTracking, withoutKeyNothingIsBuiltAndDisablingOnlyLogs) {
   defaults->remove("QuillmarVerificationKey");
   enable();
-  EXPECT_EQ(attribution->core().eventsRepository(), nullptr);
+  EXPECT_EQ(core().eventsRepository(), nullptr);
   disable();
   EXPECT_THAT(log.messages(), ElementsAre(facade + "enableASAAttributionTracking called",
                                           "error: AppId key must be provided in Info.plist",
@@ -164,9 +167,9 @@ TEST_F(AttributionTracking, disablingEndsTheListeningAndEnablingStartsItAgain) {
   log.clear();
   disable();
   EXPECT_THAT(log.messages(), ElementsAre("debug: QuillmarASAAttribution - Disabling ASA attribution tracking", ended));
-  EXPECT_EQ(attribution->core().purchaseInterceptor(), nullptr);
-  EXPECT_EQ(attribution->core().purchaseProcessor(), nullptr);
-  EXPECT_NE(attribution->core().eventsRepository(), nullptr);
+  EXPECT_EQ(core().purchaseInterceptor(), nullptr);
+  EXPECT_EQ(core().purchaseProcessor(), nullptr);
+  EXPECT_NE(core().eventsRepository(), nullptr);
   post(subscriptionUpdate(1));
   attribution->disableASAAttributionTracking();
   enable();  // before the task that stops has run: it must not stop the new listener
@@ -199,9 +202,27 @@ TEST_F(AttributionTracking, disablingOrDestroyingDuringASendFinishesItAndReadsNo
     EXPECT_EQ(listeners(), 0u);
     advance(std::chrono::minutes(1));
     EXPECT_EQ(eventBodies().size(), before + 1) << "the second one waited for the first";
+    EXPECT_TRUE(destroy || attribution->statistics().dropped == 1) << "and is not forgotten";
     EXPECT_THAT(log.messages(), Contains("debug: PurchaseProcessor - Purchase processed successfully"));
     EXPECT_EQ(listenerLines().back(), ended);
   }
+}
+
+TEST_F(AttributionTracking, eachUpdateThatCameWhileItListenedIsInOneCount) {
+  enable();
+  delay = std::chrono::seconds(1);
+  for (std::uint64_t i = 0; i < 3; ++i) {
+    post(subscriptionUpdate(i));
+  }
+  enable();  // during the first send
+  advance(std::chrono::minutes(1));
+  simulated.subscriptionUpdates->post(subscriptionUpdate(3));  // handed to the listener, and not looked at
+  disable();
+  const auto statistics = attribution->statistics();
+  EXPECT_EQ(statistics.sent, 1u);
+  EXPECT_EQ(statistics.dropped, 3u);
+  EXPECT_THAT(eventBodies(), SizeIs(1));
+  EXPECT_TRUE(isIdle());
 }
 
 TEST_F(AttributionTracking, requestsGoToThePlatformsServicesOrToTheMock) {

@@ -73,7 +73,7 @@ class ConversionTrackingManagerTest : public testing::Test {
 
   void start(const char* system, const WindowValue& value, bool lock = false, const std::string& key = "rule") {
     device_->setSystemVersion(system);
-    spawn(own_, manager_->send({key, {{"window1", value}}}, Window::window1, lock));
+    main_->post([=, manager = manager_] { manager->send({key, {{"window1", value}}}, Window::window1, lock); });
   }
   void send(const char* system, const WindowValue& value, const std::string& key = "rule") {
     start(system, value, false, key);
@@ -86,10 +86,7 @@ class ConversionTrackingManagerTest : public testing::Test {
       crank();
     }
   }
-  void crank() {
-    while (own_->runOne() || main_->runOne()) {
-    }
-  }
+  void crank() { main_->runUntilIdle(); }
   void forgetCalls() {
     platform_->calls.clear();
     platform_->completions.clear();
@@ -101,7 +98,6 @@ class ConversionTrackingManagerTest : public testing::Test {
   const std::shared_ptr<ScriptedPlatform> platform_ = std::make_shared<ScriptedPlatform>();
   const std::shared_ptr<simulated::SimulatedDevice> device_ = std::make_shared<simulated::SimulatedDevice>("18.0");
   const std::shared_ptr<RealSKAdNetwork> network_ = std::make_shared<RealSKAdNetwork>(platform_, device_);
-  const std::shared_ptr<simulated::ManualExecutor> own_ = std::make_shared<simulated::ManualExecutor>();
   const std::shared_ptr<simulated::ManualExecutor> main_ = std::make_shared<simulated::ManualExecutor>();
   const std::shared_ptr<ActivityCounter> activity_ = std::make_shared<ActivityCounter>();
   std::shared_ptr<ConversionTrackingManager> manager_ =
@@ -127,8 +123,6 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
     const std::string simulated = row.simulated;
     ConversionTrackingManager::setSimulatediOSVersion(simulated.empty() ? std::nullopt : std::optional(simulated));
     start(row.system, {fine7, medium}, true);
-    own_->runUntilIdle();
-    EXPECT_THAT(platform_->calls, IsEmpty()) << "before the main executor runs";
     main_->runOne();
     EXPECT_EQ(platform_->calls.empty(), row.call == kit) << "that one is called by a task of its own";
     const bool answered = row.call != "2 fine=7" && row.call != "register";
@@ -185,8 +179,7 @@ TEST_F(ConversionTrackingManagerTest, logsEachStepAndSavesSuccessesOnly) {
     EXPECT_EQ(activity_->count(), 0) << "a failure is an end too";
   }
   platform_->calls.clear();
-  spawn(own_, manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true));
-  crank();
+  manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true);
   EXPECT_THAT(platform_->calls, IsEmpty());
   EXPECT_EQ(log.messages().back(),
             "error: ConversionTrackingManager - No conversion value available for window window2 in event: rule");

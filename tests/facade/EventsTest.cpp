@@ -61,7 +61,7 @@ TEST_F(Intake, disabledLibraryDropsEventsAndNeitherLogsNorCountsThoseInFlight) {
   EXPECT_EQ(quillmar->statistics().dropped, 1u);
   EXPECT_EQ(quillmar->statistics().parked, 0u);
 
-  spawn(simulated.executor, QuillmarCore::processEvent(core().weak_from_this(), "session", std::nullopt));
+  spawn(simulated.executor, QuillmarCore::processEvent(core().thisLife(), "session", std::nullopt));
   settle();
   EXPECT_TRUE(logged("EventServerLogRepository - SDK is disabled by server configuration, skipping event: session"));
   EXPECT_TRUE(eventNames().empty());
@@ -90,6 +90,21 @@ TEST_F(Intake, parametersAreNamedAndBadTextIsMended) {
   ASSERT_EQ(tracked.size(), 6u);
   EXPECT_EQ(tracked[0].parameters.at("revenue"), 9.99);
   EXPECT_TRUE(tracked[3].parameters.empty());
+}
+
+TEST_F(Intake, switchAndParametersCountAsTheyAreAtTheCallUnlessTheStoreHasYetToBeOpened) {
+  quillmar->sendEvent("early");
+  EXPECT_FALSE(logged("Sending event")) << "the caller does not wait for the store";
+  configure();
+  EXPECT_TRUE(logged("Sending event: early with params: [:]"));
+  quillmar->sendEvent("switched on", {{ASEventParam::revenue, 1}});
+  EXPECT_TRUE(logged("Sending event: switched on with params: [\"revenue\": 1]"));
+  defaults->set("SdkEnabled", false);
+  quillmar->sendEvent("switched off");
+  EXPECT_EQ(quillmar->statistics().dropped, 1u);
+  defaults->set("SdkEnabled", true);
+  settle();
+  EXPECT_THAT(eventNames(), ElementsAre("early", "switched on"));
 }
 
 TEST_F(Intake, burstKeepsFewRequestsInFlightAndLogsAll) {
@@ -201,6 +216,33 @@ TEST(LockWindows, areLockedByAHighValueOfTheirOwnOrByTimeAsConfigured) {
     if (row.callsLater == 2) {
       EXPECT_THAT(host.calls()[1], isCall(40, "high", true)) << "the last value again";
     }
+  }
+}
+
+TEST_F(Pipeline, valueThatNoOtherRanksBelowIsSentAlsoWhereTheRankingIsInconsistent) {
+  const auto rule = [](const char* key, const std::string& fine, const std::string& coarse) {
+    const std::string events = R"(,"requiredEvents":[]})";
+    return R"({"key":")" + std::string(key) + R"(","windows":{"window0":{)" +
+           (fine.empty() ? "" : R"("fineValue":{"value":)" + fine + events) +
+           (fine.empty() || coarse.empty() ? "" : ",") +
+           (coarse.empty() ? "" : R"("coarseValue":{"value":")" + coarse + "\"" + events) + "}}}";
+  };
+  const struct {
+    const char* what;
+    std::string rules;
+    const char* sent;
+  } rows[] = {
+      {"a single pass would end with c, which is below a; none is below b",
+       rule("a", "5", "high") + "," + rule("b", "", "high") + "," + rule("c", "3", "high"), "b"},
+      {"each has one below it: what a sort by insertion puts first",
+       rule("a", "2", "low") + "," + rule("b", "1", "") + "," + rule("c", "", "medium"), "b"},
+      {"of equals the first", rule("a", "2", "low") + "," + rule("b", "1", "low") + "," + rule("c", "1", "low"), "b"}};
+  for (const auto& row : rows) {
+    FacadeHarness host;
+    host.configBody = R"({"app_id":"a","sdk_enabled":true,"lockWindows":{},"values":[)" + row.rules + "]}";
+    host.configure();
+    host.send("any");
+    EXPECT_TRUE(host.logged("Sending event with key: " + std::string(row.sent))) << row.what;
   }
 }
 

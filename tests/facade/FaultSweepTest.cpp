@@ -3,7 +3,7 @@
 #include <iostream>
 #include <utility>
 
-#include "Persistence/ConversionValuesRepositoryProtocol.h"
+#include "quillmar/ConversionValuesRepositoryProtocol.h"
 #include "support/FacadeHarness.h"
 
 namespace quillmar::test {

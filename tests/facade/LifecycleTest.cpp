@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <future>
+
 #include "support/FacadeHarness.h"
 
 namespace quillmar::test {
@@ -131,8 +133,9 @@ TEST_F(Refresh, secondLoopStopsWhileTheFirstIsRetryingAndNoAttemptsKeepTheFlag) 
   configure();
   const auto expectOfLoop = [&](int attempts, const char* line) {
     log.clear();
-    spawn(simulated.executor, QuillmarCore::fetchWithRetry(core().weak_from_this(), attempts, 5.0,
-                                                           Activity(std::make_shared<ActivityCounter>())));
+    spawn(simulated.executor,
+          QuillmarCore::fetchWithRetry(core().thisLife(), attempts, 5.0, Activity(std::make_shared<ActivityCounter>()),
+                                       Activity(std::make_shared<ActivityCounter>())));
     settle();
     EXPECT_TRUE(logged(line)) << line;
   };
@@ -188,6 +191,36 @@ TEST_F(Reset, emptiesTheParkedEventsAndTheLibraryStartsAgain) {
   EXPECT_THAT(eventNames(), ElementsAre("session", "parked again"));
 }
 
+TEST_F(Reset, isFinalForWhatWasBegunBefore) {
+  quillmar->configure("the-key");
+  quillmar->reset();
+  settle();
+  EXPECT_FALSE(quillmar->isInitialized());
+  EXPECT_EQ(configRequests(), 0u);
+
+  configure();
+  delay = 1s;
+  quillmar->sendEvent("in flight");
+  settle();
+  quillmar->sendEvent("queued");
+  advance(2h);
+  activate();  // begins a fetch
+  quillmar->reset();
+  advance(1min);
+  EXPECT_EQ(configRequests(), 2u);
+  EXPECT_FALSE(defaults->object("ServerAppId")) << "from the fetch";
+  EXPECT_TRUE(core().eventTracker()->getAllTrackedEvents().empty());
+  EXPECT_EQ(quillmar->statistics().parked, 0u);
+
+  configStatus = 500;
+  configure();
+  quillmar->reset();
+  send("later");
+  advance(1min);
+  EXPECT_EQ(configRequests(), 3u) << "not tried again";
+  EXPECT_EQ(quillmar->statistics().parked, 1u);
+}
+
 TEST(InFlight, requestsOfAHostThatIsResetOrGoneDoNoHarm) {
   for (const bool gone : {false, true}) {
     SCOPED_TRACE(gone);
@@ -207,9 +240,121 @@ TEST(InFlight, requestsOfAHostThatIsResetOrGoneDoNoHarm) {
     host.advance(1min);
     EXPECT_THAT(host.eventNames(), ElementsAre("in flight"));
     EXPECT_TRUE(host.calls().empty());
-    EXPECT_EQ(host.configRequests(), gone ? 2u : 4u) << "nobody is left to try again";
+    EXPECT_EQ(host.configRequests(), 2u) << "nobody is left to try again";
     EXPECT_TRUE(!quillmar || quillmar->drain(0ms));
   }
+}
+
+/// Runs what came last first, as threads may.
+class LastFirstExecutor final : public platform::Executor {
+ public:
+  void post(std::function<void()> work) override { work_.push_back(std::move(work)); }
+  void runUntilIdle() {
+    while (!work_.empty()) {
+      const auto work = std::move(work_.back());
+      work_.pop_back();
+      work();
+    }
+  }
+
+ private:
+  std::vector<std::function<void()>> work_;
+};
+
+TEST_F(StartUp, callsOfConfigureKeepTheirOrderOnAnExecutorThatDoesNot) {
+  const auto executor = std::make_shared<LastFirstExecutor>();
+  auto platform = simulated.platform();
+  platform.executor = executor;
+  quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setLogLevel(LogLevel::info);
+  for (const char* key : {"old", "new"}) {
+    quillmar->configure(key);
+  }
+  executor->runUntilIdle();
+  EXPECT_EQ(quillmar->quillmarVerificationKey(), "new");
+  EXPECT_EQ(defaults->string("QuillmarVerificationKey"), "new");
+  EXPECT_EQ(countLines("First run date saved"), 1u);
+}
+
+TEST_F(StartUp, instancesThatCannotWorkAreRefusedByTheNameOfWhatIsMissing) {
+  auto platform = simulated.platform();
+  EXPECT_EQ(QuillmarFactory::createQuillmar(nullptr, {}, platform), nullptr);
+  platform.device = nullptr;
+  EXPECT_EQ(QuillmarFactory::createQuillmar(platform), nullptr);
+  EXPECT_EQ(QuillmarFactory::createQuillmarASAAttribution(platform), nullptr);
+  const std::string failed = "error: Quillmar - Making an instance failed: ";
+  EXPECT_THAT(log.messages(),
+              ElementsAre(failed + "the settings store is missing", failed + "Platform::device is missing",
+                          failed + "Platform::device is missing"));
+}
+
+TEST_F(StartUp, instancesLogToTheirPlatformAndLeaveNoObserverBehind) {
+  struct CountingCenter final : platform::InProcessNotificationCenter {
+    ObserverId addObserver(platform::Notification notification, std::function<void()> callback) override {
+      ++observers;
+      return InProcessNotificationCenter::addObserver(notification, std::move(callback));
+    }
+    void removeObserver(ObserverId observer) noexcept override {
+      --observers;
+      InProcessNotificationCenter::removeObserver(observer);
+    }
+    int observers = 0;
+  };
+  const auto center = std::make_shared<CountingCenter>();
+  const auto sink = std::make_shared<simulated::RecordingLogSink>();
+  auto platform = simulated.platform();
+  platform.notifications = center;
+  platform.logSink = sink;
+  quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setLogLevel(LogLevel::info);
+  configure();
+  EXPECT_FALSE(sink->lines().empty());
+  EXPECT_EQ(center->observers, 2);
+  quillmar = nullptr;
+  EXPECT_EQ(center->observers, 0);
+}
+
+TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
+  struct Manager final : ConversionTrackingManagerProtocol {
+    void send(const ConversionValues::ConversionValue&, Window, bool) override { throw 1; }
+  };
+  struct LogRepository final : EventServerLogRepositoryProtocol {
+    void logEvent(std::string, Completion) override { throw 2; }
+  };
+  configure();
+  const auto log = quillmar->eventServerLogRepository();
+  quillmar->setEventServerLogRepository(std::make_shared<LogRepository>());
+  send("session");
+  EXPECT_TRUE(logged("error: Failed to log event to server: an error that is no std::exception"));
+  EXPECT_EQ(calls().size(), 1u) << "a failed log entry does not stop the event";
+  quillmar->setEventServerLogRepository(log);
+  const auto manager = quillmar->conversionTrackingManager();
+  quillmar->setConversionTrackingManager(std::make_shared<Manager>());
+  send("session");
+  quillmar->setConversionTrackingManager(manager);
+  simulated.http->setService([](const platform::HttpRequest&) -> simulated::InMemoryAnswer { throw 3; });
+  advance(2h);
+  activate();
+  EXPECT_TRUE(logged("error: Failed to fetch conversion values: an error that is no std::exception. Attempt: 1"));
+  send("session");
+  EXPECT_EQ(calls().size(), 2u);
+  EXPECT_TRUE(quillmar->drain(std::chrono::milliseconds::max()));
+}
+
+TEST_F(StartUp, hostLearnsWhetherAllWasDelivered) {
+  configStatus = 503;
+  send("session");
+  EXPECT_TRUE(quillmar->drain(0ms)) << "nothing is in flight";
+  EXPECT_FALSE(quillmar->waitUntilDelivered(std::chrono::hours(1))) << "and nothing will be: at once";
+  configure();
+  auto delivered =
+      std::async(std::launch::async, [this] { return quillmar->waitUntilDelivered(std::chrono::hours(1)); });
+  configStatus = 200;
+  advance(5s);  // the second attempt
+  EXPECT_TRUE(delivered.get());
+  eventStatus = 503;
+  send("session");
+  EXPECT_FALSE(quillmar->waitUntilDelivered(std::chrono::milliseconds::max()));
 }
 
 TEST(Shared, instancesAreIndependentButShareTheCounters) {

@@ -114,7 +114,7 @@ TEST(OutOfMemory, configuringAndActivatingFailQuietly) {
     host.settle();
   });
   failEachAllocation("activation", [](FacadeHarness& host) {
-    host.quillmar->sceneDidActivate();
+    host.simulated.notifications->post(platform::Notification::sceneDidActivate);
     host.settle();
   });
 }

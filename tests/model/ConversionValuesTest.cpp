@@ -1,4 +1,4 @@
-#include "Model/ConversionValues.h"
+#include "Model/ConversionValuesCoding.h"
 
 #include <gmock/gmock.h>
 
@@ -16,12 +16,12 @@ using LockType = ConversionValues::LockWindowType;
 namespace {
 
 ConversionValues decode(std::string_view text) {
-  return ConversionValues::decode(JsonReader(parseJson(text)));
+  return Codable<ConversionValues>::decode(JsonReader(parseJson(text)));
 }
 
 std::string encode(const auto& document) {
   JsonWriter writer;
-  document.encode(writer);
+  Codable<std::decay_t<decltype(document)>>::encode(writer, document);
   return writer.take();
 }
 

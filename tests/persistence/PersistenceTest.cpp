@@ -121,17 +121,27 @@ struct ScriptedConfigClient : ConfigApiClientProtocol {
 
 TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
   const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
-  ConversionValuesRepository repository(std::make_shared<ScriptedConfigClient>(),
-                                        std::make_shared<ConversionValuesPersistence>(item), defaults);
+  const auto executor = std::make_shared<simulated::ManualExecutor>();
+  const auto epoch = std::make_shared<Epoch>();
+  const auto repository = std::make_shared<ConversionValuesRepository>(
+      std::make_shared<ScriptedConfigClient>(), std::make_shared<ConversionValuesPersistence>(item), defaults, executor,
+      epoch);
+  const auto fetchFailure = [&] {
+    std::string failure = "no end";
+    repository->fetchAndSaveConversionValues(
+        [&](const std::exception_ptr& error) { failure = error ? textualDescription(error) : ""; });
+    executor->runUntilIdle();
+    return failure;
+  };
   files->failing = "write";
-  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())), "No space left on device: " + path);
+  EXPECT_EQ(fetchFailure(), "No space left on device: " + path);
   EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
   EXPECT_EQ(defaults->object("SdkEnabled"), platform::PropertyListValue(false));
   EXPECT_EQ(log.messages().back(), "error: ConversionValuesRepository - Failed to fetch and save conversion values: " +
                                        ("No space left on device: " + path));
   files->failing.clear();
-  EXPECT_EQ(failureOf(withResult(repository.fetchAndSaveConversionValues())), "");
-  EXPECT_EQ(*repository.fetchAllConversionValues(), ConversionValues()) << "a disabled library keeps its document";
+  EXPECT_EQ(fetchFailure(), "");
+  EXPECT_EQ(*repository->fetchAllConversionValues(), ConversionValues()) << "a disabled library keeps its document";
   EXPECT_EQ(log.messages().back(), "debug: ConversionValuesRepository - Fetched conversion values: []");
 }
 
@@ -159,18 +169,26 @@ TEST_F(Persistence, onlyTheExactWordSuccessIsOneAndADisabledLibraryAsksNothing) 
                {std::nullopt, "failedToLogEvent", "Connection timed out", failed + "Connection timed out"}};
   const auto client = std::make_shared<ScriptedEventClient>();
   const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
-  EventServerLogRepository logs(client, defaults);
+  const auto executor = std::make_shared<simulated::ManualExecutor>();
+  const auto logs = std::make_shared<EventServerLogRepository>(client, defaults, executor);
+  EventLogResult result;
+  const auto logFailure = [&] {
+    logs->logEvent("a", [&result](EventLogResult end) { result = std::move(end); });
+    executor->runUntilIdle();
+    return result.failure ? textualDescription(result.failure) : "";
+  };
   EventsRepository events(client);
   for (const auto& test : cases) {
     client->response = test.response;
-    EXPECT_EQ(failureOf(logs.logEvent("a")), test.logFailure);
+    EXPECT_EQ(logFailure(), test.logFailure);
     EXPECT_EQ(log.messages().back(), test.line);
     EXPECT_EQ(failureOf(withResult(events.send("{}"))), test.sendFailure) << test.line;
     EXPECT_EQ(log.messages().back(), "debug: ProductSubscriptionStatusRepository - Sending event to server");
   }
   defaults->set("SdkEnabled", false);
   log.clear();
-  EXPECT_FALSE(runTask(logs.logEvent("a")));
+  EXPECT_EQ(logFailure(), "");
+  EXPECT_FALSE(result.accepted);
   EXPECT_THAT(log.messages(),
               ElementsAre("debug: " + name + "SDK enabled status: false",
                           "debug: " + name + "SDK is disabled by server configuration, skipping event: a"));

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "Platform/Posix/CurlHttpTransport.h"
-#include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
+#include "quillmar/Config.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/ManualClock.h"

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
+#include "quillmar/Config.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/platform/InProcessNotificationCenter.h"

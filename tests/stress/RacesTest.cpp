@@ -79,7 +79,7 @@ class Races : public testing::Test {
     platform_.userDefaults = std::make_shared<platform::SqliteUserDefaultsProvider>(
         folder_ / "settings", [](std::string_view problem) { ADD_FAILURE() << problem; });
     platform_.standardOutput = [](std::string_view) {};
-    Logger::setSink(lines_, platform_.clock);
+    platform_.logSink = lines_;
     quillmar_ = make();
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
   }

@@ -42,6 +42,7 @@ class FacadeHarness {
       : simulated(startOfTests, "17.4", [this](const platform::HttpRequest& request) { return answer(request); }),
         log(LogLevel::info, simulated.clock),
         defaults(quillMarDefaults(simulated.userDefaults)) {
+    simulated.logSink = log.sink();
     Quillmar::resetStaticState();
     Quillmar::setUseMock(false);
     restart();
@@ -79,7 +80,7 @@ class FacadeHarness {
   void settle() { advance(std::chrono::nanoseconds(0)); }
   void advance(std::chrono::nanoseconds by) { simulated.clock->advance(by); }
 
-  QuillmarCore& core() { return quillmar->core(); }
+  QuillmarCore& core() { return QuillmarCore::of(*quillmar); }
   auto calls() const { return simulated.adNetwork->calls(); }
 
   std::size_t countLines(const std::string& part) const {

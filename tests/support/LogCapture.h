@@ -45,6 +45,8 @@ class LogCapture {
 
   void clear() const { sink_->clear(); }
 
+  const std::shared_ptr<simulated::RecordingLogSink>& sink() const { return sink_; }
+
  private:
   std::shared_ptr<simulated::RecordingLogSink> sink_;
 };

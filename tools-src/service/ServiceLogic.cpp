@@ -13,6 +13,7 @@
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
 #include "Model/ConfigResponse.h"
+#include "Model/ConversionValuesCoding.h"
 #include "service/ShopConfig.h"
 
 namespace quillmar::service {
@@ -45,7 +46,7 @@ ConfigResponse decodeConfiguration(const std::string& text) {
   if (document.optional("app_id") || document.optional("sdk_enabled")) {
     return ConfigResponse::decode(document);
   }
-  ConversionValues inner = ConversionValues::decode(document);
+  ConversionValues inner = Codable<ConversionValues>::decode(document);
   return {std::string(kDevelopmentAppId), true, std::move(inner.values), std::move(inner.lockWindows)};
 }
 

@@ -12,8 +12,8 @@
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Platform/Posix/SqliteUserDefaults.h"
-#include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
+#include "quillmar/Config.h"
 
 namespace quillmar::sweep {
 

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "Conversion/LastWindowValue.h"
-#include "Settings/Config.h"
+#include "quillmar/Config.h"
 
 namespace quillmar::sweep {
 

@@ -29,7 +29,6 @@ class InMemorySubscriptionUpdates::Subscription : public platform::SubscriptionS
     {
       const std::lock_guard lock(mutex_);
       cancelled_ = true;
-      kept_.clear();
     }
     end();
   }

@@ -44,8 +44,8 @@ class QUILLMAR_API SubscriptionStatusSubscription {
   /// before that: the listener decides the pace. After the end of the stream each call gives nothing at once.
   virtual void next(Callback callback) = 0;
 
-  /// Ends the stream for this listener: updates that were kept are dropped and a waiting callback is called with
-  /// nothing, on any thread, also inside this call.
+  /// Ends the stream for this listener: no update is kept from now on, and a waiting callback is called with nothing,
+  /// on any thread, also inside this call. Updates that were kept before are still given by `next`, then the end.
   virtual void cancel() noexcept = 0;
 };
 

@@ -74,6 +74,10 @@ class QUILLMAR_API UserDefaults {
   /// Forgets `key`; an absent one is no error.
   virtual std::error_code remove(std::string_view key) = 0;
 
+  /// Whether reads are answered from memory by now. A store that is opened at its first use says no before that, and
+  /// then the library does not read it on the host's thread.
+  virtual bool isOpen() const noexcept;
+
   /// A number that is another one after each change of the value under `key`, so that what was decoded from the value
   /// can be kept. Nothing when the store cannot tell; then the value is read and decoded anew at each use.
   virtual std::optional<std::uint64_t> revision(std::string_view key) const;

@@ -8,17 +8,15 @@
 #include <string_view>
 #include <vector>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/AdAttributionKit.h"
 #include "quillmar/platform/StoreKitAdNetwork.h"
 
 namespace quillmar {
 
-class JsonReader;
-class JsonWriter;
-
 /// The conversion-values configuration: which fine and coarse value each set of events earns in each postback window,
 /// and when the windows lock. A plain value, compared by content.
-struct ConversionValues {
+struct QUILLMAR_API ConversionValues {
   /// The three postback windows.
   enum class Window : std::uint8_t { window0, window1, window2 };
 
@@ -36,34 +34,49 @@ struct ConversionValues {
     // The revenue counts only when both bounds are there.
     std::optional<double> revenueMin;
     std::optional<double> revenueMax;
-    bool operator==(const RequiredEvent&) const = default;
+    friend bool operator==(const RequiredEvent& a, const RequiredEvent& b) {
+      return a.name == b.name && a.revenueMin == b.revenueMin && a.revenueMax == b.revenueMax;
+    }
+    friend bool operator!=(const RequiredEvent& a, const RequiredEvent& b) { return !(a == b); }
   };
 
   struct FineValue {
     std::int64_t value = 0;  ///< 0...63; the document is not checked for it
     std::vector<RequiredEvent> requiredEvents;
-    bool operator==(const FineValue&) const = default;
+    friend bool operator==(const FineValue& a, const FineValue& b) {
+      return a.value == b.value && a.requiredEvents == b.requiredEvents;
+    }
+    friend bool operator!=(const FineValue& a, const FineValue& b) { return !(a == b); }
   };
 
   struct CoarseValueData {
     CoarseValue value = CoarseValue::low;
     std::vector<RequiredEvent> requiredEvents;
-    bool operator==(const CoarseValueData&) const = default;
+    friend bool operator==(const CoarseValueData& a, const CoarseValueData& b) {
+      return a.value == b.value && a.requiredEvents == b.requiredEvents;
+    }
+    friend bool operator!=(const CoarseValueData& a, const CoarseValueData& b) { return !(a == b); }
   };
 
   /// What a rule reports in one window: a fine value, a coarse value, both or neither.
   struct WindowValue {
     std::optional<FineValue> fineValue;
     std::optional<CoarseValueData> coarseValue;
-    bool operator==(const WindowValue&) const = default;
+    friend bool operator==(const WindowValue& a, const WindowValue& b) {
+      return a.fineValue == b.fineValue && a.coarseValue == b.coarseValue;
+    }
+    friend bool operator!=(const WindowValue& a, const WindowValue& b) { return !(a == b); }
   };
 
   /// One named rule set.
-  struct ConversionValue {
+  struct QUILLMAR_API ConversionValue {
     std::string key;
     /// By window name; names that are none of the three windows are kept, and ignored.
     std::map<std::string, WindowValue, std::less<>> windows;
-    bool operator==(const ConversionValue&) const = default;
+    friend bool operator==(const ConversionValue& a, const ConversionValue& b) {
+      return a.key == b.key && a.windows == b.windows;
+    }
+    friend bool operator!=(const ConversionValue& a, const ConversionValue& b) { return !(a == b); }
 
     /// The window values by window, without unknown names.
     std::map<Window, WindowValue> windowsDict() const;
@@ -80,7 +93,10 @@ struct ConversionValues {
   struct LockWindowConfiguration {
     LockWindowType type = LockWindowType::time;
     std::optional<std::int64_t> value;  ///< hours
-    bool operator==(const LockWindowConfiguration&) const = default;
+    friend bool operator==(const LockWindowConfiguration& a, const LockWindowConfiguration& b) {
+      return a.type == b.type && a.value == b.value;
+    }
+    friend bool operator!=(const LockWindowConfiguration& a, const LockWindowConfiguration& b) { return !(a == b); }
   };
 
   ConversionValues() = default;
@@ -91,14 +107,13 @@ struct ConversionValues {
 
   std::vector<ConversionValue> values;
   std::map<std::string, LockWindowConfiguration, std::less<>> lockWindows;  ///< by window name
-  bool operator==(const ConversionValues&) const = default;
+  friend bool operator==(const ConversionValues& a, const ConversionValues& b) {
+    return a.values == b.values && a.lockWindows == b.lockWindows;
+  }
+  friend bool operator!=(const ConversionValues& a, const ConversionValues& b) { return !(a == b); }
 
   /// The lock configurations by window, without unknown names.
   std::map<Window, LockWindowConfiguration> lockWindowConfigurations() const;
-
-  /// Reads a document. Throws `DecodingError` for the whole of it; there is no partial result.
-  static ConversionValues decode(const JsonReader& document);
-  void encode(JsonWriter& writer) const;
 };
 
 using Window = ConversionValues::Window;
@@ -107,26 +122,19 @@ using CoarseValue = ConversionValues::CoarseValue;
 inline constexpr std::array<Window, 3> allWindows{Window::window0, Window::window1, Window::window2};
 
 /// "window0", "window1", "window2".
-std::string_view rawValue(Window window) noexcept;
+QUILLMAR_API std::string_view rawValue(Window window) noexcept;
 /// "high", "medium", "low".
-std::string_view rawValue(CoarseValue value) noexcept;
+QUILLMAR_API std::string_view rawValue(CoarseValue value) noexcept;
 /// "time", "high".
-std::string_view rawValue(ConversionValues::LockWindowType type) noexcept;
+QUILLMAR_API std::string_view rawValue(ConversionValues::LockWindowType type) noexcept;
 
 // Exact, case-sensitive matches; nothing for any other text.
-std::optional<Window> windowFromRawValue(std::string_view rawValue) noexcept;
-std::optional<CoarseValue> coarseValueFromRawValue(std::string_view rawValue) noexcept;
-std::optional<ConversionValues::LockWindowType> lockWindowTypeFromRawValue(std::string_view rawValue) noexcept;
+QUILLMAR_API std::optional<Window> windowFromRawValue(std::string_view rawValue) noexcept;
+QUILLMAR_API std::optional<CoarseValue> coarseValueFromRawValue(std::string_view rawValue) noexcept;
+QUILLMAR_API std::optional<ConversionValues::LockWindowType> lockWindowTypeFromRawValue(
+    std::string_view rawValue) noexcept;
 
-platform::SKAdNetworkCoarseConversionValue toSKAdNetworkCoarseConversionValue(CoarseValue value) noexcept;
-platform::AttributionKitCoarseValue toAttributionKitCoarseValue(CoarseValue value) noexcept;
-
-/// Writes the members "values" and "lockWindows" of the object that is open.
-void encodeMembers(JsonWriter& writer, const std::vector<ConversionValues::ConversionValue>& values,
-                   const std::map<std::string, ConversionValues::LockWindowConfiguration, std::less<>>& lockWindows);
-
-/// Field names and values, for log lines.
-std::string description(const ConversionValues& document);
-std::string description(const std::vector<ConversionValues::ConversionValue>& values);
+QUILLMAR_API platform::SKAdNetworkCoarseConversionValue toSKAdNetworkCoarseConversionValue(CoarseValue value) noexcept;
+QUILLMAR_API platform::AttributionKitCoarseValue toAttributionKitCoarseValue(CoarseValue value) noexcept;
 
 }  // namespace quillmar

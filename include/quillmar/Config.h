@@ -3,10 +3,12 @@
 #include <cstdint>
 #include <string_view>
 
+#include "quillmar/Export.h"
+
 namespace quillmar {
 
-/// The library's constants. The texts that end in "Key" and their like are keys of the settings store.
-struct Config {
+/// The library's constants: keys of its settings store, limits, addresses and its version.
+struct QUILLMAR_API Config {
   Config() = delete;
 
   static constexpr std::string_view firstRunDateKey = "QuillmarFirstRunDate";  ///< date of the first configuration
@@ -24,7 +26,7 @@ struct Config {
   static constexpr std::string_view appVersion = "AppVersion";  ///< nothing is stored under it
   static constexpr std::string_view sdkVersion = "SdkVersion";  ///< nothing is stored under it
   static constexpr std::string_view quillmarVerificationKey = "QuillmarVerificationKey";
-  static constexpr std::string_view sdkVersionNumber = "2.0.0";
+  static constexpr std::string_view sdkVersionNumber = "2.0.0";  ///< the version of the library
 };
 
 }  // namespace quillmar
