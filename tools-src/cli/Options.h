@@ -59,7 +59,7 @@ struct Information {
 
 using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, Information>;
 
-/// Reads the arguments behind the program's name. Throws `UsageError`. Not for several threads at once (getopt).
-Command parseCommandLine(const std::vector<std::string>& arguments);
+/// Reads the arguments that follow the program's name. Throws `UsageError`.
+Command parseCommandLine(std::vector<std::string> arguments);
 
 }  // namespace quillmar::cli
