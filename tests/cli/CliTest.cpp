@@ -16,37 +16,31 @@
 namespace quillmar::cli {
 namespace {
 
-using std::chrono::seconds;
 using namespace ::testing;
 
-std::string refusal(const std::vector<std::string>& arguments) {
-  try {
-    parseCommandLine(arguments);
-  } catch (const UsageError& error) {
-    return error.what();
-  }
+std::string refusal(const std::vector<std::string>& arguments) try {
+  parseCommandLine(arguments);
   return "taken";
+} catch (const UsageError& error) {
+  return error.what();
 }
 
 TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
   EXPECT_THAT(refusal({}), StartsWith("a command is expected"));
   EXPECT_EQ(refusal({"run"}), "run: --key is required");
-  EXPECT_THAT(refusal({"run", "--key", ""}), StartsWith("run: --key: "));
   EXPECT_THAT(refusal({"run", "--key=k", "--colour=red"}), HasSubstr("--colour=red"));
   EXPECT_THAT(refusal({"serve", "--tls-cert", "/dev/null"}), HasSubstr("--tls-key"));
   const std::tuple<std::string, std::string, std::vector<std::string>> rows[] = {
       {"run", "--clock-offset", {"", "-", "5", "2h3d", "1h1h", "1.5h", "--1h", "1h-2m", " 1h", "1H", "36526d"}},
       {"run", "--drain-timeout", {"-1", "nan", "1s"}},
       {"run", "--os-version", {"17.", "17..1", "iOS"}},
-      {"run", "--log-level", {"Debug"}},
       {"run", "--events", {"/nowhere/events", "/"}},
       {"run", "--data", {"", "/dev/null"}},
+      {"run", "--key", {""}},
       {"run", "--service", {"ftp://localhost", "http://example.com", "http://127.0.0.1.example.com", "https://"}},
       {"run", "--service", {"http://localhost@example.com", "http://localhost:80@example.com", "https://a.b/api"}},
       {"run", "--service", {"http://128.0.0.1", "http://localhost:0", "http://localhost:65536", "http://[::2]:80"}},
       {"serve", "--port", {"65536", "-1", "80x"}},
-      {"serve", "--attribution-status", {"201"}},
-      {"simulate", "--days", {"0"}},
   };
   for (const auto& [command, option, values] : rows) {
     for (const std::string& value : values) {
@@ -60,16 +54,13 @@ TEST(Options, takesWhatIsMeant) {
   const auto run = [](const std::string& option, const std::string& value) {
     return std::get<RunOptions>(parseCommandLine({"run", "--key=k", option, value}));
   };
-  EXPECT_EQ(run("--service", "http://127.9.9.9:8080/").service, "http://127.9.9.9:8080");
-  for (const char* url : {"http://LOCALHOST:1", "http://[::1]:80", "https://example.com", "https://[2001:db8::1]"}) {
-    EXPECT_EQ(run("--service", url).service, url);
+  for (const std::string url : {"http://LOCALHOST:1", "http://127.9.9.9", "http://[::1]:80", "https://[2001:db8::1]"}) {
+    EXPECT_EQ(run("--service", url + "/").service, url);
   }
   EXPECT_EQ(run("--drain-timeout", "0.25").drainTimeout, std::chrono::milliseconds(250));
-  EXPECT_EQ(run("--log-level", "info").logLevel, LogLevel::info);
   for (const auto& [text, length] : {std::pair("3d2h", 266400), {"-1h30m", -5400}, {"+90s", 90}, {"1d1h1m1s", 90061}}) {
-    EXPECT_EQ(run("--clock-offset", text).clockOffset, seconds(length));
+    EXPECT_EQ(run("--clock-offset", text).clockOffset, std::chrono::seconds(length));
   }
-  EXPECT_EQ(std::get<ServeOptions>(parseCommandLine({"serve", "--status", "503"})).status, 503);
   EXPECT_THAT(std::get<Information>(parseCommandLine({"run", "--help"})).text,
               AllOf(HasSubstr("--clock-offset"), HasSubstr("{\"sleep\":0.5}")));
 }
@@ -82,11 +73,9 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
   } rows[] = {
       {R"({"event":"a"} x)", "not JSON"},
       {std::string(2U << 20U, 'x'), "longer than 1 MiB"},
-      {"{}", "one of \"event\""},
       {"{\"event\":\"a\",\"\\u001b\":1}", "$.\\u001b: unknown member"},
       {R"({"event":"a","reset":true})", "$.reset: a line is one step"},
       {R"({"event":"a","params":{"revenue":true}})", "$.params.revenue: a number or a text"},
-      {R"({"reset":false})", "$.reset"},
       {R"({"subscription":{"renewalInfo":{},"state":1}})", "$.subscription.transaction: is missing"},
       {R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1.0}})", "a whole number"},
       {R"({"at":"1d","event":"a"})", "$.at: unknown member"},
@@ -130,10 +119,8 @@ constexpr const char* configuration = R"({
 
 TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   const test::TemporaryFolder folder;
-  SimulateOptions options;
-  options.config = folder / "config.json";
+  SimulateOptions options{.config = folder / "config.json", .events = "script"};
   std::ofstream(options.config) << configuration;
-  options.events = "script";
   std::ostringstream errors;
   const auto simulate = [&] {
     std::istringstream input(R"({"at":"1h","event":"buy","params":{"revenue":"7.5"}}
@@ -168,9 +155,7 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   const test::TemporaryFolder folder;
   std::ostringstream errors;
   StopSignal stop;
-  RunOptions options;
-  options.key = "key";
-  options.dataDirectory = folder.path();
+  RunOptions options{.key = "key", .dataDirectory = folder.path()};
   const auto run = [&](const std::string& script, int status = 0) {
     std::istringstream input(script);
     std::ostringstream output;
@@ -189,17 +174,14 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   StopSignal end;
   std::thread serving([&] {
-    ServeOptions serve;
-    serve.failFirst = 1;
     std::ofstream output(pipe);
-    EXPECT_EQ(ServeCommand(serve, end).run(output, errors), 0);
+    ServeCommand({.failFirst = 1}, end).run(output);
   });
   std::ifstream served(pipe);
   std::string line;
   std::getline(served, line);
-  EXPECT_THAT(line, StartsWith(R"({"listening":"http://127.0.0.1:)"));
   options.service = line.substr(14, line.size() - 16);
-  options.clockOffset = seconds(3 * 86400 + 60);
+  options.clockOffset = std::chrono::hours(73);
   const std::string purchase = R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1)";
   const std::string script = purchase + "}}\n{\"attribution\":\"enable\"}\n" + purchase + "}}\n" + purchase +
                              ",\"transactionVerified\":false}}\n";
