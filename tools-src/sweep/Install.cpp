@@ -22,7 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::PropertyListValue;
-using platform::SqliteUserDefaults;
 
 /// SQLite's own opinion.
 bool isWhole(const std::string& file) {
@@ -32,10 +31,10 @@ bool isWhole(const std::string& file) {
     *static_cast<std::string*>(target) += columns[0];
     return 0;
   };
-  const bool opened = sqlite3_open(file.c_str(), &database) == SQLITE_OK;
-  const int result = sqlite3_exec(database, "PRAGMA integrity_check", read, &answer, nullptr);
+  sqlite3_open(file.c_str(), &database);  // the question fails if this does
+  sqlite3_exec(database, "PRAGMA integrity_check", read, &answer, nullptr);
   sqlite3_close(database);
-  return opened && result == SQLITE_OK && answer == "ok";
+  return answer == "ok";
 }
 
 std::string encoded(const PropertyListValue& value) {
@@ -78,19 +77,15 @@ struct Losses {
     expect(std::set(now.history.begin(), now.history.end()).size() == now.history.size(),
            "an event is in the history twice");
     for (const std::string_view key : {Config::quillMarId, Config::firstRunDateKey}) {
-      expect(before.setting(key).empty() || now.setting(key) == before.setting(key), std::string(key) + " has changed");
+      expect(before.settings.at(key).empty() || now.settings.at(key) == before.settings.at(key),
+             std::string(key) + " has changed");
     }
-    expect(now.setting(Config::firstRunDateKey).empty() || !now.setting(Config::quillMarId).empty(),
+    expect(now.settings.at(Config::firstRunDateKey).empty() || !now.settings.at(Config::quillMarId).empty(),
            "a first run without an install identifier");
   }
 };
 
 }  // namespace
-
-std::string Install::setting(std::string_view key) const {
-  const auto found = settings.find(key);
-  return found == settings.end() ? "" : found->second;
-}
 
 Install::Install(const std::string& folder, const std::string& copy) {
   fs::remove_all(copy);
@@ -98,25 +93,22 @@ Install::Install(const std::string& folder, const std::string& copy) {
   configuration = readFile(copy + configurationPath);
   attribution = readFile(copy + "/documents/asa_attribution_data.json");
   const std::string file = copy + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
-  if (!fs::exists(file)) {
-    return;
-  }
-  if (!isWhole(file)) {
-    problems.emplace_back("the settings file is damaged");
-  }
-  const auto store = SqliteUserDefaults::open(file, [this](std::string_view text) { problems.emplace_back(text); });
-  if (!store) {
-    return;
+  std::shared_ptr<platform::SqliteUserDefaults> store;
+  if (fs::exists(file)) {
+    if (!isWhole(file)) {
+      problems.emplace_back("the settings file is damaged");
+    }
+    store = platform::SqliteUserDefaults::open(file, [this](std::string_view text) { problems.emplace_back(text); });
   }
   for (const std::string_view key :
        {Config::quillMarId, Config::firstRunDateKey, Config::quillmarVerificationKey, Config::serverAppId,
         Config::sdkEnabled, Config::lastConversionValuesFetchTimestamp, Config::lastWindowValue}) {
-    if (const auto value = store->object(key)) {
-      settings.emplace(key, key == Config::lastWindowValue ? textOf(*value) : encoded(*value));
-    }
+    const auto value = store ? store->object(key) : std::nullopt;
+    settings[key] = !value ? "" : key == Config::lastWindowValue ? textOf(*value) : encoded(*value);
   }
   try {
-    const auto json = boost::json::parse(store->data(EventTracker::completedEventsKey).value_or("[]"));
+    const auto stored = store ? store->data(EventTracker::completedEventsKey) : std::nullopt;
+    const auto json = boost::json::parse(stored.value_or("[]"));
     for (const boost::json::value& event : json.as_array()) {
       history.emplace_back(event.at("name").as_string());
     }
@@ -180,22 +172,22 @@ std::vector<std::string> lossesAfterRun(const Expectation& expected, const Ackno
   }
 
   const auto expectOldOr = [&](std::string_view key, const std::string& added) {
-    const std::string value = now.setting(key);
-    losses.expect(value == before.setting(key) || value == added || (value.empty() && expected.resets),
+    const std::string value = now.settings.at(key);
+    losses.expect(value == before.settings.at(key) || value == added || (value.empty() && expected.resets),
                   std::string(key) + " is neither the old nor the new one");
   };
   expectOldOr(Config::quillmarVerificationKey, encoded(expected.key));
   expectOldOr(Config::serverAppId, encoded("development-app"));
   expectOldOr(Config::sdkEnabled, encoded(true));
-  losses.expect(!now.setting(Config::lastConversionValuesFetchTimestamp).empty() || expected.resets ||
-                    before.setting(Config::lastConversionValuesFetchTimestamp).empty(),
+  losses.expect(!now.settings.at(Config::lastConversionValuesFetchTimestamp).empty() || expected.resets ||
+                    before.settings.at(Config::lastConversionValuesFetchTimestamp).empty(),
                 "the date of the last fetch is gone");
 
   // The platform is called before the value is saved, so the value may be one behind the calls and what was said of it.
-  std::vector<std::string> values{before.setting(Config::lastWindowValue)};
+  std::vector<std::string> values{before.settings.at(Config::lastWindowValue)};
   values.insert(values.end(), told.platformCalls.begin(), told.platformCalls.end());
   const std::size_t first = expected.writesFailed ? 0 : std::min(told.windowValues, values.size() - 1);
-  const std::string value = now.setting(Config::lastWindowValue);
+  const std::string value = now.settings.at(Config::lastWindowValue);
   losses.expect(std::find(values.begin() + static_cast<std::ptrdiff_t>(first), values.end(), value) != values.end(),
                 "the last window value is \"" + value + "\", neither the old nor the new one");
 
@@ -215,11 +207,11 @@ std::vector<std::string> lossesAfterRestart(const Expectation& expected, const R
   losses.expectSound(expected.before, now);
   losses.expectEvents(now, expected.before.history, "at the next start");
   losses.expectEvents(now, {event}, "of the next start");
-  losses.expect(!now.setting(Config::firstRunDateKey).empty(), "the next start has no install identifier");
-  losses.expect(now.setting(Config::quillmarVerificationKey) == encoded(expected.key),
+  losses.expect(!now.settings.at(Config::firstRunDateKey).empty(), "the next start has no install identifier");
+  losses.expect(now.settings.at(Config::quillmarVerificationKey) == encoded(expected.key),
                 "the next start has another key");
-  losses.expect(now.setting(Config::serverAppId) == encoded("development-app") &&
-                    now.setting(Config::sdkEnabled) == encoded(true),
+  losses.expect(now.settings.at(Config::serverAppId) == encoded("development-app") &&
+                    now.settings.at(Config::sdkEnabled) == encoded(true),
                 "the next start has not stored what the service sent");
   losses.expect(now.configuration == expected.configuration, "the next fetch did not mend the configuration");
   return losses.texts;

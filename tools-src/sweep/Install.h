@@ -10,15 +10,14 @@ namespace quillmar::sweep {
 
 /// What is stored in a data folder; what is absent is empty.
 struct Install {
-  std::map<std::string, std::string, std::less<>> settings;  ///< as they are encoded; the last window value as a text
-  std::vector<std::string> history;                          ///< the names of the tracked events, oldest first
-  std::string configuration;                                 ///< the content of the file
-  std::string attribution;                                   ///< likewise
-  std::vector<std::string> problems;                         ///< damage
+  std::map<std::string_view, std::string> settings;  ///< as they are encoded; the last window value as a text
+  std::vector<std::string> history;                  ///< the names of the tracked events, oldest first
+  std::string configuration;                         ///< the content of the file
+  std::string attribution;                           ///< likewise
+  std::vector<std::string> problems;                 ///< damage
 
   /// Reads a copy of the folder, made at `copy`, so that the folder itself is left for the next start to mend.
   Install(const std::string& folder, const std::string& copy);
-  std::string setting(std::string_view key) const;
 };
 
 constexpr const char* configurationPath = "/documents/Quillmar/quill-mar-conv-val.json";

@@ -47,18 +47,18 @@ Group groupOfControl(int command, const void* argument) {
   return locks && static_cast<const struct flock*>(argument)->l_type != F_UNLCK ? locking : nothing;
 }
 
-Injection readInjection() {
-  Injection injection;
+const Injection injection = [] {
+  Injection read;
   const char* text = std::getenv(Injection::variable);
-  std::istringstream(text == nullptr ? "" : text) >> injection.kind >> injection.first >> injection.count >>
-      injection.variant >> injection.reads >> injection.folder;
-  return injection;
-}
+  std::istringstream(text == nullptr ? "" : text) >> read.kind >> read.first >> read.count >> read.variant >>
+      read.reads >> read.folder;
+  return read;
+}();
 
-/// The number of the call is that in the process, over all threads.
+std::atomic<std::size_t> calls{0};  ///< of all threads together
+
 template <class File>
-bool isHit(const Injection& injection, const char* name, Group group, File file, const std::size_t* size) {
-  static std::atomic<std::size_t> calls{0};
+bool isHit(const char* name, Group group, File file, const std::size_t* size) {
   bool counts = group != nothing && (injection.reads || group != looking);
   if (injection.kind == Injection::tear) {
     counts = group == writing && *size > 1;
@@ -85,8 +85,7 @@ bool isHit(const Injection& injection, const char* name, Group group, File file,
 
 template <class File, class Call>
 auto intercept(const char* name, Group group, File file, std::size_t* size, Call call) -> decltype(call()) {
-  static const Injection injection = readInjection();
-  if (!isHit(injection, name, group, file, size)) {
+  if (!isHit(name, group, file, size)) {
     return call();
   }
   if (injection.kind == Injection::fail) {
@@ -116,18 +115,15 @@ auto intercept(const char* name, Group group, File file, std::size_t* size, Call
 #define INTERPOSE_BOTH(Result, name, ...) INTERPOSE(Result, name, __VA_ARGS__) INTERPOSE(Result, name##64, __VA_ARGS__)
 static_assert(sizeof(off_t) == sizeof(off64_t));
 
-using Size = std::size_t;
-using Offset = off64_t;
-
 // clang-format off
 INTERPOSE_BOTH(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), groupOfOpen(flags), path, nullptr)
 INTERPOSE_BOTH(int, openat, (int at, const char* path, int flags, mode_t mode), (at, path, flags, mode), groupOfOpen(flags), path, nullptr)
 INTERPOSE_BOTH(int, creat, (const char* path, mode_t mode), (path, mode), resizing, path, nullptr)
-INTERPOSE(ssize_t, write, (int file, const void* data, Size size), (file, data, size), writing, file, &size)
+INTERPOSE(ssize_t, write, (int file, const void* data, size_t size), (file, data, size), writing, file, &size)
 INTERPOSE(ssize_t, writev, (int file, const void* parts, int count), (file, parts, count), resizing, file, nullptr)
-INTERPOSE_BOTH(ssize_t, pwrite, (int file, const void* data, Size size, Offset at), (file, data, size, at), writing, file, &size)
-INTERPOSE_BOTH(int, ftruncate, (int file, Offset size), (file, size), resizing, file, nullptr)
-INTERPOSE_BOTH(int, truncate, (const char* path, Offset size), (path, size), resizing, path, nullptr)
+INTERPOSE_BOTH(ssize_t, pwrite, (int file, const void* data, size_t size, off64_t at), (file, data, size, at), writing, file, &size)
+INTERPOSE_BOTH(int, ftruncate, (int file, off64_t size), (file, size), resizing, file, nullptr)
+INTERPOSE_BOTH(int, truncate, (const char* path, off64_t size), (path, size), resizing, path, nullptr)
 INTERPOSE(int, fsync, (int file), (file), syncing, file, nullptr)
 INTERPOSE(int, fdatasync, (int file), (file), syncing, file, nullptr)
 INTERPOSE(int, rename, (const char* path, const char* target), (path, target), naming, path, nullptr)
@@ -138,9 +134,9 @@ INTERPOSE(int, remove, (const char* path), (path), naming, path, nullptr)
 INTERPOSE(int, rmdir, (const char* path), (path), naming, path, nullptr)
 INTERPOSE(int, mkdir, (const char* path, mode_t mode), (path, mode), naming, path, nullptr)
 INTERPOSE(int, fchmod, (int file, mode_t mode), (file, mode), naming, file, nullptr)
-INTERPOSE(ssize_t, read, (int file, void* data, Size size), (file, data, size), looking, file, nullptr)
-INTERPOSE_BOTH(ssize_t, pread, (int file, void* data, Size size, Offset at), (file, data, size, at), looking, file, nullptr)
-INTERPOSE_BOTH(void*, mmap, (void* place, Size size, int access, int flags, int file, Offset at), (place, size, access, flags, file, at), looking, file, nullptr)
+INTERPOSE(ssize_t, read, (int file, void* data, size_t size), (file, data, size), looking, file, nullptr)
+INTERPOSE_BOTH(ssize_t, pread, (int file, void* data, size_t size, off64_t at), (file, data, size, at), looking, file, nullptr)
+INTERPOSE_BOTH(void*, mmap, (void* place, size_t size, int access, int flags, int file, off64_t at), (place, size, access, flags, file, at), looking, file, nullptr)
 INTERPOSE_BOTH(int, stat, (const char* path, void* status), (path, status), looking, path, nullptr)
 INTERPOSE_BOTH(int, lstat, (const char* path, void* status), (path, status), looking, path, nullptr)
 INTERPOSE_BOTH(int, fstat, (int file, void* status), (file, status), looking, file, nullptr)

@@ -29,12 +29,8 @@ bool RunResult::wasEndedBy(int signal) const {
   return WIFSIGNALED(status) && WTERMSIG(status) == signal;
 }
 
-bool RunResult::endedWell() const {
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 bool RunResult::hasDrained() const {
-  return endedWell() && output.find(R"("drained":true)") != std::string::npos;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0 && output.find(R"("drained":true)") != std::string::npos;
 }
 
 std::string readFile(const std::string& path) {

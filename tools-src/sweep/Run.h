@@ -35,8 +35,7 @@ struct RunResult {
   std::string firstHit;  ///< the call that was hit first, and its file; empty: none
 
   bool wasEndedBy(int signal) const;
-  bool endedWell() const;
-  bool hasDrained() const;  ///< ended well, and everything was done
+  bool hasDrained() const;  ///< ended well, with everything done
 };
 
 /// Runs the command; what is left of it after `longest` is ended by SIGALRM. Its output goes through files below the

@@ -21,13 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* earlierKey = "earlier-key";
 constexpr const char* sweptKey = "swept-key";
 constexpr const char* laterKey = "later-key";
-/// A document of an earlier fetch that no later one equals.
-constexpr const char* earlierConfiguration = R"({"values":[],"lockWindows":{}})";
-/// With the events before, a little less than the number of segments that the store puts together.
-constexpr int longHistory = 251;
 constexpr const char* enable = "{\"attribution\":\"enable\"}\n";
 
 std::string event(const std::string& name) {
@@ -112,21 +107,18 @@ class Sweep {
     runQuillmar(sweptKey, load(times));
     const std::chrono::duration<double, std::micro> whole = std::chrono::steady_clock::now() - begin;
     std::uniform_real_distribution<double> moment(1, whole.count());
-    const std::string life = folder_ + "/life";
-    fs::create_directory(life);
+    useCopyOf(folder_ + "/fresh");
     for (std::size_t i = 0; i < times; ++i) {
-      const bool goesOn = i % 2 == 1;
-      const std::string title = fmt::format("kill at random under load, {} folder", goesOn ? "used" : "fresh");
-      useCopyOf(goesOn ? life : folder_ + "/fresh");
+      const bool fresh = i < times / 2;
+      if (fresh) {
+        useCopyOf(folder_ + "/fresh");
+      }
       const Expectation expected = expectation(sweptKey);
       const std::chrono::microseconds longest(static_cast<std::int64_t>(moment(random)));
       const RunResult run = runQuillmar(sweptKey, load(i), {}, longest);
       const bool killed = run.wasEndedBy(SIGALRM);
-      judge(title, fmt::format("run {}", i), expected, run, killed, killed || run.hasDrained());
-      if (goesOn) {
-        fs::remove_all(life);
-        fs::rename(data_, life);
-      }
+      judge(fmt::format("kill at random under load, {} folder", fresh ? "fresh" : "used"), fmt::format("run {}", i),
+            expected, run, killed, killed || run.hasDrained());
     }
   }
 
@@ -179,15 +171,15 @@ class Sweep {
     }
     std::string script = events("old-", 3) + R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
     if (kind == "long") {
-      script += events("older-", longHistory, enable);
+      script += events("older-", 251, enable);  // with those before, not yet as many segments as are put together
     } else if (kind == "merged") {
       script = events("merging-", 6, enable);
     }
     useCopyOf(kind == "merged" ? preparedFolder("long") : folder_ + "/fresh");
-    if (const RunResult run = runQuillmar(earlierKey, script); !run.hasDrained()) {
+    if (const RunResult run = runQuillmar("earlier-key", script); !run.hasDrained()) {
       throw std::runtime_error("a folder cannot be prepared: " + run.errors);
     }
-    std::ofstream(data_ + configurationPath) << earlierConfiguration;
+    std::ofstream(data_ + configurationPath) << R"({"values":[],"lockWindows":{}})";  // no later one equals it
     fs::rename(data_, folder);
     return folder;
   }
@@ -228,12 +220,8 @@ class Sweep {
     for (std::string& loss : lossesAfterRestart(restarted, restart, next, Install(data_, copy_))) {
       losses.push_back(std::move(loss));
     }
-    constexpr std::size_t mostShown = 20;
-    for (const std::string& loss : losses) {
-      if (shownLosses_ < mostShown) {
-        fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, loss, shownLosses_ == 0 ? run.errors : "");
-      }
-      ++shownLosses_;
+    if (!losses.empty() && tallies_["all"].losses < 20) {
+      fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
     }
     for (Tally* tally : {&tallies_[title], &tallies_["all"]}) {
       tally->hits += hit ? 1 : 0;
@@ -250,7 +238,6 @@ class Sweep {
   std::string configuration_;  ///< what the whole file looks like
   std::string attribution_;    ///< likewise
   std::map<std::string, Tally> tallies_;
-  std::size_t shownLosses_ = 0;
 };
 
 }  // namespace
