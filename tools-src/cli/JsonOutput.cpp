@@ -22,18 +22,13 @@ void JsonLineWriter::write(const json::object& line) {
   const std::string text = json::serialize(line) + '\n';
   const std::lock_guard lock(mutex_);
   if (output_ != nullptr) {
-    good_ = static_cast<bool>(*output_ << text << std::flush) && good_;
+    *output_ << text << std::flush;
   }
 }
 
 void JsonLineWriter::close() {
   const std::lock_guard lock(mutex_);
   output_ = nullptr;
-}
-
-bool JsonLineWriter::good() const {
-  const std::lock_guard lock(mutex_);
-  return good_;
 }
 
 std::string timestamp(platform::Clock::TimePoint instant) {
@@ -45,41 +40,33 @@ std::string timestamp(platform::Clock::TimePoint instant) {
 }
 
 json::object toJson(const simulated::PlatformCall& call) {
-  json::object object;
-  object["platform"] = call.interface;
-  object["fineValue"] = orNull(call.fineValue);
-  object["coarseValue"] = orNull(call.coarseValue);
-  object["lockWindow"] = orNull(call.lockWindow);
-  object["at"] = timestamp(call.at);
-  return object;
+  return {{"platform", call.interface},
+          {"fineValue", orNull(call.fineValue)},
+          {"coarseValue", orNull(call.coarseValue)},
+          {"lockWindow", orNull(call.lockWindow)},
+          {"at", timestamp(call.at)}};
 }
 
 json::object toJson(const QuillmarStatistics& statistics) {
-  json::object object;
-  object["sent"] = statistics.sent;
-  object["dropped"] = statistics.dropped;
-  object["parked"] = statistics.parked;
-  object["logged"] = statistics.logged;
-  object["failed"] = statistics.failed;
-  return object;
+  return {{"sent", statistics.sent},
+          {"dropped", statistics.dropped},
+          {"parked", statistics.parked},
+          {"logged", statistics.logged},
+          {"failed", statistics.failed}};
 }
 
 json::object toJson(const QuillmarASAAttributionStatistics& statistics) {
-  json::object object;
-  object["sent"] = statistics.sent;
-  object["failed"] = statistics.failed;
-  object["unverified"] = statistics.unverified;
-  object["skipped"] = statistics.skipped;
-  return object;
+  return {{"sent", statistics.sent},
+          {"failed", statistics.failed},
+          {"unverified", statistics.unverified},
+          {"skipped", statistics.skipped}};
 }
 
 json::object toJson(const QuillmarState& state) {
-  json::object object;
-  object["window"] = orNull(state.window);
-  object["appId"] = orNull(state.appId);
-  object["enabled"] = state.enabled;
-  object["keyValid"] = state.verificationKeyValid;
-  return object;
+  return {{"window", orNull(state.window)},
+          {"appId", orNull(state.appId)},
+          {"enabled", state.enabled},
+          {"keyValid", state.verificationKeyValid}};
 }
 
 json::object toJson(const std::map<std::string, std::uint64_t>& counts) {

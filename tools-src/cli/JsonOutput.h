@@ -24,13 +24,9 @@ class JsonLineWriter {
   /// Drops further lines: the library's threads may still come with one when waiting for them was given up.
   void close();
 
-  /// False when something could not be written.
-  bool good() const;
-
  private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::ostream* output_;
-  bool good_ = true;
 };
 
 /// "2026-11-21T09:30:00Z".

@@ -1,9 +1,9 @@
-#include "JsonReport.h"
-
 #include <boost/json.hpp>
 #include <variant>
 
 #include "Duration.h"
+#include "JsonOutput.h"
+#include "SimulationReport.h"
 
 namespace quillmar::cli {
 namespace {
@@ -25,66 +25,74 @@ json::value valueJson(const std::optional<SentValue>& value) {
   if (!value) {
     return nullptr;
   }
-  json::object object;
-  object["key"] = value->key;
-  object["fineValue"] = value->fineValue;
-  object["coarseValue"] = value->coarseValue ? json::value(*value->coarseValue) : json::value(nullptr);
-  object["completedEvents"] = json::value_from(value->completedEvents);
-  return object;
+  return json::object{{"key", value->key},
+                      {"fineValue", value->fineValue},
+                      {"coarseValue", value->coarseValue ? json::value(*value->coarseValue) : json::value(nullptr)},
+                      {"completedEvents", json::value_from(value->completedEvents)}};
 }
+
+/// The report as JSON Lines, the last of which is {"final":{...}}.
+class JsonReport final : public SimulationReport {
+ public:
+  explicit JsonReport(std::ostream& output) : writer_(output) {}
+
+  void begin(const std::string& osVersion, int days) override {
+    json::object line;
+    line["simulation"] = json::object{
+        {"osVersion", osVersion}, {"days", days}, {"firstLaunch", timestamp(SimulatedInstall::firstLaunch())}};
+    writer_.write(line);
+  }
+
+  void write(const std::string& name, const EventStep* event, const StepResult& result, const QuillmarState&) override {
+    json::object line;
+    line["at"] = formatDuration(result.at);
+    line["time"] = timestamp(SimulatedInstall::firstLaunch() + result.at);
+    line["window"] = result.window ? json::value(*result.window) : json::value(nullptr);
+    line["step"] = name;
+    if (event != nullptr) {
+      line["event"] = event->name;
+      line["params"] = parametersJson(*event);
+    }
+    line["events"] = toJson(result.change);
+    line["sent"] = valueJson(result.sent);
+    json::array calls;
+    for (const simulated::PlatformCall& call : result.calls) {
+      calls.push_back(toJson(call));
+    }
+    line["calls"] = std::move(calls);
+    line["locked"] = locks(result);
+    writer_.write(line);
+  }
+
+  void end(const SimulatedInstall& install) override {
+    json::array lives;
+    for (std::size_t index = 0; index < windows().size(); ++index) {
+      const Window& window = windows()[index];
+      json::object life;
+      life["window"] = index;
+      life["last"] = valueJson(window.last);
+      life["platformCalls"] = window.calls;
+      life["lockedAt"] = window.lockedAt ? json::value(formatDuration(*window.lockedAt)) : json::value(nullptr);
+      lives.push_back(std::move(life));
+    }
+    json::object final;
+    final["windows"] = std::move(lives);
+    final["events"] = toJson(install.quillmar().statistics());
+    final["requests"] = toJson(install.requestCounts());
+    final["state"] = toJson(install.quillmar().state());
+    json::object line;
+    line["final"] = std::move(final);
+    writer_.write(line);
+  }
+
+ private:
+  JsonLineWriter writer_;
+};
 
 }  // namespace
 
-JsonReport::JsonReport(std::ostream& output) : writer_(output) {}
-
-void JsonReport::begin(const std::string& osVersion, int days) {
-  json::object line;
-  line["simulation"] = json::object{
-      {"osVersion", osVersion}, {"days", days}, {"firstLaunch", timestamp(SimulatedInstall::firstLaunch())}};
-  writer_.write(line);
-}
-
-void JsonReport::write(const std::string& name, const EventStep* event, const StepResult& result,
-                       const QuillmarState&) {
-  json::object line;
-  line["at"] = formatDuration(result.at);
-  line["time"] = timestamp(SimulatedInstall::firstLaunch() + result.at);
-  line["window"] = result.window ? json::value(*result.window) : json::value(nullptr);
-  line["step"] = name;
-  if (event != nullptr) {
-    line["event"] = event->name;
-    line["params"] = parametersJson(*event);
-  }
-  line["events"] = toJson(result.change);
-  line["sent"] = valueJson(result.sent);
-  json::array calls;
-  for (const simulated::PlatformCall& call : result.calls) {
-    calls.push_back(toJson(call));
-  }
-  line["calls"] = std::move(calls);
-  line["locked"] = locks(result);
-  writer_.write(line);
-}
-
-void JsonReport::end(const SimulatedInstall& install) {
-  json::array lives;
-  for (std::size_t index = 0; index < windows().size(); ++index) {
-    const Window& window = windows()[index];
-    json::object life;
-    life["window"] = index;
-    life["last"] = valueJson(window.last);
-    life["platformCalls"] = window.calls;
-    life["lockedAt"] = window.lockedAt ? json::value(formatDuration(*window.lockedAt)) : json::value(nullptr);
-    lives.push_back(std::move(life));
-  }
-  json::object final;
-  final["windows"] = std::move(lives);
-  final["events"] = toJson(install.quillmar().statistics());
-  final["requests"] = toJson(install.requestCounts());
-  final["state"] = toJson(install.quillmar().state());
-  json::object line;
-  line["final"] = std::move(final);
-  writer_.write(line);
+std::unique_ptr<SimulationReport> makeJsonReport(std::ostream& output) {
+  return std::make_unique<JsonReport>(output);
 }
 
 }  // namespace quillmar::cli

@@ -19,34 +19,34 @@ class UsageError : public std::runtime_error {
 };
 
 struct RunOptions {
-  std::string key;
-  std::string service;             ///< an origin; empty: the embedded development service
-  std::string attributionService;  ///< an origin; empty: the event service's
-  std::string attributionToken;    ///< empty: a made-up one for the embedded service, none for another
-  std::string dataDirectory;       ///< absolute; empty: the platform's default
-  std::string events = "-";        ///< a path, or "-" for standard input
+  std::string key = {};
+  std::string service = {};             ///< an origin; empty: the embedded development service
+  std::string attributionService = {};  ///< an origin; empty: the event service's
+  std::string attributionToken = {};    ///< empty: a made-up one for the embedded service, none for another
+  std::string dataDirectory = {};       ///< absolute; empty: the platform's default
+  std::string events = "-";             ///< a path, or "-" for standard input
   std::string osVersion = "18.0";
   std::chrono::seconds clockOffset{0};
   LogLevel logLevel = LogLevel::off;
-  std::string caFile;
+  std::string caFile = {};
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
 };
 
 struct ServeOptions {
-  std::uint16_t port = 0;  ///< 0: a free one
-  std::string config;      ///< empty: the built-in configuration
-  std::string tlsCertificate;
-  std::string tlsKey;
-  std::optional<int> status;
-  std::optional<int> attributionStatus;
+  std::uint16_t port = 0;   ///< 0: a free one
+  std::string config = {};  ///< empty: the built-in configuration
+  std::string tlsCertificate = {};
+  std::string tlsKey = {};
+  std::optional<int> status = {};
+  std::optional<int> attributionStatus = {};
   std::chrono::milliseconds delay{0};
   std::uint32_t failFirst = 0;
 };
 
 struct SimulateOptions {
-  std::string config;
-  std::string events;
+  std::string config = {};
+  std::string events = {};
   std::string osVersion = "18.0";
   int days = 36;
   bool json = false;
@@ -54,12 +54,12 @@ struct SimulateOptions {
 
 /// A text to print on standard output, and nothing else: --help, --version.
 struct Information {
-  std::string text;
+  std::string text = {};
 };
 
 using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, Information>;
 
-/// Reads the arguments behind the program's name. Throws `UsageError`. Not for several threads at once (getopt).
-Command parseCommandLine(const std::vector<std::string>& arguments);
+/// Reads the arguments that follow the program's name. Throws `UsageError`.
+Command parseCommandLine(std::vector<std::string> arguments);
 
 }  // namespace quillmar::cli

@@ -12,7 +12,7 @@ namespace quillmar::cli {
 
 ServeCommand::ServeCommand(ServeOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
 
-int ServeCommand::run(std::ostream& output, std::ostream& errors) {
+void ServeCommand::run(std::ostream& output) {
   service::ServiceOptions answers;
   answers.forcedStatus = options_.status;
   answers.attributionStatus = options_.attributionStatus;
@@ -45,10 +45,6 @@ int ServeCommand::run(std::ostream& output, std::ostream& errors) {
   announcement.unlock();
   stop_.wait();
   server.stop();
-  if (!output) {
-    errors << "quillmar: the output could not be written" << std::endl;
-  }
-  return output ? 0 : 1;
 }
 
 }  // namespace quillmar::cli

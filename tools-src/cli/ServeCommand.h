@@ -12,8 +12,8 @@ class ServeCommand {
  public:
   ServeCommand(ServeOptions options, const StopSignal& stop);
 
-  /// Returns the exit status. Throws `UsageError` when the configuration or the certificate cannot be used.
-  int run(std::ostream& output, std::ostream& errors);
+  /// Throws `UsageError` when the configuration or the certificate cannot be used.
+  void run(std::ostream& output);
 
  private:
   ServeOptions options_;

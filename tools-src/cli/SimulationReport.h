@@ -3,7 +3,7 @@
 #include <array>
 #include <chrono>
 #include <iosfwd>
-#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -32,12 +32,19 @@ class SimulationReport {
   };
 
   static bool locks(const StepResult& result);
-  virtual void write(const std::string& name, const EventStep* event, const StepResult& result,
-                     const QuillmarState& state) = 0;
   const std::array<Window, 3>& windows() const noexcept { return windows_; }
 
  private:
+  virtual void write(const std::string& name, const EventStep* event, const StepResult& result,
+                     const QuillmarState& state) = 0;
+
   std::array<Window, 3> windows_;
 };
+
+/// JSON Lines, the last of which is {"final":{...}}. The stream must outlive the report, of this and of the next.
+std::unique_ptr<SimulationReport> makeJsonReport(std::ostream& output);
+
+/// A table to read.
+std::unique_ptr<SimulationReport> makeTextReport(std::ostream& output);
 
 }  // namespace quillmar::cli

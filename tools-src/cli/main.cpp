@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -59,7 +60,8 @@ int run(const RunOptions& options) {
 int run(const ServeOptions& options) {
   StopSignal stop;
   stop.listenForSignals();
-  return ServeCommand(options, stop).run(std::cout, std::cerr);
+  ServeCommand(options, stop).run(std::cout);
+  return 0;
 }
 
 int run(const SimulateOptions& options) {
@@ -72,7 +74,7 @@ int run(const SimulateOptions& options) {
 
 int run(const Information& information) {
   std::cout << information.text << std::flush;
-  return std::cout ? 0 : failed;
+  return 0;
 }
 
 }  // namespace
@@ -80,7 +82,11 @@ int run(const Information& information) {
 int main(int argc, char** argv) {
   try {
     const Command command = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
-    return std::visit([](const auto& options) { return run(options); }, command);
+    const int status = std::visit([](const auto& options) { return run(options); }, command);
+    if (!std::cout) {
+      throw std::runtime_error("the output could not be written");
+    }
+    return status;
   } catch (const UsageError& error) {
     std::cerr << "quillmar: " << error.what() << std::endl;
     return unusableOptions;

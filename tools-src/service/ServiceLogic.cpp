@@ -170,11 +170,6 @@ ServiceLogic::ServiceLogic(const ServiceOptions& options)
       attributionStatus_(options.attributionStatus),
       failuresLeft_(options.failFirst),
       delay_(options.delay) {
-  for (const auto& status : {forcedStatus_, attributionStatus_}) {
-    if (status && (*status < 200 || *status > 599)) {
-      throw std::invalid_argument(fmt::format("{} is no status of an answer: 200 to 599 are", *status));
-    }
-  }
   try {
     const ConfigResponse response = decodeConfiguration(options.configuration.value_or(kShopConfig));
     configResponse_ = encoded(response);

@@ -25,8 +25,7 @@ struct ServiceOptions {
 /// development, not for production. To be used by one thread.
 class ServiceLogic {
  public:
-  /// Throws `std::invalid_argument` for a status that is none, and when the configuration is not valid, naming the
-  /// file and the place in it.
+  /// Throws `std::invalid_argument`, naming the file and the place in it, when the configuration is not valid.
   explicit ServiceLogic(const ServiceOptions& options = {});
 
   ServiceAnswer handle(const ServiceRequest& request);

@@ -1,104 +1,145 @@
 #include "Install.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
+#include <filesystem>
+#include <fstream>
+#include <set>
 #include <sstream>
 
+#include "Conversion/EventTracker.h"
 #include "Conversion/LastWindowValue.h"
+#include "Platform/Posix/PropertyListCoding.h"
+#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
 
 namespace quillmar::sweep {
 
 namespace {
 
+namespace fs = std::filesystem;
 using platform::PropertyListValue;
 
-std::string textOf(const LastWindowValue& value) {
-  return std::to_string(value.fineValue) + " " + std::string(value.coarseValue ? rawValue(*value.coarseValue) : "nil");
+/// SQLite's own opinion.
+bool isWhole(const std::string& file) {
+  sqlite3* database = nullptr;
+  std::string answer;
+  const auto read = [](void* target, int, char** columns, char**) {
+    *static_cast<std::string*>(target) += columns[0];
+    return 0;
+  };
+  sqlite3_open(file.c_str(), &database);  // the question fails if this does
+  sqlite3_exec(database, "PRAGMA integrity_check", read, &answer, nullptr);
+  sqlite3_close(database);
+  return answer == "ok";
 }
 
-std::string lastWindowValueOf(const DataFolder& folder) {
-  const auto* value = folder.setting(std::string(Config::lastWindowValue));
-  if (value == nullptr) {
-    return "none";
-  }
-  const auto* dictionary = value->as<PropertyListValue::Dictionary>();
-  const auto decoded = dictionary != nullptr ? LastWindowValue::fromDictionary(*dictionary) : std::nullopt;
-  return decoded ? textOf(*decoded) : "unreadable";
+std::string encoded(const PropertyListValue& value) {
+  return platform::encodePropertyList(value).value();
 }
 
-class Losses {
- public:
+/// As the calls to the ad network are told.
+std::string textOf(const PropertyListValue& lastWindowValue) {
+  const auto* dictionary = lastWindowValue.as<PropertyListValue::Dictionary>();
+  const auto value = dictionary != nullptr ? LastWindowValue::fromDictionary(*dictionary) : std::nullopt;
+  return value ? std::to_string(value->fineValue) + " " +
+                     std::string(value->coarseValue ? rawValue(*value->coarseValue) : "nil")
+               : "unreadable";
+}
+
+/// The lines that were written to their ends.
+std::istringstream completeLines(const std::string& text) {
+  return std::istringstream(text.substr(0, text.rfind('\n') + 1));
+}
+
+struct Losses {
+  std::vector<std::string> texts;
+
   void expect(bool holds, const std::string& otherwise) {
     if (!holds) {
-      texts_.push_back(otherwise);
+      texts.push_back(otherwise);
     }
   }
 
-  void expectEvents(const DataFolder& now, const std::vector<std::string>& wanted, const char* whose) {
+  void expectEvents(const Install& now, const std::vector<std::string>& wanted, const char* whose) {
     for (const std::string& name : wanted) {
-      expect(contains(now, name), std::string("lost event ") + whose + ": " + name);
+      expect(std::count(now.history.begin(), now.history.end(), name) != 0,
+             std::string("lost event ") + whose + ": " + name);
     }
   }
 
   /// Nothing is damaged or there twice, and an install identifier that was read once stays.
-  void expectSound(const DataFolder& before, const DataFolder& now) {
-    for (const std::string& problem : now.problems) {
-      expect(false, "damage: " + problem);
-    }
-    expect(now.historyIsDecodable, "the history cannot be decoded");
-    expect(std::set<std::string>(now.history.begin(), now.history.end()).size() == now.history.size(),
+  void expectSound(const Install& before, const Install& now) {
+    texts.insert(texts.end(), now.problems.begin(), now.problems.end());
+    expect(std::set(now.history.begin(), now.history.end()).size() == now.history.size(),
            "an event is in the history twice");
     for (const std::string_view key : {Config::quillMarId, Config::firstRunDateKey}) {
-      const auto* old = before.setting(std::string(key));
-      const auto* value = now.setting(std::string(key));
-      expect(old == nullptr || (value != nullptr && *value == *old), std::string(key) + " has changed");
+      expect(before.settings.at(key).empty() || now.settings.at(key) == before.settings.at(key),
+             std::string(key) + " has changed");
     }
-    expect(now.setting(std::string(Config::firstRunDateKey)) == nullptr ||
-               now.setting(std::string(Config::quillMarId)) != nullptr,
+    expect(now.settings.at(Config::firstRunDateKey).empty() || !now.settings.at(Config::quillMarId).empty(),
            "a first run without an install identifier");
   }
-
-  static bool contains(const DataFolder& folder, const std::string& name) {
-    return std::find(folder.history.begin(), folder.history.end(), name) != folder.history.end();
-  }
-
-  std::vector<std::string> take() { return std::move(texts_); }
-
- private:
-  std::vector<std::string> texts_;
 };
-
-template <class T>
-bool isValue(const DataFolder& folder, std::string_view key, const T& expected) {
-  const auto* value = folder.setting(std::string(key));
-  return value != nullptr && *value == PropertyListValue(expected);
-}
 
 }  // namespace
 
+Install::Install(const std::string& folder, const std::string& copy) {
+  fs::remove_all(copy);
+  fs::copy(folder, copy, fs::copy_options::recursive);
+  configuration = readFile(copy + configurationPath);
+  attribution = readFile(copy + "/documents/asa_attribution_data.json");
+  const std::string file = copy + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
+  std::shared_ptr<platform::SqliteUserDefaults> store;
+  if (fs::exists(file)) {
+    if (!isWhole(file)) {
+      problems.emplace_back("the settings file is damaged");
+    }
+    store = platform::SqliteUserDefaults::open(file, [this](std::string_view text) { problems.emplace_back(text); });
+  }
+  for (const std::string_view key :
+       {Config::quillMarId, Config::firstRunDateKey, Config::quillmarVerificationKey, Config::serverAppId,
+        Config::sdkEnabled, Config::lastConversionValuesFetchTimestamp, Config::lastWindowValue}) {
+    const auto value = store ? store->object(key) : std::nullopt;
+    settings[key] = !value ? "" : key == Config::lastWindowValue ? textOf(*value) : encoded(*value);
+  }
+  try {
+    const auto stored = store ? store->data(EventTracker::completedEventsKey) : std::nullopt;
+    const auto json = boost::json::parse(stored.value_or("[]"));
+    for (const boost::json::value& event : json.as_array()) {
+      history.emplace_back(event.at("name").as_string());
+    }
+  } catch (const std::exception& error) {
+    problems.push_back(std::string("the history cannot be decoded: ") + error.what());
+  }
+}
+
 Acknowledged::Acknowledged(const RunResult& run) {
-  const auto complete = [](const std::string& text) { return text.substr(0, text.rfind('\n') + 1); };
-  std::istringstream log(complete(run.errors));
+  std::istringstream log = completeLines(run.errors);
   for (std::string line; std::getline(log, line);) {
-    const auto startOf = [&line](std::string_view text) {
-      const auto at = line.find(text);
-      return at == std::string::npos ? at : at + text.size();
-    };
-    if (const auto at = startOf("EventTracker - Tracked event: "); at != std::string::npos) {
+    const auto says = [&line](std::string_view text) { return line.find(text) != std::string::npos; };
+    constexpr std::string_view tracked = "EventTracker - Tracked event: ";
+    if (says(tracked)) {
+      const std::size_t at = line.find(tracked) + tracked.size();
       events.push_back(line.substr(at, line.find(" with parameters", at) - at));
-    } else if (startOf("EventTracker - Cleared all tracked events") != std::string::npos) {
+    } else if (says("EventTracker - Cleared all tracked events")) {
       cleared = true;
-      clearedEvents.insert(events.begin(), events.end());
+      clearedEvents.insert(clearedEvents.end(), events.begin(), events.end());
       events.clear();
-    } else if (startOf("ConversionTrackingManager - Saved last window value") != std::string::npos) {
+    } else if (says("ConversionTrackingManager - Saved last window value")) {
       ++windowValues;
-    } else if (startOf(" cannot be used: ") != std::string::npos ||
-               startOf(" cannot be created: ") != std::string::npos) {
+    } else if (says(" cannot be used: ") || says(" cannot be created: ")) {
       standInStore = true;
     }
   }
-  std::istringstream output(complete(run.output));
+  if (standInStore) {
+    events.clear();  // these are in the other store, or were in memory
+    cleared = false;
+  }
+  std::istringstream output = completeLines(run.output);
   for (std::string line; std::getline(output, line);) {
     const boost::json::object call = boost::json::parse(line).as_object();
     if (call.contains("platform")) {
@@ -109,21 +150,20 @@ Acknowledged::Acknowledged(const RunResult& run) {
   }
 }
 
-std::vector<std::string> lossesAfterRun(const Expectation& expected, const DataFolder& now) {
+std::vector<std::string> lossesAfterRun(const Expectation& expected, const Acknowledged& told, const Install& now) {
   Losses losses;
-  const DataFolder& before = expected.before;
-  const Acknowledged& told = expected.acknowledged;
+  const Install& before = expected.before;
   losses.expectSound(before, now);
+  losses.expect(expected.writesFailed || !told.standInStore, "the run could not use the settings");
 
   const auto areGone = [&now](const auto& names) {
-    return std::none_of(names.begin(), names.end(), [&now](const auto& name) { return Losses::contains(now, name); });
+    return std::find_first_of(names.begin(), names.end(), now.history.begin(), now.history.end()) == names.end();
   };
   if (told.cleared && !expected.writesFailed) {
     losses.expect(areGone(before.history) && areGone(told.clearedEvents), "an event has come back after the reset");
   }
   // A reset that has begun may have forgotten the events already, but all of them together.
-  const bool mayBeGone =
-      expected.resets && (told.cleared ? areGone(before.history) : areGone(before.history) && areGone(told.events));
+  const bool mayBeGone = expected.resets && areGone(before.history) && (told.cleared || areGone(told.events));
   if (!mayBeGone) {
     losses.expectEvents(now, before.history, "of an earlier run");
   }
@@ -131,60 +171,50 @@ std::vector<std::string> lossesAfterRun(const Expectation& expected, const DataF
     losses.expectEvents(now, told.events, "that was tracked");
   }
 
-  const auto isOldOr = [&](std::string_view key, const PropertyListValue& added) {
-    const auto* old = before.setting(std::string(key));
-    const auto* value = now.setting(std::string(key));
-    return value == nullptr ? old == nullptr || expected.resets : *value == added || (old != nullptr && *value == *old);
+  const auto expectOldOr = [&](std::string_view key, const std::string& added) {
+    const std::string value = now.settings.at(key);
+    losses.expect(value == before.settings.at(key) || value == added || (value.empty() && expected.resets),
+                  std::string(key) + " is neither the old nor the new one");
   };
-  losses.expect(isOldOr(Config::quillmarVerificationKey, expected.key) ||
-                    (expected.resets && isValue(now, Config::quillmarVerificationKey, expected.key)),
-                "the key is neither the old nor the new one");
-  losses.expect(isOldOr(Config::serverAppId, "development-app"), "another app identifier");
-  losses.expect(isOldOr(Config::sdkEnabled, true), "another switch");
-  const auto* fetched = now.setting(std::string(Config::lastConversionValuesFetchTimestamp));
-  losses.expect(
-      fetched == nullptr
-          ? expected.resets || before.setting(std::string(Config::lastConversionValuesFetchTimestamp)) == nullptr
-          : fetched->as<PropertyListValue::Date>() != nullptr,
-      "the date of the last fetch is gone");
+  expectOldOr(Config::quillmarVerificationKey, encoded(expected.key));
+  expectOldOr(Config::serverAppId, encoded("development-app"));
+  expectOldOr(Config::sdkEnabled, encoded(true));
+  losses.expect(!now.settings.at(Config::lastConversionValuesFetchTimestamp).empty() || expected.resets ||
+                    before.settings.at(Config::lastConversionValuesFetchTimestamp).empty(),
+                "the date of the last fetch is gone");
 
   // The platform is called before the value is saved, so the value may be one behind the calls and what was said of it.
-  std::vector<std::string> values{lastWindowValueOf(before)};
+  std::vector<std::string> values{before.settings.at(Config::lastWindowValue)};
   values.insert(values.end(), told.platformCalls.begin(), told.platformCalls.end());
-  const auto first = values.begin() + static_cast<std::ptrdiff_t>(
-                                          expected.writesFailed ? 0 : std::min(told.windowValues, values.size() - 1));
-  losses.expect(std::find(first, values.end(), lastWindowValueOf(now)) != values.end(),
-                "the last window value is " + lastWindowValueOf(now) + ", neither the old nor the new one");
+  const std::size_t first = expected.writesFailed ? 0 : std::min(told.windowValues, values.size() - 1);
+  const std::string value = now.settings.at(Config::lastWindowValue);
+  losses.expect(std::find(values.begin() + static_cast<std::ptrdiff_t>(first), values.end(), value) != values.end(),
+                "the last window value is \"" + value + "\", neither the old nor the new one");
 
-  losses.expect(!now.configuration || now.configuration->empty() || now.configuration == before.configuration ||
+  losses.expect(now.configuration.empty() || now.configuration == before.configuration ||
                     now.configuration == expected.configuration,
                 "the configuration file is torn");
-  losses.expect(!now.attribution || now.attribution->empty() || now.attribution == before.attribution ||
-                    now.attribution == expected.attribution || expected.attribution.find(*now.attribution) == 0,
+  losses.expect(now.attribution == before.attribution || expected.attribution.rfind(now.attribution, 0) == 0,
                 "the attribution file has strange content");
-  return losses.take();
+  return losses.texts;
 }
 
-std::vector<std::string> lossesAfterRestart(const DataFolder& before, const DataFolder& now, const RunResult& restart,
-                                            const std::string& event, const std::string& key,
-                                            const std::string& configuration) {
+std::vector<std::string> lossesAfterRestart(const Expectation& expected, const RunResult& restart,
+                                            const std::string& event, const Install& now) {
   Losses losses;
-  const Acknowledged told(restart);
-  losses.expect(restart.endedWell(), "the next start did not end well");
-  losses.expect(!told.standInStore, "the next start could not use the settings");
-  losses.expect(restart.output.find(R"("drained":true)") != std::string::npos,
-                "the next start did not finish its work");
-  losses.expectSound(before, now);
-  losses.expectEvents(now, before.history, "at the next start");
+  losses.expect(restart.hasDrained(), "the next start did not end well: " + restart.output);
+  losses.expect(!Acknowledged(restart).standInStore, "the next start could not use the settings");
+  losses.expectSound(expected.before, now);
+  losses.expectEvents(now, expected.before.history, "at the next start");
   losses.expectEvents(now, {event}, "of the next start");
-  losses.expect(now.setting(std::string(Config::quillMarId)) != nullptr &&
-                    now.setting(std::string(Config::firstRunDateKey)) != nullptr,
-                "the next start has no install identifier");
-  losses.expect(isValue(now, Config::quillmarVerificationKey, key), "the next start has another key");
-  losses.expect(isValue(now, Config::serverAppId, "development-app") && isValue(now, Config::sdkEnabled, true),
+  losses.expect(!now.settings.at(Config::firstRunDateKey).empty(), "the next start has no install identifier");
+  losses.expect(now.settings.at(Config::quillmarVerificationKey) == encoded(expected.key),
+                "the next start has another key");
+  losses.expect(now.settings.at(Config::serverAppId) == encoded("development-app") &&
+                    now.settings.at(Config::sdkEnabled) == encoded(true),
                 "the next start has not stored what the service sent");
-  losses.expect(now.configuration == configuration, "the next fetch did not mend the configuration");
-  return losses.take();
+  losses.expect(now.configuration == expected.configuration, "the next fetch did not mend the configuration");
+  return losses.texts;
 }
 
 }  // namespace quillmar::sweep

@@ -1,84 +1,276 @@
 #include <fmt/format.h>
+#include <signal.h>
 
-#include <algorithm>
-#include <charconv>
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
-#include <exception>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
 #include <stdexcept>
-#include <string>
-#include <string_view>
+#include <tuple>
 
-#include "Sweep.h"
+#include "Install.h"
+
+namespace quillmar::sweep {
 
 namespace {
 
-constexpr const char* usage =
-    "Usage: quillmar_sweep [kill] [fail] [random N] [every N] [seed N] COMMAND\n"
-    "\n"
-    "Runs COMMAND (the quillmar command) many times and ends it with SIGKILL, or lets its calls fail, at each call "
-    "that\n"
-    "changes its data folder. After each time it looks at what is stored, starts the command once more and looks "
-    "again.\n"
-    "Exit status: 0 when nothing was lost.\n"
-    "\n"
-    "  kill      at each such call, and in the middle of each write\n"
-    "  fail      each such call, and each that reads, with an error\n"
-    "  random N  N times at random moments under load\n"
-    "  every N   only at each N-th call\n"
-    "  seed N    for the random moments\n";
+namespace fs = std::filesystem;
 
-std::size_t number(std::string_view text) {
-  std::size_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || value == 0) {
-    throw std::invalid_argument(fmt::format("{} is no number", text));
-  }
-  return value;
+constexpr const char* sweptKey = "swept-key";
+constexpr const char* laterKey = "later-key";
+constexpr const char* enable = "{\"attribution\":\"enable\"}\n";
+
+std::string event(const std::string& name) {
+  return "{\"event\":\"" + name + "\"}\n";
 }
+
+/// `count` events with `between` after each. With `enable`, which waits for what is in flight, they are stored one
+/// after the other.
+std::string events(const std::string& prefix, int count, const std::string& between = "") {
+  std::string lines;
+  for (int i = 1; i <= count; ++i) {
+    lines += event(prefix + std::to_string(i)) + between;
+  }
+  return lines;
+}
+
+std::string makeFolder() {
+  std::string name = (fs::temp_directory_path() / "quillmar-sweep-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no temporary folder");
+  }
+  return name;
+}
+
+struct Path {
+  const char* name;
+  const char* folder;
+  std::string script;
+  bool resets = false;
+};
+
+/// In a "long" folder, some more events let the store put segments together; in a "merged" one they have done so.
+std::vector<Path> paths(const char* longFolder) {
+  std::vector<Path> result{{"single events", longFolder, events("single-", 6, enable)}};
+  for (const char* folder : {"fresh", "used"}) {
+    result.push_back({"start", folder, ""});
+    result.push_back({"events", folder, events("plain-", 4)});
+    result.push_back({"window value", folder, event("session") + event("view_item") + event("add_to_cart")});
+    result.push_back({"attribution", folder, enable});
+    result.push_back(
+        {"reset", folder,
+         events("early-", 2) + enable + "{\"reset\":true}\n{\"configure\":\"" + sweptKey + "\"}\n" + events("late-", 2),
+         true});
+  }
+  return result;
+}
+
+/// Ends or disturbs runs of the command in turn, each on a copy of a prepared data folder, and looks at what is stored
+/// afterwards.
+class Sweep {
+ public:
+  Sweep(std::string executable, std::size_t every) : executable_(std::move(executable)), every_(every) {
+    fs::create_directory(folder_ + "/fresh");
+    const RunResult run = runQuillmar(sweptKey, enable);
+    const Install whole(data_, copy_);
+    if (!run.hasDrained() || whole.configuration.empty() || whole.attribution.empty()) {
+      throw std::runtime_error("the command does not work: " + run.errors);
+    }
+    configuration_ = whole.configuration;
+    attribution_ = whole.attribution;
+  }
+  ~Sweep() {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+  Sweep(const Sweep&) = delete;
+  Sweep& operator=(const Sweep&) = delete;
+
+  void killAtEachCall() {
+    for (const Path& path : paths("long")) {
+      hitEachCall(path, {.kind = Injection::kill}, "kill");
+      hitEachCall(path, {.kind = Injection::tear}, "kill in mid-write");
+    }
+  }
+
+  void killAtRandom(std::size_t times, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    const auto load = [](std::size_t i) {
+      return events(fmt::format("run-{}-", i), 150) + enable + events(fmt::format("more-{}-", i), 150);
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    runQuillmar(sweptKey, load(times));
+    const std::chrono::duration<double, std::micro> whole = std::chrono::steady_clock::now() - begin;
+    std::uniform_real_distribution<double> moment(1, whole.count());
+    useCopyOf(folder_ + "/fresh");
+    for (std::size_t i = 0; i < times; ++i) {
+      const bool fresh = i < times / 2;
+      if (fresh) {
+        useCopyOf(folder_ + "/fresh");
+      }
+      const Expectation expected = expectation(sweptKey);
+      const std::chrono::microseconds longest(static_cast<std::int64_t>(moment(random)));
+      const RunResult run = runQuillmar(sweptKey, load(i), {}, longest);
+      const bool killed = run.wasEndedBy(SIGALRM);
+      judge(fmt::format("kill at random under load, {} folder", fresh ? "fresh" : "used"), fmt::format("run {}", i),
+            expected, run, killed, killed || run.hasDrained());
+    }
+  }
+
+  void failEachCall() {
+    constexpr std::tuple<const char*, std::size_t, std::size_t> spells[] = {
+        {"once", 1, 0}, {"once, another error", 1, 1}, {"20 in a row", 20, 0}, {"from there on", ~std::size_t{0}, 0}};
+    for (const Path& path : paths("merged")) {
+      for (const auto& [name, count, variant] : spells) {
+        hitEachCall(path, {.kind = Injection::fail, .count = count, .variant = variant, .reads = true},
+                    std::string("fail ") + name);
+      }
+    }
+  }
+
+  /// Prints the counts. True when nothing was lost.
+  bool report() {
+    constexpr const char* row = "{:<52} {:>6} {:>6} {:>9}\n";
+    fmt::print(row, "path", "hits", "losses", "stand-in");
+    for (const auto& [title, tally] : tallies_) {
+      fmt::print(row, title, tally.hits, tally.losses, tally.standIns);
+    }
+    return tallies_["all"].losses == 0 && tallies_["all"].hits > 0;
+  }
+
+ private:
+  struct Tally {
+    std::size_t hits = 0;
+    std::size_t losses = 0;
+    std::size_t standIns = 0;  ///< runs that could not use the settings suite
+  };
+
+  RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {},
+                        std::chrono::microseconds longest = std::chrono::minutes(1)) const {
+    const std::string file = folder_ + "/script";
+    std::ofstream(file) << script;
+    return run({executable_, "run", "--key", key, "--data", data_, "--events", file, "--log-level", "debug"}, folder_,
+               injection, longest);
+  }
+
+  void useCopyOf(const std::string& folder) const {
+    fs::remove_all(data_);
+    fs::copy(folder, data_, fs::copy_options::recursive);
+  }
+
+  /// A folder that each run gets a copy of; made when it is first wanted.
+  std::string preparedFolder(const std::string& kind) const {
+    std::string folder = folder_ + "/" + kind;
+    if (fs::exists(folder)) {
+      return folder;
+    }
+    std::string script = events("old-", 3) + R"({"event":"purchase","params":{"revenue":9.99}})" + "\n";
+    if (kind == "long") {
+      script += events("older-", 251, enable);  // with those before, not yet as many segments as are put together
+    } else if (kind == "merged") {
+      script = events("merging-", 6, enable);
+    }
+    useCopyOf(kind == "merged" ? preparedFolder("long") : folder_ + "/fresh");
+    if (const RunResult run = runQuillmar("earlier-key", script); !run.hasDrained()) {
+      throw std::runtime_error("a folder cannot be prepared: " + run.errors);
+    }
+    std::ofstream(data_ + configurationPath) << R"({"values":[],"lockWindows":{}})";  // no later one equals it
+    fs::rename(data_, folder);
+    return folder;
+  }
+
+  Expectation expectation(const std::string& key) const {
+    return {Install(data_, copy_), key, configuration_, attribution_};
+  }
+
+  /// Hits one call after the other, until a run ends without reaching its call.
+  void hitEachCall(const Path& path, Injection injection, const std::string& what) {
+    const std::string title = fmt::format("{}: {}, {} folder", what, path.name, path.folder);
+    const std::string prepared = preparedFolder(path.folder);
+    useCopyOf(prepared);
+    Expectation expected = expectation(sweptKey);
+    expected.resets = path.resets;
+    expected.writesFailed = injection.kind == Injection::fail;
+    injection.folder = data_;
+    injection.first = 1 + tallies_.size() % every_;
+    for (bool hit = true; hit; injection.first += every_) {
+      useCopyOf(prepared);
+      const RunResult run = runQuillmar(sweptKey, path.script, injection);
+      hit = !run.firstHit.empty();
+      judge(title, fmt::format("call {}, {}", injection.first, run.firstHit), expected, run, hit,
+            hit && injection.kind != Injection::fail ? run.wasEndedBy(SIGKILL) : run.hasDrained());
+    }
+  }
+
+  void judge(const std::string& title, const std::string& where, const Expectation& expected, const RunResult& run,
+             bool hit, bool endedAsItShould) {
+    const Acknowledged told(run);
+    std::vector<std::string> losses = lossesAfterRun(expected, told, Install(data_, copy_));
+    if (!endedAsItShould) {
+      losses.push_back(fmt::format("the run ended with status {:#x}: {}", run.status, run.output));
+    }
+    const Expectation restarted = expectation(laterKey);
+    const std::string next = "after " + where;
+    const RunResult restart = runQuillmar(laterKey, event(next));
+    for (std::string& loss : lossesAfterRestart(restarted, restart, next, Install(data_, copy_))) {
+      losses.push_back(std::move(loss));
+    }
+    if (!losses.empty() && tallies_["all"].losses < 20) {
+      fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
+    }
+    for (Tally* tally : {&tallies_[title], &tallies_["all"]}) {
+      tally->hits += hit ? 1 : 0;
+      tally->losses += losses.size();
+      tally->standIns += told.standInStore ? 1 : 0;
+    }
+  }
+
+  const std::string executable_;  ///< the command
+  const std::size_t every_;       ///< only each n-th call
+  const std::string folder_ = makeFolder();
+  const std::string data_ = folder_ + "/data";
+  const std::string copy_ = folder_ + "/copy";
+  std::string configuration_;  ///< what the whole file looks like
+  std::string attribution_;    ///< likewise
+  std::map<std::string, Tally> tallies_;
+};
 
 }  // namespace
 
+}  // namespace quillmar::sweep
+
 int main(int argc, char** argv) {
-  using namespace quillmar::sweep;
+  CLI::App app(
+      "Runs the quillmar command many times and ends it with SIGKILL, or lets its calls fail, at each call that\n"
+      "changes its data folder. After each time it looks at what is stored, starts the command once more and looks\n"
+      "again. Exit status: 0 when nothing was lost.");
+  std::string command;
+  bool kills = false;
+  bool fails = false;
+  std::size_t randomKills = 0;
+  std::size_t every = 1;
+  std::uint32_t seed = 1;
+  app.add_option("command", command, "the quillmar command")->required()->check(CLI::ExistingFile);
+  app.add_flag("--kill", kills, "kill at each such call, and in the middle of each write");
+  app.add_flag("--fail", fails, "an error at each such call, and each that reads: once, for a while, from there on");
+  app.add_option("--random", randomKills, "so many kills at random moments under load");
+  app.add_option("--every", every, "only each n-th call")->check(CLI::PositiveNumber);
+  app.add_option("--seed", seed, "for the random moments");
+  CLI11_PARSE(app, argc, argv);
   try {
-    SweepOptions options;
-    bool kills = false;
-    bool fails = false;
-    for (int i = 1; i < argc; ++i) {
-      const std::string_view word = argv[i];
-      if (word == "kill") {
-        kills = true;
-      } else if (word == "fail") {
-        fails = true;
-      } else if (word == "random" && i + 1 < argc) {
-        options.randomKills = number(argv[++i]);
-      } else if (word == "every" && i + 1 < argc) {
-        options.every = number(argv[++i]);
-      } else if (word == "seed" && i + 1 < argc) {
-        options.seed = static_cast<std::uint32_t>(number(argv[++i]));
-      } else if (i + 1 == argc) {
-        options.executable = word;
-      } else {
-        throw std::invalid_argument(fmt::format("unknown: {}", word));
-      }
+    quillmar::sweep::Sweep sweep(command, every);
+    if (kills) {
+      sweep.killAtEachCall();
     }
-    if (options.executable.empty() || !(kills || fails || options.randomKills > 0)) {
-      fmt::print(stderr, "{}", usage);
-      return 2;
+    if (randomKills > 0) {
+      sweep.killAtRandom(randomKills, seed);
     }
-    const bool traces = isTracingPermitted();
-    if (!traces && (kills || fails)) {
-      constexpr std::size_t instead = 30;
-      options.randomKills = std::max(options.randomKills, instead);
-      fmt::print(stderr, "Tracing is not permitted here: {} random kills take the place of those at each call.\n",
-                 options.randomKills);
-    }
-    Sweep sweep(options);
-    if (kills && traces) {
-      sweep.killAtEachPoint();
-    }
-    sweep.killAtRandom();
-    if (fails && traces) {
+    if (fails) {
       sweep.failEachCall();
     }
     return sweep.report() ? 0 : 1;
