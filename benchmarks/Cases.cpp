@@ -23,7 +23,7 @@
 #include "Network/NetworkManager.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Platform/Posix/PosixFileManager.h"
-#include "Platform/Posix/SqliteDatabase.h"
+#include "Platform/Sqlite/SqliteDatabase.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/ManualExecutor.h"

@@ -9,7 +9,7 @@
 
 #include "Conversion/EventTracker.h"
 #include "Model/ConversionValues.h"
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "quillmar/ASEventParam.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/platform/Platform.h"

@@ -10,7 +10,7 @@
 #include "Conversion/EventTracker.h"
 #include "Logging/Logger.h"
 #include "Platform/Posix/PosixFileManager.h"
-#include "Platform/Posix/SqliteUserDefaultsProvider.h"
+#include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
 #include "Settings/QuillMarDefaults.h"

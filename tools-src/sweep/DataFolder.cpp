@@ -11,7 +11,7 @@
 #include "Conversion/TrackedEvent.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "Settings/Config.h"
 #include "Settings/QuillMarDefaults.h"
 
