@@ -54,7 +54,6 @@ SimulatedPlatform::~SimulatedPlatform() {
   executor->shutDown();
   clock->cancelAll();
   http->dropUnanswered();
-  subscriptionUpdates->end();
 }
 
 void SimulatedPlatform::setConfiguration(std::string json) {

@@ -27,8 +27,8 @@ struct SimulatedPlatform {
   explicit SimulatedPlatform(platform::Clock::TimePoint start, std::string systemVersion = "17.4",
                              InMemoryHttpTransport::Service service = nullptr);
 
-  /// Drops what is posted, what waits for the clock or an answer, and ends the subscription updates: a test may end in
-  /// the middle of anything. Nothing runs any more in an instance that is still there.
+  /// Drops what is posted, and what waits for the clock or an answer: a test may end in the middle of anything. Nothing
+  /// runs any more in an instance that is still there.
   ~SimulatedPlatform();
 
   SimulatedPlatform(const SimulatedPlatform&) = delete;
