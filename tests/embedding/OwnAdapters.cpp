@@ -4,14 +4,14 @@
 #include <quillmar/simulated/SimulatedPlatform.h>
 
 namespace {
-quillmar::simulated::SimulatedPlatform& simulated() {
+quillmar::simulated::SimulatedPlatform& inMemory() {
   static quillmar::simulated::SimulatedPlatform platform(std::chrono::system_clock::now());
   return platform;
 }
 }  // namespace
 
 quillmar::platform::Platform quillmar::platform::makeDefaultPlatform(const DefaultPlatformOptions& /*options*/) {
-  return simulated().platform();
+  return inMemory().platform();
 }
 
 quillmar::platform::Bundle quillmar::platform::Bundle::main() {
@@ -22,10 +22,10 @@ int main() {
   const auto quillmar = quillmar::Quillmar::shared();
   quillmar->configure("any-key");
   quillmar->sendEvent("session");
-  simulated().settle();
+  inMemory().settle();
   quillmar::QuillmarASAAttribution::shared()->enableASAAttributionTracking();
-  simulated().settle();
+  inMemory().settle();
   const bool passed = quillmar->state().appId == "simulated-app" && quillmar->statistics().logged == 1 &&
-                      simulated().files->fileExists("/documents/asa_attribution_data.json");
+                      inMemory().files->fileExists("/documents/asa_attribution_data.json");
   return passed ? 0 : 1;
 }
