@@ -23,8 +23,8 @@
 #include "Network/NetworkManager.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Platform/Posix/PosixFileManager.h"
-#include "Platform/Posix/SqliteDatabase.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
+#include "Platform/Sqlite/SqliteDatabase.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/ManualExecutor.h"
 

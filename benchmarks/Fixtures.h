@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Conversion/EventTracker.h"
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "quillmar/ASEventParam.h"
 #include "quillmar/ConversionValues.h"
 #include "quillmar/Quillmar.h"

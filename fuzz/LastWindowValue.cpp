@@ -2,7 +2,7 @@
 #include "Conversion/LastWindowValue.h"
 
 #include "Conversion/ConversionValueResolver.h"
-#include "Platform/Posix/PropertyListCoding.h"
+#include "Platform/Sqlite/PropertyListCoding.h"
 #include "Promises.h"
 #include "Target.h"
 #include "quillmar/Config.h"

@@ -2,7 +2,7 @@
 #include <boost/json/parse.hpp>
 
 #include "Attribution/PropertyListJson.h"
-#include "Platform/Posix/PropertyListCoding.h"
+#include "Platform/Sqlite/PropertyListCoding.h"
 #include "Promises.h"
 #include "Target.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"

@@ -14,6 +14,25 @@ namespace {
 constexpr int itemsPerTurn = 64;
 }  // namespace
 
+/// What is posted to the lower executor. Items may hold this queue, so they must not wait in it for ever when the
+/// turn is dropped.
+class SerialExecutor::Turn {
+ public:
+  explicit Turn(std::shared_ptr<SerialExecutor> queue) noexcept : queue_(std::move(queue)) {}
+  ~Turn() {
+    if (const auto queue = take()) {
+      queue->dropAll();
+    }
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+  std::shared_ptr<SerialExecutor> take() noexcept { return std::exchange(queue_, nullptr); }
+
+ private:
+  std::shared_ptr<SerialExecutor> queue_;
+};
+
 SerialExecutor::SerialExecutor(std::shared_ptr<platform::Executor> lower, const char* label)
     : lower_(std::move(lower)), label_(label) {}
 
@@ -37,12 +56,24 @@ void SerialExecutor::post(std::function<void()> work) {
 }
 
 bool SerialExecutor::postTurn() noexcept {
+  std::shared_ptr<Turn> turn;
   try {
-    lower_->post([self = shared_from_this()] { self->run(); });
+    turn = std::make_shared<Turn>(shared_from_this());
+    lower_->post([turn] { turn->take()->run(); });
     return true;
   } catch (...) {  // out of memory
+    if (turn) {
+      turn->take();
+    }
     return false;
   }
+}
+
+void SerialExecutor::dropAll() noexcept {
+  std::deque<std::function<void()>> dropped;  // destroyed outside the lock
+  const std::lock_guard lock(mutex_);
+  running_ = false;
+  dropped.swap(work_);
 }
 
 void SerialExecutor::run() {

@@ -9,7 +9,8 @@
 
 namespace quillmar {
 
-/// A serial queue: runs its items one at a time, in the order of posting, on a lower executor.
+/// A serial queue: runs its items one at a time, in the order of posting, on a lower executor. Drops them when the
+/// lower executor drops what it was to run.
 class SerialExecutor : public platform::Executor, public std::enable_shared_from_this<SerialExecutor> {
  public:
   /// `label` names the queue in a debugger.
@@ -20,7 +21,10 @@ class SerialExecutor : public platform::Executor, public std::enable_shared_from
   const char* label() const noexcept { return label_; }
 
  private:
+  class Turn;
+
   void run();
+  void dropAll() noexcept;
   bool postTurn() noexcept;
 
   const std::shared_ptr<platform::Executor> lower_;

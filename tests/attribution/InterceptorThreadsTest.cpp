@@ -57,8 +57,8 @@ class PurchaseInterceptorThreads : public ::testing::Test {
 
   std::shared_ptr<ThreadPoolExecutor> pool = std::make_shared<ThreadPoolExecutor>(2);
   std::shared_ptr<DetouringProcessor> processor = std::make_shared<DetouringProcessor>(pool);
-  std::shared_ptr<simulated::InMemorySubscriptionUpdates> updates =
-      std::make_shared<simulated::InMemorySubscriptionUpdates>();
+  std::shared_ptr<platform::InProcessSubscriptionUpdates> updates =
+      std::make_shared<platform::InProcessSubscriptionUpdates>();
   std::shared_ptr<ActivityCounter> activity = std::make_shared<ActivityCounter>();
 };
 

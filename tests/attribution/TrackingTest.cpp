@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "Platform/Posix/NoAttributionToken.h"
-#include "Platform/Posix/NoSubscriptionUpdates.h"
+#include "Platform/Linux/NoAttributionToken.h"
 #include "support/AttributionHarness.h"
 
 namespace quillmar::test {
@@ -84,7 +83,6 @@ TEST_F(AttributionTracking, failedFetchIsLoggedAndTriedAgainByTheNextEnabling) {
   simulated.files->removeItem(attributionFile);
   auto platform = simulated.platform();
   platform.attributionToken = std::make_shared<platform::NoAttributionToken>();
-  platform.subscriptionUpdates = std::make_shared<platform::NoSubscriptionUpdates>();
   make(platform);
   enable();
   EXPECT_TRUE(isIdle());

@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "Logging/Logger.h"
+#include "Platform/PlatformMembers.h"
+#include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "support/TemporaryFolder.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(DefaultPlatformDeathTest, dataFolderIsTheUsersOwn) {
+TEST(DefaultPlatform, dataFolderIsTheUsersOwn) {
   const struct {
     const char* chosen;
     const char* data;
@@ -27,13 +28,10 @@ TEST(DefaultPlatformDeathTest, dataFolderIsTheUsersOwn) {
       {"", "relative", "/home/me/.local/share/quillmar/documents"},
       {"", "", "/home/me/.local/share/quillmar/documents"},
   };
-  const auto exitWithFolder = [](const auto& row) {
+  for (const auto& row : rows) {
     ::setenv("XDG_DATA_HOME", row.data, 1);
     ::setenv("HOME", "/home/me/", 1);
-    ::_exit(makeDefaultPlatform({row.chosen, {}, {}}).files->documentsDirectory() == row.documents ? 42 : 1);
-  };
-  for (const auto& row : rows) {
-    EXPECT_EXIT(exitWithFolder(row), testing::ExitedWithCode(42), "") << row.documents;
+    EXPECT_EQ(makeDefaultPlatform({row.chosen, {}, {}, {}}).files->documentsDirectory(), row.documents);
   }
 }
 
@@ -63,20 +61,81 @@ TEST(InProcessNotificationCenter, observersAreCalledInOrderUntilTheyAreRemoved) 
   InProcessNotificationCenter center;
   std::string calls;
   const auto active = Notification::applicationDidBecomeActive;
-  const auto token = std::make_shared<int>();
+  // What an observer owns may call the centre when it is destroyed.
+  std::shared_ptr<void> owned(nullptr, [&](void*) { center.removeObserver(0); });
+  const std::weak_ptr<void> isOwned = owned;
   NotificationCenter::ObserverId first = 0;
-  first = center.addObserver(active, [&, token] {
+  NotificationCenter::ObserverId second = 0;
+  first = center.addObserver(active, [&, token = std::move(owned)] {
     calls += 'a';
     center.removeObserver(first);
-    center.addObserver(active, [&] { calls += 'c'; });
+    center.removeObserver(second);
+    EXPECT_FALSE(isOwned.expired()) << "it is still running";
+    center.addObserver(active, [&] { calls += 'd'; });
   });
-  center.addObserver(active, [&] { calls += 'b'; });
+  second = center.addObserver(active, [&] { calls += 'b'; });
+  center.addObserver(Notification::sceneDidActivate, [&] { calls += 'x'; });
+  center.addObserver(active, [&] { calls += 'c'; });
   center.post(active);
-  EXPECT_EQ(calls, "ab");
+  EXPECT_EQ(calls, "ac");
+  EXPECT_TRUE(isOwned.expired());
   center.post(active);
-  EXPECT_EQ(calls, "abbc");
-  center.removeObserver(first);
-  EXPECT_EQ(token.use_count(), 1);
+  EXPECT_EQ(calls, "accd");
+}
+
+TEST(PlatformMembers, whatIsMissingIsNamed) {
+  const simulated::SimulatedPlatform simulated(Clock::TimePoint{});
+  const Platform whole = simulated.platform();
+  Platform platform;
+  std::string missing;
+  const auto fillIn = [&](auto... members) {
+    ((missing += std::string(missingMember(platform).value_or("-")) + " ", platform.*members = whole.*members), ...);
+  };
+  fillIn(&Platform::executor, &Platform::clock, &Platform::http, &Platform::files, &Platform::userDefaults,
+         &Platform::storeKitAdNetwork, &Platform::adAttributionKit, &Platform::device, &Platform::notifications,
+         &Platform::logSink, &Platform::attributionToken, &Platform::subscriptionUpdates);
+  EXPECT_EQ(missing,
+            "executor clock http files userDefaults storeKitAdNetwork adAttributionKit device notifications logSink "
+            "attributionToken subscriptionUpdates ");
+  EXPECT_EQ(missingMember(platform), std::nullopt) << "the rest may be left out";
+}
+
+TEST(PlatformMembers, originsEndWithoutASlash) {
+  EXPECT_EQ(originOf("", "https://built.in/"), "https://built.in");
+  EXPECT_EQ(originOf("https://host:8443/path//", "https://built.in"), "https://host:8443/path");
+}
+
+TEST(SimulatedPlatform, nothingIsLeftOfATestThatEndsInTheMiddle) {
+  const auto answering = [](int status, bool never) {
+    return [=](const HttpRequest&) { return simulated::InMemoryAnswer{{{}, "", status, "{}"}, 0s, never}; };
+  };
+  const std::pair<const char*, simulated::InMemoryHttpTransport::Service> rows[] = {
+      {"posted work", nullptr},
+      {"a fetch that waits for its next attempt", answering(500, false)},
+      {"a request without an answer", answering(0, true)}};
+  for (const auto& [what, service] : rows) {
+    SCOPED_TRACE(what);
+    std::optional<simulated::SimulatedPlatform> simulated(std::in_place, Clock::TimePoint{1s}, "17.4", service);
+    auto goesFirst = QuillmarFactory::createQuillmar(simulated->platform());
+    auto goesLast = QuillmarFactory::createQuillmarASAAttribution(simulated->platform());
+    const std::weak_ptr<void> seams[] = {simulated->executor, simulated->clock, simulated->http,
+                                         simulated->subscriptionUpdates};
+    goesFirst->configure("the-key");
+    if (service) {
+      simulated->settle();
+      EXPECT_EQ(simulated->clock->pendingTimers(), 1U);
+      goesLast->enableASAAttributionTracking();
+      simulated->settle();
+      EXPECT_EQ(simulated->subscriptionUpdates->listeners(), 1U);
+    }
+    goesFirst.reset();
+    simulated.reset();
+    goesLast->disableASAAttributionTracking();  // nobody will run what this posts
+    goesLast.reset();
+    for (const auto& seam : seams) {
+      EXPECT_TRUE(seam.expired()) << &seam - seams;
+    }
+  }
 }
 
 }  // namespace

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <thread>
 
-#include "Platform/Posix/SqliteUserDefaultsProvider.h"
+#include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "support/TemporaryFolder.h"
 
@@ -86,17 +85,6 @@ TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
   }
 }
 
-TEST_P(UserDefaultsContract, booleansAreReadFromNumbersAndTexts) {
-  for (const Value& yes : {Value(true), Value(std::int64_t{2}), Value(0.5), Value("YES"), Value("true"), Value("1")}) {
-    ASSERT_FALSE(store_->set("key", yes));
-    EXPECT_TRUE(store_->boolean("key"));
-  }
-  for (const Value& no : {Value(false), Value(0.0), Value("yes"), Value(Data{"1"})}) {
-    ASSERT_FALSE(store_->set("key", no));
-    EXPECT_FALSE(store_->boolean("key"));
-  }
-}
-
 TEST_P(UserDefaultsContract, tailIsReplacedInDataThatIsLongEnough) {
   ASSERT_FALSE(store_->set("text", "text"));
   ASSERT_FALSE(store_->set("list", Data{"to be replaced"}));
@@ -143,23 +131,6 @@ TEST_P(UserDefaultsContract, suitesDoNotMix) {
   EXPECT_EQ(provider_->openSuite("suite")->string("key"), "suite");
   EXPECT_EQ(provider_->openSuite("other/../suite")->string("key"), "other");
   EXPECT_EQ(provider_->standard()->string("key"), "standard");
-}
-
-TEST_P(UserDefaultsContract, threadsMayWriteAndReadAtOnce) {
-  constexpr std::size_t rounds = 100;
-  ASSERT_FALSE(store_->set("list", Data{}));
-  std::vector<std::jthread> threads;
-  for (const std::string name : {"a", "b", "c"}) {
-    threads.emplace_back([this, name] {
-      for (std::size_t i = 0; i < rounds; ++i) {
-        EXPECT_FALSE(store_->set("toggled", i % 2 == 0 ? Value(name) : Value(Data{"data"})));
-        EXPECT_TRUE(store_->object("toggled"));
-        EXPECT_FALSE(name == "a" && store_->replaceDataTail("list", i, "x"));
-      }
-    });
-  }
-  threads.clear();
-  EXPECT_EQ(store_->data("list"), std::string(rounds, 'x'));
 }
 
 }  // namespace

@@ -14,5 +14,13 @@ for compiler in g++ clang++-19; do
   # Nothing answers there: what counts is that the host ends in good order and its install is recorded.
   XDG_DATA_HOME="$scratch/data-$compiler" "$scratch/$compiler/embedding" http://127.0.0.1:1
   test -s "$scratch/data-$compiler/quillmar/settings/tech.quill-mar.quillmaruserdefaults.sqlite"
+  "$scratch/$compiler/host-test"
   echo "$compiler: the host found, linked and ran the library"
 done
+
+# A host with adapters of its own sees every public header, and needs neither libcurl nor SQLite.
+find "$scratch/prefix/include" -name '*.h' -printf '#include <%P>\n' >"$scratch/all.h"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Wshadow -Werror -I "$scratch/prefix/include" -include "$scratch/all.h" \
+  -o "$scratch/own-adapters" "$(dirname "$0")/OwnAdapters.cpp" \
+  "$scratch/prefix/lib/libquillmar_simulated.a" "$scratch/prefix/lib/libquillmar.a" -pthread
+"$scratch/own-adapters"

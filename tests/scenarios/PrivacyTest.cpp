@@ -8,7 +8,7 @@
 
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
+#include "quillmar/platform/InProcessSubscriptionUpdates.h"
 #include "quillmar/simulated/SimulatedAttributionToken.h"
 #include "support/LogCapture.h"
 #include "support/LoopbackService.h"
@@ -38,7 +38,7 @@ class Life {
     auto platform = platform::makeDefaultPlatform({data(), service_.url(), {}, service_.url()});
     const auto tokens = std::make_shared<simulated::SimulatedAttributionToken>();
     tokens->setToken(token);
-    const auto updates = std::make_shared<simulated::InMemorySubscriptionUpdates>();
+    const auto updates = std::make_shared<platform::InProcessSubscriptionUpdates>();
     platform.attributionToken = tokens;
     platform.subscriptionUpdates = updates;
     platform.standardOutput = [](std::string_view line) { EXPECT_FALSE(holdsSecret(line)) << line; };

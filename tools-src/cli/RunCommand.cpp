@@ -11,7 +11,7 @@
 #include "OffsetClock.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/platform/InProcessNotificationCenter.h"
-#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
+#include "quillmar/platform/InProcessSubscriptionUpdates.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 #include "quillmar/simulated/SimulatedAttributionToken.h"
 #include "service/DevelopmentService.h"
@@ -48,7 +48,7 @@ struct RunCommand::Host {
   Quillmar& quillmar;
   QuillmarASAAttribution& attribution;
   platform::InProcessNotificationCenter& notifications;
-  simulated::InMemorySubscriptionUpdates& subscriptionUpdates;
+  platform::InProcessSubscriptionUpdates& subscriptionUpdates;
 };
 
 RunCommand::RunCommand(RunOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
@@ -81,7 +81,7 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
     token->setToken(options_.attributionToken.empty() ? "development-token" : options_.attributionToken);
     platform.attributionToken = token;
   }
-  const auto subscriptionUpdates = std::make_shared<simulated::InMemorySubscriptionUpdates>();
+  const auto subscriptionUpdates = std::make_shared<platform::InProcessSubscriptionUpdates>();
   platform.subscriptionUpdates = subscriptionUpdates;
   // What the library prints stands beside the log: standard output is for JSON Lines.
   platform.standardOutput = [](std::string_view line) {

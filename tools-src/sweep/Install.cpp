@@ -11,8 +11,8 @@
 
 #include "Conversion/EventTracker.h"
 #include "Conversion/LastWindowValue.h"
-#include "Platform/Posix/PropertyListCoding.h"
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/PropertyListCoding.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
 

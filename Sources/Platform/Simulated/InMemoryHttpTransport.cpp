@@ -53,6 +53,10 @@ InMemoryHttpTransport::InMemoryHttpTransport(std::shared_ptr<platform::Clock> cl
 }
 
 InMemoryHttpTransport::~InMemoryHttpTransport() {
+  dropUnanswered();
+}
+
+void InMemoryHttpTransport::dropUnanswered() noexcept {
   std::map<RequestId, State::Exchange> dropped;
   {
     const std::lock_guard lock(state_->mutex);

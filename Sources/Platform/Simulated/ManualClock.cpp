@@ -41,6 +41,12 @@ void ManualClock::cancel(TimerId timer) noexcept {
   }
 }
 
+void ManualClock::cancelAll() noexcept {
+  decltype(timers_) dropped;  // destroyed outside the lock
+  const std::lock_guard lock(mutex_);
+  dropped.swap(timers_);
+}
+
 void ManualClock::advance(nanoseconds by) {
   crank();
   std::unique_lock lock(mutex_);

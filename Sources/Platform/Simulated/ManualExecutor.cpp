@@ -5,16 +5,14 @@
 namespace quillmar::simulated {
 
 ManualExecutor::~ManualExecutor() {
-  // What is dropped may post once more from a destructor.
-  for (std::deque<std::function<void()>> dropped; !work_.empty(); dropped.clear()) {
-    const std::lock_guard lock(mutex_);
-    dropped.swap(work_);
-  }
+  shutDown();
 }
 
 void ManualExecutor::post(std::function<void()> work) {
   const std::lock_guard lock(mutex_);
-  work_.push_back(std::move(work));
+  if (!isShutDown_) {
+    work_.push_back(std::move(work));
+  }
 }
 
 std::size_t ManualExecutor::runUntilIdle() {
@@ -37,6 +35,13 @@ bool ManualExecutor::runOne() {
   }
   work();
   return true;
+}
+
+void ManualExecutor::shutDown() noexcept {
+  std::deque<std::function<void()>> dropped;  // destroyed outside the lock: it may post once more
+  const std::lock_guard lock(mutex_);
+  isShutDown_ = true;
+  dropped.swap(work_);
 }
 
 }  // namespace quillmar::simulated

@@ -9,10 +9,10 @@
 
 namespace quillmar::platform {
 
-/// Source: AdAttributionKit's `CoarseConversionValue`.
+/// On Apple systems: AdAttributionKit's `CoarseConversionValue`.
 enum class AttributionKitCoarseValue : std::uint8_t { high, medium, low };
 
-/// Source: AdAttributionKit's `PostbackUpdate`.
+/// On Apple systems: AdAttributionKit's `PostbackUpdate`.
 struct PostbackUpdate {
   int fineConversionValue = 0;  ///< 0...63
   bool lockPostback = false;
@@ -24,8 +24,7 @@ class QUILLMAR_API AdAttributionKit {
  public:
   virtual ~AdAttributionKit() = default;
 
-  /// Updates the conversion value of the current postback window. `completion` is called once, on any thread; a
-  /// platform without AdAttributionKit never calls it. Source: `Postback.updateConversionValue`.
+  /// Updates the conversion value of the current postback window. On Apple systems: `Postback.updateConversionValue`.
   virtual void updateConversionValue(const PostbackUpdate& update, AdNetworkCompletion completion) = 0;
 };
 

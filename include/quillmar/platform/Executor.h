@@ -6,7 +6,7 @@
 
 namespace quillmar::platform {
 
-/// Runs the library's work off the caller's thread. Source: a dispatch queue, a thread pool, an event loop.
+/// Runs the library's work off the caller's thread. On Apple systems: a dispatch queue.
 class QUILLMAR_API Executor {
  public:
   virtual ~Executor() = default;

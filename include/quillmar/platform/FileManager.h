@@ -29,10 +29,11 @@ enum class WriteMode : std::uint8_t {
   atomic,  ///< write a temporary file and move it into place: a reader sees the old content or the new
 };
 
-/// The files of the app. Source: Apple's file manager; POSIX.
+/// The files of the app. On Apple systems: `NSFileManager`.
 ///
-/// All operations run on the calling thread, any but the host's, and may block on the disk. Paths are absolute and
-/// UTF-8. What is created is readable and writable by the user only. Errors are those of the system
+/// All operations run on the calling thread and may block on the disk. The library calls them on the executor, but for
+/// `enableASAAttributionTracking`, which looks for the stored attribution on its caller's thread. Paths are absolute
+/// and UTF-8. What is created is readable and writable by the user only. Errors are those of the system
 /// (`std::system_category` or `std::generic_category`); nothing is thrown for them.
 class QUILLMAR_API FileManager {
  public:

@@ -12,7 +12,7 @@
 
 namespace quillmar::platform {
 
-/// How a cache between the library and the service may be used. Source: Apple's URL request cache policy.
+/// How a cache between the library and the service may be used. On Apple systems: `NSURLRequestCachePolicy`.
 enum class CachePolicy : std::uint8_t {
   useProtocolCachePolicy = 0,  ///< what the protocol says; an adapter without a cache always loads
   reloadIgnoringLocalCacheData = 1,
@@ -27,7 +27,7 @@ struct HttpRequest {
   CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy;
 };
 
-/// The end of an exchange: either an error, or a response.
+/// The end of an exchange: either an error, or a response. An error counts, whatever else is set.
 struct HttpResult {
   std::error_code error;  ///< set when there is no response, usually a `URLError`
   std::string url;        ///< where the response came from, after redirects
@@ -36,7 +36,7 @@ struct HttpResult {
   std::string body;
 };
 
-/// Performs HTTP exchanges. Source: Apple's shared URL session; libcurl.
+/// Performs HTTP exchanges. On Apple systems: the shared URL session.
 ///
 /// An adapter verifies TLS certificates, follows redirects without ever going from HTTPS to HTTP or handing
 /// "Authorization" to another host, caps the size of a body while it arrives, and keeps the number of connections

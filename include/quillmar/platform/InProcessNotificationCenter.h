@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -16,13 +17,14 @@ class QUILLMAR_API InProcessNotificationCenter : public NotificationCenter {
   ObserverId addObserver(Notification notification, std::function<void()> callback) override;
   void removeObserver(ObserverId observer) noexcept override;
 
-  /// Calls the observers of `notification` on the calling thread, in the order of their registration.
+  /// Calls the observers of `notification` on the calling thread, in the order of their registration. One that is
+  /// removed meanwhile is not called any more; one that is added is called from the next notification on.
   void post(Notification notification);
 
  private:
   std::mutex mutex_;
   ObserverId lastObserver_ = 0;
-  std::map<ObserverId, std::pair<Notification, std::function<void()>>> observers_;
+  std::map<ObserverId, std::pair<Notification, std::shared_ptr<const std::function<void()>>>> observers_;
 };
 
 }  // namespace quillmar::platform

@@ -9,7 +9,7 @@ namespace quillmar::platform {
 
 enum class LogSeverity : std::uint8_t { info, debug, error };
 
-/// Takes the library's log lines. Source: Apple's unified logging; standard error.
+/// Takes the library's log lines. On Apple systems: the unified logging.
 class QUILLMAR_API LogSink {
  public:
   virtual ~LogSink() = default;

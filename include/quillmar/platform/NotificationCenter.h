@@ -8,8 +8,8 @@
 namespace quillmar::platform {
 
 enum class Notification : std::uint8_t {
-  applicationDidBecomeActive,  ///< Source: UIKit's notification of that name
-  sceneDidActivate,            ///< Source: UIKit's `UIScene.didActivateNotification`
+  applicationDidBecomeActive,  ///< on Apple systems: UIKit's notification of that name
+  sceneDidActivate,            ///< on Apple systems: UIKit's `UIScene.didActivateNotification`
 };
 
 /// Tells the library when the app or one of its scenes becomes active.
@@ -23,7 +23,8 @@ class QUILLMAR_API NotificationCenter {
   /// registrations are called twice. Called from any thread; does not block.
   virtual ObserverId addObserver(Notification notification, std::function<void()> callback) = 0;
 
-  /// Ends a registration. A callback that is running finishes. Called from any thread, also from a callback.
+  /// Ends a registration: the callback is not called any more; one that is running finishes. Called from any thread,
+  /// also from a callback.
   virtual void removeObserver(ObserverId observer) noexcept = 0;
 };
 

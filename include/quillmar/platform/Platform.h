@@ -40,11 +40,12 @@ struct Platform {
   /// Where the library prints the few lines that it writes beside the log, without their line ends. Called from any
   /// thread. Null: the standard output of the process.
   std::function<void(std::string_view line)> standardOutput;
-  /// The base URL of the event service, an origin without a trailing "/". Empty: the one built in.
+  /// The event service: an origin, "https://host[:port]", with a path behind it or not. The library appends its own
+  /// paths, such as "/ios/config"; a trailing "/" makes no difference. Empty: the one built in.
   std::string serviceUrl;
   std::shared_ptr<AttributionTokenProvider> attributionToken;
   std::shared_ptr<SubscriptionStatusUpdates> subscriptionUpdates;
-  /// The origin that attribution tokens are exchanged at, without a trailing "/". Empty: the one built in.
+  /// Where attribution tokens are exchanged, in the form of `serviceUrl`. Empty: the one built in.
   std::string attributionUrl;
 };
 
@@ -52,11 +53,11 @@ struct Platform {
 struct DefaultPlatformOptions {
   /// The folder for settings and documents. Empty: a folder of the user's own.
   std::string dataDirectory = {};
-  /// Replaces the built-in base URL of the event service (tests, staging).
+  /// Replaces the built-in event service (tests, staging); see `Platform::serviceUrl`.
   std::string serviceUrl = {};
   /// A file of trusted certificates (PEM) in place of the system's.
   std::string caFile = {};
-  /// Replaces the built-in origin that attribution tokens are exchanged at (tests, staging).
+  /// Replaces where attribution tokens are exchanged (tests, staging), likewise.
   std::string attributionUrl = {};
 };
 
@@ -69,8 +70,8 @@ QUILLMAR_API Platform makeDefaultPlatform(const DefaultPlatformOptions& options 
 /// the default one.
 QUILLMAR_API const Platform& sharedPlatform();
 
-/// Puts `platform` in the place of the default one. Call it before the library is first used; objects that exist
-/// keep the platform that they were made with. Any thread.
+/// Puts `platform` in the place of the default one. Call it before the library is first used: a `shared()` that exists
+/// keeps the platform that it was made with, while the log moves to the sink of the new one. Any thread.
 QUILLMAR_API void setSharedPlatform(Platform platform);
 
 }  // namespace quillmar::platform

@@ -9,10 +9,11 @@
 
 namespace quillmar::platform {
 
-/// Source: StoreKit's `SKAdNetwork.CoarseConversionValue`.
+/// On Apple systems: StoreKit's `SKAdNetwork.CoarseConversionValue`.
 enum class SKAdNetworkCoarseConversionValue : std::uint8_t { high, medium, low };
 
-/// Called once, on any thread, with nothing on success. An ad network that lacks the interface never calls it.
+/// Called once, on any thread, with nothing on success. An ad network that never calls it, because it lacks the
+/// interface, must destroy it: `drain` waits for a completion that is still there.
 using AdNetworkCompletion = std::function<void(std::optional<PlatformError>)>;
 
 /// SKAdNetwork as StoreKit offers it. Called on the main executor; must not block.
@@ -22,16 +23,17 @@ class QUILLMAR_API StoreKitAdNetwork {
  public:
   virtual ~StoreKitAdNetwork() = default;
 
-  /// All systems. Source: `registerAppForAdNetworkAttribution`.
+  /// All systems. On Apple systems: `registerAppForAdNetworkAttribution`.
   virtual void registerAppForAdNetworkAttribution() = 0;
 
-  /// 14.0 and later. `fineValue` is 0...63. Source: `updateConversionValue:`.
+  /// 14.0 and later. `fineValue` is 0...63. On Apple systems: `updateConversionValue:`.
   virtual void updateConversionValue(int fineValue) = 0;
 
-  /// 15.4 and later. Source: `updatePostbackConversionValue:completionHandler:`.
+  /// 15.4 and later. On Apple systems: `updatePostbackConversionValue:completionHandler:`.
   virtual void updatePostbackConversionValue(int fineValue, AdNetworkCompletion completion) = 0;
 
-  /// 16.1 and later. Source: `updatePostbackConversionValue:coarseValue:lockWindow:completionHandler:`.
+  /// 16.1 and later. On Apple systems:
+  /// `updatePostbackConversionValue:coarseValue:lockWindow:completionHandler:`.
   virtual void updatePostbackConversionValue(int fineValue, SKAdNetworkCoarseConversionValue coarseValue,
                                              bool lockWindow, AdNetworkCompletion completion) = 0;
 };

@@ -11,20 +11,20 @@
 
 namespace quillmar::platform {
 
-/// Source: StoreKit's `VerificationResult<Transaction>`.
+/// On Apple systems: StoreKit's `VerificationResult<Transaction>`.
 struct SubscriptionTransaction {
   std::uint64_t identifier = 0;
   std::string jsonRepresentation;                  ///< the platform's own, passed on unchanged
   std::optional<PlatformError> verificationError;  ///< set when the platform's signature does not hold
 };
 
-/// Source: StoreKit's `VerificationResult<Product.SubscriptionInfo.RenewalInfo>`.
+/// On Apple systems: StoreKit's `VerificationResult<Product.SubscriptionInfo.RenewalInfo>`.
 struct SubscriptionRenewalInfo {
   std::string jsonRepresentation;
   std::optional<PlatformError> verificationError;
 };
 
-/// Source: StoreKit's `Product.SubscriptionInfo.Status`.
+/// On Apple systems: StoreKit's `Product.SubscriptionInfo.Status`.
 struct SubscriptionStatusUpdate {
   SubscriptionTransaction transaction;
   SubscriptionRenewalInfo renewalInfo;
@@ -49,7 +49,7 @@ class QUILLMAR_API SubscriptionStatusSubscription {
   virtual void cancel() noexcept = 0;
 };
 
-/// The stream of subscription status updates. Source: StoreKit's `Product.SubscriptionInfo.Status.updates`.
+/// The stream of subscription status updates. On Apple systems: StoreKit's `Product.SubscriptionInfo.Status.updates`.
 class QUILLMAR_API SubscriptionStatusUpdates {
  public:
   virtual ~SubscriptionStatusUpdates() = default;

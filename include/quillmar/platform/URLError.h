@@ -6,7 +6,7 @@
 
 namespace quillmar::platform {
 
-/// Why an HTTP exchange gave no response. Source: Apple's URL error domain.
+/// Why an HTTP exchange gave no response. On Apple systems: `NSURLErrorDomain`.
 enum class URLError {
   unknown = 1,
   cancelled,

@@ -17,7 +17,7 @@
 
 namespace quillmar::platform {
 
-/// A value that a settings store keeps. Source: a property list.
+/// A value that a settings store keeps. On Apple systems: a property list.
 class QUILLMAR_API PropertyListValue {
  public:
   struct Data {
@@ -54,7 +54,7 @@ class QUILLMAR_API PropertyListValue {
   Storage storage_;
 };
 
-/// One persistent key-value store. Source: Apple's user defaults; SQLite.
+/// One persistent key-value store. On Apple systems: `NSUserDefaults`.
 ///
 /// Called from any thread; safe for use from several at once. Reads are answered from memory once the store is open.
 /// Writes return when they will survive the end of the process. A read that runs while a write is going on gives the
@@ -102,7 +102,7 @@ class QUILLMAR_API UserDefaults {
   std::optional<std::string> data(std::string_view key) const;
 };
 
-/// Opens settings stores. Source: the named suites and the standard store of Apple's user defaults.
+/// Opens settings stores. On Apple systems: the named suites and the standard user defaults.
 class QUILLMAR_API UserDefaultsProvider {
  public:
   virtual ~UserDefaultsProvider() = default;

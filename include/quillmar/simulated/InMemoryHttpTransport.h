@@ -32,7 +32,11 @@ class InMemoryHttpTransport : public platform::HttpTransport {
   RequestId start(platform::HttpRequest request, Completion completion) override;
   void cancel(RequestId request) noexcept override;
 
+  /// What answers from now on; null: a service that knows no path, and answers with the status 404.
   void setService(Service service);
+
+  /// Destroys the completions of the exchanges that have no answer yet, without calling them.
+  void dropUnanswered() noexcept;
 
   /// Every request so far, in order.
   std::vector<platform::HttpRequest> requests() const;

@@ -32,6 +32,9 @@ class ManualClock : public platform::Clock {
   /// The offset of the local zone from UTC as a function of the instant.
   void setTimeZone(std::function<std::chrono::seconds(TimePoint)> offsetAt);
 
+  /// Drops the timers that wait.
+  void cancelAll() noexcept;
+
   /// How many timers wait.
   std::size_t pendingTimers() const;
 

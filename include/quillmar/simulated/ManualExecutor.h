@@ -22,9 +22,13 @@ class ManualExecutor : public platform::Executor {
   /// Runs the next item, if any.
   bool runOne();
 
+  /// Drops what is posted, now and from now on.
+  void shutDown() noexcept;
+
  private:
   std::mutex mutex_;
   std::deque<std::function<void()>> work_;
+  bool isShutDown_ = false;
 };
 
 }  // namespace quillmar::simulated

@@ -1,14 +1,12 @@
-#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
+#include "quillmar/platform/InProcessSubscriptionUpdates.h"
 
 #include <algorithm>
 #include <deque>
 #include <utility>
 
-namespace quillmar::simulated {
+namespace quillmar::platform {
 
-using platform::SubscriptionStatusUpdate;
-
-class InMemorySubscriptionUpdates::Subscription : public platform::SubscriptionStatusSubscription {
+class InProcessSubscriptionUpdates::Subscription : public SubscriptionStatusSubscription {
  public:
   void next(Callback callback) override {
     std::optional<SubscriptionStatusUpdate> update;
@@ -74,11 +72,11 @@ class InMemorySubscriptionUpdates::Subscription : public platform::SubscriptionS
   bool cancelled_ = false;
 };
 
-InMemorySubscriptionUpdates::~InMemorySubscriptionUpdates() {
+InProcessSubscriptionUpdates::~InProcessSubscriptionUpdates() {
   end();
 }
 
-std::shared_ptr<platform::SubscriptionStatusSubscription> InMemorySubscriptionUpdates::subscribe() {
+std::shared_ptr<SubscriptionStatusSubscription> InProcessSubscriptionUpdates::subscribe() {
   auto subscription = std::make_shared<Subscription>();
   const std::lock_guard lock(mutex_);
   if (ended_) {
@@ -89,13 +87,13 @@ std::shared_ptr<platform::SubscriptionStatusSubscription> InMemorySubscriptionUp
   return subscription;
 }
 
-void InMemorySubscriptionUpdates::post(const SubscriptionStatusUpdate& update) {
+void InProcessSubscriptionUpdates::post(const SubscriptionStatusUpdate& update) {
   for (const auto& subscription : alive()) {
     subscription->offer(update);
   }
 }
 
-void InMemorySubscriptionUpdates::end() {
+void InProcessSubscriptionUpdates::end() {
   {
     const std::lock_guard lock(mutex_);
     ended_ = true;
@@ -105,13 +103,13 @@ void InMemorySubscriptionUpdates::end() {
   }
 }
 
-std::size_t InMemorySubscriptionUpdates::listeners() const {
+std::size_t InProcessSubscriptionUpdates::listeners() const {
   const auto subscriptions = alive();
   return static_cast<std::size_t>(std::count_if(subscriptions.begin(), subscriptions.end(),
                                                 [](const auto& entry) { return !entry->isCancelled(); }));
 }
 
-std::vector<std::shared_ptr<InMemorySubscriptionUpdates::Subscription>> InMemorySubscriptionUpdates::alive() const {
+std::vector<std::shared_ptr<InProcessSubscriptionUpdates::Subscription>> InProcessSubscriptionUpdates::alive() const {
   std::vector<std::shared_ptr<Subscription>> alive;
   const std::lock_guard lock(mutex_);
   for (const auto& entry : subscriptions_) {
@@ -122,4 +120,4 @@ std::vector<std::shared_ptr<InMemorySubscriptionUpdates::Subscription>> InMemory
   return alive;
 }
 
-}  // namespace quillmar::simulated
+}  // namespace quillmar::platform

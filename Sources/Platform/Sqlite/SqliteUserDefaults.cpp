@@ -1,4 +1,4 @@
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Posix/PropertyListCoding.h"
+#include "Platform/Sqlite/PropertyListCoding.h"
 
 namespace quillmar::platform {
 

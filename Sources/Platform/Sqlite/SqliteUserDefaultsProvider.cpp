@@ -1,4 +1,4 @@
-#include "Platform/Posix/SqliteUserDefaultsProvider.h"
+#include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 
 #include <fmt/format.h>
 

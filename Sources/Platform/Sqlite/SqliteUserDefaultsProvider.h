@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "Platform/Posix/SqliteUserDefaults.h"
+#include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar::platform {

@@ -5,20 +5,22 @@
 #include <mutex>
 #include <vector>
 
+#include "quillmar/Export.h"
 #include "quillmar/platform/SubscriptionUpdates.h"
 
-namespace quillmar::simulated {
+namespace quillmar::platform {
 
-/// A stream of subscription updates that the host posts. Any thread.
-class InMemorySubscriptionUpdates : public platform::SubscriptionStatusUpdates {
+/// A stream of subscription updates for hosts that receive them from the platform themselves. Updates that come while
+/// a listener is busy are kept for it. Any thread.
+class QUILLMAR_API InProcessSubscriptionUpdates : public SubscriptionStatusUpdates {
  public:
   /// Ends the stream.
-  ~InMemorySubscriptionUpdates() override;
+  ~InProcessSubscriptionUpdates() override;
 
-  std::shared_ptr<platform::SubscriptionStatusSubscription> subscribe() override;
+  std::shared_ptr<SubscriptionStatusSubscription> subscribe() override;
 
   /// Hands the update to each listener. One that waits for it is called inside this call.
-  void post(const platform::SubscriptionStatusUpdate& update);
+  void post(const SubscriptionStatusUpdate& update);
 
   /// Ends the stream: listeners get what was posted, then the end. Who subscribes later gets the end at once.
   void end();
@@ -36,4 +38,4 @@ class InMemorySubscriptionUpdates : public platform::SubscriptionStatusUpdates {
   std::vector<std::weak_ptr<Subscription>> subscriptions_;
 };
 
-}  // namespace quillmar::simulated
+}  // namespace quillmar::platform

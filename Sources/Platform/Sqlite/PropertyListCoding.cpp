@@ -1,4 +1,4 @@
-#include "Platform/Posix/PropertyListCoding.h"
+#include "Platform/Sqlite/PropertyListCoding.h"
 
 #include <bit>
 #include <chrono>

@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,22 +12,22 @@
 #include <vector>
 
 #include "Logging/Logger.h"
+#include "Platform/Linux/HostDevice.h"
+#include "Platform/Linux/NoAdAttributionKit.h"
+#include "Platform/Linux/NoAttributionToken.h"
+#include "Platform/Linux/NoStoreKitAdNetwork.h"
 #include "Platform/Posix/CurlHttpTransport.h"
-#include "Platform/Posix/HostDevice.h"
-#include "Platform/Posix/NoAdAttributionKit.h"
-#include "Platform/Posix/NoAttributionToken.h"
-#include "Platform/Posix/NoStoreKitAdNetwork.h"
-#include "Platform/Posix/NoSubscriptionUpdates.h"
 #include "Platform/Posix/PosixFileManager.h"
-#include "Platform/Posix/SqliteUserDefaultsProvider.h"
 #include "Platform/Posix/StderrLogSink.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
+#include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "quillmar/platform/Bundle.h"
 #include "quillmar/platform/InProcessNotificationCenter.h"
+#include "quillmar/platform/InProcessSubscriptionUpdates.h"
 #include "quillmar/platform/Platform.h"
 
-// Chooses the adapters. On another system, another file defines these four functions.
+// Chooses the adapters. For another system, CMake takes another file that defines these two functions.
 
 namespace quillmar::platform {
 
@@ -85,24 +83,6 @@ std::string dataFolder(const std::string& chosen) {
   return folder;
 }
 
-/// The platforms in use so far. The last one counts; the others stay, since references to them may be out. Never
-/// destroyed, so that the end of the process cannot race with threads that use them.
-struct SharedPlatforms {
-  std::mutex mutex;
-  std::deque<Platform> platforms;
-
-  static SharedPlatforms& instance() {
-    static auto* const shared = new SharedPlatforms;
-    return *shared;
-  }
-
-  const Platform& add(Platform platform) {
-    const Platform& added = platforms.emplace_back(std::move(platform));
-    Logger::setSink(added.logSink, added.clock);
-    return added;
-  }
-};
-
 }  // namespace
 
 Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
@@ -128,21 +108,9 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   platform.logSink = std::make_shared<StderrLogSink>();
   platform.serviceUrl = options.serviceUrl;
   platform.attributionToken = std::make_shared<NoAttributionToken>();
-  platform.subscriptionUpdates = std::make_shared<NoSubscriptionUpdates>();
+  platform.subscriptionUpdates = std::make_shared<InProcessSubscriptionUpdates>();  // nobody posts any
   platform.attributionUrl = options.attributionUrl;
   return platform;
-}
-
-const Platform& sharedPlatform() {
-  SharedPlatforms& shared = SharedPlatforms::instance();
-  const std::lock_guard lock(shared.mutex);
-  return shared.platforms.empty() ? shared.add(makeDefaultPlatform()) : shared.platforms.back();
-}
-
-void setSharedPlatform(Platform platform) {
-  SharedPlatforms& shared = SharedPlatforms::instance();
-  const std::lock_guard lock(shared.mutex);
-  shared.add(std::move(platform));
 }
 
 Bundle Bundle::main() {

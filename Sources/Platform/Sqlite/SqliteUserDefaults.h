@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Posix/SqliteDatabase.h"
+#include "Platform/Sqlite/SqliteDatabase.h"
 #include "quillmar/platform/UserDefaults.h"
 
 namespace quillmar::platform {

@@ -1,4 +1,4 @@
-#include "Platform/Posix/SqliteDatabase.h"
+#include "Platform/Sqlite/SqliteDatabase.h"
 
 namespace quillmar::platform {
 
