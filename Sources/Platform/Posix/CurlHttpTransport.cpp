@@ -126,7 +126,8 @@ std::error_code parseOrigin(const std::string& url, Origin& origin) {
   return {};
 }
 
-std::error_code toError(CURLcode code) noexcept {
+/// `sent`: the request had begun to go out.
+std::error_code toError(CURLcode code, bool sent) noexcept {
   switch (code) {
     case CURLE_OK:
       return {};
@@ -138,16 +139,17 @@ std::error_code toError(CURLcode code) noexcept {
       return URLError::badURL;
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:
-      return URLError::cannotFindHost;
+      return sent ? URLError::networkConnectionLost : URLError::cannotFindHost;
     case CURLE_COULDNT_CONNECT:
     case CURLE_INTERFACE_FAILED:
-      return URLError::cannotConnectToHost;
+      return sent ? URLError::networkConnectionLost : URLError::cannotConnectToHost;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING:
     case CURLE_PARTIAL_FILE:
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
+    case CURLE_ABORTED_BY_CALLBACK:  // `maySend` has said no
       return URLError::networkConnectionLost;
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CERTPROBLEM:
@@ -283,6 +285,7 @@ struct Exchange {
   HttpTransport::RequestId id = 0;
   EasyHandle easy;
   bool transferring = false;
+  bool sent = false;  ///< this transfer has begun to send
   HeaderList headers;
   Origin origin;
   std::chrono::milliseconds timeout{0};
@@ -306,6 +309,24 @@ std::size_t receiveHeadLine(char* data, std::size_t, std::size_t size, void* con
     exchange.headEnded = true;
   }
   return size;
+}
+
+/// libcurl sends a request again by itself when a kept connection dies before an answer. The server may have taken it
+/// by then, so only what changes nothing there may go twice.
+bool maySend(const Exchange& exchange) noexcept {
+  const HttpRequest& request = exchange.request;
+  return !exchange.sent || (request.body.empty() && (request.method == "GET" || request.method == "HEAD"));
+}
+
+int beforeConnecting(void* context, curl_socket_t, curlsocktype) noexcept {
+  return maySend(*static_cast<Exchange*>(context)) ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
+}
+
+int beforeSending(void* context, char*, char*, int, int) noexcept {
+  auto& exchange = *static_cast<Exchange*>(context);
+  const bool granted = maySend(exchange);
+  exchange.sent = true;
+  return granted ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
 /// The bytes that this transfer has sent and received so far.
@@ -568,7 +589,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
       const bool headersFit = std::ranges::all_of(
           request.headers, [](const auto& header) { return isToken(header.first) && isHeaderValue(header.second); });
       std::error_code error;
-      if (request.url != lastUrl_) {  // most requests go where the last one went
+      if (request.url.empty() || request.url != lastUrl_) {  // most requests go where the last one went
         lastUrl_.clear();
         error = parseOrigin(request.url, lastOrigin_);
         lastUrl_ = error ? std::string() : request.url;
@@ -607,6 +628,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     }
     exchange.body.clear();
     exchange.headEnded = false;
+    exchange.sent = false;
     exchange.bytesMoved = 0;
     exchange.lastActivity = SteadyClock::now();
     configure(exchange);
@@ -640,6 +662,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     }
     options.set(CURLOPT_HEADERFUNCTION, &receiveHeadLine);
     options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
+    options.set(CURLOPT_SOCKOPTFUNCTION, &beforeConnecting);
+    options.set(CURLOPT_PREREQFUNCTION, &beforeSending);
     return easy;
   }
 
@@ -649,6 +673,8 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
     options.set(CURLOPT_PRIVATE, &exchange);
     options.set(CURLOPT_HEADERDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_WRITEDATA, static_cast<void*>(&exchange));
+    options.set(CURLOPT_SOCKOPTDATA, static_cast<void*>(&exchange));
+    options.set(CURLOPT_PREREQDATA, static_cast<void*>(&exchange));
     options.set(CURLOPT_URL, exchange.request.url.c_str());
 
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(exchange.deadline - exchange.lastActivity);
@@ -719,7 +745,7 @@ class CurlHttpTransport::Engine : public std::enable_shared_from_this<Engine> {
 
   void conclude(Exchange& exchange, CURLcode code) noexcept {
     if (code != CURLE_OK) {
-      std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code);
+      std::error_code error = exchange.bodyError ? exchange.bodyError : toError(code, exchange.sent);
       if (code == CURLE_OUT_OF_MEMORY && !exchange.headEnded && hasAnswered(exchange.easy.get())) {
         error = URLError::badServerResponse;  // libcurl's word for a head with too long a line
       }
