@@ -4,7 +4,7 @@
 #include <set>
 #include <thread>
 
-#include "Platform/Posix/CurlHttpTransport.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"

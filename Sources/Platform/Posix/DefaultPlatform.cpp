@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Logging/Logger.h"
-#include "Platform/Posix/CurlHttpTransport.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "Platform/Posix/HostDevice.h"
 #include "Platform/Posix/NoAdAttributionKit.h"
 #include "Platform/Posix/NoAttributionToken.h"
