@@ -95,13 +95,15 @@ struct ScriptedServer::State {
   asio::io_context io{1};
   Progress progress{asio::steady_timer(io, asio::steady_timer::time_point::max())};
   tcp::acceptor acceptor{io, tcp::endpoint(asio::ip::address_v4::loopback(), 0)};
+  const std::uint16_t port = acceptor.local_endpoint().port();
   std::thread thread;
 
   asio::awaitable<void> acceptAll() {
-    for (;;) {
+    for (int i = 0; i < script.connections; ++i) {
       tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
       asio::co_spawn(io, play(std::move(socket), script, progress), asio::detached);
     }
+    acceptor.close();
   }
 };
 
@@ -117,7 +119,7 @@ ScriptedServer::~ScriptedServer() {
 }
 
 std::string ScriptedServer::url() const {
-  return "http://127.0.0.1:" + std::to_string(state_->acceptor.local_endpoint().port());
+  return "http://127.0.0.1:" + std::to_string(state_->port);
 }
 
 int ScriptedServer::requests() const {

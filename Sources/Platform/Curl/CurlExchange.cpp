@@ -43,8 +43,7 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) noex
   return equalsIgnoringCase(text.substr(0, prefix.size()), prefix);
 }
 
-/// `sent`: the request had begun to go out.
-std::error_code toError(CURLcode code, bool sent) noexcept {
+std::error_code toError(CURLcode code) noexcept {
   switch (code) {
     case CURLE_OK:
       return {};
@@ -56,10 +55,10 @@ std::error_code toError(CURLcode code, bool sent) noexcept {
       return URLError::badURL;
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:
-      return sent ? URLError::networkConnectionLost : URLError::cannotFindHost;
+      return URLError::cannotFindHost;
     case CURLE_COULDNT_CONNECT:
     case CURLE_INTERFACE_FAILED:
-      return sent ? URLError::networkConnectionLost : URLError::cannotConnectToHost;
+      return URLError::cannotConnectToHost;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING:
@@ -250,7 +249,7 @@ std::optional<HttpResult> CurlExchange::conclude(CURL* easy, CURLcode code) {
     return failure(URLError::badServerResponse);  // libcurl's word for a head with too long a line
   }
   if (code != CURLE_OK) {
-    return failure(bodyError_ ? bodyError_ : toError(code, sent_));
+    return failure(bodyError_ ? bodyError_ : toError(code));
   }
   if (!headEnded_) {
     return failure(URLError::networkConnectionLost);
