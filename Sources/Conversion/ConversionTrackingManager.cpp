@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
-#include "Conversion/SystemVersion.h"
+#include "Platform/SystemVersion.h"
 #include "Logging/Guarded.h"
 #include "Logging/Logger.h"
 #include "Settings/StoreSetting.h"

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Conversion/SystemVersion.h"
+#include "Platform/SystemVersion.h"
 #include "Logging/Logger.h"
 
 namespace quillmar {

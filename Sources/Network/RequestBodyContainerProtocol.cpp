@@ -2,21 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include "Platform/Ascii.h"
 
 namespace quillmar {
 
-namespace {
-char lowerAscii(char c) noexcept {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-}  // namespace
-
 void setHeader(platform::HttpRequest& request, const std::string& name, std::string value) {
-  std::erase_if(request.headers, [&name](const auto& header) {
-    return std::equal(header.first.begin(), header.first.end(), name.begin(), name.end(),
-                      [](char a, char b) { return lowerAscii(a) == lowerAscii(b); });
-  });
+  std::erase_if(request.headers, [&name](const auto& header) { return equalsIgnoringCase(header.first, name); });
   request.headers.emplace(name, std::move(value));
 }
 

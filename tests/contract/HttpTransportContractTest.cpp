@@ -1,15 +1,15 @@
 #include <gmock/gmock.h>
 
-#include <future>
 #include <mutex>
 #include <set>
 #include <thread>
 
-#include "Platform/Posix/CurlHttpTransport.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "service/DevelopmentService.h"
+#include "support/Outcome.h"
 #include "support/ScriptedServer.h"
 
 namespace quillmar {
@@ -22,26 +22,8 @@ using testing::Script;
 using testing::ScriptedServer;
 
 constexpr auto kLong = 30s;  // nothing that is expected to happen takes so long
-constexpr auto dropped = std::future_errc::broken_promise;
 
-/// Where a completion leaves its result. A second call ends the test program.
-class Outcome {
- public:
-  HttpTransport::Completion completion() {
-    const auto promise = std::make_shared<std::promise<HttpResult>>();
-    future_ = promise->get_future();
-    return [promise](HttpResult result) { promise->set_value(std::move(result)); };
-  }
-  /// The error is `dropped` when the completion was destroyed without a call.
-  HttpResult await() try {
-    return future_.wait_for(kLong) == std::future_status::ready ? future_.get() : HttpResult();
-  } catch (const std::future_error& error) {
-    return {error.code(), {}, {}, {}};
-  }
-
- private:
-  std::future<HttpResult> future_;
-};
+using Outcome = test::Outcome<HttpResult>;
 
 HttpRequest get(std::string url, std::map<std::string, std::string> headers = {}) {
   return {std::move(url), "GET", std::move(headers), {}, kLong, {}};
@@ -74,7 +56,7 @@ class Backend {
     Outcome outcome;
     transport->start(std::move(request), outcome.completion());
     pump();
-    return outcome.await();
+    return outcome.await().value();
   }
   /// Lets completions come that are due.
   void pump() { clock_->advance(0ns); }
@@ -181,7 +163,7 @@ TEST_P(HttpTransportContract, completesOnceAndNotInsideStart) {
   backend_.pump();
   EXPECT_EQ(identifiers_.size(), outcomes_.size());
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    const HttpResult result = outcomes_[i].await();
+    const HttpResult result = outcomes_[i].await().value();
     EXPECT_EQ(result.error, i % 2 == 0 ? std::error_code() : URLError::unsupportedURL);
     EXPECT_EQ(result.statusCode.has_value(), i % 2 == 0);
   }
@@ -199,7 +181,7 @@ TEST_P(HttpTransportContract, cancelEndsARequestWhereverItIs) {
   }
   backend_.pump();
   for (Outcome& outcome : outcomes_) {
-    EXPECT_EQ(outcome.await().error, URLError::cancelled);
+    EXPECT_EQ(outcome.await().value().error, URLError::cancelled);
   }
   EXPECT_EQ(backend_.perform(get(backend_.url + "/now")).statusCode, 200);
 }
@@ -209,7 +191,7 @@ TEST_P(HttpTransportContract, destructionDestroysTheCompletions) {
   backend_.transport.reset();
   backend_.pump();
   for (Outcome& outcome : outcomes_) {
-    EXPECT_EQ(outcome.await().error, dropped);
+    EXPECT_FALSE(outcome.await()) << "dropped";
   }
 }
 
@@ -225,10 +207,10 @@ TEST_P(HttpTransportContract, aCompletionMayDestroyTheTransport) {
                     next(std::move(result));
                   });
   backend_.pump();
-  EXPECT_EQ(first.await().statusCode, 200);
+  EXPECT_EQ(first.await().value().statusCode, 200);
   backend_.pump();
   for (Outcome& outcome : outcomes_) {
-    EXPECT_EQ(outcome.await().error, dropped);
+    EXPECT_FALSE(outcome.await()) << "dropped";
   }
 }
 
@@ -239,6 +221,7 @@ TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
     URLError error;
     std::string method, name, value, url;
   } rows[] = {
+      {URLError::unsupportedURL, "GET", "X", "a", ""},
       {URLError::badURL, "GET", "X", "a\nEvil: 1", good},
       {URLError::badURL, "GET", "X", std::string("a\0b", 3), good},
       {URLError::badURL, "GET", "X: 1\r\nEvil", "a", good},
@@ -254,6 +237,57 @@ TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
     EXPECT_EQ(backend.perform(request).error, row.error) << row.method << row.name << row.value << row.url;
   }
   EXPECT_TRUE(backend.requests().empty());
+}
+
+constexpr int connections = 8;
+
+/// As many requests at once as there are connections.
+std::vector<HttpResult> performTogether(HttpTransport& transport, const HttpRequest& request) {
+  std::vector<Outcome> outcomes(connections);
+  Outcome first;  // fails before it gets to the network; the thread that tells takes the requests all together
+  transport.start({}, [&, next = first.completion()](HttpResult result) {
+    for (Outcome& outcome : outcomes) {
+      transport.start(request, outcome.completion());
+    }
+    next(std::move(result));
+  });
+  EXPECT_EQ(first.await().value().error, URLError::unsupportedURL);
+  std::vector<HttpResult> results;
+  for (Outcome& outcome : outcomes) {
+    results.push_back(outcome.await().value());
+  }
+  return results;
+}
+
+TEST(CurlHttpTransport, sendsOnceOnAConnectionThatDiesAndAnewOnOneThatHasDied) {
+  const struct {
+    const char* method;
+    const char* body;
+    bool diesWhileIdle;
+    bool goesTwice;
+  } rows[] = {{"POST", "body", false, false}, {"POST", "", false, false}, {"DELETE", "", false, false},
+              {"GET", "body", false, false},  {"GET", "", false, true},   {"POST", "body", true, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.method) + (row.diesWhileIdle ? " idle " : " ") + row.body);
+    const bool succeeds = row.diesWhileIdle || row.goesTwice;
+    const ScriptedServer server({.waitsForHead = !row.diesWhileIdle,
+                                 .answersFirst = true,
+                                 .connections = (succeeds ? 2 : 1) * connections,
+                                 .together = connections});
+    CurlHttpTransport transport;
+    HttpRequest request = get(server.url());
+    performTogether(transport, request);
+    const auto end = std::chrono::steady_clock::now() + kLong;
+    while (row.diesWhileIdle && server.closed() < connections && std::chrono::steady_clock::now() < end) {
+      std::this_thread::yield();
+    }
+    request.method = row.method;
+    request.body = row.body;
+    for (const HttpResult& result : performTogether(transport, request)) {
+      EXPECT_EQ(result.error, row.diesWhileIdle || row.goesTwice ? std::error_code() : URLError::networkConnectionLost);
+    }
+    EXPECT_EQ(server.requests(), (row.goesTwice ? 3 : 2) * connections);
+  }
 }
 
 TEST(CurlHttpTransport, bodiesAreBoundedAndBadServersWaitedForInBounds) {

@@ -4,7 +4,7 @@
 
 #include "Conversion/LastWindowValue.h"
 #include "Conversion/RealSKAdNetwork.h"
-#include "Conversion/SystemVersion.h"
+#include "Platform/SystemVersion.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualExecutor.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <thread>
 
-#include "Platform/Posix/CurlHttpTransport.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
 #include "quillmar/Quillmar.h"

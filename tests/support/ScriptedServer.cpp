@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <boost/asio.hpp>
 #include <thread>
 
 namespace quillmar::testing {
 
+using namespace std::string_view_literals;
 namespace asio = boost::asio;
 using asio::ip::tcp;
 using Then = Script::Then;
@@ -15,10 +17,41 @@ namespace {
 
 constexpr auto resultAsTuple = asio::as_tuple(asio::use_awaitable);
 
-asio::awaitable<void> play(tcp::socket socket, const Script& script) {
-  std::string head;
+struct Progress {
+  asio::steady_timer nextRequest;
+  std::atomic<int> requests{0};
+  std::atomic<int> closed{0};
+};
+
+asio::awaitable<void> readRequest(tcp::socket& socket, std::string& buffer, const Script& script, Progress& progress) {
+  const auto [failed, head] =
+      co_await asio::async_read_until(socket, asio::dynamic_buffer(buffer), "\r\n\r\n", resultAsTuple);
+  const std::size_t length = buffer.find("Content-Length: ");
+  const std::size_t size = head + (length < head ? std::stoul(buffer.substr(length + 16)) : 0);
+  if (buffer.size() < size) {
+    const auto rest = asio::transfer_exactly(size - buffer.size());
+    co_await asio::async_read(socket, asio::dynamic_buffer(buffer), rest, resultAsTuple);
+  }
+  if (failed || buffer.size() < size) {
+    co_return;
+  }
+  buffer.erase(0, size);
+  const int last = (progress.requests++ / script.together + 1) * script.together;
+  progress.nextRequest.cancel();
+  while (progress.requests < last) {
+    co_await progress.nextRequest.async_wait(resultAsTuple);
+  }
+}
+
+asio::awaitable<void> play(tcp::socket socket, const Script& script, Progress& progress) {
+  std::string received;
+  if (script.answersFirst) {
+    const auto answer = asio::buffer("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"sv);
+    co_await readRequest(socket, received, script, progress);
+    co_await asio::async_write(socket, answer, resultAsTuple);
+  }
   if (script.waitsForHead) {
-    co_await asio::async_read_until(socket, asio::dynamic_buffer(head), "\r\n\r\n", resultAsTuple);
+    co_await readRequest(socket, received, script, progress);
   }
   socket.set_option(tcp::no_delay(true));
   const std::size_t piece = script.byteByByte ? 1 : std::max<std::size_t>(script.bytes.size(), 1);
@@ -46,6 +79,7 @@ asio::awaitable<void> play(tcp::socket socket, const Script& script) {
   }
   if (script.then == Then::close) {
     socket.shutdown(tcp::socket::shutdown_send, failed);
+    ++progress.closed;
   }
   // Until the client gives up: closing with something unread would reset the connection.
   std::array<char, 4096> ignored{};
@@ -59,14 +93,17 @@ asio::awaitable<void> play(tcp::socket socket, const Script& script) {
 struct ScriptedServer::State {
   Script script;
   asio::io_context io{1};
+  Progress progress{asio::steady_timer(io, asio::steady_timer::time_point::max())};
   tcp::acceptor acceptor{io, tcp::endpoint(asio::ip::address_v4::loopback(), 0)};
+  const std::uint16_t port = acceptor.local_endpoint().port();
   std::thread thread;
 
   asio::awaitable<void> acceptAll() {
-    for (;;) {
+    for (int i = 0; i < script.connections; ++i) {
       tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
-      asio::co_spawn(io, play(std::move(socket), script), asio::detached);
+      asio::co_spawn(io, play(std::move(socket), script, progress), asio::detached);
     }
+    acceptor.close();
   }
 };
 
@@ -82,7 +119,15 @@ ScriptedServer::~ScriptedServer() {
 }
 
 std::string ScriptedServer::url() const {
-  return "http://127.0.0.1:" + std::to_string(state_->acceptor.local_endpoint().port());
+  return "http://127.0.0.1:" + std::to_string(state_->port);
+}
+
+int ScriptedServer::requests() const {
+  return state_->progress.requests;
+}
+
+int ScriptedServer::closed() const {
+  return state_->progress.closed;
 }
 
 }  // namespace quillmar::testing

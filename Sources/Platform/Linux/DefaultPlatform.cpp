@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "Logging/Logger.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "Platform/Linux/HostDevice.h"
 #include "Platform/Linux/NoAdAttributionKit.h"
 #include "Platform/Linux/NoAttributionToken.h"
 #include "Platform/Linux/NoStoreKitAdNetwork.h"
-#include "Platform/Posix/CurlHttpTransport.h"
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/StderrLogSink.h"
 #include "Platform/Posix/SystemClock.h"

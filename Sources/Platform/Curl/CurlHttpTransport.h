@@ -8,6 +8,8 @@
 
 namespace quillmar::platform {
 
+class CurlEngine;
+
 struct CurlHttpTransportOptions {
   std::string caFile = {};         ///< PEM file with the issuers to trust instead of the system's; or empty
   std::size_t maxConnections = 8;  ///< exchanges and connections at a time, 1 to 1000; the others wait in a queue
@@ -19,6 +21,10 @@ struct CurlHttpTransportOptions {
 /// Connecting, until the first byte is sent, is one silence for a request's time-out. The whole exchange, redirects
 /// included, may take ten times as long. The time that a request waits in the queue does not count. `start` throws when
 /// there is not enough memory for another request or no thread to be had; the request was not taken then.
+///
+/// A request goes onto the wire once, as does each one that follows a redirect: libcurl's own second attempt on another
+/// connection is for GET and HEAD without a body only. Where a kept connection dies before the answer, the outcome is
+/// `URLError::networkConnectionLost`; one that the server closed while it lay idle costs nothing.
 ///
 /// "Content-Length" is always that of the body, whatever the request's headers say. A request whose method or headers
 /// cannot be sent as they are, because they would end the line, fails with `URLError::badURL`.
@@ -39,8 +45,7 @@ class CurlHttpTransport final : public HttpTransport {
   void cancel(RequestId request) noexcept override;
 
  private:
-  class Engine;
-  std::shared_ptr<Engine> engine_;
+  std::shared_ptr<CurlEngine> engine_;
 };
 
 }  // namespace quillmar::platform

@@ -1,4 +1,4 @@
-#include "Conversion/SystemVersion.h"
+#include "Platform/SystemVersion.h"
 
 #include <algorithm>
 

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Curl/CurlHandles.h"
+#include "Platform/Curl/Origin.h"
+#include "quillmar/platform/HttpTransport.h"
+
+namespace quillmar::platform {
+
+/// One request until its result: what libcurl is told, what comes back, and where redirects lead. It is a row of
+/// transfers, on whatever handle and by whomever; threads, queues and completions are the engine's.
+class CurlExchange {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit CurlExchange(HttpRequest request) noexcept : request_(std::move(request)) {}
+
+  /// A handle for transfers, with what is the same for all of them. `caFile` may be empty.
+  static EasyHandle makeHandle(const std::string& caFile);
+
+  /// Starts the clock. An error: the request cannot be sent as it is.
+  std::error_code begin(OriginReader& origins, std::size_t maxBodyBytes);
+
+  /// Tells libcurl about the next transfer. The exchange must stay where it is until that is over.
+  void prepare(CURL* easy);
+
+  /// What the end of a transfer means. Nothing: a redirect, so prepare another one.
+  std::optional<HttpResult> conclude(CURL* easy, CURLcode code);
+
+  /// The result of an exchange that ends here.
+  HttpResult failure(std::error_code error) noexcept;
+
+  /// When the silence will have lasted too long. `watch` looks whether a byte has gone or come since.
+  Clock::time_point silentUntil() const noexcept { return lastActivity_ + timeout_; }
+  void watch(CURL* easy, Clock::time_point now) noexcept;
+
+ private:
+  bool maySend() const noexcept;
+  static int beforeConnecting(void* context, curl_socket_t, curlsocktype) noexcept;
+  static int beforeSending(void* context, char*, char*, int, int) noexcept;
+  static std::size_t receiveHeadLine(char* data, std::size_t, std::size_t size, void* context) noexcept;
+  static std::size_t receiveBody(char* data, std::size_t, std::size_t size, void* context) noexcept;
+
+  HeaderList headerList(bool hasBody) const;
+  std::error_code redirect(long status, std::string location);
+
+  HttpRequest request_;  // redirects change it
+  HeaderList headers_;
+  Origin origin_;
+  int redirects_ = 0;
+  std::chrono::milliseconds timeout_{0};
+  Clock::time_point deadline_;      // of the whole exchange
+  Clock::time_point lastActivity_;  // when the last byte went or came
+  curl_off_t bytesMoved_ = 0;       // as of then
+  bool sent_ = false;               // this transfer has begun to send
+  bool headEnded_ = false;          // the final response's head is complete
+  std::size_t maxBodyBytes_ = 0;
+  std::string body_;
+  std::error_code bodyError_;  // why the body was refused
+};
+
+}  // namespace quillmar::platform
