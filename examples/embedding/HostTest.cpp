@@ -1,19 +1,23 @@
 #include <quillmar/QuillmarFactory.h>
+#include <quillmar/simulated/ConfigurationBuilder.h>
 #include <quillmar/simulated/SimulatedPlatform.h>
 
 #include <chrono>
 #include <cstdio>
 
+using namespace quillmar;
+using namespace quillmar::simulated;
+
 // A test of a host: does a purchase of 30 earn the conversion value that the configuration promises?
 int main() {
-  quillmar::simulated::SimulatedPlatform simulated(std::chrono::system_clock::now());
-  simulated.setConfiguration(R"({"app_id": "my-app", "sdk_enabled": true, "lockWindows": {}, "values": [
-      {"key": "Purchase", "windows": {"window0": {
-        "fineValue": {"value": 40, "requiredEvents": [{"name": "purchase", "revenueMin": 10, "revenueMax": 50}]},
-        "coarseValue": {"value": "high", "requiredEvents": [{"name": "purchase"}]}}}}]})");
-  const auto quillmar = quillmar::QuillmarFactory::createQuillmar(simulated.platform());
-  quillmar->configure("any-key");
-  quillmar->sendEvent("purchase", {{quillmar::ASEventParam::revenue, 30}});
+  SimulatedPlatform simulated(std::chrono::system_clock::now());
+  simulated.setConfiguration(
+      ConfigurationBuilder()
+          .rule("Purchase", Window::window0, {{{40, {{"purchase", 10, 50}}}}, {{CoarseValue::high, {{"purchase"}}}}})
+          .json());
+  const auto events = QuillmarFactory::createQuillmar(simulated.platform());
+  events->configure("any-key");
+  events->sendEvent("purchase", {{ASEventParam::revenue, 30}});
   simulated.settle();
 
   const auto calls = simulated.adNetwork->calls();

@@ -11,5 +11,5 @@ int main(int argc, char** argv) {
   quillmar->configure("your-verification-key");
   quillmar->sendEvent("session");
   quillmar->sendEvent("purchase", {{quillmar::ASEventParam::revenue, 9.99}});
-  return quillmar->drain(std::chrono::seconds(10)) ? 0 : 1;
+  return quillmar->waitUntilDelivered(std::chrono::seconds(10)) ? 0 : 1;
 }

@@ -32,8 +32,8 @@ struct QUILLMAR_API ConversionValues {
   struct RequiredEvent {
     std::string name;
     // The revenue counts only when both bounds are there.
-    std::optional<double> revenueMin;
-    std::optional<double> revenueMax;
+    std::optional<double> revenueMin = std::nullopt;
+    std::optional<double> revenueMax = std::nullopt;
     friend bool operator==(const RequiredEvent& a, const RequiredEvent& b) {
       return a.name == b.name && a.revenueMin == b.revenueMin && a.revenueMax == b.revenueMax;
     }
@@ -60,8 +60,8 @@ struct QUILLMAR_API ConversionValues {
 
   /// What a rule reports in one window: a fine value, a coarse value, both or neither.
   struct WindowValue {
-    std::optional<FineValue> fineValue;
-    std::optional<CoarseValueData> coarseValue;
+    std::optional<FineValue> fineValue = std::nullopt;
+    std::optional<CoarseValueData> coarseValue = std::nullopt;
     friend bool operator==(const WindowValue& a, const WindowValue& b) {
       return a.fineValue == b.fineValue && a.coarseValue == b.coarseValue;
     }

@@ -14,6 +14,7 @@
 #include "Json/JsonWriter.h"
 #include "Model/ConfigResponse.h"
 #include "Model/ConversionValuesCoding.h"
+#include "Platform/Ascii.h"
 #include "service/ShopConfig.h"
 
 namespace quillmar::service {
@@ -34,10 +35,6 @@ std::string_view pathOf(const ServiceRequest& request) {
 }
 
 constexpr std::string_view kDevelopmentAppId = "development-app";
-
-char lower(char c) noexcept {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 /// Reads a configuration response, or wraps a document that has only the inner part.
 ConfigResponse decodeConfiguration(const std::string& text) {
@@ -161,7 +158,7 @@ ServiceAnswer exchangeToken(const std::string& token, std::optional<int> forcedS
 }  // namespace
 
 bool HeaderNameLess::operator()(const std::string& a, const std::string& b) const noexcept {
-  return std::ranges::lexicographical_compare(a, b, {}, lower, lower);
+  return std::ranges::lexicographical_compare(a, b, {}, lowerAscii, lowerAscii);
 }
 
 ServiceLogic::ServiceLogic(const ServiceOptions& options)

@@ -1,27 +1,12 @@
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 
-#include <charconv>
-#include <string_view>
 #include <utility>
+
+#include "Platform/SystemVersion.h"
 
 namespace quillmar::simulated {
 
 namespace {
-
-/// Whether `version` is `major.minor` or later, number by number: "9.3" is below "16.1", "16.10" above it.
-bool isAtLeast(std::string_view version, int major, int minor) {
-  int numbers[2] = {0, 0};
-  const char* position = version.data();
-  const char* const end = version.data() + version.size();
-  for (int& number : numbers) {
-    position = std::from_chars(position, end, number).ptr;
-    if (position == end || *position != '.') {
-      break;
-    }
-    ++position;
-  }
-  return std::pair(numbers[0], numbers[1]) >= std::pair(major, minor);
-}
 
 /// High, medium and low are declared in this order in both frameworks.
 template <class Coarse>
@@ -63,7 +48,7 @@ void SimulatedAdNetwork::updateConversionValue(int fineValue) {
 
 void SimulatedAdNetwork::updatePostbackConversionValue(int fineValue, platform::AdNetworkCompletion completion) {
   // The operation is the same on both; the system's version tells which generation of the ad network answers it.
-  const bool isFourth = isAtLeast(device_->systemVersion(), 16, 1);
+  const bool isFourth = isVersionAtLeast(device_->systemVersion(), "16.1");
   record(
       {isFourth ? "skAdNetwork4WithoutCoarse" : "skAdNetwork3", fineValue, std::nullopt, std::nullopt, clock_->now()},
       completion);
