@@ -196,20 +196,6 @@ Figures fill(const std::string& folder, std::size_t events) {
   return {};
 }
 
-/// Tracking from several threads at once, events a second.
-Figures tracking(int threads) {
-  constexpr std::size_t events = 20'000;
-  History history(0);
-  const std::optional<NamedParameters> parameters = namedEventParameters();
-  const auto begin = SteadyClock::now();
-  timeCalls(threads, events, [&] { history.tracker.trackEvent(eventName, parameters); });
-  const double seconds = secondsSince(begin);
-  if (history.tracker.getAllTrackedEvents().size() != events) {
-    throw std::runtime_error("events are missing from the history");
-  }
-  return {{"events a second", events / seconds}};
-}
-
 /// Events from the call to the last of what they cause, in microseconds an event.
 Figures throughput(const std::string& serviceUrl, std::size_t events) {
   const Folder folder;
@@ -405,9 +391,6 @@ Figures driver(const std::vector<std::string>& arguments) {
   }
   if (name == "fill") {
     return fill(arguments.at(1), number(2));
-  }
-  if (name == "tracking") {
-    return tracking(static_cast<int>(number(1)));
   }
   if (name == "pipeline") {
     return throughput("", number(1));

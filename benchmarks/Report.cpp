@@ -20,9 +20,6 @@ std::string Report::Row::wantedText() const {
   if (wanted.ratioAtMost) {
     add(fmt::format("<= {:g}x", *wanted.ratioAtMost));
   }
-  if (wanted.ratioAtLeast) {
-    add(fmt::format(">= {:g}x", *wanted.ratioAtLeast));
-  }
   if (wanted.valueAtMost) {
     add(fmt::format("<= {:g} {}", *wanted.valueAtMost, unit));
   }
@@ -34,8 +31,7 @@ std::optional<bool> Report::Row::met() const {
     return std::nullopt;
   }
   const std::optional<double> times = ratio();
-  const bool ratioFits = (!wanted.ratioAtMost || (times && *times <= *wanted.ratioAtMost)) &&
-                         (!wanted.ratioAtLeast || (times && *times >= *wanted.ratioAtLeast));
+  const bool ratioFits = !wanted.ratioAtMost || (times && *times <= *wanted.ratioAtMost);
   return ratioFits && (!wanted.valueAtMost || value <= *wanted.valueAtMost);
 }
 

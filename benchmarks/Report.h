@@ -9,7 +9,6 @@ namespace quillmar::bench {
 /// What a figure should be. A ratio is that to the baseline.
 struct Wanted {
   std::optional<double> ratioAtMost = {};
-  std::optional<double> ratioAtLeast = {};
   std::optional<double> valueAtMost = {};
 };
 

@@ -66,8 +66,6 @@ void addTracking(Report& report, const Timings& timings) {
   }
   report.add("trackEvent, 100000 events stored against 0", micro * track("100000"), "us", micro * track("0"),
              {.ratioAtMost = 1.1});
-  report.add("trackEvent, 4 threads", medians(3, {"tracking", "4"}).at("events a second"), "1/s", 1 / insert,
-             {.ratioAtLeast = 1.5});
   report.add("opening a store of 100000 events, and the first trackEvent", 1000 * timings.at("open/100000"), "ms",
              1000 * timings.at("open/parse"), {.ratioAtMost = 1.5});
   for (const std::string events : {"0", "1000", "100000"}) {

@@ -1,11 +1,10 @@
-// The stored configuration: a file of JSON in the library's folder.
+// The configuration: the document that is stored, and the service's answer that it comes from.
 #include <algorithm>
 
+#include "Model/ConfigResponse.h"
 #include "Model/ConversionValuesCoding.h"
-#include "Persistence/ConversionValuesPersistence.h"
 #include "Promises.h"
 #include "Target.h"
-#include "quillmar/simulated/InMemoryFileManager.h"
 
 using namespace quillmar;
 using fuzz::require;
@@ -28,33 +27,18 @@ void requireOrder(const std::vector<ConversionValues::ConversionValue>& values) 
   }
 }
 
-/// The file as the library reads it, is replaced by what was read, and is read again.
-void requireSameFromFile(std::string_view text, const std::optional<ConversionValues>& expected) {
-  const auto files = std::make_shared<simulated::InMemoryFileManager>();
-  files->createDirectory("/documents/Quillmar");
-  files->writeFile("/documents/Quillmar/quill-mar-conv-val.json", text, platform::WriteMode::direct);
-  ConversionValuesPersistence persistence(
-      std::make_shared<PersistenceItem<ConversionValues>>(files, ConversionValuesPersistence::filename));
-  try {
-    const ConversionValues found = *persistence.getAllConversionValues();
-    require(expected == found, "the file holds what the document says");
-    persistence.save(found);
-    require(*persistence.getAllConversionValues() == found, "the saved file reads back as the same value");
-  } catch (const DecodingError&) {
-    require(!expected, "a good file is read");
-  }
-}
-
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::composeLogLines();
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   const auto document = fuzz::decoded<ConversionValues>(text);
   if (document) {
     fuzz::requireRoundTrip(*document);
     requireOrder(document->values);
   }
-  requireSameFromFile(text, document);
+  if (const auto response = fuzz::decoded<ConfigResponse>(text)) {
+    fuzz::requireRoundTrip(*response);
+    require(response->conversionValues() == document, "a good answer is also a good document, with the same content");
+  }
   return 0;
 }

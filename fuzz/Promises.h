@@ -15,9 +15,6 @@ namespace quillmar::fuzz {
 /// Ends the process when a promise is broken; the caller of the target reports the input.
 void require(bool kept, const char* promise);
 
-/// Switches the library's log on, into nothing, so that lines made of the input are composed too.
-void composeLogLines();
-
 /// The decoded document; nothing when it is refused, which no other exception than `DecodingError` may do.
 template <class T>
 std::optional<T> decoded(std::string_view text) {

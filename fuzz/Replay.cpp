@@ -5,7 +5,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Target.h"
@@ -13,12 +12,6 @@
 namespace {
 
 constexpr std::size_t cutsAFile = 64;
-
-void call(std::string_view input) {
-  // A copy of exactly that size, so that a read behind its end is seen.
-  const std::vector<std::uint8_t> bytes(input.begin(), input.end());
-  LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-}
 
 }  // namespace
 
@@ -37,9 +30,11 @@ int main(int argc, char** argv) {
     std::fflush(stdout);  // the name is there when the process ends in the call
     std::ifstream stream(file, std::ios::binary);
     const std::string content{std::istreambuf_iterator<char>(stream), {}};
-    call(content);
-    for (std::size_t cut = 0; cut < cutsAFile; ++cut) {
-      call(std::string_view(content).substr(0, content.size() * cut / cutsAFile));
+    for (std::size_t cut = 0; cut <= cutsAFile; ++cut) {
+      // A copy of exactly that size, so that a read past its end is seen.
+      const std::vector<std::uint8_t> bytes(
+          content.begin(), content.begin() + static_cast<std::ptrdiff_t>(content.size() * cut / cutsAFile));
+      LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }
   }
   return 0;

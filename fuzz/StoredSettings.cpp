@@ -5,30 +5,9 @@
 #include "Platform/Sqlite/PropertyListCoding.h"
 #include "Promises.h"
 #include "Target.h"
-#include "quillmar/simulated/InMemoryUserDefaults.h"
 
 using namespace quillmar;
 using fuzz::require;
-
-namespace {
-
-void requireReadable(const platform::PropertyListValue& value) {
-  simulated::InMemoryUserDefaults store;
-  store.set("key", value);
-  const int types =
-      int{store.string("key").has_value()} + int{store.date("key").has_value()} + int{store.data("key").has_value()};
-  require(types <= 1, "a value has one type");
-  static_cast<void>(store.boolean("key"));
-  if (const auto json = propertyListJson(value)) {
-    boost::json::parse_options options;
-    options.max_depth = 120;
-    boost::json::error_code error;
-    boost::json::parse(*json, error, {}, options);
-    require(!error, "a value that has a JSON form has a valid one");
-  }
-}
-
-}  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
@@ -44,6 +23,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   require(again && platform::encodePropertyList(*again) == encoded, "what was written reads back as the same");
   require(!platform::decodePropertyList(*encoded + '\0'), "nothing may follow");
   require(!platform::decodePropertyList(encoded->substr(0, encoded->size() - 1)), "nothing may be missing");
-  requireReadable(*value);
+  if (const auto json = propertyListJson(*value)) {
+    boost::json::parse_options options;
+    options.max_depth = 120;
+    boost::json::error_code error;
+    boost::json::parse(*json, error, {}, options);
+    require(!error, "a value that has a JSON form has a valid one");
+  }
   return 0;
 }

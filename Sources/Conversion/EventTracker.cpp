@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <system_error>
-#include <thread>
 #include <utility>
 #include <variant>
 
@@ -10,6 +9,7 @@
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
+#include "Json/MapText.h"
 #include "Json/Utf8.h"
 #include "Logging/Logger.h"
 #include "Settings/StoreSetting.h"
@@ -17,9 +17,6 @@
 namespace quillmar {
 
 namespace {
-
-/// How often a thread lets others run before it goes to sleep.
-constexpr int openEyedTurns = 50;
 
 std::optional<double> numberOf(const EventValue& value) {
   struct Visitor {
@@ -69,14 +66,6 @@ void forEachStoredEvent(const std::optional<std::string>& data, Take take, Forge
   }
 }
 
-std::string textOf(const std::map<std::string, double>& parameters) {
-  std::string text = "[";
-  for (const auto& [name, value] : parameters) {
-    fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", text.size() > 1 ? ", " : "", name, value);
-  }
-  return text + (parameters.empty() ? ":]" : "]");
-}
-
 }  // namespace
 
 constinit std::mutex EventTracker::eventsQueue_;
@@ -86,106 +75,25 @@ EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
     : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
 
 void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
-  track({makeEvent(name, parameters)});
+  trackEvents({{std::string(name), parameters}});
 }
 
 void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
-  std::vector<TrackedEvent> made;
-  made.reserve(events.size());
-  for (const NewEvent& event : events) {
-    made.push_back(makeEvent(event.name, event.parameters));
-  }
-  track(made);
-}
-
-TrackedEvent EventTracker::makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const {
-  return {std::string(name), numbersOf(parameters), clock_->now()};
-}
-
-void EventTracker::track(const std::vector<TrackedEvent>& events) {
-  Waiting own;
-  own.events.reserve(events.size());
-  for (const TrackedEvent& event : events) {
-    if (const std::optional<std::string> text = encoded(event)) {
-      own.encoded += own.encoded.empty() ? "" : ",";
-      own.encoded += *text;
-      own.events.push_back(&event);
-    }
-  }
-  if (!own.events.empty()) {
-    store(own);
-  }
-  for (const TrackedEvent& event : events) {
-    if (own.error) {
-      Logger::error("EventTracker - Failed to store event: {}", own.error.message());
-    } else if (Logger::passes(LogLevel::debug)) {
-      Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name, textOf(event.parameters));
-    }
-  }
-}
-
-/// Whoever finds nobody storing stores the events of all who wait, at the price of one.
-void EventTracker::store(Waiting& own) {
-  std::unique_lock lock(waitingMutex_);
-  waiting_.push_back(&own);
-  // Storing takes about as long as falling asleep and waking up, so the others are worth a short wait with open eyes.
-  if (storing_) {
-    lock.unlock();
-    for (int i = 0; i < openEyedTurns && storing_ && !own.done; ++i) {
-      std::this_thread::yield();
-    }
-    lock.lock();
-  }
-  stored_.wait(lock, [this, &own] { return own.done || !storing_; });
-  if (own.done) {
-    return;
-  }
-  storing_ = true;
-  if (crowded_) {
-    lock.unlock();
-    std::this_thread::yield();  // those who were served a moment ago are about to come again
-    lock.lock();
-  }
-  const std::vector<Waiting*> batch = std::exchange(waiting_, {});
-  crowded_ = batch.size() > 1;
-  lock.unlock();
-  const std::error_code error = storeAll(batch);
-  lock.lock();
-  for (Waiting* const waiting : batch) {
-    waiting->error = error;
-    waiting->done = true;
-  }
-  storing_ = false;
-  stored_.notify_all();
-}
-
-std::error_code EventTracker::storeAll(const std::vector<Waiting*>& batch) noexcept {
   const std::lock_guard lock(eventsQueue_);
-  try {
-    if (const std::error_code error = updateIndex()) {
-      return error;
-    }
-    std::string text = std::move(batch.front()->encoded);
-    for (std::size_t i = 1; i < batch.size(); ++i) {
-      text += ',';
-      text += batch[i]->encoded;
-    }
-    if (const std::error_code error = append(text)) {
-      return error;
-    }
-  } catch (...) {  // out of memory, or a store that throws
-    indexedRevision_.reset();
-    return std::make_error_code(std::errc::not_enough_memory);
+  std::vector<TrackedEvent> tracked;
+  tracked.reserve(events.size());
+  for (const NewEvent& event : events) {
+    tracked.push_back({event.name, numbersOf(event.parameters), clock_->now()});
   }
-  try {
-    for (const Waiting* const waiting : batch) {
-      std::for_each(waiting->events.begin(), waiting->events.end(),
-                    [this](const TrackedEvent* event) { addToIndex(*event); });
+  const std::error_code error = store(tracked);
+  for (const TrackedEvent& event : tracked) {
+    if (error) {
+      Logger::error("EventTracker - Failed to store event: {}", error.message());
+    } else if (Logger::passes(LogLevel::debug)) {
+      Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name,
+                    mapText(event.parameters, decimalText));
     }
-  } catch (...) {
-    indexedRevision_.reset();  // stored they are; the next call reads them
   }
-  return {};
 }
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
@@ -268,19 +176,41 @@ void EventTracker::addToIndex(const TrackedEvent& event) {
   }
 }
 
-std::error_code EventTracker::append(const std::string& encodedEvents) {
+std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
+  std::string text;
+  std::vector<const TrackedEvent*> storable;
+  for (const TrackedEvent& event : events) {
+    if (const std::optional<std::string> json = encoded(event)) {
+      text += text.empty() ? "" : ",";
+      text += *json;
+      storable.push_back(&event);
+    }
+  }
+  if (storable.empty()) {
+    return {};
+  }
+  if (const std::error_code error = updateIndex()) {
+    return error;
+  }
+  // Should anything throw from here on, the next call reads the history.
+  const std::optional<std::uint64_t> revision = std::exchange(indexedRevision_, std::nullopt);
   const bool first = appendAt_ == 0;
-  const std::string text = (first ? "[" : ",") + encodedEvents + "]";
+  text = (first ? "[" : ",") + text + "]";
   const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
                                       : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
-  if (!error) {
-    appendAt_ += text.size() - 1;
-    indexedRevision_ = userDefaults_->revision(completedEventsKey);
-  } else if (first || error == std::errc::invalid_argument) {
-    // The store holds on to what it could not write, or holds something else than was read from it: read it again.
-    indexedRevision_.reset();
+  if (error) {
+    // The store holds on to what it could not set, or holds something else than was read from it: read it again.
+    if (!first && error != std::errc::invalid_argument) {
+      indexedRevision_ = revision;
+    }
+    return error;
   }
-  return error;
+  for (const TrackedEvent* const event : storable) {
+    addToIndex(*event);
+  }
+  appendAt_ += text.size() - 1;
+  indexedRevision_ = userDefaults_->revision(completedEventsKey);
+  return {};
 }
 
 bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& events) const {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -72,23 +70,11 @@ class EventTracker {
   /// The distinct revenues of the events of each name.
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
-  /// Events on their way to the store, owned by the call that tracks them.
-  struct Waiting {
-    std::vector<const TrackedEvent*> events;  ///< those that JSON can express
-    std::string encoded;                      ///< with commas
-    std::error_code error;
-    std::atomic<bool> done{false};
-  };
-
-  TrackedEvent makeEvent(std::string_view name, const std::optional<NamedParameters>& parameters) const;
-  void track(const std::vector<TrackedEvent>& events);
-  void store(Waiting& own);
-  std::error_code storeAll(const std::vector<Waiting*>& batch) noexcept;
   // These are called with the lock held.
+  std::error_code store(const std::vector<TrackedEvent>& events);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
-  std::error_code append(const std::string& encodedEvents);
   bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
@@ -98,11 +84,6 @@ class EventTracker {
   /// what the other wrote.
   static std::mutex eventsQueue_;
 
-  std::mutex waitingMutex_;  ///< never held together with the other one
-  std::condition_variable stored_;
-  std::vector<Waiting*> waiting_;     ///< in the order of the history to come
-  bool crowded_ = false;              ///< the last time, others waited along
-  std::atomic<bool> storing_{false};  ///< changes only with waitingMutex_ held, like `done`
   Index index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;

@@ -13,7 +13,7 @@ namespace {
 using Seconds = std::chrono::duration<double>;
 using TimePoint = platform::Clock::TimePoint;
 
-constexpr TimePoint referenceDate = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
+constexpr std::chrono::sys_seconds referenceDate = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
 
 TimePoint timeOf(double secondsSinceReference) {
   // Some 250 years either way: what a clock that counts nanoseconds can hold.
@@ -28,7 +28,10 @@ void TrackedEvent::encode(JsonWriter& writer) const {
   for (const auto& [parameter, value] : parameters) {
     writer.key(parameter).number(value);
   }
-  writer.endObject().key("timestamp").number(Seconds(timestamp - referenceDate).count()).endObject();
+  // In two steps: the difference itself may be more than a clock can hold.
+  const auto whole = std::chrono::time_point_cast<std::chrono::seconds>(timestamp);
+  const Seconds sinceReference = Seconds(whole - referenceDate) + Seconds(timestamp - whole);
+  writer.endObject().key("timestamp").number(sinceReference.count()).endObject();
 }
 
 TrackedEvent TrackedEvent::decode(const JsonReader& reader) {

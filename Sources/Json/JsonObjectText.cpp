@@ -6,8 +6,10 @@
 namespace quillmar {
 
 std::optional<JsonObjectText> JsonObjectText::parse(std::string text) {
-  switch (parseJson(text).kind()) {
+  // Whoever gets the text reads all of it, so nothing in it may be beyond what a reader can hold.
+  switch (parseJson(text, BeyondLimits::failsAtOnce).kind()) {
     case boost::json::kind::object:
+      text.erase(0, text.size() - withoutByteOrderMark(text).size());
       return JsonObjectText(std::move(text));
     case boost::json::kind::array:
       return std::nullopt;

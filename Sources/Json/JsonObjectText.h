@@ -10,8 +10,8 @@ namespace quillmar {
 /// parsed form cannot hold: integers of any size, the spelling of numbers and escapes, members that occur twice.
 class JsonObjectText {
  public:
-  /// Nothing for an array. Throws `DecodingErrorCode::dataCorrupted` for what is not JSON, or neither an object nor an
-  /// array.
+  /// Nothing for an array. A byte order mark is left out. Throws `DecodingErrorCode::dataCorrupted` for what is not
+  /// JSON, or neither an object nor an array, or holds a number too large for a double or more than 64 levels.
   static std::optional<JsonObjectText> parse(std::string text);
 
   const std::string& text() const noexcept { return text_; }

@@ -55,23 +55,18 @@ double JsonReader::number() const {
     return static_cast<double>(*integer);
   }
   const double* const number = value_->if_double();
-  if (number == nullptr) {
+  if (number == nullptr || std::isinf(*number)) {
     mismatch("a number");
   }
   return *number;
 }
 
 std::int64_t JsonReader::integer() const {
-  if (const std::int64_t* const integer = value_->if_int64()) {
-    return *integer;
-  }
-  const double* const number = value_->if_double();
-  // Doubles of this range convert without overflow; the upper end itself is one too many.
-  constexpr double end = 9223372036854775808.0;
-  if (number == nullptr || std::trunc(*number) != *number || *number < -end || *number >= end) {
+  const std::int64_t* const integer = value_->if_int64();
+  if (integer == nullptr) {
     mismatch("an integer");
   }
-  return static_cast<std::int64_t>(*number);
+  return *integer;
 }
 
 std::optional<std::string> JsonReader::optionalString(std::string_view key) const {
@@ -114,8 +109,10 @@ void JsonReader::mismatch(std::string_view expected) const {
         return "a Boolean";
       case json::kind::int64:
       case json::kind::uint64:
-      case json::kind::double_:
         return "another number";
+      case json::kind::double_:
+        return std::isinf(value_->get_double()) ? "a number too large for a double, or a value nested too deep"
+                                                : "another number";
       case json::kind::string:
         return "a string";
       case json::kind::array:

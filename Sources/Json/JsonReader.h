@@ -11,8 +11,8 @@
 
 namespace quillmar {
 
-/// A JSON value and its place in the document, for typed reading with errors that name the place. It points to the
-/// value and to the reader of the enclosing value, and must not outlive them.
+/// A value of `parseJson` and its place in the document, for typed reading with errors that name the place. It points
+/// to the value and to the reader of the enclosing value, and must not outlive them.
 class JsonReader {
  public:
   /// The root of a document.
@@ -28,7 +28,7 @@ class JsonReader {
   std::string string() const;
   bool boolean() const;
   double number() const;
-  /// Also throws for a number that is no integer or does not fit; 63.0 is one.
+  /// Also throws for a number that is no integer of 64 bits; 63.0 is one.
   std::int64_t integer() const;
 
   /// Optional members of the simple types.

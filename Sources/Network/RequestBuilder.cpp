@@ -1,19 +1,11 @@
 #include "Network/RequestBuilder.h"
 
 #include <array>
-#include <boost/url/parse.hpp>
 
+#include "Network/Url.h"
 #include "Platform/ErrorCategory.h"
 
 namespace quillmar {
-
-namespace {
-void requireUrl(const std::string& text) {
-  if (!boost::urls::parse_uri(text)) {
-    throw std::system_error(RequestBuilderError::invalidURL);
-  }
-}
-}  // namespace
 
 std::error_code make_error_code(RequestBuilderError error) noexcept {
   static const std::error_category& category =
@@ -59,7 +51,9 @@ platform::HttpRequest RequestBuilder::build() const {
     request.url += '/';
     request.url += path_;
   }
-  requireUrl(request.url);  // a path never mends a base that is no address
+  if (!isUrl(request.url)) {
+    throw std::system_error(RequestBuilderError::invalidURL);
+  }
   request.cachePolicy = cachePolicy_;
   request.timeout = timeoutInterval_;
   request.method = rawValue(method_);

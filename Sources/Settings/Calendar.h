@@ -15,8 +15,8 @@ class Calendar {
 
   explicit Calendar(const platform::Clock& clock) noexcept : clock_(clock) {}
 
-  /// The instant `days` days later at the same wall-clock time. A time that a change of the clocks skips moves by the
-  /// size of the gap.
+  /// The instant `days` days later at the same wall-clock time, or the last (first) that a clock can hold. A time that
+  /// a change of the clocks skips moves by the size of the gap.
   TimePoint addingDays(TimePoint from, std::int64_t days) const;
 
   /// The whole days between two instants: the largest number that can be added to `from` without passing `to`;

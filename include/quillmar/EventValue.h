@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -19,7 +20,9 @@ class EventValue {
  public:
   using Storage = std::variant<bool, std::int64_t, double, std::string>;
 
-  EventValue(bool value) noexcept : storage_(value) {}  // NOLINT(google-explicit-constructor)
+  /// A bool, and nothing that only converts to one: every pointer does.
+  template <class Bool, std::enable_if_t<std::is_same_v<Bool, bool>, int> = 0>
+  EventValue(Bool value) noexcept : storage_(value) {}  // NOLINT(google-explicit-constructor)
 
   /// Any integer. An unsigned value beyond the signed 64-bit range is kept as the nearest double.
   template <class Integer, std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>, int> = 0>
@@ -30,7 +33,10 @@ class EventValue {
       : storage_(static_cast<double>(value)) {}
   EventValue(std::string value) noexcept : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
   EventValue(std::string_view value) : storage_(std::string(value)) {}    // NOLINT(google-explicit-constructor)
-  EventValue(const char* value) : EventValue(std::string_view(value)) {}  // NOLINT(google-explicit-constructor)
+  /// Null counts as an empty text.
+  EventValue(const char* value)  // NOLINT(google-explicit-constructor)
+      : storage_(std::string(value == nullptr ? "" : value)) {}
+  EventValue(std::nullptr_t) = delete;
 
   const Storage& storage() const noexcept { return storage_; }
   Storage& storage() noexcept { return storage_; }

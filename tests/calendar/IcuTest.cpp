@@ -1,4 +1,4 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <time.h>
 #include <unicode/basictz.h>
@@ -6,10 +6,7 @@
 #include <unicode/strenum.h>
 #include <unicode/tztrans.h>
 
-#include <filesystem>
-#include <iostream>
 #include <set>
-#include <tuple>
 
 #include "Platform/Posix/SystemClock.h"
 #include "Settings/Calendar.h"
@@ -32,67 +29,53 @@ double icuDate(TimePoint instant) {
   return static_cast<double>(floor<milliseconds>(instant).time_since_epoch().count());
 }
 
-seconds icuOffset(const icu::TimeZone& zone, TimePoint instant) {
-  std::int32_t raw = 0;
-  std::int32_t saving = 0;
-  UErrorCode error = U_ZERO_ERROR;
-  zone.getOffset(icuDate(instant), false, raw, saving, error);
-  return duration_cast<seconds>(milliseconds(raw + saving));
-}
+/// A time zone of ICU; calls that fail leave their results at 0.
+struct Zone {
+  explicit Zone(const icu::UnicodeString& id)
+      : zone(dynamic_cast<icu::BasicTimeZone*>(icu::TimeZone::createTimeZone(id))) {}
 
-/// When the zone's offset changes, and what it changes to.
-std::vector<std::pair<TimePoint, seconds>> transitions(const icu::BasicTimeZone& zone) {
-  std::vector<std::pair<TimePoint, seconds>> result;
-  icu::TimeZoneTransition next;
-  for (double at = icuDate(firstInstant);
-       zone.getNextTransition(at, false, next) && next.getTime() < icuDate(lastInstant); at = next.getTime()) {
-    const TimePoint instant{milliseconds(static_cast<std::int64_t>(next.getTime()))};
-    result.emplace_back(instant, icuOffset(zone, instant));
+  seconds offset(TimePoint instant) const {
+    std::int32_t raw = 0;
+    std::int32_t saving = 0;
+    UErrorCode error = U_ZERO_ERROR;
+    zone->getOffset(icuDate(instant), false, raw, saving, error);
+    return duration_cast<seconds>(milliseconds(raw + saving));
   }
-  return result;
-}
 
-/// The zones that ICU and the system know, links included.
-std::vector<std::string> sharedZones() {
-  std::vector<std::string> zones;
-  UErrorCode error = U_ZERO_ERROR;
-  const std::unique_ptr<icu::StringEnumeration> ids(icu::TimeZone::createEnumeration(error));
-  while (const char* id = ids->next(nullptr, error)) {
-    if (std::filesystem::is_regular_file(std::filesystem::path("/usr/share/zoneinfo") / id)) {
-      zones.emplace_back(id);
+  /// When the offset changes, and what it changes to, from the first instant on.
+  std::vector<std::pair<TimePoint, seconds>> transitions() const {
+    std::vector<std::pair<TimePoint, seconds>> result{{firstInstant, offset(firstInstant)}};
+    icu::TimeZoneTransition next;
+    while (zone->getNextTransition(icuDate(result.back().first), false, next) &&
+           next.getTime() < icuDate(lastInstant)) {
+      const TimePoint instant{milliseconds(static_cast<std::int64_t>(next.getTime()))};
+      result.emplace_back(instant, offset(instant));
     }
+    return result;
   }
-  return zones;
-}
 
-std::unique_ptr<icu::BasicTimeZone> openZone(const std::string& id) {
-  return std::unique_ptr<icu::BasicTimeZone>(
-      dynamic_cast<icu::BasicTimeZone*>(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(id))));
-}
+  std::unique_ptr<icu::BasicTimeZone> zone;
+};
 
-// Both calendars take the offsets from ICU, whose data are not as new as the system's.
 TEST(CalendarNextToIcu, agreesInAllZonesAroundTheirTransitionsAndBetween) {
   constexpr seconds around[] = {-1h, -30min, -1s, 0s, 1s, 30min, 1h, 12h};
-  std::set<std::pair<seconds, std::vector<std::pair<TimePoint, seconds>>>> seen;
-  std::size_t compared = 0;
-  const std::vector<std::string> zones = sharedZones();
-  ASSERT_GT(zones.size(), 400u) << "the system has no time-zone data";
-  for (const std::string& id : zones) {
-    const auto zone = openZone(id);
-    ASSERT_TRUE(zone) << id;
-    auto changes = transitions(*zone);
-    if (!seen.emplace(icuOffset(*zone, firstInstant), changes).second) {
-      continue;  // a link, or a zone that has gone like another one for all this time
+  std::set<std::vector<std::pair<TimePoint, seconds>>> seen;  // many zones have gone like another one for all this time
+  UErrorCode error = U_ZERO_ERROR;
+  const std::unique_ptr<icu::StringEnumeration> ids(icu::TimeZone::createEnumeration(error));
+  while (const icu::UnicodeString* const id = ids->snext(error)) {
+    const Zone zone(*id);
+    auto changes = zone.transitions();
+    if (!seen.insert(changes).second) {
+      continue;
     }
     // Besides the transitions, ordinary instants at changing times of the day.
     for (TimePoint instant = firstInstant; instant < lastInstant; instant += days(211) + 1h + 7min) {
       changes.emplace_back(instant, 0s);
     }
     simulated::ManualClock clock{TimePoint{}};
-    clock.setTimeZone([&zone](TimePoint instant) { return icuOffset(*zone, instant); });
+    clock.setTimeZone([&zone](TimePoint instant) { return zone.offset(instant); });
     const Calendar calendar(clock);
-    UErrorCode error = U_ZERO_ERROR;
-    icu::GregorianCalendar icuCalendar(*zone, error);
+    icu::GregorianCalendar icuCalendar(*zone.zone, error);
     const auto difference = [&](TimePoint from, TimePoint to, UCalendarDateFields field) {
       icuCalendar.setTime(icuDate(from), error);
       return icuCalendar.fieldDifference(icuDate(to), field, error);
@@ -111,40 +94,30 @@ TEST(CalendarNextToIcu, agreesInAllZonesAroundTheirTransitionsAndBetween) {
         // Up to the instant, and on from it.
         for (const TimePoint from : {instant - days(count) + nearFrom, instant + nearFrom}) {
           const TimePoint to = from + days(count) - nearFrom + nearTo;
-          ++compared;
           const auto ours =
               std::tuple(calendar.wholeDays(from, to), calendar.wholeDays(to, from), Calendar::wholeHours(from, to),
                          icuDate(calendar.addingDays(from, count)), icuDate(calendar.addingDays(to, -count)));
           const auto icus = std::tuple(difference(from, to, UCAL_DATE), difference(to, from, UCAL_DATE),
                                        difference(from, to, UCAL_HOUR), sum(from, count), sum(to, -count));
-          ASSERT_EQ(ours, icus) << id << ": " << dateDescription(from) << " to " << dateDescription(to) << ", " << count
-                                << " days";
+          std::string name;
+          ASSERT_EQ(ours, icus) << id->toUTF8String(name) << ": " << dateDescription(from) << " to "
+                                << dateDescription(to) << ", " << count << " days";
         }
       }
     }
   }
-  std::cout << zones.size() << " zones, " << seen.size() << " of them different, " << compared
-            << " pairs of instants\n";
-  EXPECT_GT(compared, 10'000u);
+  EXPECT_GT(seen.size(), 100u) << "zones with a course of their own";
 }
 
 // Zones whose rules have not been changed of late, so that the data of ICU and of the system say the same.
 TEST(SystemClockNextToIcu, hasTheSameOffsets) {
   const platform::SystemClock clock(nullptr);
-  for (const char* id : {"UTC", "Europe/Berlin", "Europe/Dublin", "America/New_York", "America/St_Johns",
-                         "Australia/Lord_Howe", "Asia/Kathmandu", "Asia/Kolkata", "Pacific/Apia", "Pacific/Chatham"}) {
+  for (const char* id : {"Europe/Dublin", "America/St_Johns", "Australia/Lord_Howe", "Pacific/Apia"}) {
     clock.localOffset({});  // the clock reads the variable once; from then on the test says when
     ::setenv("TZ", id, 1);
     ::tzset();
-    const auto zone = openZone(id);
-    ASSERT_TRUE(zone) << id;
-    auto instants = transitions(*zone);
-    instants.emplace_back(firstInstant, 0s);
-    for (const auto& [instant, offset] : instants) {
-      for (const seconds near : {-1s, 0s, 1s}) {
-        ASSERT_EQ(clock.localOffset(instant + near), icuOffset(*zone, instant + near))
-            << id << " at " << dateDescription(instant + near);
-      }
+    for (const auto& [instant, offset] : Zone(id).transitions()) {
+      EXPECT_EQ(clock.localOffset(instant), offset) << id << " at " << dateDescription(instant);
     }
   }
 }

@@ -131,34 +131,4 @@ TEST(Task, runOnRunsThereComesBackAndPassesExceptionsOn) {
   EXPECT_THAT(log.messages(), ElementsAre("error: Task - Ended by an unexpected error: boom"));
 }
 
-Task<void> sleepForAges(std::shared_ptr<platform::Clock> clock, [[maybe_unused]] std::shared_ptr<int> alive) {
-  Task<void> sleep = sleepFor(std::move(clock), 10s);
-  co_await std::move(sleep);
-}
-
-TEST(Task, sleepsUntilItsTimeOrTheEndOfTheClock) {
-  for (const bool clockEnds : {false, true}) {
-    const auto executor = std::make_shared<ManualExecutor>();
-    auto clock = std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{}, executor);
-    auto alive = std::make_shared<int>(0);
-    const std::weak_ptr<int> watch = alive;
-    spawn(executor, sleepForAges(clock, std::move(alive)));
-    clock->advance(9999ms);
-    EXPECT_FALSE(watch.expired());
-    clockEnds ? clock.reset() : clock->advance(1ms);
-    executor->runUntilIdle();
-    EXPECT_TRUE(watch.expired()) << "clock and task must not keep each other alive";
-  }
-}
-
-TEST(ActivityCounter, waitsForTheLastActivity) {
-  const auto counter = std::make_shared<ActivityCounter>();
-  Activity first(counter);
-  EXPECT_FALSE(counter->waitUntilIdle(1ms));
-  first = Activity(counter);
-  EXPECT_EQ(counter->count(), 1) << "what is assigned over has ended";
-  const std::jthread ending([activity = std::move(first)]() mutable { activity.end(); });
-  EXPECT_TRUE(counter->waitUntilIdle(60s));
-}
-
 }  // namespace

@@ -21,9 +21,6 @@ TEST(Logger, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
     Logger::info("i {}", 3);
     Logger::error("{:{}}", "a width that cannot be", -1);  // stays inside
     EXPECT_EQ(log.messages(), std::vector(lines.begin(), lines.begin() + raw)) << "level " << raw;
-    for (const auto& line : log.lines()) {
-      EXPECT_EQ(line.subsystem + line.category, "tech.quill-mar.quillmarQuillmarSDK");
-    }
   }
 }
 
@@ -49,16 +46,11 @@ TEST(LoggerDeathTest, timestampIsThatOfTheFirstLineInLocalTime) {
 }
 
 TEST(ErrorDescription, namesTheCaseOrTheSentenceAndAddsTheDetail) {
-  const auto expect = [](const std::exception& error, const std::string& textual, const std::string& localized) {
-    EXPECT_EQ(textualDescription(error), textual);
-    EXPECT_EQ(localizedDescription(error), localized);
-  };
-  expect(std::system_error(platform::URLError::timedOut), "timedOut", "The request timed out.");
-  expect(std::system_error(std::error_code(999, platform::urlErrorCategory())), "unknown",
-         "An unknown error occurred.");
-  expect(DecodingError(DecodingErrorCode::keyNotFound, "\"a\" is missing in b"), "keyNotFound: \"a\" is missing in b",
-         "A required member is missing: \"a\" is missing in b");
-  expect(std::runtime_error("plain"), "plain", "plain");
+  const DecodingError error(DecodingErrorCode::keyNotFound, "\"a\" is missing in b");
+  EXPECT_EQ(textualDescription(error), "keyNotFound: \"a\" is missing in b");
+  EXPECT_EQ(localizedDescription(error), "A required member is missing: \"a\" is missing in b");
+  const std::system_error unknown(std::error_code(999, platform::urlErrorCategory()));
+  EXPECT_EQ(textualDescription(unknown) + localizedDescription(unknown), "unknownAn unknown error occurred.");
 }
 
 }  // namespace

@@ -76,46 +76,43 @@ TEST(ConversionValues, oneFaultRefusesTheWholeDocument) {
   }
 }
 
+// That both sides agree: fuzz/ConfigurationDocument.cpp.
 TEST(ConversionValues, ranksByFineThenByCoarseWithNoneOnTop) {
-  const auto ranked = [](std::optional<int> fine, std::optional<CoarseValue> coarse) {
-    WindowValue value;
-    if (fine) {
-      value.fineValue = {*fine, {}};
-    }
-    if (coarse) {
-      value.coarseValue = {*coarse, {}};
-    }
-    return value;
+  const auto ranked = [](std::optional<std::int64_t> fine, std::optional<CoarseValue> coarse) {
+    return WindowValue{fine ? std::optional(ConversionValues::FineValue{*fine, {}}) : std::nullopt,
+                       coarse ? std::optional(ConversionValues::CoarseValueData{*coarse, {}}) : std::nullopt};
   };
   const auto low = CoarseValue::low, medium = CoarseValue::medium, high = CoarseValue::high;
-  using Limits = std::numeric_limits<int>;
-  const std::tuple<WindowValue, WindowValue, int> rows[] = {
-      {ranked(10, high), ranked(11, low), -1},   {ranked(10, {}), ranked(10, high), 1},
-      {ranked(10, low), ranked(10, medium), -1}, {ranked(10, medium), ranked(10, high), -1},
-      {ranked(10, high), ranked(10, high), 0},   {ranked({}, low), ranked(63, high), -1},
-      {ranked(63, low), ranked({}, high), -1},   {ranked({}, {}), ranked({}, {}), 0},
-      {ranked({}, high), ranked({}, {}), -1},    {ranked(Limits::min(), low), ranked(Limits::max(), low), -1}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(&row - rows);
-    const auto& [mine, theirs, expected] = row;
-    const Value one{"a", {{"window1", mine}, {"window0", mine}}};
-    const Value other{"b", {{"window1", theirs}}};
-    EXPECT_EQ(one.compareWindowValue(other, Window::window1), expected);
-    EXPECT_EQ(other.compareWindowValue(one, Window::window1), -expected);
-    EXPECT_EQ(one.compareWindowValue(other, Window::window0), 0) << "only one has a value there";
-    EXPECT_EQ(one.compareWindowValue(other, Window::window2), 0);
+  const WindowValue ascending[] = {ranked(-1, {}),   ranked(10, low), ranked(10, medium),
+                                   ranked(10, high), ranked(10, {}),  ranked(11, low)};
+  const auto compared = [](const WindowValue& mine, const WindowValue& theirs) {
+    return Value{"a", {{"window1", mine}}}.compareWindowValue(Value{"b", {{"window1", theirs}, {"window0", {}}}},
+                                                              Window::window1);
+  };
+  for (const auto& mine : ascending) {
+    for (const auto& theirs : ascending) {
+      EXPECT_EQ(compared(mine, theirs), (&mine > &theirs) - (&mine < &theirs))
+          << &mine - ascending << &theirs - ascending;
+    }
   }
+  EXPECT_EQ(compared(ranked({}, low), ranked(63, high)), -1) << "one fine value does not count";
+  EXPECT_EQ(compared(ranked(63, low), ranked({}, high)), -1);
+  const Value one{"a", {{"window1", ascending[0]}}}, other{"b", {{"window0", ascending[1]}}};
+  EXPECT_EQ(one.compareWindowValue(other, Window::window0) + one.compareWindowValue(other, Window::window1), 0)
+      << "only one has a value there";
 }
 
 TEST(ConversionValues, platformValuesAndDescriptionsShowTheSame) {
-  using StoreKit = platform::SKAdNetworkCoarseConversionValue;
-  using AttributionKit = platform::AttributionKitCoarseValue;
-  for (const auto& [coarse, storeKit, attributionKit] :
-       {std::tuple(CoarseValue::high, StoreKit::high, AttributionKit::high),
-        {CoarseValue::medium, StoreKit::medium, AttributionKit::medium},
-        {CoarseValue::low, StoreKit::low, AttributionKit::low}}) {
-    EXPECT_EQ(toSKAdNetworkCoarseConversionValue(coarse), storeKit);
-    EXPECT_EQ(toAttributionKitCoarseValue(coarse), attributionKit);
+  for (const CoarseValue coarse : {CoarseValue::high, CoarseValue::medium, CoarseValue::low}) {
+    using StoreKit = platform::SKAdNetworkCoarseConversionValue;
+    using AttributionKit = platform::AttributionKitCoarseValue;
+    const bool high = coarse == CoarseValue::high, low = coarse == CoarseValue::low;
+    EXPECT_EQ(toSKAdNetworkCoarseConversionValue(coarse), high  ? StoreKit::high
+                                                          : low ? StoreKit::low
+                                                                : StoreKit::medium);
+    EXPECT_EQ(toAttributionKitCoarseValue(coarse), high  ? AttributionKit::high
+                                                   : low ? AttributionKit::low
+                                                         : AttributionKit::medium);
   }
   EXPECT_EQ(description(ConversionValues()), "ConversionValues(values: [], lockWindows: [:])");
   EXPECT_THAT(description(decode(sample)), testing::HasSubstr("name: \"p\", revenueMin: 5, revenueMax: nil"));

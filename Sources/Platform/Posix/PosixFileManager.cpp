@@ -183,7 +183,12 @@ std::error_code PosixFileManager::createDirectory(const std::string& path) {
 }
 
 std::error_code PosixFileManager::createFile(const std::string& path) {
-  return writeDirectly(path, {});
+  const Descriptor file(path, O_WRONLY | O_CREAT | O_EXCL);
+  if (file || errno != EEXIST) {
+    return file ? std::error_code{} : lastError();
+  }
+  const auto found = status(path);
+  return found && S_ISDIR(found->st_mode) ? std::make_error_code(std::errc::is_a_directory) : std::error_code{};
 }
 
 std::error_code PosixFileManager::removeItem(const std::string& path) {

@@ -65,7 +65,15 @@ std::error_code InMemoryFileManager::createDirectory(const std::string& path) {
 }
 
 std::error_code InMemoryFileManager::createFile(const std::string& path) {
-  return writeFile(path, {}, platform::WriteMode::direct);
+  const std::lock_guard lock(mutex_);
+  const std::string name = normalized(path);
+  if (const std::error_code failure = checkFile(name)) {
+    return failure;
+  }
+  if (files_.count(name) == 0) {
+    files_[name] = {{}, ++lastIdentity_, ++ticks_};
+  }
+  return {};
 }
 
 std::error_code InMemoryFileManager::removeItem(const std::string& path) {
@@ -93,11 +101,8 @@ std::error_code InMemoryFileManager::removeItem(const std::string& path) {
 std::error_code InMemoryFileManager::readFile(const std::string& path, std::string& content) const {
   const std::lock_guard lock(mutex_);
   const std::string name = normalized(path);
-  if (const std::error_code failure = checkParent(name)) {
+  if (const std::error_code failure = checkFile(name)) {
     return failure;
-  }
-  if (directories_.count(name) != 0) {
-    return error(std::errc::is_a_directory);
   }
   const auto found = files_.find(name);
   if (found == files_.end()) {
@@ -111,11 +116,8 @@ std::error_code InMemoryFileManager::writeFile(const std::string& path, std::str
                                                platform::WriteMode mode) {
   const std::lock_guard lock(mutex_);
   const std::string name = normalized(path);
-  if (const std::error_code failure = checkParent(name)) {
+  if (const std::error_code failure = checkFile(name)) {
     return failure;
-  }
-  if (directories_.count(name) != 0) {
-    return error(std::errc::is_a_directory);
   }
   File& file = files_[name];
   if (file.identity == 0 || mode == platform::WriteMode::atomic) {
@@ -124,6 +126,11 @@ std::error_code InMemoryFileManager::writeFile(const std::string& path, std::str
   file.content = content;
   file.changed = ++ticks_;
   return {};
+}
+
+std::error_code InMemoryFileManager::checkFile(const std::string& path) const {
+  const std::error_code failure = checkParent(path);
+  return !failure && directories_.count(path) != 0 ? error(std::errc::is_a_directory) : failure;
 }
 
 std::error_code InMemoryFileManager::checkParent(const std::string& path) const {

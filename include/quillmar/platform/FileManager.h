@@ -52,7 +52,8 @@ class QUILLMAR_API FileManager {
   /// Creates the folder and those above it. An existing folder is no error.
   virtual std::error_code createDirectory(const std::string& path) = 0;
 
-  /// Creates an empty file. An existing file is emptied.
+  /// Creates an empty file. An existing file is left alone and is no error, also when it came a moment ago: looking
+  /// and creating are one step, so that nobody's content is lost. A folder in its place is an error.
   virtual std::error_code createFile(const std::string& path) = 0;
 
   virtual std::error_code removeItem(const std::string& path) = 0;

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -29,15 +30,20 @@ class QUILLMAR_API PropertyListValue {
   using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
   using Storage = std::variant<bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>;
 
-  PropertyListValue(bool value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
-  PropertyListValue(std::int64_t value) : storage_(value) {}              // NOLINT(google-explicit-constructor)
-  PropertyListValue(double value) : storage_(value) {}                    // NOLINT(google-explicit-constructor)
-  PropertyListValue(std::string value) : storage_(std::move(value)) {}    // NOLINT(google-explicit-constructor)
-  PropertyListValue(const char* value) : storage_(std::string(value)) {}  // NOLINT(google-explicit-constructor)
-  PropertyListValue(Data value) : storage_(std::move(value)) {}           // NOLINT(google-explicit-constructor)
-  PropertyListValue(Date value) : storage_(value) {}                      // NOLINT(google-explicit-constructor)
-  PropertyListValue(Array value) : storage_(std::move(value)) {}          // NOLINT(google-explicit-constructor)
-  PropertyListValue(Dictionary value) : storage_(std::move(value)) {}     // NOLINT(google-explicit-constructor)
+  /// A bool, and nothing that only converts to one: every pointer does.
+  template <class Bool, std::enable_if_t<std::is_same_v<Bool, bool>, int> = 0>
+  PropertyListValue(Bool value) : storage_(value) {}                    // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::int64_t value) : storage_(value) {}            // NOLINT(google-explicit-constructor)
+  PropertyListValue(double value) : storage_(value) {}                  // NOLINT(google-explicit-constructor)
+  PropertyListValue(std::string value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  /// Null counts as an empty text.
+  PropertyListValue(const char* value)  // NOLINT(google-explicit-constructor)
+      : storage_(std::string(value == nullptr ? "" : value)) {}
+  PropertyListValue(std::nullptr_t) = delete;
+  PropertyListValue(Data value) : storage_(std::move(value)) {}        // NOLINT(google-explicit-constructor)
+  PropertyListValue(Date value) : storage_(value) {}                   // NOLINT(google-explicit-constructor)
+  PropertyListValue(Array value) : storage_(std::move(value)) {}       // NOLINT(google-explicit-constructor)
+  PropertyListValue(Dictionary value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
 
   /// The content if it is of type `T` (one of `Storage`'s alternatives), else null.
   template <class T>

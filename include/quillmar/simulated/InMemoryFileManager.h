@@ -32,6 +32,7 @@ class InMemoryFileManager : public platform::FileManager {
     std::int64_t changed = 0;
   };
 
+  std::error_code checkFile(const std::string& path) const;
   std::error_code checkParent(const std::string& path) const;
 
   mutable std::mutex mutex_;
