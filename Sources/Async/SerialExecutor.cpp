@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -91,7 +91,7 @@ void SerialExecutor::run() {
     try {
       item();
     } catch (...) {  // a seam that threw what it must not; the queue goes on
-      Logger::error("{} - Unexpected error: {}", label_, textualDescription(std::current_exception()));
+      Log::error("{} - Unexpected error: {}", label_, textualDescription(std::current_exception()));
     }
   }
 }

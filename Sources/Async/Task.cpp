@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -41,7 +41,7 @@ void spawn(const std::shared_ptr<platform::Executor>& executor, Task<void> task)
     if (!failure) {
       return;
     }
-    Logger::error("Task - Ended by an unexpected error: {}", textualDescription(failure));
+    Log::error("Task - Ended by an unexpected error: {}", textualDescription(failure));
   });
 }
 

@@ -1,6 +1,6 @@
 #include "Async/TaskExecutor.h"
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -10,7 +10,7 @@ boost::asio::execution_context& TaskExecutor::context() noexcept {
 }
 
 void TaskExecutor::reportLostWork() noexcept {
-  Logger::error("Task - Ended by an unexpected error");
+  Log::error("Task - Ended by an unexpected error");
 }
 
 }  // namespace quillmar

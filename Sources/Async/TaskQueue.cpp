@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -82,7 +82,7 @@ void TaskQueue::pump() {
     try {
       spawn(serial_, run(std::move(slot), std::move(makeTask)));
     } catch (...) {
-      Logger::error("TaskQueue - Dropped an item: {}", textualDescription(std::current_exception()));
+      Log::error("TaskQueue - Dropped an item: {}", textualDescription(std::current_exception()));
     }
   }
 }

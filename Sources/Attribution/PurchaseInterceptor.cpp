@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 
 // Progress is logged at the error level on purpose: it is to be seen whenever the log is on at all.
@@ -50,7 +50,7 @@ Task<void> PurchaseInterceptor::stopListeningForPurchases() {
 }
 
 Task<void> PurchaseInterceptor::startListening(std::shared_ptr<PurchaseInterceptor> self) {
-  Logger::error("PurchaseInterceptor - Starting to listen for purchases");
+  Log::error("PurchaseInterceptor - Starting to listen for purchases");
   self->cancelListener();
   auto handle = std::make_shared<TaskHandle>();
   self->purchaseListenerTask_ = handle;
@@ -58,12 +58,12 @@ Task<void> PurchaseInterceptor::startListening(std::shared_ptr<PurchaseIntercept
   Task<void> listener =
       listen(self, std::move(handle), self->updates_, self->activity_, self->counters_, std::move(busy));
   spawn(self->serial_, std::move(listener));
-  Logger::error("PurchaseInterceptor - Purchase listener task created");
+  Log::error("PurchaseInterceptor - Purchase listener task created");
   co_return;
 }
 
 Task<void> PurchaseInterceptor::stopListening(std::shared_ptr<PurchaseInterceptor> self) {
-  Logger::debug("PurchaseInterceptor - Stopping purchase listener");
+  Log::debug("PurchaseInterceptor - Stopping purchase listener");
   self->cancelListener();
   co_return;
 }
@@ -78,7 +78,7 @@ Task<void> PurchaseInterceptor::listen(std::weak_ptr<PurchaseInterceptor> weak, 
                                        std::shared_ptr<platform::SubscriptionStatusUpdates> updates,
                                        std::shared_ptr<ActivityCounter> counter,
                                        std::shared_ptr<PurchaseCounters> counters, Activity starting) {
-  Logger::error("PurchaseInterceptor - Task started, beginning Product.SubscriptionInfo.Status.updates loop");
+  Log::error("PurchaseInterceptor - Task started, beginning Product.SubscriptionInfo.Status.updates loop");
   const std::shared_ptr<platform::SubscriptionStatusSubscription> subscription = updates->subscribe();
   handle->onCancel([subscription] { subscription->cancel(); });
   const auto busy = std::make_shared<Activity>(std::move(starting));
@@ -100,28 +100,28 @@ Task<void> PurchaseInterceptor::listen(std::weak_ptr<PurchaseInterceptor> weak, 
       counters->dropped.fetch_add(1, std::memory_order_relaxed);
       continue;
     }
-    Logger::error("PurchaseInterceptor - Subscription status update received!");
+    Log::error("PurchaseInterceptor - Subscription status update received!");
     Task<void> handling =
         handleSubscriptionStatusUpdate(self->purchaseProcessor_, counters, std::move(*arrival.update));
     self.reset();
     co_await std::move(handling);
   }
   handle->onCancel(nullptr);
-  Logger::error("PurchaseInterceptor - Product.SubscriptionInfo.Status.updates loop ended");
+  Log::error("PurchaseInterceptor - Product.SubscriptionInfo.Status.updates loop ended");
 }
 
 Task<void> PurchaseInterceptor::handleSubscriptionStatusUpdate(std::shared_ptr<PurchaseProcessorProtocol> processor,
                                                                std::shared_ptr<PurchaseCounters> counters,
                                                                SubscriptionStatusUpdate update) {
-  Logger::error("PurchaseInterceptor - Handling subscription status update");
+  Log::error("PurchaseInterceptor - Handling subscription status update");
   for (const auto* failure : {&update.transaction.verificationError, &update.renewalInfo.verificationError}) {
     if (*failure) {
-      Logger::error("PurchaseInterceptor - Failed to verify subscription status: {}", (*failure)->localizedDescription);
+      Log::error("PurchaseInterceptor - Failed to verify subscription status: {}", (*failure)->localizedDescription);
       counters->unverified.fetch_add(1, std::memory_order_relaxed);
       co_return;
     }
   }
-  Logger::error("PurchaseInterceptor - Verified subscription status received, state: {}", update.renewalState);
+  Log::error("PurchaseInterceptor - Verified subscription status received, state: {}", update.renewalState);
   co_await processSubscriptionStatusUpdate(std::move(processor), std::move(counters), std::move(update));
 }
 
@@ -132,8 +132,8 @@ Task<void> PurchaseInterceptor::processSubscriptionStatusUpdate(std::shared_ptr<
     co_await processor->processPurchase(std::move(update.transaction), std::move(update.renewalInfo),
                                         update.renewalState);
   } catch (...) {
-    Logger::error("PurchaseInterceptor - Failed to process subscription status update: {}",
-                  localizedDescription(std::current_exception()));
+    Log::error("PurchaseInterceptor - Failed to process subscription status update: {}",
+               localizedDescription(std::current_exception()));
     counters->failed.fetch_add(1, std::memory_order_relaxed);
   }
 }

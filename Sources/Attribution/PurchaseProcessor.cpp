@@ -7,7 +7,7 @@
 #include "Json/JsonWriter.h"
 #include "Json/Utf8.h"
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 #include "Settings/EnabledFlag.h"
 #include "Settings/Uuid.h"
@@ -52,10 +52,9 @@ PurchaseProcessor::PurchaseProcessor(
 
 Task<void> PurchaseProcessor::processPurchase(platform::SubscriptionTransaction transaction,
                                               platform::SubscriptionRenewalInfo renewalInfo, std::int64_t state) {
-  Logger::debug("PurchaseProcessor - Processing purchase for transaction: {}, state: {}", transaction.identifier,
-                state);
+  Log::debug("PurchaseProcessor - Processing purchase for transaction: {}, state: {}", transaction.identifier, state);
   if (!isSDKEnabled(*userDefaults_, "PurchaseProcessor - SDK enabled status")) {
-    Logger::debug("PurchaseProcessor - SDK is disabled by server configuration, skipping purchase processing");
+    Log::debug("PurchaseProcessor - SDK is disabled by server configuration, skipping purchase processing");
     counters_->skipped.fetch_add(1, std::memory_order_relaxed);
     co_return;
   }
@@ -66,17 +65,17 @@ Task<void> PurchaseProcessor::processPurchase(platform::SubscriptionTransaction 
   std::optional<CorrelatedPayload> payload =
       createCorrelatedPayload(std::move(transaction), std::move(renewalInfo), state, std::move(attribution));
   if (!payload) {
-    Logger::error("PurchaseProcessor - Failed to create correlated payload");
+    Log::error("PurchaseProcessor - Failed to create correlated payload");
     throw std::system_error(PurchaseProcessorError::payloadCreationFailed);
   }
   co_await sendToServer(std::move(*payload));
-  Logger::debug("PurchaseProcessor - Purchase processed successfully");
+  Log::debug("PurchaseProcessor - Purchase processed successfully");
 }
 
 std::optional<CorrelatedPayload> PurchaseProcessor::createCorrelatedPayload(
     platform::SubscriptionTransaction transaction, platform::SubscriptionRenewalInfo renewalInfo, std::int64_t state,
     std::optional<JsonObjectText> asaAttributionData) const {
-  Logger::debug("PurchaseProcessor - Creating correlated payload");
+  Log::debug("PurchaseProcessor - Creating correlated payload");
   CorrelatedPayload payload;
   try {
     payload.eventId = makeUuid();
@@ -91,15 +90,15 @@ std::optional<CorrelatedPayload> PurchaseProcessor::createCorrelatedPayload(
   payload.renewalInfo = objectOf(std::move(renewalInfo.jsonRepresentation));
   payload.state = state;
   payload.attributionDetails = std::move(asaAttributionData);
-  Logger::debug("PurchaseProcessor - Correlated payload created successfully");
+  Log::debug("PurchaseProcessor - Correlated payload created successfully");
   return payload;
 }
 
 Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
-  Logger::debug("PurchaseProcessor - Sending payload to server");
-  if (Logger::passes(LogLevel::error)) {
+  Log::debug("PurchaseProcessor - Sending payload to server");
+  if (Log::passes(LogLevel::error)) {
     // At the error level on purpose: visible whenever the log is on at all.
-    Logger::error("PurchaseProcessor - Complete payload: {}", serialised(payload, JsonWriter::Format::prettyPrinted));
+    Log::error("PurchaseProcessor - Complete payload: {}", serialised(payload, JsonWriter::Format::prettyPrinted));
   }
   try {
     std::string bytes = serialised(payload, JsonWriter::Format::compact);
@@ -108,11 +107,10 @@ Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
       counters_->sent.fetch_add(1, std::memory_order_relaxed);
     }
   } catch (...) {
-    Logger::error("PurchaseProcessor - Failed to send data to server: {}",
-                  localizedDescription(std::current_exception()));
+    Log::error("PurchaseProcessor - Failed to send data to server: {}", localizedDescription(std::current_exception()));
     throw std::system_error(PurchaseProcessorError::serverCommunicationFailed);
   }
-  Logger::debug("PurchaseProcessor - Purchase data sent successfully to server");
+  Log::debug("PurchaseProcessor - Purchase data sent successfully to server");
 }
 
 }  // namespace quillmar

@@ -6,7 +6,7 @@
 #include "Attribution/PurchaseInterceptor.h"
 #include "Attribution/PurchaseProcessor.h"
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/AppleSearchAdsApiClient.h"
 #include "Network/EventsApiClient.h"
 #include "Network/NetworkManager.h"
@@ -41,18 +41,18 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       counters_(std::make_shared<PurchaseCounters>()),
       bundle_(std::move(bundle)),
       userDefaults_(std::move(userDefaults)) {
-  Logger::setSink(platform_.logSink, platform_.clock);
+  Log::setSink(platform_.logSink, platform_.clock);
 }
 
 void QuillmarASAAttributionCore::enableASAAttributionTracking() {
-  Logger::error("QuillmarASAAttribution - enableASAAttributionTracking called");
+  Log::error("QuillmarASAAttribution - enableASAAttributionTracking called");
   // The suite itself, not the store of this instance: that is where configuring puts the key.
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
   set(verificationKeyRepository_, keyRepository);
   const std::optional<std::string> key = keyRepository->fetchVerificationKey();
   if (!key) {
     // The words are those for another setting, on purpose: they are the known sign of a missing verification key.
-    Logger::error("AppId key must be provided in Info.plist");
+    Log::error("AppId key must be provided in Info.plist");
     return;
   }
   set(quillmarVerificationKey_, *key);
@@ -61,16 +61,16 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
                                                               userDefaults_, counters_));
   const auto processor = purchaseProcessor();
   if (!processor) {  // disabled meanwhile, on another thread
-    Logger::error("Failed to initialize PurchaseInterceptor: purchaseProcessor is nil");
+    Log::error("Failed to initialize PurchaseInterceptor: purchaseProcessor is nil");
     return;
   }
-  Logger::error("QuillmarASAAttribution - Creating PurchaseInterceptor");
+  Log::error("QuillmarASAAttribution - Creating PurchaseInterceptor");
   set(purchaseInterceptor_, std::make_shared<PurchaseInterceptor>(processor, platform_.subscriptionUpdates,
                                                                   platform_.executor, activity_, counters_));
-  Logger::error("QuillmarASAAttribution - PurchaseInterceptor created successfully");
-  Logger::error("QuillmarASAAttribution - About to start listening for purchases");
+  Log::error("QuillmarASAAttribution - PurchaseInterceptor created successfully");
+  Log::error("QuillmarASAAttribution - About to start listening for purchases");
   startListener();
-  Logger::error("QuillmarASAAttribution - Purchase listener task assigned");
+  Log::error("QuillmarASAAttribution - Purchase listener task assigned");
   fetchAttributionIfAbsent();
 }
 
@@ -98,7 +98,7 @@ void QuillmarASAAttributionCore::startListener() {
 void QuillmarASAAttributionCore::fetchAttributionIfAbsent() {
   auto repository = asaAttributionTrackingRepository();
   if (!repository || repository->hasAttributionData()) {
-    Logger::info("ASA attribution data already exists locally");
+    Log::info("ASA attribution data already exists locally");
     return;
   }
   Activity inFlight(activity_);
@@ -107,7 +107,7 @@ void QuillmarASAAttributionCore::fetchAttributionIfAbsent() {
 }
 
 void QuillmarASAAttributionCore::disableASAAttributionTracking() {
-  Logger::debug("QuillmarASAAttribution - Disabling ASA attribution tracking");
+  Log::debug("QuillmarASAAttribution - Disabling ASA attribution tracking");
   std::shared_ptr<TaskHandle> listener;
   {
     const std::lock_guard lock(mutex_);
@@ -133,12 +133,12 @@ std::shared_ptr<PurchaseInterceptorProtocol> QuillmarASAAttributionCore::current
 Task<void> QuillmarASAAttributionCore::runListener(std::weak_ptr<QuillmarASAAttributionCore> weak,
                                                    std::shared_ptr<TaskHandle> handle,
                                                    [[maybe_unused]] Activity activity) {
-  Logger::error("QuillmarASAAttribution - Task created, calling startListeningForPurchases");
+  Log::error("QuillmarASAAttribution - Task created, calling startListeningForPurchases");
   const auto interceptor = currentInterceptor(weak);
   if (interceptor && !handle->isCancelled()) {
     co_await interceptor->startListeningForPurchases();
   }
-  Logger::error("QuillmarASAAttribution - startListeningForPurchases completed");
+  Log::error("QuillmarASAAttribution - startListeningForPurchases completed");
 }
 
 // Stops the interceptor only while it is in place: one that was put there after the disabling is left alone.
@@ -169,9 +169,9 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     }
   }
   if (fetched) {
-    Logger::info("Successfully fetched and stored ASA attribution data");
+    Log::info("Successfully fetched and stored ASA attribution data");
   } else {
-    Logger::error("Failed to fetch ASA attribution data: {}", failure);
+    Log::error("Failed to fetch ASA attribution data: {}", failure);
   }
 }
 

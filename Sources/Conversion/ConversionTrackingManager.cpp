@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
-#include "Platform/SystemVersion.h"
 #include "Logging/Guarded.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
+#include "Platform/SystemVersion.h"
 #include "Settings/StoreSetting.h"
 #include "quillmar/Config.h"
 
@@ -97,12 +97,12 @@ void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
                                      bool forceLockWindow) {
-  Logger::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
-                rawValue(window));
+  Log::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
+             rawValue(window));
   const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
   if (windowValue == nullptr) {
-    Logger::error("ConversionTrackingManager - No conversion value available for window {} in event: {}",
-                  rawValue(window), conversionValue.key);
+    Log::error("ConversionTrackingManager - No conversion value available for window {} in event: {}", rawValue(window),
+               conversionValue.key);
     return;
   }
   startUpdate({*windowValue, conversionValue.key, forceLockWindow});
@@ -167,7 +167,7 @@ void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
 void ConversionTrackingManager::sendEventSKAdNetwork2(const Update& update) {
   skAdNetwork_->updateConversionValue_iOS14_0(update.platformFine());
   saveLastWindowValue(update, false);
-  Logger::debug("ConversionTrackingManager - SKAdNetwork 2.0 update successful");
+  Log::debug("ConversionTrackingManager - SKAdNetwork 2.0 update successful");
 }
 
 void ConversionTrackingManager::registerForAttribution(const Update& update) {
@@ -177,7 +177,7 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   skAdNetwork_->registerAppForAdNetworkAttribution();
   saveLastWindowValue(update, false);
   storeSetting(*userDefaults_, adNetworkRegisteredKey, true);
-  Logger::debug("ConversionTrackingManager - App registered for ad network attribution");
+  Log::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
 platform::AdNetworkCompletion ConversionTrackingManager::completion(const Update& update, bool lockWindow,
@@ -189,11 +189,11 @@ platform::AdNetworkCompletion ConversionTrackingManager::completion(const Update
         return;
       }
       if (error) {
-        Logger::error("{}{}", lines.failed, error->localizedDescription);
+        Log::error("{}{}", lines.failed, error->localizedDescription);
       } else if (const auto self = weakSelf.lock()) {
         self->saveLastWindowValue(update, lockWindow);
         if (!lines.successful.empty()) {
-          Logger::debug(lines.successful);
+          Log::debug(lines.successful);
         }
       }
       call->end();
@@ -224,8 +224,8 @@ void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool l
   }
   // A store that cannot write now keeps the value in memory and writes it with the next one.
   storeSetting(*userDefaults_, Config::lastWindowValue, value.toDictionary());
-  Logger::debug("ConversionTrackingManager - Saved last window value: fine={}, coarse={}", value.fineValue,
-                value.coarseValue ? rawValue(*value.coarseValue) : "nil");
+  Log::debug("ConversionTrackingManager - Saved last window value: fine={}, coarse={}", value.fineValue,
+             value.coarseValue ? rawValue(*value.coarseValue) : "nil");
 }
 
 }  // namespace quillmar

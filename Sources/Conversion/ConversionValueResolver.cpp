@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -15,7 +15,7 @@ ConversionValues::ConversionValue ConversionValueResolver::resolveConversionValu
   const std::lock_guard lock(resolverQueue_);
   const auto entry = value.windows.find(rawValue(window));
   if (entry == value.windows.end()) {
-    Logger::error("ConversionValueResolver - No window value found for window {}", rawValue(window));
+    Log::error("ConversionValueResolver - No window value found for window {}", rawValue(window));
     return value;
   }
   auto& [fine, coarse] = entry->second;
@@ -27,8 +27,8 @@ ConversionValues::ConversionValue ConversionValueResolver::resolveConversionValu
       coarse = {*last->coarseValue, {}};
     }
   }
-  Logger::debug("ConversionValueResolver - Resolved conversion value: fine={}, coarse={}, key={}",
-                fine ? fine->value : 0, coarse ? rawValue(coarse->value) : "nil", value.key);
+  Log::debug("ConversionValueResolver - Resolved conversion value: fine={}, coarse={}, key={}", fine ? fine->value : 0,
+             coarse ? rawValue(coarse->value) : "nil", value.key);
   return value;
 }
 

@@ -11,7 +11,7 @@
 #include "Json/JsonWriter.h"
 #include "Json/MapText.h"
 #include "Json/Utf8.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Settings/StoreSetting.h"
 
 namespace quillmar {
@@ -88,10 +88,10 @@ void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
   const std::error_code error = store(tracked);
   for (const TrackedEvent& event : tracked) {
     if (error) {
-      Logger::error("EventTracker - Failed to store event: {}", error.message());
-    } else if (Logger::passes(LogLevel::debug)) {
-      Logger::debug("EventTracker - Tracked event: {} with parameters: {}", event.name,
-                    mapText(event.parameters, decimalText));
+      Log::error("EventTracker - Failed to store event: {}", error.message());
+    } else if (Log::passes(LogLevel::debug)) {
+      Log::debug("EventTracker - Tracked event: {} with parameters: {}", event.name,
+                 mapText(event.parameters, decimalText));
     }
   }
 }
@@ -130,7 +130,7 @@ void EventTracker::clearCompletedEvents() {
   // Emptied before it is removed, on purpose: should only the write reach the disk, the events are gone all the same.
   storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
   removeSetting(*userDefaults_, completedEventsKey);
-  Logger::debug("EventTracker - Cleared all tracked events");
+  Log::debug("EventTracker - Cleared all tracked events");
 }
 
 std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "Logging/Log.h"
 #include "Platform/SystemVersion.h"
-#include "Logging/Logger.h"
 
 namespace quillmar {
 
@@ -27,7 +27,7 @@ void RealSKAdNetwork::updatePostbackConversionValue_iOS16_1_WithCoarse(int fineV
   const auto* const coarse = std::any_cast<platform::SKAdNetworkCoarseConversionValue>(&coarseValue);
   if (coarse == nullptr) {
     // A fault of the caller; a host must not crash for it.
-    Logger::error("RealSKAdNetwork - The coarse value is not one of the platform's");
+    Log::error("RealSKAdNetwork - The coarse value is not one of the platform's");
     return;
   }
   storeKit_->updatePostbackConversionValue(fineValue, *coarse, lockWindow, callable(std::move(completionHandler)));

@@ -1,13 +1,13 @@
 #include <fmt/format.h>
 
-#include <iterator>
 #include <utility>
 #include <variant>
 
 #include "Facade/QuillmarCore.h"
 #include "Json/DecimalNumber.h"
+#include "Json/MapText.h"
 #include "Json/Utf8.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Settings/EnabledFlag.h"
 #include "quillmar/Config.h"
 
@@ -23,17 +23,6 @@ std::string description(const EventValue& value) {
     std::string operator()(const std::string& text) const { return fmt::format("\"{}\"", text); }
   };
   return std::visit(Describe(), value.storage());
-}
-
-/// ["revenue": 9.99]; [:] when empty or absent.
-std::string description(const std::optional<NamedParameters>& params) {
-  std::string text = "[";
-  if (params) {
-    for (const auto& [name, value] : *params) {
-      fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", text.size() > 1 ? ", " : "", name, description(value));
-    }
-  }
-  return text + (text.size() == 1 ? ":]" : "]");
 }
 
 /// The host's parameters under their names, with texts in well-formed UTF-8.
@@ -77,13 +66,15 @@ std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(const std::string& 
                                                              std::optional<EventParameters> params) {
   NamedEvent accepted{repairedUtf8(event), std::nullopt};
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
-    Logger::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
+    Log::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
     counters_.dropped.fetch_add(1, std::memory_order_relaxed);
     return std::nullopt;
   }
   accepted.params = namedParameters(std::move(params));
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("Sending event: {} with params: {}", accepted.name, description(accepted.params));
+  if (Log::passes(LogLevel::debug)) {
+    Log::debug("Sending event: {} with params: {}", accepted.name,
+               mapText(accepted.params.value_or(NamedParameters()),
+                       [](const EventValue& value) { return description(value); }));
   }
   return accepted;
 }
@@ -103,17 +94,17 @@ bool QuillmarCore::isConfigurationReady() const {
   if (isConfigLoaded && hasAppId) {
     return true;
   }
-  Logger::debug("Configuration not ready - isConfigLoaded: {}, hasAppId: {}", isConfigLoaded, hasAppId);
+  Log::debug("Configuration not ready - isConfigLoaded: {}, hasAppId: {}", isConfigLoaded, hasAppId);
   return false;
 }
 
 void QuillmarCore::deferEvent(std::string name, std::optional<NamedParameters> params) {
-  Logger::debug("Event processing deferred - adding to pending queue: {}", name);
+  Log::debug("Event processing deferred - adding to pending queue: {}", name);
   NamedEvent event{std::move(name), std::move(params)};
   postInThisLife(*pendingEventsQueue_, [event = std::move(event)](QuillmarCore& self) mutable {
     self.pendingEvents_.push_back(std::move(event));
     self.pendingEventCount_.store(self.pendingEvents_.size(), std::memory_order_relaxed);
-    Logger::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
+    Log::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
     // The configuration may have come between the event's look at it and now; then nobody else would replay it.
     if (self.isConfigLoaded_.load(std::memory_order_relaxed) && self.userDefaults_->string(Config::serverAppId)) {
       self.processPendingEvents();
@@ -126,7 +117,7 @@ void QuillmarCore::processPendingEvents() {
     std::deque<NamedEvent> taken;
     taken.swap(self.pendingEvents_);
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
-    Logger::debug("Processing {} pending events", taken.size());
+    Log::debug("Processing {} pending events", taken.size());
     while (!taken.empty()) {
       TaskQueue::MakeTask makeTask = [life = self.thisLife(), event = std::move(taken.front())]() mutable {
         return replayEvent(std::move(life), std::move(event));
@@ -139,7 +130,7 @@ void QuillmarCore::processPendingEvents() {
 
 Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
   if (life.lock()) {
-    Logger::debug("Processing deferred event: {}", event.name);
+    Log::debug("Processing deferred event: {}", event.name);
     co_await processEvent(std::move(life), std::move(event.name), std::move(event.params));
   }
 }

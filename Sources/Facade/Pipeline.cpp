@@ -4,7 +4,7 @@
 #include "Conversion/LastWindowValue.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Settings/Calendar.h"
 #include "quillmar/Config.h"
 
@@ -84,7 +84,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
     co_return;
   }
   if (SharedState::instance().getVerificationKeyInvalid()) {
-    Logger::error("Event processing skipped: verification key is considered invalid");
+    Log::error("Event processing skipped: verification key is considered invalid");
     co_return;
   }
   if (!self->isConfigurationReady()) {
@@ -101,7 +101,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   }
   const std::optional<Window> window = self->getCurrentWindow();
   if (!window) {
-    Logger::info("No event sent. The event window has expired.");
+    Log::info("No event sent. The event window has expired.");
     co_return;
   }
   const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(name);
@@ -117,7 +117,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   }
   const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
   if (completed.empty()) {
-    Logger::debug("No completed conversion values found for event: {}", name);
+    Log::debug("No completed conversion values found for event: {}", name);
     co_return;
   }
   const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
@@ -158,7 +158,7 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
   }
   self->counters_.failed.fetch_add(1, std::memory_order_relaxed);
   const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
-  Logger::error(line);
+  Log::error(line);
   self->print(line);
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
@@ -173,7 +173,7 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std
   SharedState& shared = SharedState::instance();
   const std::int64_t attempts = shared.getEventRetryCount(name);
   if (attempts >= maxConfigurationAttempts) {
-    Logger::error("Maximum number of attempts reached for event: {}. Aborting processing.", name);
+    Log::error("Maximum number of attempts reached for event: {}. Aborting processing.", name);
     shared.setEventRetryCount(0, name);
     return nullptr;
   }
@@ -187,24 +187,24 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std
     // Told below, like a missing repository.
   }
   shared.setEventRetryCount(attempts + 1, name);
-  Logger::debug("Could not obtain conversion values. Attempt {} for event: {}", attempts + 1, name);
+  Log::debug("Could not obtain conversion values. Attempt {} for event: {}", attempts + 1, name);
   const std::int64_t failures = shared.getConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
     invalidateVerificationKey(failures);
     return nullptr;
   }
   if (attempts == 0) {
-    Logger::debug("First attempt to get conversion values failed, triggering fetch...");
+    Log::debug("First attempt to get conversion values failed, triggering fetch...");
     fetchAndSaveConversionValues();
   }
   // Not parked: the next event of the same name is the next attempt.
-  Logger::debug("Event processing deferred until conversion values are available: {}", name);
+  Log::debug("Event processing deferred until conversion values are available: {}", name);
   return nullptr;
 }
 
 void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
   SharedState::instance().setVerificationKeyInvalid(true);
-  Logger::error("Verification key considered invalid after {} consecutive failures", failures);
+  Log::error("Verification key considered invalid after {} consecutive failures", failures);
 }
 
 namespace {

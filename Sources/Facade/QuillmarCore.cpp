@@ -5,7 +5,7 @@
 
 #include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/RealSKAdNetwork.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/CompletePlatform.h"
 #include "Settings/EnabledFlag.h"
 #include "quillmar/Config.h"
@@ -38,7 +38,7 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_, epoch_)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
       eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {
-  Logger::setSink(platform_.logSink, platform_.clock);
+  Log::setSink(platform_.logSink, platform_.clock);
 }
 
 QuillmarCore::~QuillmarCore() {

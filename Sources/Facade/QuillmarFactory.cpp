@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/OwnProcess.h"
 #include "Settings/QuillMarDefaults.h"
 
@@ -17,7 +17,7 @@ auto madeBy(Make make) noexcept -> decltype(make()) {
   try {
     return make();
   } catch (const std::exception& error) {
-    Logger::error("Quillmar - Making an instance failed: {}", error.what());
+    Log::error("Quillmar - Making an instance failed: {}", error.what());
     return nullptr;
   }
 }

@@ -5,7 +5,7 @@
 
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Settings/Calendar.h"
 #include "Settings/MockSwitch.h"
 #include "Settings/StoreSetting.h"
@@ -14,46 +14,46 @@
 namespace quillmar {
 
 void QuillmarCore::applicationDidBecomeActive() {
-  Logger::info("Application did become active");
+  Log::info("Application did become active");
   postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
 }
 
 void QuillmarCore::sceneDidActivate() {
-  Logger::info("Scene did activate");
+  Log::info("Scene did activate");
   postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
 }
 
 void QuillmarCore::handleAppBecomeActive() {
   // The test runs again inside the fetch; both runs log.
   if (shouldRefreshConversionValues()) {
-    Logger::debug("App became active, fetching conversion values...");
+    Log::debug("App became active, fetching conversion values...");
     fetchAndSaveConversionValues();
   } else {
-    Logger::debug("App became active but conversion values don't need refresh");
+    Log::debug("App became active but conversion values don't need refresh");
   }
 }
 
 void QuillmarCore::fetchAndSaveConversionValues() {
   if (isFetching()) {
-    Logger::debug("Fetch already in progress, skipping...");
+    Log::debug("Fetch already in progress, skipping...");
     return;
   }
   if (!shouldRefreshConversionValues()) {
-    Logger::debug("Conversion values recently fetched, skipping...");
+    Log::debug("Conversion values recently fetched, skipping...");
     return;
   }
-  Logger::debug("Starting to fetch and save conversion values...");
+  Log::debug("Starting to fetch and save conversion values...");
   spawn(lifecycleQueue_, fetchWithRetry(thisLife(), 3, 5.0, Activity(activity_), Activity(fetches_)));
 }
 
 bool QuillmarCore::shouldRefreshConversionValues() const {
   if (!hasFetchedConversionValues()) {
-    Logger::debug("First fetch in this session, proceeding...");
+    Log::debug("First fetch in this session, proceeding...");
     return true;
   }
   const auto lastFetch = userDefaults_->date(Config::lastConversionValuesFetchTimestamp);
   if (!lastFetch) {
-    Logger::debug("No previous fetch timestamp found, proceeding...");
+    Log::debug("No previous fetch timestamp found, proceeding...");
     return true;
   }
   using Seconds = std::chrono::duration<double>;
@@ -61,16 +61,16 @@ bool QuillmarCore::shouldRefreshConversionValues() const {
   const double elapsed =
       Seconds(platform_.clock->now().time_since_epoch()).count() - Seconds(lastFetch->time_since_epoch()).count();
   const bool shouldRefresh = elapsed >= Config::conversionValuesRefreshInterval;
-  Logger::debug("Time since last fetch: {}s (threshold: {}s), should refresh: {}", static_cast<std::int64_t>(elapsed),
-                static_cast<std::int64_t>(Config::conversionValuesRefreshInterval), shouldRefresh);
+  Log::debug("Time since last fetch: {}s (threshold: {}s), should refresh: {}", static_cast<std::int64_t>(elapsed),
+             static_cast<std::int64_t>(Config::conversionValuesRefreshInterval), shouldRefresh);
   return shouldRefresh;
 }
 
 void QuillmarCore::saveLastFetchTimestamp() {
   const auto now = platform_.clock->now();
   storeSetting(*userDefaults_, Config::lastConversionValuesFetchTimestamp, now);
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("Saved last fetch timestamp: {}", dateDescription(now));
+  if (Log::passes(LogLevel::debug)) {
+    Log::debug("Saved last fetch timestamp: {}", dateDescription(now));
   }
 }
 
@@ -123,12 +123,12 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
   }
   const std::shared_ptr<Fetch> fetch = self->beginFetch();
   if (!fetch) {
-    Logger::debug("Already retrying, skipping...");
+    Log::debug("Already retrying, skipping...");
     co_return;
   }
   std::string failure = "Unknown";
   for (int attempt = 0; attempt < maxAttempts; ++attempt) {
-    Logger::debug("Performing network request to fetch conversion values. Attempt: {}", attempt + 1);
+    Log::debug("Performing network request to fetch conversion values. Attempt: {}", attempt + 1);
     Task<std::exception_ptr> fetched = fetchOnce(self->conversionValuesRepository());
     self.reset();
     const std::exception_ptr error = co_await std::move(fetched);
@@ -145,7 +145,7 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
       co_return;
     }
     failure = textualDescription(error);
-    Logger::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
+    Log::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
     if (attempt < maxAttempts - 1) {
       const std::chrono::nanoseconds wait(static_cast<std::int64_t>(delaySeconds * std::exp2(attempt) * 1e9));
       std::shared_ptr<platform::Clock> clock = self->platform_.clock;
@@ -164,11 +164,11 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
 }
 
 void QuillmarCore::markFetched() {
-  Logger::debug("Conversion values fetched and saved from the server.");
+  Log::debug("Conversion values fetched and saved from the server.");
   saveLastFetchTimestamp();
   setHasFetchedConversionValues(true);
   isConfigLoaded_.store(true, std::memory_order_relaxed);
-  Logger::debug("Configuration marked as loaded - app_id should now be available");
+  Log::debug("Configuration marked as loaded - app_id should now be available");
 }
 
 void QuillmarCore::giveUpFetching(int maxAttempts, const std::string& lastError) {
@@ -179,7 +179,7 @@ void QuillmarCore::giveUpFetching(int maxAttempts, const std::string& lastError)
       isRetriying_ = true;  // without any attempt it stays set, on purpose
     }
   }
-  Logger::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);
+  Log::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);
   setHasFetchedConversionValues(MockSwitch::isOn());  // otherwise the next activation tries again at once
 }
 

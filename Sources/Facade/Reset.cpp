@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Settings/StoreSetting.h"
 #include "quillmar/Config.h"
 
@@ -34,30 +34,30 @@ void QuillmarCore::reset() {
     platform_.notifications->removeObserver(observer);
   }
   emptyPendingEvents();
-  Logger::debug("Quillmar - SDK state reset");
+  Log::debug("Quillmar - SDK state reset");
 }
 
 void QuillmarCore::clearTrackedEvents() {
   eventTracker_->clearCompletedEvents();
-  Logger::debug("Quillmar - Cleared all tracked events");
+  Log::debug("Quillmar - Cleared all tracked events");
 }
 
 void QuillmarCore::resetConfigurationState() {
   isConfigLoaded_.store(false, std::memory_order_relaxed);
   emptyPendingEvents();
-  Logger::debug("Configuration state reset for testing");
+  Log::debug("Configuration state reset for testing");
 }
 
 void QuillmarCore::markConfigurationAsLoaded() {
   isConfigLoaded_.store(true, std::memory_order_relaxed);
   processPendingEvents();
-  Logger::debug("Configuration marked as loaded for testing");
+  Log::debug("Configuration marked as loaded for testing");
 }
 
 void QuillmarCore::resetVerificationKeyState() {
   SharedState::instance().resetConsecutiveAPIFailures();
   SharedState::instance().setVerificationKeyInvalid(false);
-  Logger::info("Verification key state has been reset");
+  Log::info("Verification key state has been reset");
 }
 
 }  // namespace quillmar

@@ -2,7 +2,7 @@
 
 #include "Facade/QuillmarCore.h"
 #include "Logging/Guarded.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/ConfigApiClientClient.h"
 #include "Network/EventServerLogApiClient.h"
 #include "Network/NetworkManager.h"
@@ -26,7 +26,7 @@ constexpr std::int64_t synchronousDaysLimit = 35;
 }  // namespace
 
 void QuillmarCore::configure(std::string verificationKey) {
-  Logger::setLogLevel(logLevel());
+  Log::setLogLevel(logLevel());
   const bool synchronously = MockSwitch::isOn();
   const std::uint64_t epoch = epoch_->current();
   {
@@ -66,7 +66,7 @@ std::optional<QuillmarCore::Configuration> QuillmarCore::takeConfiguration() {
 }
 
 bool QuillmarCore::prepareInBackground(const std::string& verificationKey) {
-  Logger::info("Starting configuration of Quillmar with appId: {}", verificationKey);
+  Log::info("Starting configuration of Quillmar with appId: {}", verificationKey);
   // The suite itself, not the store of this instance: attribution tracking looks for the key there.
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
   setVerificationKeyRepository(keyRepository);
@@ -75,11 +75,11 @@ bool QuillmarCore::prepareInBackground(const std::string& verificationKey) {
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
     if (*days > Config::daysLimit) {
-      Logger::info("SDK not initialized. More than {} days have passed since the first run.", Config::daysLimit);
+      Log::info("SDK not initialized. More than {} days have passed since the first run.", Config::daysLimit);
       return false;
     }
-    Logger::info("First run date: {}. Days since first run: {}.",
-                 dateDescription(userDefaults_->date(Config::firstRunDateKey).value_or(platform_.clock->now())), *days);
+    Log::info("First run date: {}. Days since first run: {}.",
+              dateDescription(userDefaults_->date(Config::firstRunDateKey).value_or(platform_.clock->now())), *days);
   }
   isInitialized_.store(true, std::memory_order_relaxed);
   buildRepositories(verificationKey);
@@ -98,10 +98,10 @@ bool QuillmarCore::prepareSynchronously(const std::string& verificationKey) {
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
     if (*days > synchronousDaysLimit) {
-      Logger::info("More than 35 days have passed since first run. SDK will not be initialized.");
+      Log::info("More than 35 days have passed since first run. SDK will not be initialized.");
       return false;
     }
-    Logger::info("Less than 35 days since first run. Continuing with initialization.");
+    Log::info("Less than 35 days since first run. Continuing with initialization.");
   }
   isInitialized_.store(true, std::memory_order_relaxed);
   buildRepositories(verificationKey);
@@ -115,7 +115,7 @@ void QuillmarCore::finishConfiguring(const std::string& verificationKey, std::ui
   } else {
     fetchAndSaveConversionValues();
   }
-  Logger::info("Quillmar initialized with appId: {}", verificationKey);
+  Log::info("Quillmar initialized with appId: {}", verificationKey);
 }
 
 std::optional<std::int64_t> QuillmarCore::daysSinceFirstRun() {
@@ -133,7 +133,7 @@ void QuillmarCore::recordFirstRun() {
   }
   const auto now = platform_.clock->now();
   storeSetting(*userDefaults_, Config::firstRunDateKey, now);
-  Logger::info("First run date saved: {}", dateDescription(now));
+  Log::info("First run date saved: {}", dateDescription(now));
 }
 
 void QuillmarCore::buildRepositories(const std::string& verificationKey) {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
@@ -55,7 +55,7 @@ void TrackingQueue::trackWaiting() {
     }
     epoch_->during(epoch, [&] { eventTracker_->trackEvents(events); });
   } catch (...) {  // out of memory; the events go on, like those that the store refuses
-    Logger::error("EventTracker - Failed to store event: {}", textualDescription(std::current_exception()));
+    Log::error("EventTracker - Failed to store event: {}", textualDescription(std::current_exception()));
   }
   for (const Waiting& entry : waiting) {
     entry.done(true);

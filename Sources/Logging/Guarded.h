@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/OwnProcess.h"
 
 namespace quillmar {
@@ -18,9 +18,9 @@ Result guarded(const char* operation, Result otherwise, Body body) noexcept {
   try {
     return body();
   } catch (const std::exception& error) {
-    Logger::error("Quillmar - {} failed: {}", operation, error.what());
+    Log::error("Quillmar - {} failed: {}", operation, error.what());
   } catch (...) {
-    Logger::error("Quillmar - {} failed", operation);
+    Log::error("Quillmar - {} failed", operation);
   }
   return otherwise;
 }

@@ -1,99 +1,15 @@
-#include "Logging/Logger.h"
+#include "quillmar/Logger.h"
 
-#include <array>
-#include <chrono>
-#include <iterator>
-#include <mutex>
-#include <string>
+#include "Logging/Log.h"
 
 namespace quillmar {
 
-namespace {
-
-constexpr std::string_view subsystem = "tech.quill-mar.quillmar";
-constexpr std::string_view category = "QuillmarSDK";
-
-/// "MMM d, HH:mm:ss:SSSZ", with English month names.
-std::string formatTimestamp(const platform::Clock& clock) {
-  static constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  using namespace std::chrono;
-  const auto instant = clock.now();
-  const auto offset = clock.localOffset(instant);
-  const auto local = floor<milliseconds>(instant) + offset;
-  const auto midnight = floor<days>(local);
-  const year_month_day date{midnight};
-  const hh_mm_ss time{local - midnight};
-  const auto minutesOff = duration_cast<minutes>(abs(offset)).count();
-  return fmt::format("{} {}, {:02}:{:02}:{:02}:{:03}{}{:02}{:02}", months[static_cast<unsigned>(date.month()) - 1],
-                     static_cast<unsigned>(date.day()), time.hours().count(), time.minutes().count(),
-                     time.seconds().count(), time.subseconds().count(), offset.count() < 0 ? '-' : '+', minutesOff / 60,
-                     minutesOff % 60);
+LogLevel Logger::logLevel() noexcept {
+  return Log::logLevel();
 }
 
-platform::LogSeverity severityOf(LogLevel level) noexcept {
-  switch (level) {
-    case LogLevel::info:
-      return platform::LogSeverity::info;
-    case LogLevel::debug:
-      return platform::LogSeverity::debug;
-    default:
-      return platform::LogSeverity::error;
-  }
-}
-
-}  // namespace
-
-namespace {
-
-/// Where lines go, and the clock of the timestamp.
-struct Output {
-  std::mutex mutex;
-  std::shared_ptr<platform::LogSink> sink;
-  std::shared_ptr<platform::Clock> clock;
-};
-
-Output& output() noexcept {
-  static Output& instance = *new Output;  // never destroyed: lines may come until the very end
-  return instance;
-}
-
-}  // namespace
-
-void Logger::setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept {
-  const std::lock_guard lock(output().mutex);
-  output().sink.swap(sink);
-  output().clock.swap(clock);
-}
-
-void Logger::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
-  try {
-    fmt::memory_buffer message;
-    fmt::vformat_to(std::back_inserter(message), format, arguments);
-    logWithDate(level, {message.data(), message.size()});
-  } catch (...) {  // a line that cannot be composed is lost; logging never fails
-  }
-}
-
-void Logger::logWithDate(LogLevel level, std::string_view message) noexcept {
-  std::shared_ptr<platform::LogSink> sink;
-  std::shared_ptr<platform::Clock> clock;
-  {
-    const std::lock_guard lock(output().mutex);
-    sink = output().sink;
-    clock = output().clock;
-  }
-  if (!sink) {
-    return;
-  }
-  try {
-    // Computed once for the process, and never destroyed.
-    static const std::string& timestamp = *new std::string(formatTimestamp(*clock));
-    fmt::memory_buffer line;
-    fmt::format_to(std::back_inserter(line), "[Quillmar] - [{}] {}", timestamp, message);
-    sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});
-  } catch (...) {  // as above
-  }
+void Logger::setLogLevel(LogLevel level) noexcept {
+  Log::setLogLevel(level);
 }
 
 }  // namespace quillmar

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/AppleRequestBuilder.h"
 #include "Network/Exchange.h"
 
@@ -13,7 +13,7 @@ AppleSearchAdsApiClient::AppleSearchAdsApiClient(std::shared_ptr<NetworkManagerP
     : networkManager_(std::move(networkManager)), baseUrl_(std::move(baseUrl)) {}
 
 Task<ASAAttributionResponse> AppleSearchAdsApiClient::fetchAttributionData(std::string token) {
-  Logger::debug("AppleSearchAdsApiClient - Building request to fetch attribution data from Apple");
+  Log::debug("AppleSearchAdsApiClient - Building request to fetch attribution data from Apple");
   auto body = std::make_shared<PlainTextBodyContainer>(std::move(token));
   AppleRequestBuilder builder({}, baseUrl_);
   builder.post("api/v1").headers({{"Content-Type", "text/plain"}}).body(std::move(body));

@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/Exchange.h"
 
 namespace quillmar {
 
 // The texts speak of conversion values, and name the protocol, on purpose: they are known by these words.
 Task<ConfigResponse> ConfigApiClientClient::fetchConfig() {
-  Logger::debug("ConfigApiClientProtocol - Building request to fetch conversion values");
+  Log::debug("ConfigApiClientProtocol - Building request to fetch conversion values");
   return performExchange<ConfigResponse>(
       networkManager(), createRequestBuilder().get("ios/config").build(),
       {"ConfigApiClientProtocol - Performing network request", "ConfigApiClientProtocol - Decoding response data",

@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Model/ConversionValuesCoding.h"
 #include "Network/Exchange.h"
 
 namespace quillmar {
 
 Task<ConversionValues> ConversionValuesApiClient::fetchConversionValues() {
-  Logger::debug("ConversionValuesApiClient - Building request to fetch conversion values");
+  Log::debug("ConversionValuesApiClient - Building request to fetch conversion values");
   return performExchange<ConversionValues>(
       networkManager(), createRequestBuilder().get("v2/conversionValues").build(),
       {"ConversionValuesApiClient - Performing network request", "ConversionValuesApiClient - Decoding response data",

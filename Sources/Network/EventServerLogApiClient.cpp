@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/EventServerLogRequest.h"
 #include "Network/Exchange.h"
 
@@ -16,7 +16,7 @@ EventServerLogApiClient::EventServerLogApiClient(std::shared_ptr<NetworkManagerP
       quillMarDefaults_(std::move(quillMarDefaults)) {}
 
 Task<EventServerLogResponse> EventServerLogApiClient::logEvent(std::string event) {
-  Logger::debug("EventServerLogApiClient - Building request to log event");
+  Log::debug("EventServerLogApiClient - Building request to log event");
   EventServerLogRequest record = EventServerLogRequest::make(std::move(event), *quillMarDefaults_);
   return performExchange<EventServerLogResponse>(
       networkManager(), createRequestBuilder().post("ios/events").json(std::move(record)).build(),

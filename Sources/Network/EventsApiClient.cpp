@@ -3,13 +3,13 @@
 #include <memory>
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/Exchange.h"
 
 namespace quillmar {
 
 Task<EventServerLogResponse> EventsApiClient::sendEvent(std::string data) {
-  Logger::debug("EventsApiClient - Building request to send event");
+  Log::debug("EventsApiClient - Building request to send event");
   auto body = std::make_shared<DataBodyContainer>(std::move(data));
   return performExchange<EventServerLogResponse>(
       networkManager(), createRequestBuilder().post("ios/events").body(std::move(body)).build(),

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Async/Task.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/NetworkManagerProtocol.h"
 #include "Network/RequestDecoder.h"
 
@@ -21,13 +21,13 @@ struct ExchangeLines {
 template <class Answer>
 Task<Answer> performExchange(std::shared_ptr<NetworkManagerProtocol> networkManager, platform::HttpRequest request,
                              ExchangeLines lines) {
-  Logger::debug(lines.performing);
+  Log::debug(lines.performing);
   const NetworkResponse response = co_await networkManager->perform(std::move(request));
   if (lines.decoding != nullptr) {
-    Logger::debug(lines.decoding);
+    Log::debug(lines.decoding);
   }
   auto answer = RequestDecoder::decode<Answer>(response);
-  Logger::debug(lines.done);
+  Log::debug(lines.done);
   co_return answer;
 }
 

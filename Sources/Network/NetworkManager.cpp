@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Network/MockNetworkManager.h"
 #include "Platform/ErrorCategory.h"
 #include "Settings/MockSwitch.h"
@@ -22,8 +22,8 @@ NetworkManager::NetworkManager(std::shared_ptr<platform::HttpTransport> transpor
     : transport_(std::move(transport)) {}
 
 Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
-  Logger::debug("NetworkManager - Starting network request to URL: {}",
-                request.url.empty() ? std::string_view("Unknown URL") : std::string_view(request.url));
+  Log::debug("NetworkManager - Starting network request to URL: {}",
+             request.url.empty() ? std::string_view("Unknown URL") : std::string_view(request.url));
   std::function<void(std::function<void(platform::HttpResult)>)> start =
       [transport = transport_, request = std::move(request)](std::function<void(platform::HttpResult)> done) mutable {
         transport->start(std::move(request), std::move(done));
@@ -33,24 +33,24 @@ Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
     throw std::system_error(result.error);
   }
   if (!result.statusCode) {
-    Logger::error("NetworkManager - Failed to get HTTPURLResponse");
+    Log::error("NetworkManager - Failed to get HTTPURLResponse");
     throw std::system_error(platform::URLError::badServerResponse);
   }
   const int status = *result.statusCode;
-  Logger::debug("NetworkManager - Received response with status code: {}", status);
+  Log::debug("NetworkManager - Received response with status code: {}", status);
   if (status >= 200 && status <= 299) {
-    Logger::debug("NetworkManager - Request sent successfully.");
+    Log::debug("NetworkManager - Request sent successfully.");
     co_return NetworkResponse{std::move(result.url), status, std::move(result.body)};
   }
   if (status >= 400 && status <= 499) {
-    Logger::error("NetworkManager - Client error: {}", status);
+    Log::error("NetworkManager - Client error: {}", status);
     throw std::system_error(NetworkManagerError::invalidRequest);
   }
   if (status >= 500 && status <= 599) {
-    Logger::error("NetworkManager - Server error: {}", status);
+    Log::error("NetworkManager - Server error: {}", status);
     throw std::system_error(NetworkManagerError::serverError);
   }
-  Logger::error("NetworkManager - Unexpected status code: {}", status);
+  Log::error("NetworkManager - Unexpected status code: {}", status);
   throw std::system_error(NetworkManagerError::unexpectedStatusCode);
 }
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 
 namespace quillmar {
@@ -22,35 +22,35 @@ ASAAttributionTrackingRepository::ASAAttributionTrackingRepository(
     : appleApiClient_(std::move(appleApiClient)), asaDataPersistence_(std::move(asaDataPersistence)) {}
 
 Task<void> ASAAttributionTrackingRepository::fetchAndStoreAttributionData(std::string token) {
-  Logger::debug("ASAAttributionTrackingRepository - Fetching attribution data from Apple");
+  Log::debug("ASAAttributionTrackingRepository - Fetching attribution data from Apple");
   try {
     const ASAAttributionResponse data = co_await appleApiClient_->fetchAttributionData(std::move(token));
     asaDataPersistence_->saveASAData(data);
   } catch (...) {
-    Logger::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
-                  localizedDescription(std::current_exception()));
+    Log::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
+               localizedDescription(std::current_exception()));
     throw std::system_error(ASAAttributionTrackingRepositoryError::attributionDataFetchFailed);
   }
-  Logger::debug("ASAAttributionTrackingRepository - Successfully fetched and stored attribution data");
+  Log::debug("ASAAttributionTrackingRepository - Successfully fetched and stored attribution data");
 }
 
 std::optional<ASAAttributionResponse> ASAAttributionTrackingRepository::getStoredAttributionData() const {
-  Logger::debug("ASAAttributionTrackingRepository - Getting stored attribution data");
+  Log::debug("ASAAttributionTrackingRepository - Getting stored attribution data");
   return asaDataPersistence_->loadASAData();
 }
 
 std::optional<JsonObjectText> ASAAttributionTrackingRepository::getStoredAttributionDataAsDictionary() const {
-  Logger::debug("ASAAttributionTrackingRepository - Getting stored attribution data as [String: Any]");
+  Log::debug("ASAAttributionTrackingRepository - Getting stored attribution data as [String: Any]");
   return asaDataPersistence_->loadASADataAsDictionary();
 }
 
 bool ASAAttributionTrackingRepository::hasAttributionData() const {
-  Logger::debug("ASAAttributionTrackingRepository - Checking if attribution data exists");
+  Log::debug("ASAAttributionTrackingRepository - Checking if attribution data exists");
   return asaDataPersistence_->hasASAData();
 }
 
 void ASAAttributionTrackingRepository::clearAttributionData() {
-  Logger::debug("ASAAttributionTrackingRepository - Clearing attribution data");
+  Log::debug("ASAAttributionTrackingRepository - Clearing attribution data");
   asaDataPersistence_->clearASAData();
 }
 

@@ -6,7 +6,7 @@
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Persistence/PersistenceFile.h"
 
 namespace quillmar {
@@ -16,76 +16,76 @@ ASADataPersistence::ASADataPersistence(std::shared_ptr<platform::FileManager> fi
     : fileManager_(std::move(fileManager)),
       documentsDirectory_(documentsDirectory ? std::move(documentsDirectory) : fileManager_->documentsDirectory()) {
   if (!documentsDirectory_) {
-    Logger::error("ASADataPersistence - There is no documents directory, ASA data is not kept");
+    Log::error("ASADataPersistence - There is no documents directory, ASA data is not kept");
   }
 }
 
 void ASADataPersistence::saveASAData(const ASAAttributionResponse& data) {
-  Logger::debug("ASADataPersistence - Saving ASA attribution data to local storage");
+  Log::debug("ASADataPersistence - Saving ASA attribution data to local storage");
   try {
     JsonWriter writer;
     data.encode(writer);
     const std::string file = path();
     write(file, writer.take());
-    Logger::debug("ASADataPersistence - Successfully saved ASA data to: {}", file);
+    Log::debug("ASADataPersistence - Successfully saved ASA data to: {}", file);
   } catch (const std::exception& error) {
-    Logger::error("ASADataPersistence - Failed to save ASA data: {}", localizedDescription(error));
+    Log::error("ASADataPersistence - Failed to save ASA data: {}", localizedDescription(error));
   }
 }
 
 std::optional<ASAAttributionResponse> ASADataPersistence::loadASAData() const {
-  Logger::debug("ASADataPersistence - Loading ASA attribution data from local storage");
+  Log::debug("ASADataPersistence - Loading ASA attribution data from local storage");
   if (!fileExists()) {
-    Logger::debug("ASADataPersistence - No ASA data file found");
+    Log::debug("ASADataPersistence - No ASA data file found");
     return std::nullopt;
   }
   try {
     const boost::json::value document = parseJson(read());
     auto data = ASAAttributionResponse::decode(JsonReader(document));
-    Logger::debug("ASADataPersistence - Successfully loaded ASA data from local storage");
+    Log::debug("ASADataPersistence - Successfully loaded ASA data from local storage");
     return data;
   } catch (const std::exception& error) {
-    Logger::error("ASADataPersistence - Failed to load ASA data: {}", localizedDescription(error));
+    Log::error("ASADataPersistence - Failed to load ASA data: {}", localizedDescription(error));
     return std::nullopt;
   }
 }
 
 std::optional<JsonObjectText> ASADataPersistence::loadASADataAsDictionary() const {
-  Logger::debug("ASADataPersistence - Loading ASA attribution data as dictionary from local storage");
+  Log::debug("ASADataPersistence - Loading ASA attribution data as dictionary from local storage");
   if (!fileExists()) {
-    Logger::debug("ASADataPersistence - No ASA data file found for dictionary loading");
+    Log::debug("ASADataPersistence - No ASA data file found for dictionary loading");
     return std::nullopt;
   }
   try {
     auto dictionary = JsonObjectText::parse(read());
     if (dictionary) {
-      Logger::debug("ASADataPersistence - Successfully loaded ASA data as dictionary from local storage");
+      Log::debug("ASADataPersistence - Successfully loaded ASA data as dictionary from local storage");
     } else {
-      Logger::error("ASADataPersistence - Failed to decode ASA data as dictionary");
+      Log::error("ASADataPersistence - Failed to decode ASA data as dictionary");
     }
     return dictionary;
   } catch (const std::exception& error) {
-    Logger::error("ASADataPersistence - Failed to load ASA data as dictionary: {}", localizedDescription(error));
+    Log::error("ASADataPersistence - Failed to load ASA data as dictionary: {}", localizedDescription(error));
     return std::nullopt;
   }
 }
 
 void ASADataPersistence::clearASAData() {
-  Logger::debug("ASADataPersistence - Clearing ASA attribution data from local storage");
+  Log::debug("ASADataPersistence - Clearing ASA attribution data from local storage");
   if (!fileExists()) {
-    Logger::debug("ASADataPersistence - No ASA data file to clear");
+    Log::debug("ASADataPersistence - No ASA data file to clear");
     return;
   }
   if (const std::error_code error = fileManager_->removeItem(path())) {
-    Logger::error("ASADataPersistence - Failed to clear ASA data: {}", error.message());
+    Log::error("ASADataPersistence - Failed to clear ASA data: {}", error.message());
     return;
   }
-  Logger::debug("ASADataPersistence - Successfully cleared ASA data");
+  Log::debug("ASADataPersistence - Successfully cleared ASA data");
 }
 
 bool ASADataPersistence::hasASAData() const {
   const bool exists = fileExists();
-  Logger::debug("ASADataPersistence - ASA data exists: {}", exists);
+  Log::debug("ASADataPersistence - ASA data exists: {}", exists);
   return exists;
 }
 

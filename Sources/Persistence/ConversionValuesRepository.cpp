@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Model/ConversionValuesCoding.h"
 #include "Settings/StoreSetting.h"
 #include "quillmar/Config.h"
@@ -28,22 +28,22 @@ void ConversionValuesRepository::fetchAndSaveConversionValues(Completion complet
 
 Task<void> ConversionValuesRepository::fetchTask(std::shared_ptr<ConversionValuesRepository> self, std::uint64_t begun,
                                                  Completion completion) {
-  Logger::debug("ConversionValuesRepository - Fetching config from server");
+  Log::debug("ConversionValuesRepository - Fetching config from server");
   std::exception_ptr failure;
   try {
     co_await self->fetchAndSave(begun);
   } catch (...) {
     failure = std::current_exception();
-    Logger::error("ConversionValuesRepository - Failed to fetch and save conversion values: {}",
-                  textualDescription(failure));
+    Log::error("ConversionValuesRepository - Failed to fetch and save conversion values: {}",
+               textualDescription(failure));
   }
   completion(std::move(failure));
 }
 
 Task<void> ConversionValuesRepository::fetchAndSave(std::uint64_t begun) {
   const ConfigResponse response = co_await configApiClient_->fetchConfig();
-  Logger::debug("ConversionValuesRepository - Config fetched: appId={}, sdkEnabled={}", response.appId,
-                response.sdkEnabled);
+  Log::debug("ConversionValuesRepository - Config fetched: appId={}, sdkEnabled={}", response.appId,
+             response.sdkEnabled);
   if (!epoch_->during(begun, [&] { save(response); })) {
     throw std::system_error(platform::URLError::cancelled);
   }
@@ -53,21 +53,21 @@ void ConversionValuesRepository::save(const ConfigResponse& response) {
   // Before the document, on purpose: the service's verdict takes effect even when the document cannot be written.
   storeSetting(*userDefaults_, Config::serverAppId, response.appId);
   storeSetting(*userDefaults_, Config::sdkEnabled, response.sdkEnabled);
-  Logger::debug("ConversionValuesRepository - Saved server config: appId={}, sdkEnabled={}", response.appId,
-                response.sdkEnabled);
+  Log::debug("ConversionValuesRepository - Saved server config: appId={}, sdkEnabled={}", response.appId,
+             response.sdkEnabled);
   const ConversionValues conversionValues = response.conversionValues();
   persistence_->save(conversionValues);
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("ConversionValuesRepository - Conversion values saved to persistence: {}",
-                  description(conversionValues));
+  if (Log::passes(LogLevel::debug)) {
+    Log::debug("ConversionValuesRepository - Conversion values saved to persistence: {}",
+               description(conversionValues));
   }
 }
 
 std::shared_ptr<const ConversionValues> ConversionValuesRepository::fetchAllConversionValues() const {
-  Logger::debug("ConversionValuesRepository - Fetching all conversion values from persistence");
+  Log::debug("ConversionValuesRepository - Fetching all conversion values from persistence");
   auto conversionValues = persistence_->getAllConversionValues();
-  if (Logger::passes(LogLevel::debug)) {
-    Logger::debug("ConversionValuesRepository - Fetched conversion values: {}", description(conversionValues->values));
+  if (Log::passes(LogLevel::debug)) {
+    Log::debug("ConversionValuesRepository - Fetched conversion values: {}", description(conversionValues->values));
   }
   return conversionValues;
 }

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 #include "Settings/EnabledFlag.h"
 
@@ -23,7 +23,7 @@ EventServerLogRepository::EventServerLogRepository(std::shared_ptr<EventServerLo
 
 void EventServerLogRepository::logEvent(std::string event, Completion completion) {
   if (!isSDKEnabled(*userDefaults_, "EventServerLogRepository - SDK enabled status")) {
-    Logger::debug("EventServerLogRepository - SDK is disabled by server configuration, skipping event: {}", event);
+    Log::debug("EventServerLogRepository - SDK is disabled by server configuration, skipping event: {}", event);
     completion({nullptr, false});
     return;
   }
@@ -41,10 +41,10 @@ Task<void> EventServerLogRepository::logTask(std::shared_ptr<EventServerLogRepos
     failure = textualDescription(std::current_exception());
   }
   if (answer.status == "success") {
-    Logger::debug("EventServerLogRepository - Event logged successfully: {}", answer.message.value_or(""));
+    Log::debug("EventServerLogRepository - Event logged successfully: {}", answer.message.value_or(""));
     completion({});
   } else {
-    Logger::error("EventServerLogRepository - Error logging event: {}", failure);
+    Log::error("EventServerLogRepository - Error logging event: {}", failure);
     completion({std::make_exception_ptr(notLogged), false});
   }
 }

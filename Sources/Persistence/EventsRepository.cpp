@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 
 namespace quillmar {
@@ -18,7 +18,7 @@ EventsRepository::EventsRepository(std::shared_ptr<EventsApiClientProtocol> apiC
 
 Task<void> EventsRepository::send(std::string payload) {
   // The line names a component that does not exist, on purpose: it is known by these words.
-  Logger::debug("ProductSubscriptionStatusRepository - Sending event to server");
+  Log::debug("ProductSubscriptionStatusRepository - Sending event to server");
   const EventServerLogResponse answer = co_await apiClient_->sendEvent(std::move(payload));
   if (answer.status != "success") {
     throw std::system_error(EventsRepositoryProtocolError::error);

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 
 namespace quillmar {
@@ -39,7 +39,7 @@ std::optional<std::string> PersistenceFile::makeUrl() const {
   }
   if (!fileManager_->fileExists(*path)) {
     if (const std::error_code error = fileManager_->createDirectory(*path)) {
-      Logger::error("PersistenceItem - Failed to create directory: {}", error.message());
+      Log::error("PersistenceItem - Failed to create directory: {}", error.message());
       return std::nullopt;
     }
   }

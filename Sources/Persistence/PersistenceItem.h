@@ -10,7 +10,7 @@
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Persistence/PersistenceFile.h"
 
 namespace quillmar {
@@ -41,12 +41,12 @@ class PersistenceItem {
     {
       const std::lock_guard lock(decodedMutex_);
       if (stamp && decodedStamp_ == stamp) {
-        Logger::debug("PersistenceItem - Reading data from file: {}", filename());
+        Log::debug("PersistenceItem - Reading data from file: {}", filename());
         return decoded_;
       }
     }
     const std::string content = file_.read(path);
-    Logger::debug("PersistenceItem - Reading data from file: {}", filename());
+    Log::debug("PersistenceItem - Reading data from file: {}", filename());
     auto value = std::make_shared<const T>(decode(content));
     const std::lock_guard lock(decodedMutex_);
     decoded_ = value;
@@ -61,7 +61,7 @@ class PersistenceItem {
     Codable<T>::encode(writer, value);
     file_.write(path, writer.take());
     forget();
-    Logger::debug("PersistenceItem - Saving data to file: {}", filename());
+    Log::debug("PersistenceItem - Saving data to file: {}", filename());
   }
 
   /// Removes the file. A missing one is created first and removed at once, on purpose: deleting it is no error.
@@ -69,7 +69,7 @@ class PersistenceItem {
     const std::string path = file_.existingPath();
     file_.remove(path);
     forget();
-    Logger::debug("PersistenceItem - Deleting file: {}", filename());
+    Log::debug("PersistenceItem - Deleting file: {}", filename());
   }
 
  private:

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "quillmar/Config.h"
 
 namespace quillmar {
@@ -22,7 +22,7 @@ bool isSDKEnabled(const platform::UserDefaults& userDefaults) {
 bool isSDKEnabled(const platform::UserDefaults& userDefaults, std::string_view label) {
   const std::optional<bool> flag = storedFlag(userDefaults);
   if (flag) {
-    Logger::debug("{}: {}", label, *flag);
+    Log::debug("{}: {}", label, *flag);
   }
   return flag.value_or(true);
 }

@@ -2,19 +2,19 @@
 
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 namespace quillmar {
 
 void storeSetting(platform::UserDefaults& userDefaults, std::string_view key, platform::PropertyListValue value) {
   if (const std::error_code error = userDefaults.set(key, std::move(value))) {
-    Logger::error("UserDefaults - Failed to store {}: {}", key, error.message());
+    Log::error("UserDefaults - Failed to store {}: {}", key, error.message());
   }
 }
 
 void removeSetting(platform::UserDefaults& userDefaults, std::string_view key) {
   if (const std::error_code error = userDefaults.remove(key)) {
-    Logger::error("UserDefaults - Failed to remove {}: {}", key, error.message());
+    Log::error("UserDefaults - Failed to remove {}: {}", key, error.message());
   }
 }
 

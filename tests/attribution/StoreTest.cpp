@@ -67,7 +67,7 @@ TEST_F(ASADataPersistenceTest, savesEveryFieldAndClears) {
 }
 
 TEST_F(ASADataPersistenceTest, placesThatCannotBeWrittenAreLoggedOnly) {
-  Logger::setLogLevel(LogLevel::error);
+  Log::setLogLevel(LogLevel::error);
   files->createDirectory(path);  // in the way
   persistence.saveASAData({});
   ASADataPersistence homeless(std::make_shared<simulated::InMemoryFileManager>(std::nullopt));

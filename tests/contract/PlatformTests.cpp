@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/PlatformMembers.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
@@ -51,9 +51,9 @@ TEST(DefaultPlatform, sharedPlatformCanBeReplacedAndTakesTheLog) {
   setSharedPlatform(simulated.platform());
   EXPECT_EQ(sharedPlatform().clock, simulated.clock);
   EXPECT_EQ(before.clock, defaultClock) << "a reference that is out stays good";
-  Logger::setLogLevel(LogLevel::error);
-  Logger::error("line");
-  Logger::setLogLevel(LogLevel::off);
+  Log::setLogLevel(LogLevel::error);
+  Log::error("line");
+  Log::setLogLevel(LogLevel::off);
   EXPECT_EQ(simulated.logSink->lines().size(), 1U);
 }
 

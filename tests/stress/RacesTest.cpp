@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Conversion/EventTracker.h"
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
@@ -84,7 +84,7 @@ class Races : public testing::Test {
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
   }
   ~Races() override {
-    Logger::setSink(nullptr, platform_.clock);
+    Log::setSink(nullptr, platform_.clock);
     Quillmar::resetStaticState();
   }
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "quillmar/simulated/RecordingLogSink.h"
 
@@ -19,12 +19,12 @@ class LogCapture {
       LogLevel level = LogLevel::info,
       std::shared_ptr<platform::Clock> clock = std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{}))
       : sink_(std::make_shared<simulated::RecordingLogSink>()) {
-    Logger::setSink(sink_, std::move(clock));
-    Logger::setLogLevel(level);
+    Log::setSink(sink_, std::move(clock));
+    Log::setLogLevel(level);
   }
   ~LogCapture() {
-    Logger::setLogLevel(LogLevel::off);
-    Logger::setSink(nullptr, nullptr);
+    Log::setLogLevel(LogLevel::off);
+    Log::setSink(nullptr, nullptr);
   }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "Platform/Curl/CurlHttpTransport.h"
 #include "Platform/Linux/HostDevice.h"
 #include "Platform/Linux/NoAdAttributionKit.h"
@@ -100,7 +100,7 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
       std::make_shared<PosixFileManager>(folder.empty() ? std::nullopt : std::optional(folder + "/documents"));
   platform.userDefaults = std::make_shared<SqliteUserDefaultsProvider>(
       folder.empty() ? std::string() : folder + "/settings",
-      [](std::string_view text) { Logger::error("UserDefaults - {}", text); });
+      [](std::string_view text) { Log::error("UserDefaults - {}", text); });
   platform.storeKitAdNetwork = std::make_shared<NoStoreKitAdNetwork>();
   platform.adAttributionKit = std::make_shared<NoAdAttributionKit>();
   platform.device = std::make_shared<HostDevice>();

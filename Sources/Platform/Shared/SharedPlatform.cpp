@@ -2,7 +2,7 @@
 #include <mutex>
 #include <utility>
 
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 #include "quillmar/platform/Platform.h"
 
 namespace quillmar::platform {
@@ -22,7 +22,7 @@ struct SharedPlatforms {
 
   const Platform& add(Platform platform) {
     const Platform& added = platforms.emplace_back(std::move(platform));
-    Logger::setSink(added.logSink, added.clock);
+    Log::setSink(added.logSink, added.clock);
     return added;
   }
 };

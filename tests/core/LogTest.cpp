@@ -1,4 +1,4 @@
-#include "Logging/Logger.h"
+#include "Logging/Log.h"
 
 #include <gmock/gmock.h>
 
@@ -12,14 +12,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-TEST(Logger, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
+TEST(Log, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
   const std::vector<std::string> lines{"error: 100 % of {braces} %s", "debug: d 2", "info: i 3"};
   for (int raw = 0; raw <= 3; ++raw) {
     const test::LogCapture log(*logLevelFromRawValue(raw));
-    Logger::error("{}", "100 % of {braces} %s");
-    Logger::debug("d {}", 2);
-    Logger::info("i {}", 3);
-    Logger::error("{:{}}", "a width that cannot be", -1);  // stays inside
+    Log::error("{}", "100 % of {braces} %s");
+    Log::debug("d {}", 2);
+    Log::info("i {}", 3);
+    Log::error("{:{}}", "a width that cannot be", -1);  // stays inside
     EXPECT_EQ(log.messages(), std::vector(lines.begin(), lines.begin() + raw)) << "level " << raw;
   }
 }
@@ -29,15 +29,15 @@ TEST(Logger, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
   const auto clock = std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint(now));
   clock->setTimeZone([offset](platform::Clock::TimePoint) { return offset; });
   const test::LogCapture log(LogLevel::error, clock);
-  Logger::error("first");
+  Log::error("first");
   clock->advance(3s);
-  Logger::error("second");
+  Log::error("second");
   const auto lines = log.lines();
   const std::string prefix = std::string("[Quillmar] - [") + expected + "] ";
   std::exit(lines.size() == 2 && lines[0].text == prefix + "first" && lines[1].text == prefix + "second" ? 0 : 1);
 }
 
-TEST(LoggerDeathTest, timestampIsThatOfTheFirstLineInLocalTime) {
+TEST(LogDeathTest, timestampIsThatOfTheFirstLineInLocalTime) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: the timestamp is made once in each
   const auto march4 = 1772615702123ms;             // 2026-03-04 09:15:02.123 UTC
   EXPECT_EXIT(exitWithFirstLine(march4, 1h, "Mar 4, 10:15:02:123+0100"), testing::ExitedWithCode(0), "");
