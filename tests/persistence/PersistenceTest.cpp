@@ -163,7 +163,7 @@ TEST_F(Persistence, onlyTheExactWordSuccessIsOneAndADisabledLibraryAsksNothing) 
     return result.failure ? textualDescription(result.failure) : "";
   };
   EventsRepository events(client);
-  for (const std::optional<std::string> status : {std::optional<std::string>("success"), {"Success"}, {}}) {
+  for (const std::optional<std::string>& status : {std::optional<std::string>("success"), {"Success"}, {}}) {
     client->response.status = status;
     const bool good = status == "success";
     EXPECT_EQ(logFailure(), good ? "" : "failedToLogEvent");

@@ -50,7 +50,7 @@ ConfigResponse decodeConfiguration(const std::string& text) {
 template <class Document>
 std::string encoded(const Document& document) {
   JsonWriter writer;
-  document.encode(writer);
+  Codable<Document>::encode(writer, document);
   return writer.take();
 }
 
