@@ -123,13 +123,13 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
   const Certificate certificate("127.0.0.1");
   const LoopbackService plain({.delay = 2ms});
   const LoopbackService secure({.delay = 2ms}, &certificate);
-  const std::pair<const char*, const char*> ways[] = {
-      {"local", "return"}, {"static", "return"},           {"shared", "exit"},
-      {"static", "exit"},  {"static", "exit on a thread"}, {"TLS user", "exit"}};
+  const std::pair<std::string, const char*> ways[] = {{"local", "return"},  {"static", "return"},
+                                                      {"shared", "exit"},   {"static", "exit on a thread"},
+                                                      {"TLS user", "exit"}, {"late TLS user", "exit"}};
   const std::string urls[] = {plain.url(), secure.url(), "http://127.0.0.1:1"};
   for (int i = 0; i < exits; ++i) {
     const auto& [owner, ending] = ways[i % 6];
-    const std::string& url = urls[i / 6 % 3];
+    const std::string& url = owner.ends_with("TLS user") ? urls[1] : urls[i / 6 % 3];
     const int sent = i * 379 % 4001;
     const int logged = url == urls[2] ? 0 : std::max(i * 7 % 20 - 8, 0);
     std::string arguments[] = {QUILLMAR_EXITING_HOST, folder.path(),         url, certificate.file(), owner, ending,
