@@ -1,7 +1,7 @@
 // A host that ends while its threads report events and the library works:
 //   quillmar_exiting_host DATA SERVICE CA-FILE OWNER ENDING SENT LOGGED
 // The last two say how many events must have been sent, and logged by the service, before.
-#include <dlfcn.h>
+#include <openssl/ssl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -29,6 +29,14 @@ void report(const std::weak_ptr<quillmar::Quillmar>& weak) {
   }
 }
 
+/// Uses OpenSSL before the library does. Exit handlers run in the reverse order: OpenSSL takes itself down before this
+/// last moment, in which the library's threads go on.
+void useTls() {
+  std::atexit([] { quillmar::Quillmar::shared()->drain(std::chrono::milliseconds(20)); });
+  static SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
+  SSL_CTX_set_default_verify_paths(context);
+}
+
 }  // namespace
 
 int main(int, char** arguments) {
@@ -38,14 +46,14 @@ int main(int, char** arguments) {
   const std::uint64_t sent = std::stoull(arguments[6]);
   const std::uint64_t logged = std::stoull(arguments[7]);
 
-  if (owner == "TLS user") {  // OpenSSL, if it is there, is in use before the library uses it
-    if (const auto initialize =
-            reinterpret_cast<int (*)(std::uint64_t, const void*)>(::dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))) {
-      initialize(0, nullptr);
-    }
+  if (owner == "TLS user") {
+    useTls();
   }
   quillmar::platform::setSharedPlatform(
       quillmar::platform::makeDefaultPlatform({arguments[1], arguments[2], arguments[3], arguments[2]}));
+  if (owner == "late TLS user") {
+    useTls();
+  }
   auto quillmar = owner == "local" || owner == "static"
                       ? quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform())
                       : quillmar::Quillmar::shared();

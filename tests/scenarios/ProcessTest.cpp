@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -123,13 +124,13 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
   const Certificate certificate("127.0.0.1");
   const LoopbackService plain({.delay = 2ms});
   const LoopbackService secure({.delay = 2ms}, &certificate);
-  const std::pair<const char*, const char*> ways[] = {
-      {"local", "return"}, {"static", "return"},           {"shared", "exit"},
-      {"static", "exit"},  {"static", "exit on a thread"}, {"TLS user", "exit"}};
+  const std::pair<std::string, const char*> ways[] = {
+      {"local", "return"},  {"shared", "exit"},     {"static", "exit on a thread"},
+      {"TLS user", "exit"}, {"TLS user", "return"}, {"late TLS user", "exit"}};
   const std::string urls[] = {plain.url(), secure.url(), "http://127.0.0.1:1"};
   for (int i = 0; i < exits; ++i) {
     const auto& [owner, ending] = ways[i % 6];
-    const std::string& url = urls[i / 6 % 3];
+    const std::string& url = owner.ends_with("TLS user") ? urls[1] : urls[i / 6 % 3];
     const int sent = i * 379 % 4001;
     const int logged = url == urls[2] ? 0 : std::max(i * 7 % 20 - 8, 0);
     std::string arguments[] = {QUILLMAR_EXITING_HOST, folder.path(),         url, certificate.file(), owner, ending,
@@ -150,6 +151,26 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
   EXPECT_EQ(quillmar->statistics().logged, 1U);
   EXPECT_EQ(log.messages(), std::vector<std::string>());
   Quillmar::resetStaticState();
+}
+
+/// Whether what a plugin has begun goes on when it is closed.
+bool libraryOutlivesPlugin() {
+  const TemporaryFolder folder;
+  const LoopbackService service({.delay = 2ms});
+  void* const plugin = ::dlopen(QUILLMAR_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+  reinterpret_cast<void (*)(const char*, const char*)>(::dlsym(plugin, "report"))(folder.path().c_str(),
+                                                                                  service.url().c_str());
+  ::dlclose(plugin);
+  const auto end = std::chrono::steady_clock::now() + 60s;
+  while (service.requests().size() <= 200 && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+  return service.requests().size() == 201;
+}
+
+TEST(Unloading, ofAPluginLeavesTheLibraryAtWork) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process of its own
+  EXPECT_EXIT(std::exit(libraryOutlivesPlugin() ? 0 : 1), ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ MultiHandle makeMulti(long connections) {
 
 CurlEngine::CurlEngine(CurlHttpTransportOptions options) : options_(std::move(options)) {
   options_.maxConnections = std::clamp<std::size_t>(options_.maxConnections, 1, kMostConnections);
+  CurlProcess::instance();
 }
 
 CurlEngine::RequestId CurlEngine::start(HttpRequest request, Completion completion) {

@@ -16,8 +16,8 @@ namespace {
 constexpr auto kPatienceAtExit = std::chrono::seconds(2);
 
 /// OpenSSL takes itself down when the process exits, under the feet of threads that use it. It can be told not to, as
-/// long as nobody has used it yet; a libcurl on another library needs nothing. Looked up, so that the library need not
-/// be linked with what libcurl is linked with.
+/// long as nobody has used it yet; if somebody has, its exit handler runs after ours. Looked up, so that the library
+/// need not be linked with what libcurl is linked with.
 void keepTlsUntilTheEnd() noexcept {
   constexpr std::uint64_t kNoAtExit = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
   using Initialize = int (*)(std::uint64_t, const void*);
@@ -33,14 +33,22 @@ CurlProcess& CurlProcess::instance() {
   return process;
 }
 
-// `keepTlsUntilTheEnd` comes too late when the host has used OpenSSL before. Exit handlers run in the reverse order:
-// this one before that of whoever was there first.
 CurlProcess::CurlProcess() : process_(::getpid()) {
+  keepTlsUntilTheEnd();
+  closeAtExit();
+}
+
+/// Exit handlers run in the reverse order: this one before that of whoever was there first.
+void CurlProcess::closeAtExit() noexcept {
   static_cast<void>(std::atexit([] { instance().close(); }));
 }
 
 void CurlProcess::initialize() {
-  static const CURLcode result = (keepTlsUntilTheEnd(), curl_global_init(CURL_GLOBAL_DEFAULT));
+  static const CURLcode result = [] {
+    const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
+    closeAtExit();  // once more: TLS may have come only now, with an exit handler, where `dlsym` does not see it
+    return code;
+  }();
   if (result != CURLE_OK) {
     throw std::runtime_error(curl_easy_strerror(result));
   }

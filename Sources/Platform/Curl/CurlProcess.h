@@ -11,7 +11,7 @@ namespace quillmar::platform {
 /// which on their threads stay out of libcurl, but for its waiting. Never destroyed.
 class CurlProcess {
  public:
-  /// The first call must come before libcurl is initialized.
+  /// The first call should come from the host's thread, before the process can exit: with the first transport.
   static CurlProcess& instance();
 
   /// Makes libcurl ready. Throws `std::runtime_error` when it refuses.
@@ -40,6 +40,7 @@ class CurlProcess {
  private:
   CurlProcess();
 
+  static void closeAtExit() noexcept;
   bool enter() noexcept;
   void leave() noexcept;
   void close() noexcept;
