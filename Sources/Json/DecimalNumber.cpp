@@ -57,16 +57,22 @@ std::optional<double> parseDecimal(std::string_view text) {
   if (!isDecimal(text)) {
     return std::nullopt;
   }
-  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  const std::string terminated(text);
-  const double value = strtod_l(terminated.c_str(), nullptr, cLocale);
+  const double value = nearestDouble(std::string(text));
   return std::isfinite(value) ? std::optional(value) : std::nullopt;
+}
+
+double nearestDouble(const std::string& number) {
+  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return strtod_l(number.c_str(), nullptr, cLocale);
 }
 
 std::optional<std::int64_t> exactInteger(std::string_view number) {
   const bool negative = skipAnyOf(number, "-");
   // The digits without the point, and the power of ten that they are multiplied with.
   const std::size_t mantissaEnd = std::min(number.find_first_of("eE"), number.size());
+  if (mantissaEnd == number.size() && number.back() != '0' && number.find('.') != std::string_view::npos) {
+    return std::nullopt;  // most numbers that are not spelled as integers, at no price
+  }
   std::string digits(number.substr(0, mantissaEnd));
   std::int64_t power = 0;
   if (mantissaEnd < number.size()) {

@@ -11,6 +11,9 @@ namespace quillmar {
 /// and the result is finite. Does not depend on the locale.
 std::optional<double> parseDecimal(std::string_view text);
 
+/// The same for a text that is such a number; infinite when no double is near.
+double nearestDouble(const std::string& number);
+
 /// The integer that a JSON number denotes exactly, however it is spelled: 63, 63.0 and 6300e-2, but not
 /// 63.00000000000000001. Nothing for a fraction, and beyond 64 bits. The text must be a JSON number.
 std::optional<std::int64_t> exactInteger(std::string_view number);

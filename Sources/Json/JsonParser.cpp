@@ -88,13 +88,13 @@ struct ValueBuilder {
     numberText.append(rest.data(), rest.size());
     if (const std::optional<std::int64_t> integer = exactInteger(numberText)) {
       stack.push_int64(*integer);
-    } else if (const std::optional<double> number = parseDecimal(numberText)) {
-      stack.push_double(*number);
-    } else if (beyondLimits == BeyondLimits::failsWhenRead) {
-      stack.push_double(HUGE_VAL);
     } else {
-      error = json::error::exponent_overflow;
-      return false;
+      const double number = nearestDouble(numberText);
+      if (std::isinf(number) && beyondLimits == BeyondLimits::failsAtOnce) {
+        error = json::error::exponent_overflow;
+        return false;
+      }
+      stack.push_double(number);
     }
     numberText.clear();
     return true;
