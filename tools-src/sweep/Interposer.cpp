@@ -9,8 +9,8 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -75,10 +75,8 @@ bool isHit(const char* name, Group group, File file, const std::size_t* size) {
     return false;
   }
   const std::size_t call = ++calls;
-  if (call == injection.first) {  // the C library's own calls do not come through here
-    std::FILE* report = std::fopen((injection.folder + Injection::reportSuffix).c_str(), "w");
-    std::fprintf(report, "%s %s", name, path.substr(path.rfind('/') + 1).c_str());
-    std::fclose(report);
+  if (call == injection.first) {  // comes through here, too, but is not in the folder
+    std::ofstream(injection.folder + Injection::reportSuffix) << name << ' ' << path.substr(path.rfind('/') + 1);
   }
   return call >= injection.first && call - injection.first < injection.count;
 }
@@ -90,7 +88,7 @@ auto intercept(const char* name, Group group, File file, std::size_t* size, Call
   }
   if (injection.kind == Injection::fail) {
     errno = errors[group][injection.variant];
-    return (decltype(call()))-1L;
+    return (decltype(call()))-1L;  // NOLINT(performance-no-int-to-ptr): as MAP_FAILED is defined
   }
   if (injection.kind == Injection::tear) {
     *size /= 2;
@@ -104,12 +102,15 @@ auto intercept(const char* name, Group group, File file, std::size_t* size, Call
 }  // namespace
 
 // Under another name in C++, because of the C library's own declarations.
+// NOLINTBEGIN(bugprone-macro-parentheses): a type and a list of parameters take none
 #define INTERPOSE(Result, name, parameters, arguments, group, file, size)                               \
   extern "C" __attribute__((visibility("default"))) Result interposed_##name parameters __asm__(#name); \
   Result interposed_##name parameters {                                                                 \
     static const auto original = reinterpret_cast<Result(*) parameters>(::dlsym(RTLD_NEXT, #name));     \
     return intercept(#name, group, file, size, [&] { return original arguments; });                     \
   }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 // A call that exists for files of any size, too.
 #define INTERPOSE_BOTH(Result, name, ...) INTERPOSE(Result, name, __VA_ARGS__) INTERPOSE(Result, name##64, __VA_ARGS__)

@@ -19,8 +19,12 @@ namespace quillmar::sweep {
 
 namespace {
 
+/// In the child.
 void redirect(int descriptor, const std::string& file) {
-  ::dup2(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), descriptor);
+  const int opened = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (opened == -1 || ::dup2(opened, descriptor) == -1) {
+    ::_exit(127);
+  }
 }
 
 }  // namespace
