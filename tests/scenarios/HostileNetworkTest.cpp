@@ -243,7 +243,7 @@ TEST_F(HostileNetwork, wrongBodiesAreNotBelieved) {
   while (objects.size() < 3'000'000) {
     objects += objects;
   }
-  const std::string corrupted = "dataCorrupted: not valid JSON at line 1, column ";
+  const std::string corrupted = "dataCorrupted: not valid JSON ";
   const std::string noSuccess = "failedToLogEvent";  // JSON that tells nothing about the event
   const struct {
     const char* what;
@@ -265,8 +265,8 @@ TEST_F(HostileNetwork, wrongBodiesAreNotBelieved) {
       {"surrogates", answer("{\"app_id\":\"\xED\xA0\x80\",\"sdk_enabled\":true}"), corrupted},
       {"NUL", answer(std::string("{\"app_id\":\"a\0\"}", 15)), corrupted},
       {"two documents", answer(config + config), corrupted},
-      {"too large a number", answer(configOf("1e999")), corrupted},
-      {"huge number", answer(configOf(std::string(500'000, '9'))), corrupted},
+      {"too large a number", answer(configOf("1e999")), "typeMismatch: values[0]", noSuccess},
+      {"huge number", answer(configOf(std::string(500'000, '9'))), "typeMismatch: values[0]", noSuccess},
       {"number of 20 digits",
        answer(configOf(R"({"key":"k","windows":{"window0":{"fineValue":{"value":99999999999999999999,)"
                        R"("requiredEvents":[]}}}})")),
