@@ -13,13 +13,13 @@ namespace {
 constexpr std::string_view subsystem = "tech.quill-mar.quillmar";
 constexpr std::string_view category = "QuillmarSDK";
 
-/// "MMM d, HH:mm:ss:SSSZ", with English month names.
-std::string formatTimestamp(const platform::Clock& clock) {
+/// "MMM d, HH:mm:ss:SSSZ", with English month names; in UTC when the platform's clock is gone.
+std::string formatTimestamp(const platform::Clock* clock) {
   static constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   using namespace std::chrono;
-  const auto instant = clock.now();
-  const auto offset = clock.localOffset(instant);
+  const auto instant = clock != nullptr ? clock->now() : system_clock::now();
+  const auto offset = clock != nullptr ? clock->localOffset(instant) : seconds(0);
   const auto local = floor<milliseconds>(instant) + offset;
   const auto midnight = floor<days>(local);
   const year_month_day date{midnight};
@@ -42,15 +42,11 @@ platform::LogSeverity severityOf(LogLevel level) noexcept {
   }
 }
 
-}  // namespace
-
-namespace {
-
-/// Where lines go, and the clock of the timestamp.
+/// Where lines go, and the clock of the timestamp. The clock belongs to a platform that the log must not keep alive.
 struct Output {
   std::mutex mutex;
   std::shared_ptr<platform::LogSink> sink;
-  std::shared_ptr<platform::Clock> clock;
+  std::weak_ptr<platform::Clock> clock;
 };
 
 Output& output() noexcept {
@@ -60,10 +56,10 @@ Output& output() noexcept {
 
 }  // namespace
 
-void Log::setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept {
+void Log::setSink(std::shared_ptr<platform::LogSink> sink, const std::shared_ptr<platform::Clock>& clock) noexcept {
   const std::lock_guard lock(output().mutex);
   output().sink.swap(sink);
-  output().clock.swap(clock);
+  output().clock = clock;
 }
 
 void Log::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
@@ -81,14 +77,14 @@ void Log::logWithDate(LogLevel level, std::string_view message) noexcept {
   {
     const std::lock_guard lock(output().mutex);
     sink = output().sink;
-    clock = output().clock;
+    clock = output().clock.lock();
   }
   if (!sink) {
     return;
   }
   try {
     // Computed once for the process, and never destroyed.
-    static const std::string& timestamp = *new std::string(formatTimestamp(*clock));
+    static const std::string& timestamp = *new std::string(formatTimestamp(clock.get()));
     fmt::memory_buffer line;
     fmt::format_to(std::back_inserter(line), "[Quillmar] - [{}] {}", timestamp, message);
     sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});

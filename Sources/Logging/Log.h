@@ -46,7 +46,7 @@ class Log {
 
   /// Where lines go, and the clock of the timestamp. Without a sink they go nowhere. A sink that was replaced is let go
   /// of when the line that is on its way to it has been written.
-  static void setSink(std::shared_ptr<platform::LogSink> sink, std::shared_ptr<platform::Clock> clock) noexcept;
+  static void setSink(std::shared_ptr<platform::LogSink> sink, const std::shared_ptr<platform::Clock>& clock) noexcept;
 
  private:
   static void write(LogLevel level, std::string_view message) noexcept {

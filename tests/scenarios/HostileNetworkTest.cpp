@@ -76,6 +76,7 @@ class HostileNetwork : public ::testing::Test {
     good_.start();
     detour_->take({good_.url()});
     platform_ = platform::makeDefaultPlatform({folder_.path(), serviceOrigin, {}, {}});
+    platform_.logSink = log_.sink();
     platform_.clock = clock_;
     platform_.http = detour_;
     platform_.standardOutput = [](std::string_view) {};

@@ -22,6 +22,7 @@ class Host {
  public:
   Host(const std::string& dataDirectory, const std::string& serviceUrl)
       : platform(platform::makeDefaultPlatform({dataDirectory, serviceUrl, {}, {}})) {
+    platform.logSink = log.sink();
     Quillmar::resetStaticState();
     const auto device = std::make_shared<simulated::SimulatedDevice>("17.0");
     adNetwork = std::make_shared<simulated::SimulatedAdNetwork>(platform.clock, device);

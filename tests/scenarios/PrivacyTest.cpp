@@ -36,6 +36,7 @@ class Life {
       : service_({.acceptedKey = accepted ? key : "another", .attributionStatus = accepted ? 200 : 404}) {
     Quillmar::resetStaticState();
     auto platform = platform::makeDefaultPlatform({data(), service_.url(), {}, service_.url()});
+    platform.logSink = log.sink();
     const auto tokens = std::make_shared<simulated::SimulatedAttributionToken>();
     tokens->setToken(token);
     const auto updates = std::make_shared<platform::InProcessSubscriptionUpdates>();

@@ -69,6 +69,7 @@ TEST(Fork, callsInAChildDoNothingAndEndWhateverTheParentIsDoing) {
   const LoopbackService service({.delay = 2ms});  // so that there is always something in flight
   const LogCapture log;
   platform::Platform platform = platform::makeDefaultPlatform({folder.path(), service.url(), {}, service.url()});
+  platform.logSink = log.sink();
   auto quillmar = QuillmarFactory::createQuillmar(platform);
   auto attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
   Quillmar::setShared(quillmar);
@@ -142,7 +143,8 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
     EXPECT_EQ(endOf(child), "status 0") << i << ": " << owner << ", " << ending << ", " << url;
   }
   const LogCapture log;
-  const auto platform = platform::makeDefaultPlatform({folder.path(), plain.url(), {}, {}});
+  auto platform = platform::makeDefaultPlatform({folder.path(), plain.url(), {}, {}});
+  platform.logSink = log.sink();
   const auto quillmar = QuillmarFactory::createQuillmar(platform);
   quillmar->setLogLevel(LogLevel::error);
   quillmar->configure("the-key");

@@ -28,7 +28,7 @@ TEST(ServiceLogic, answersEachRequest) {
       {"POST", "/ios/events", event + R"("event_type":"MANUAL","sdk_version":"2.0.0"})"},
       {"POST", "/ios/events", event + R"("event_type":"MANUAL"})", 400, "sdk_version is missing"},
       {"POST", "/ios/events", purchase + R"(,"transaction_details":{"state":-1}})"},
-      {"POST", "/ios/events", purchase + R"(,"transaction_details":{"state":1.0}})", 400, "not an integer"},
+      {"POST", "/ios/events", purchase + R"(,"transaction_details":{"state":1.5}})", 400, "not an integer"},
       {"POST", "/api/v1", "token", 200, R"("claimType":"Click")"},
       {"POST", "/api/v1", "invalid-token", 400, "the token is empty or not valid"},
   };

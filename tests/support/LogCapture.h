@@ -18,8 +18,8 @@ class LogCapture {
   explicit LogCapture(
       LogLevel level = LogLevel::info,
       std::shared_ptr<platform::Clock> clock = std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{}))
-      : sink_(std::make_shared<simulated::RecordingLogSink>()) {
-    Log::setSink(sink_, std::move(clock));
+      : clock_(std::move(clock)), sink_(std::make_shared<simulated::RecordingLogSink>()) {
+    Log::setSink(sink_, clock_);
     Log::setLogLevel(level);
   }
   ~LogCapture() {
@@ -48,6 +48,7 @@ class LogCapture {
   const std::shared_ptr<simulated::RecordingLogSink>& sink() const { return sink_; }
 
  private:
+  std::shared_ptr<platform::Clock> clock_;
   std::shared_ptr<simulated::RecordingLogSink> sink_;
 };
 
