@@ -146,7 +146,7 @@ TEST_F(Persistence, onlyTheExactWordSuccessIsOneAndADisabledLibraryAsksNothing) 
   const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
   EventServerLogRepository logs(client, defaults);
   EventsRepository events(client);
-  for (const std::optional<std::string> status : {std::optional<std::string>("success"), {"Success"}, {}}) {
+  for (const auto& status : {std::optional<std::string>("success"), {"Success"}, {}}) {
     client->response.status = status;
     const bool good = status == "success";
     EXPECT_EQ(failureOf(logs.logEvent("a")), good ? "" : "failedToLogEvent");
