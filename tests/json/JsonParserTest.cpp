@@ -105,7 +105,7 @@ TEST(JsonParser, numbersAreExactIntegersOrTheNearestDouble) {
     EXPECT_EQ(integer(text), Limits::max()) << text;
   }
   for (const char* text : {"63", "63.0", "6300e-2", "0.0063e+04"}) {
-    EXPECT_TRUE(integer(text) == 63 && number(text) == 63) << text;
+    EXPECT_TRUE(integer(text) == 63 && number(text) == 63.0) << text;
   }
   EXPECT_EQ(integer("-9223372036854775808.000"), Limits::min());
   EXPECT_EQ(integer("9007199254740993.0"), 9007199254740993);
