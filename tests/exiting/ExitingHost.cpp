@@ -46,14 +46,10 @@ int main(int, char** arguments) {
   const std::uint64_t sent = std::stoull(arguments[6]);
   const std::uint64_t logged = std::stoull(arguments[7]);
 
-  if (owner == "TLS user") {
-    useTls();
-  }
+  owner == "TLS user" ? useTls() : void();
   quillmar::platform::setSharedPlatform(
       quillmar::platform::makeDefaultPlatform({arguments[1], arguments[2], arguments[3], arguments[2]}));
-  if (owner == "late TLS user") {
-    useTls();
-  }
+  owner == "late TLS user" ? useTls() : void();
   auto quillmar = owner == "local" || owner == "static"
                       ? quillmar::QuillmarFactory::createQuillmar(quillmar::platform::sharedPlatform())
                       : quillmar::Quillmar::shared();
@@ -71,11 +67,11 @@ int main(int, char** arguments) {
   if (owner == "static") {
     quillmar.reset();
   }
-  if (ending == "exit") {
-    std::exit(0);  // NOLINT(concurrency-mt-unsafe): that is what it is here for
-  }
   if (ending == "exit on a thread") {
-    std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe)
+    std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe): that is what it is here for
+  }
+  if (ending == "exit") {
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe)
   }
   return 0;
 }

@@ -24,9 +24,8 @@ const std::string revenue = "4711.25";
 const std::string token = "token-7a2e";
 const std::string transaction = "transaction-90d3";
 
-bool holdsSecret(std::string_view text) {
-  const auto isIn = [text](const std::string& secret) { return text.find(secret) != std::string_view::npos; };
-  return isIn(key) || isIn(revenue) || isIn(transaction) || isIn(token);
+bool holdsSecret(const std::string& text) {
+  return Value(text, AnyOf(HasSubstr(key), HasSubstr(revenue), HasSubstr(transaction), HasSubstr(token)));
 }
 
 /// A host on the real adapters that does everything once; the service accepts it or refuses the key.
@@ -42,7 +41,7 @@ class Life {
     const auto updates = std::make_shared<platform::InProcessSubscriptionUpdates>();
     platform.attributionToken = tokens;
     platform.subscriptionUpdates = updates;
-    platform.standardOutput = [](std::string_view line) { EXPECT_FALSE(holdsSecret(line)) << line; };
+    platform.standardOutput = [](std::string_view line) { EXPECT_FALSE(holdsSecret(std::string(line))) << line; };
     quillmar_ = QuillmarFactory::createQuillmar(platform);
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform);
     quillmar_->setLogLevel(level);
@@ -62,12 +61,6 @@ class Life {
   ~Life() { Quillmar::resetStaticState(); }
 
   std::string data() const { return folder_ / "new/data"; }
-  void end() {
-    attribution_->disableASAAttributionTracking();
-    quillmar_->clearTrackedEvents();
-    quillmar_->reset();
-    drain();
-  }
   LogCapture log{LogLevel::off};
 
  private:
@@ -80,7 +73,7 @@ class Life {
 };
 
 TEST(Privacy, filesAreTheUsersAloneAndOnlyTheSettingsHoldTheKey) {
-  for (const mode_t mask : {0U, 022U, 077U}) {
+  for (const mode_t mask : {0U, 077U}) {
     SCOPED_TRACE(mask);
     const mode_t before = ::umask(mask);
     const Life life(LogLevel::off, true);
@@ -110,7 +103,7 @@ TEST(Privacy, filesAreTheUsersAloneAndOnlyTheSettingsHoldTheKey) {
 
 TEST(Privacy, theLogHoldsKeysAndPayloadsWhereTheyBelongOnly) {
   const struct {
-    std::string line;  ///< its begin
+    std::string line;  ///< how it begins
     const std::string& secret;
     LogLevel level;  ///< the lowest that shows it
     bool whenRefused = true;
@@ -124,8 +117,7 @@ TEST(Privacy, theLogHoldsKeysAndPayloadsWhereTheyBelongOnly) {
   for (const LogLevel level : {LogLevel::off, LogLevel::error, LogLevel::debug, LogLevel::info}) {
     for (const bool accepted : {true, false}) {
       SCOPED_TRACE((accepted ? "accepted, level " : "refused, level ") + std::to_string(static_cast<int>(level)));
-      Life life(level, accepted);
-      life.end();
+      const Life life(level, accepted);
       std::vector<std::string> lines = life.log.messages();
       EXPECT_EQ(lines.empty(), level == LogLevel::off);
       std::erase_if(lines, std::not_fn(holdsSecret));

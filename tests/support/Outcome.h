@@ -34,14 +34,15 @@ class Outcome {
 
  private:
   struct State {
+    /// False when it had ended before.
     bool end(std::optional<Value> result) {
       const std::lock_guard lock(mutex);
-      if (!std::exchange(ended, true)) {
-        value = std::move(result);
-        changed.notify_all();
-        return true;
+      if (std::exchange(ended, true)) {
+        return false;
       }
-      return false;
+      value = std::move(result);
+      changed.notify_all();
+      return true;
     }
 
     std::mutex mutex;

@@ -45,22 +45,15 @@ asio::awaitable<void> readRequest(tcp::socket& socket, std::string& buffer, cons
 
 asio::awaitable<void> play(tcp::socket socket, const Script& script, Progress& progress) {
   std::string received;
-  if (script.answersFirst) {
+  for (int i = 0; i < script.answers; ++i) {
     const auto answer = asio::buffer("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"sv);
     co_await readRequest(socket, received, script, progress);
     co_await asio::async_write(socket, answer, resultAsTuple);
   }
-  if (script.waitsForHead) {
+  if (script.waitsForRequest) {
     co_await readRequest(socket, received, script, progress);
   }
-  socket.set_option(tcp::no_delay(true));
-  const std::size_t piece = script.byteByByte ? 1 : std::max<std::size_t>(script.bytes.size(), 1);
-  boost::system::error_code failed;
-  std::size_t size = 0;
-  for (std::size_t from = 0; from < script.bytes.size() && !failed; from += piece) {
-    const auto bytes = asio::buffer(script.bytes.data() + from, piece);
-    std::tie(failed, size) = co_await asio::async_write(socket, bytes, resultAsTuple);
-  }
+  auto [failed, size] = co_await asio::async_write(socket, asio::buffer(script.bytes), resultAsTuple);
   std::string more = script.filler;
   while (script.then == Then::endless && more.size() < 65536) {
     more += script.filler;
@@ -68,7 +61,7 @@ asio::awaitable<void> play(tcp::socket socket, const Script& script, Progress& p
   asio::steady_timer pause(socket.get_executor());
   while (!failed && (script.then == Then::drip || script.then == Then::endless)) {
     if (script.then == Then::drip) {
-      pause.expires_after(script.interval);
+      pause.expires_after(std::chrono::milliseconds(10));
       co_await pause.async_wait(resultAsTuple);
     }
     std::tie(failed, size) = co_await asio::async_write(socket, asio::buffer(more), resultAsTuple);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,19 +12,17 @@ struct Script {
     close,
     reset,    ///< close so that the client's system hears of an error
     hang,     ///< say nothing more
-    drip,     ///< the filler, again and again, each interval
+    drip,     ///< the filler, again and again, with pauses
     endless,  ///< the filler as fast as it is taken
   };
 
   std::string bytes = {};
   Then then = Then::close;
-  std::chrono::milliseconds interval{50};
   std::string filler = "x";
-  bool waitsForHead = true;     ///< false: speaks first
-  bool byteByByte = false;      ///< each of the bytes in a packet of its own
-  bool answersFirst = false;    ///< the first request gets an empty 200; with the second comes the above
-  int connections = 1'000'000;  ///< after so many, nobody listens
+  bool waitsForRequest = true;  ///< false: does not read it
+  int answers = 0;              ///< so many requests get an empty 200 first
   int together = 1;             ///< so many requests are held until the last of them has come
+  int connections = 1'000'000;  ///< after so many, nobody listens
 };
 
 /// A server on a free loopback port that treats each connection as its script says. One thread.
