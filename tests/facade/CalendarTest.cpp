@@ -68,27 +68,6 @@ TEST(CalendarBorders, windowsAndTheDayLimitsOfBothPathsAreExactToTheSecond) {
   }
 }
 
-TEST(CalendarBorders, lockHoursAreElapsedHoursFromTheStartOfTheWindow) {
-  for (const Zone& zone : zones) {
-    ZonedHost host(zone);
-    host.configBody = configuration(R"({"window0":{"type":"time","value":60},"window1":{"type":"time","value":100},)"
-                                    R"("window2":{"type":"time","value":660}})");
-    host.configure();
-    host.send("session");
-    std::size_t calls = 1;
-    for (const auto& [day, hours] : {std::pair(0, 60h), {3, 100h}, {8, 660h}}) {
-      for (const seconds early : {1s, 0s}) {
-        host.setTime(zone.begin(day) + hours - early);
-        host.defaults->remove("LastConversionValuesFetchTimestamp");  // the lock is looked at after a fetch
-        host.activate();
-        calls += early == 0s ? 1 : 0;
-        ASSERT_EQ(host.calls().size(), calls) << zone.name << ", day " << day << ", " << early.count() << " s early";
-      }
-      EXPECT_EQ(host.calls().back().lockWindow, true);
-    }
-  }
-}
-
 TEST(ClockChanges, ofYearsCloseTheWindowsUntilTheClockIsRightAgain) {
   for (const auto& [by, starts] : {std::pair(days(3652), false), {-days(3652), true}}) {
     SCOPED_TRACE(by.count());

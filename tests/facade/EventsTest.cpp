@@ -219,6 +219,18 @@ TEST(LockWindows, areLockedByAHighValueOfTheirOwnOrByTimeAsConfigured) {
   }
 }
 
+TEST_F(Pipeline, lockHoursCountFromTheStartOfTheWindow) {
+  configBody = configuration(R"({"window1":{"type":"time","value":100}})");
+  configure();
+  send("session");
+  for (const auto& [by, locked] : {std::pair(days(3) + 99h + 59min, false), {1min, true}}) {
+    advance(by);
+    defaults->remove("LastConversionValuesFetchTimestamp");  // the lock is looked at after a fetch
+    activate();
+    EXPECT_EQ(calls().back().lockWindow, locked);
+  }
+}
+
 TEST_F(Pipeline, valueThatNoOtherRanksBelowIsSentAlsoWhereTheRankingIsInconsistent) {
   const auto rule = [](const char* key, const std::string& fine, const std::string& coarse) {
     const std::string events = R"(,"requiredEvents":[]})";
