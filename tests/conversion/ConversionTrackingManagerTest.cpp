@@ -116,7 +116,7 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
     main_->runOne();
     EXPECT_EQ(platform_->calls.empty(), call == kit) << "that one is called by a task of its own";
     const bool answered = call != two && call != one;
-    EXPECT_TRUE(activity_->count() > 0 || !answered) << "counts from the start";
+    EXPECT_EQ(activity_->count() > 0, answered) << "counts from the start";
     main_->runUntilIdle();
     EXPECT_THAT(platform_->calls, ElementsAre(call));
     EXPECT_EQ(last().has_value(), !answered) << "only a success is recorded";
