@@ -98,28 +98,28 @@ bool QuillmarCore::isConfigurationReady() const {
   return false;
 }
 
-void QuillmarCore::deferEvent(std::string name, std::optional<NamedParameters> params) {
+void QuillmarCore::deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params) {
   Log::debug("Event processing deferred - adding to pending queue: {}", name);
   NamedEvent event{std::move(name), std::move(params)};
-  postInThisLife(*pendingEventsQueue_, [event = std::move(event)](QuillmarCore& self) mutable {
+  postInLife(*pendingEventsQueue_, life, [life, event = std::move(event)](QuillmarCore& self) mutable {
     self.pendingEvents_.push_back(std::move(event));
     self.pendingEventCount_.store(self.pendingEvents_.size(), std::memory_order_relaxed);
     Log::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
     // The configuration may have come between the event's look at it and now; then nobody else would replay it.
     if (self.isConfigLoaded_.load(std::memory_order_relaxed) && self.userDefaults_->string(Config::serverAppId)) {
-      self.processPendingEvents();
+      self.processPendingEvents(life);
     }
   });
 }
 
-void QuillmarCore::processPendingEvents() {
-  postInThisLife(*pendingEventsQueue_, [](QuillmarCore& self) {
+void QuillmarCore::processPendingEvents(const Life& life) {
+  postInLife(*pendingEventsQueue_, life, [life](QuillmarCore& self) {
     std::deque<NamedEvent> taken;
     taken.swap(self.pendingEvents_);
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
     Log::debug("Processing {} pending events", taken.size());
     while (!taken.empty()) {
-      TaskQueue::MakeTask makeTask = [life = self.thisLife(), event = std::move(taken.front())]() mutable {
+      TaskQueue::MakeTask makeTask = [life, event = std::move(taken.front())]() mutable {
         return replayEvent(std::move(life), std::move(event));
       };
       taken.pop_front();
@@ -136,7 +136,7 @@ Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
 }
 
 void QuillmarCore::emptyPendingEvents() {
-  postInThisLife(*pendingEventsQueue_, [](QuillmarCore& self) {
+  postInLife(*pendingEventsQueue_, thisLife(), [](QuillmarCore& self) {
     self.pendingEvents_.clear();
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
   });

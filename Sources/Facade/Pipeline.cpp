@@ -88,7 +88,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
     co_return;
   }
   if (!self->isConfigurationReady()) {
-    self->deferEvent(std::move(name), std::move(params));
+    self->deferEvent(life, std::move(name), std::move(params));
     co_return;
   }
   self.reset();
@@ -104,7 +104,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
     Log::info("No event sent. The event window has expired.");
     co_return;
   }
-  const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(name);
+  const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(life, name);
   if (!configuration) {
     co_return;
   }
@@ -169,7 +169,7 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
 }
 
 // The configuration for an event of that name, or null when the event stops here.
-std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std::string& name) {
+std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const Life& life, const std::string& name) {
   SharedState& shared = SharedState::instance();
   const std::int64_t attempts = shared.getEventRetryCount(name);
   if (attempts >= maxConfigurationAttempts) {
@@ -195,7 +195,7 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const std
   }
   if (attempts == 0) {
     Log::debug("First attempt to get conversion values failed, triggering fetch...");
-    fetchAndSaveConversionValues();
+    fetchAndSaveConversionValues(life);
   }
   // Not parked: the next event of the same name is the next attempt.
   Log::debug("Event processing deferred until conversion values are available: {}", name);

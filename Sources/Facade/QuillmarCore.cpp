@@ -124,9 +124,9 @@ bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
   return false;
 }
 
-void QuillmarCore::postInThisLife(platform::Executor& executor, std::function<void(QuillmarCore&)> work) {
+void QuillmarCore::postInLife(platform::Executor& executor, const Life& life, std::function<void(QuillmarCore&)> work) {
   auto inFlight = std::make_shared<Activity>(activity_);
-  executor.post([life = thisLife(), inFlight = std::move(inFlight), work = std::move(work)] {
+  executor.post([life, inFlight = std::move(inFlight), work = std::move(work)] {
     if (const auto self = life.lock()) {
       work(*self);
     }

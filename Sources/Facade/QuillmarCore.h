@@ -59,7 +59,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void applicationDidBecomeActive();
   void sceneDidActivate();
   /// Starts a fetch of the conversion values if one is due.
-  void fetchAndSaveConversionValues();
+  void fetchAndSaveConversionValues(const Life& life);
   bool shouldRefreshConversionValues() const;
   /// `activity` counts what `drain` waits for, `fetching` the whole fetch with its waits.
   static Task<void> fetchWithRetry(Life life, int maxAttempts, double delaySeconds, Activity activity,
@@ -68,7 +68,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   // Intake (Intake.cpp).
   void sendEvent(std::string event, std::optional<EventParameters> params);
   bool isConfigurationReady() const;
-  void processPendingEvents();
+  void processPendingEvents(const Life& life);
   std::size_t pendingEventCount() const;
 
   // Pipeline (Pipeline.cpp).
@@ -137,7 +137,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void registerForActivation(std::uint64_t epoch);
 
   // Refresh.
-  void handleAppBecomeActive();
+  void handleAppBecomeActive(const Life& life);
   std::shared_ptr<Fetch> beginFetch();
   bool isFetching() const;
   void markFetched();
@@ -149,17 +149,17 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::optional<NamedEvent> accept(const std::string& event, std::optional<EventParameters> params);
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
   static Task<void> replayEvent(Life life, NamedEvent event);
-  void deferEvent(std::string name, std::optional<NamedParameters> params);
+  void deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params);
   void emptyPendingEvents();
 
   // Pipeline.
   static Task<bool> logToService(Life life, std::string name);
-  std::shared_ptr<const ConversionValues> configurationFor(const std::string& name);
+  std::shared_ptr<const ConversionValues> configurationFor(const Life& life, const std::string& name);
   void invalidateVerificationKey(std::int64_t failures);
   static Task<void> update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow);
 
-  /// Posts `work` so that it does nothing once the core is gone or was reset, and counts as in flight until it has run.
-  void postInThisLife(platform::Executor& executor, std::function<void(QuillmarCore&)> work);
+  /// Posts `work` so that it does nothing once the life has ended, and counts as in flight until it has run.
+  void postInLife(platform::Executor& executor, const Life& life, std::function<void(QuillmarCore&)> work);
   void print(std::string_view line) const;
 
   const platform::Platform platform_;

@@ -15,25 +15,27 @@ namespace quillmar {
 
 void QuillmarCore::applicationDidBecomeActive() {
   Log::info("Application did become active");
-  postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
+  const Life life = thisLife();
+  postInLife(*lifecycleQueue_, life, [life](QuillmarCore& self) { self.handleAppBecomeActive(life); });
 }
 
 void QuillmarCore::sceneDidActivate() {
   Log::info("Scene did activate");
-  postInThisLife(*lifecycleQueue_, [](QuillmarCore& self) { self.handleAppBecomeActive(); });
+  const Life life = thisLife();
+  postInLife(*lifecycleQueue_, life, [life](QuillmarCore& self) { self.handleAppBecomeActive(life); });
 }
 
-void QuillmarCore::handleAppBecomeActive() {
+void QuillmarCore::handleAppBecomeActive(const Life& life) {
   // The test runs again inside the fetch; both runs log.
   if (shouldRefreshConversionValues()) {
     Log::debug("App became active, fetching conversion values...");
-    fetchAndSaveConversionValues();
+    fetchAndSaveConversionValues(life);
   } else {
     Log::debug("App became active but conversion values don't need refresh");
   }
 }
 
-void QuillmarCore::fetchAndSaveConversionValues() {
+void QuillmarCore::fetchAndSaveConversionValues(const Life& life) {
   if (isFetching()) {
     Log::debug("Fetch already in progress, skipping...");
     return;
@@ -43,7 +45,7 @@ void QuillmarCore::fetchAndSaveConversionValues() {
     return;
   }
   Log::debug("Starting to fetch and save conversion values...");
-  spawn(lifecycleQueue_, fetchWithRetry(thisLife(), 3, 5.0, Activity(activity_), Activity(fetches_)));
+  spawn(lifecycleQueue_, fetchWithRetry(life, 3, 5.0, Activity(activity_), Activity(fetches_)));
 }
 
 bool QuillmarCore::shouldRefreshConversionValues() const {
@@ -138,7 +140,7 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
     }
     if (!error) {
       if (self->epoch_->during(life.epoch, [&] { self->markFetched(); })) {
-        self->processPendingEvents();
+        self->processPendingEvents(life);
         self.reset();
         co_await checkLockWindowHours(std::move(life));
       }

@@ -50,7 +50,7 @@ void QuillmarCore::resetConfigurationState() {
 
 void QuillmarCore::markConfigurationAsLoaded() {
   isConfigLoaded_.store(true, std::memory_order_relaxed);
-  processPendingEvents();
+  processPendingEvents(thisLife());
   Log::debug("Configuration marked as loaded for testing");
 }
 

@@ -109,11 +109,15 @@ bool QuillmarCore::prepareSynchronously(const std::string& verificationKey) {
 }
 
 void QuillmarCore::finishConfiguring(const std::string& verificationKey, std::uint64_t epoch) {
+  const Life life{weak_from_this(), epoch};
   registerForActivation(epoch);
+  if (!life.lock()) {
+    return;  // a reset came
+  }
   if (MockSwitch::isOn()) {
     setHasFetchedConversionValues(false);
   } else {
-    fetchAndSaveConversionValues();
+    fetchAndSaveConversionValues(life);
   }
   Log::info("Quillmar initialized with appId: {}", verificationKey);
 }
