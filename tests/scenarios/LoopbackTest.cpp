@@ -54,8 +54,12 @@ class Host {
   std::shared_ptr<Quillmar> quillmar;
 };
 
-TEST(Loopback, eventsReachTheServiceAndThePlatformAndSurviveARestart) {
+TEST(Loopback, eventsReachTheServiceAndThePlatformAndSurviveARestartWhateverTheSettingsFileIs) {
   const TemporaryFolder data;
+  const std::string settings = data / "settings/tech.quill-mar.quillmaruserdefaults.sqlite";
+  const std::string foreign(5000, 'x');
+  std::filesystem::create_directories(data / "settings");
+  std::ofstream(settings) << foreign;  // so another file takes its place
   const LoopbackService service;
   for (const char* event : {"purchase", "something else"}) {  // the purchase still counts in the second launch
     SCOPED_TRACE(event);
@@ -67,6 +71,7 @@ TEST(Loopback, eventsReachTheServiceAndThePlatformAndSurviveARestart) {
   EXPECT_THAT(service.requests(), SizeIs(4));
   EXPECT_THAT(service.requests(), Each(AllOf(Field(&ServedRequest::status, 200),  //
                                              Field(&ServedRequest::authorized, true))));
+  EXPECT_EQ(content(settings), foreign);
 }
 
 TEST(Loopback, whateverAnswersInPlaceOfTheServiceIsNotBelieved) {
@@ -101,24 +106,6 @@ TEST(Loopback, whateverAnswersInPlaceOfTheServiceIsNotBelieved) {
   ::getrusage(RUSAGE_SELF, &usage);
   EXPECT_LT(usage.ru_maxrss / 1024, 160) << "MiB, for a body that never ends";
 #endif
-}
-
-TEST(Loopback, storageThatCannotBeUsedIsReplacedAndLeftAlone) {
-  const LoopbackService service;
-  const TemporaryFolder data;
-  const std::string settings = data / "settings/tech.quill-mar.quillmaruserdefaults.sqlite";
-  const std::string foreign(5000, 'x');
-  std::filesystem::create_directories(data / "settings");
-  std::ofstream(settings) << foreign;
-  {
-    const Host host(data.path(), service.url());
-    EXPECT_THAT(host.log.messages(), Contains(StartsWith("error: UserDefaults - The settings file")));
-    EXPECT_EQ(content(settings), foreign);
-    EXPECT_TRUE(std::filesystem::exists(data / "settings/standard.sqlite"));
-  }
-  const Host host(settings + "/below", service.url());  // no folder can be made there
-  EXPECT_THAT(host.log.messages(), Contains(HasSubstr("PersistenceItem - Failed to create directory: ")));
-  EXPECT_EQ(host.quillmar->state().appId, "development-app") << "settings are kept in memory";
 }
 
 }  // namespace
