@@ -102,6 +102,11 @@ class HttpTransportContract : public ::testing::TestWithParam<bool> {
     }
   }
 
+  void expectDropped() {
+    backend_.pump();
+    EXPECT_TRUE(std::ranges::none_of(outcomes_, [](const Outcome& outcome) { return outcome.await().has_value(); }));
+  }
+
   std::mutex started_;
   std::vector<Outcome> outcomes_{20};
   std::set<HttpTransport::RequestId> identifiers_;
@@ -167,10 +172,7 @@ TEST_P(HttpTransportContract, completesOnceAndNotInsideStart) {
     EXPECT_EQ(result.error, i % 2 == 0 ? std::error_code() : URLError::unsupportedURL);
     EXPECT_EQ(result.statusCode.has_value(), i % 2 == 0);
   }
-  for (const HttpTransport::RequestId id : identifiers_) {  // too late
-    backend_.transport->cancel(id);
-  }
-  EXPECT_EQ(backend_.perform(get(backend_.url)).statusCode, 200);
+  backend_.transport->cancel(*identifiers_.begin());  // too late
 }
 
 TEST_P(HttpTransportContract, cancelEndsARequestWhereverItIs) {
@@ -189,10 +191,7 @@ TEST_P(HttpTransportContract, cancelEndsARequestWhereverItIs) {
 TEST_P(HttpTransportContract, destructionDestroysTheCompletions) {
   startMany();
   backend_.transport.reset();
-  backend_.pump();
-  for (Outcome& outcome : outcomes_) {
-    EXPECT_FALSE(outcome.await()) << "dropped";
-  }
+  expectDropped();
 }
 
 TEST_P(HttpTransportContract, aCompletionMayDestroyTheTransport) {
@@ -208,10 +207,7 @@ TEST_P(HttpTransportContract, aCompletionMayDestroyTheTransport) {
                   });
   backend_.pump();
   EXPECT_EQ(first.await().value().statusCode, 200);
-  backend_.pump();
-  for (Outcome& outcome : outcomes_) {
-    EXPECT_FALSE(outcome.await()) << "dropped";
-  }
+  expectDropped();
 }
 
 TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
@@ -240,22 +236,18 @@ TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
 
 constexpr int connections = 8;
 
-/// Requests that start all at once.
-std::vector<HttpResult> performTogether(HttpTransport& transport, int count, const HttpRequest& request) {
+/// Starts requests all at once, and expects the same of each.
+void performTogether(HttpTransport& transport, int count, const HttpRequest& request, std::error_code expected) {
   std::vector<Outcome> outcomes(static_cast<std::size_t>(count));
-  Outcome first;  // fails before it gets to the network; the thread that tells takes the requests all together
-  transport.start({}, [&, next = first.completion()](HttpResult result) {
-    for (Outcome& outcome : outcomes) {
-      transport.start(request, outcome.completion());
-    }
+  Outcome refused;  // gets not to the network; the thread that tells takes all the others together
+  transport.start({}, [&, next = refused.completion()](HttpResult result) {
+    std::ranges::for_each(outcomes, [&](Outcome& outcome) { transport.start(request, outcome.completion()); });
     next(std::move(result));
   });
-  EXPECT_EQ(first.await().value().error, URLError::unsupportedURL);
-  std::vector<HttpResult> results;
+  EXPECT_EQ(refused.await().value().error, URLError::unsupportedURL);
   for (Outcome& outcome : outcomes) {
-    results.push_back(outcome.await().value());
+    EXPECT_EQ(outcome.await().value().error, expected);
   }
-  return results;
 }
 
 TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneHasDied) {
@@ -275,18 +267,14 @@ TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneH
                                  .connections = (succeeds ? 2 : 1) * connections});
     CurlHttpTransport transport;
     HttpRequest request = get(server.url());
-    for (const HttpResult& result : performTogether(transport, 2 * connections, request)) {
-      EXPECT_EQ(result.statusCode, 200);
-    }
+    performTogether(transport, 2 * connections, request, {});
     const auto end = std::chrono::steady_clock::now() + kLong;
     while (row.diesWhileIdle && server.closed() < connections && std::chrono::steady_clock::now() < end) {
       std::this_thread::yield();
     }
     request.method = row.method;
     request.body = row.body;
-    for (const HttpResult& result : performTogether(transport, connections, request)) {
-      EXPECT_EQ(result.error, succeeds ? std::error_code() : URLError::networkConnectionLost);
-    }
+    performTogether(transport, connections, request, succeeds ? std::error_code() : URLError::networkConnectionLost);
     EXPECT_EQ(server.requests(), (row.goesTwice ? 4 : 3) * connections);
   }
 }
@@ -294,6 +282,7 @@ TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneH
 TEST(CurlHttpTransport, leavesServersThatAnswerTooMuchTooLittleOrTooLate) {
   const std::string ok = "HTTP/1.1 200 OK\r\n";
   const std::string head = ok + "Content-Length: 9999\r\n";
+  const std::string moved = "HTTP/1.1 307 Moved\r\nLocation: ";
   const std::string plain(1000, 'z');
   const std::string deflated("\x78\xda\xab\xaa\x1a\x05\xa3\x60\x14\x0c\x77\x00\x00\xf1\xfd\xdc\xa0", 17);
   const std::string longer = deflated.substr(0, 10) + std::string("\x7b\x00\x00\xcf\x26\xdd\x1a", 7);  // by one
@@ -323,12 +312,14 @@ TEST(CurlHttpTransport, leavesServersThatAnswerTooMuchTooLittleOrTooLate) {
       {{}, {ok + "Content-Encoding: deflate\r\n\r\n" + deflated}, "http", plain},
       {{}, {ok + "Content-Length: 99999999999999999999\r\n\r\n{}"}, "http", "{}"},
       {{}, {ok + "Location: /x\r\nContent-Length: 0\r\n\r\n"}},  // no redirection
+      {URLError::redirectToInsecureLocation, {moved + "file:///etc/hostname\r\n\r\n"}},
+      {URLError::badServerResponse, {moved + "http://127.0.0.1:99999/\r\n\r\n"}},
   };
   Backend backend(false, {.maxBodyBytes = plain.size()});
   for (const auto& row : rows) {
     const ScriptedServer server(row.script);
     HttpRequest request = get(row.scheme + server.url().substr(4));
-    request.timeout = row.error == URLError::timedOut ? 100ms : 10s;
+    request.timeout = row.error == URLError::timedOut ? 300ms : 10s;
     const auto start = std::chrono::steady_clock::now();
     const HttpResult result = backend.perform(request);
     EXPECT_EQ(result.error, row.error) << row.script.bytes;
@@ -339,49 +330,38 @@ TEST(CurlHttpTransport, leavesServersThatAnswerTooMuchTooLittleOrTooLate) {
   }
 }
 
-TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuer) {
+TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecure) {
   const test::Certificate good("127.0.0.1");
   const test::Certificate other("127.0.0.2");
-  for (const auto* certificate : {&good, &other}) {
-    for (const auto* trusted : {&good, &other}) {
-      DevelopmentService service({.certificateFile = certificate->file(), .keyFile = certificate->key()},
-                                 [](const ServiceRequest&) { return ServiceAnswer{}; });
-      service.start();
-      Backend backend(false, {.caFile = trusted->file()});
-      const bool accepted = certificate == &good && trusted == &good;
-      EXPECT_EQ(backend.perform(get(service.url())).error,
-                accepted ? std::error_code() : URLError::secureConnectionFailed);
-    }
+  const std::pair<const test::Certificate*, const test::Certificate*> shownAndTrusted[] = {
+      {&good, &good}, {&good, &other}, {&other, &other}};
+  for (const auto& [shown, trusted] : shownAndTrusted) {
+    DevelopmentService service({.certificateFile = shown->file(), .keyFile = shown->key()}, [](const ServiceRequest&) {
+      return reply(307, {}, {{"Location", "http://127.0.0.1:1/"}});
+    });
+    service.start();
+    const HttpResult result = Backend(false, {.caFile = trusted->file()}).perform(get(service.url()));
+    const bool accepted = shown == &good && trusted == &good;
+    EXPECT_EQ(result.error, accepted ? URLError::redirectToInsecureLocation : URLError::secureConnectionFailed);
   }
 }
 
-TEST(CurlHttpTransport, followsRedirectsWithTheRightMethodAndNotEverywhere) {
+TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
   const struct {
     int status;
     const char* method;
     const char* then;
-    const char* location = "to?x=1";
-    std::error_code error = {};
-  } rows[] = {{302, "POST", "GET"},
-              {302, "PUT", "PUT"},
-              {303, "DELETE", "GET"},
-              {308, "POST", "POST"},
-              {307, "GET", "", "file:///etc/hostname", URLError::redirectToInsecureLocation},
-              {307, "GET", "", "http://127.0.0.1:99999/", URLError::badServerResponse}};
+  } rows[] = {{302, "POST", "GET"}, {302, "PUT", "PUT"}, {303, "DELETE", "GET"}, {308, "POST", "POST"}};
   Backend backend;
   for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.method) + " " + row.location);
+    SCOPED_TRACE(row.method);
     backend.answer = [&](const ServiceRequest& request) {
-      return request.target == "/from" ? reply(row.status, "moved", {{"Location", row.location}}) : ServiceAnswer{};
+      return request.target == "/from" ? reply(row.status, "moved", {{"Location", "to?x=1"}}) : ServiceAnswer{};
     };
     HttpRequest request = get(backend.url + "/from", {{"Authorization", "key"}, {"Content-Type", "text/plain"}});
     request.method = row.method;
     request.body = "body";
     const HttpResult result = backend.perform(request);
-    EXPECT_EQ(result.error, row.error);
-    if (row.error) {
-      continue;
-    }
     EXPECT_EQ(result.url, backend.url + "/to?x=1");
     EXPECT_EQ(result.body, "");
     const ServiceRequest seen = backend.requests().back();
@@ -393,7 +373,7 @@ TEST(CurlHttpTransport, followsRedirectsWithTheRightMethodAndNotEverywhere) {
   }
 }
 
-TEST(CurlHttpTransport, keepsCredentialsFromOtherOriginsLeavesALoopAndStaysSecure) {
+TEST(CurlHttpTransport, keepsCredentialsFromOtherOriginsAndLeavesALoop) {
   Backend here(false, {.maxConnections = 1});  // the idle one must make room for the other server's
   Backend there;
   here.answer = [&](const ServiceRequest&) { return reply(307, {}, {{"Location", there.url}}); };
@@ -407,11 +387,6 @@ TEST(CurlHttpTransport, keepsCredentialsFromOtherOriginsLeavesALoopAndStaysSecur
     EXPECT_FALSE(seen.headers.contains("Authorization") || seen.headers.contains("Cookie"));
     EXPECT_TRUE(seen.headers.contains("X-Kept"));
   }
-  const test::Certificate certificate("127.0.0.1");
-  DevelopmentService secure({.certificateFile = certificate.file(), .keyFile = certificate.key()}, here.answer);
-  secure.start();
-  Backend trusting(false, {.caFile = certificate.file()});
-  EXPECT_EQ(trusting.perform(get(secure.url())).error, URLError::redirectToInsecureLocation);
 }
 
 }  // namespace

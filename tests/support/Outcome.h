@@ -37,12 +37,11 @@ class Outcome {
     /// False when it had ended before.
     bool end(std::optional<Value> result) {
       const std::lock_guard lock(mutex);
-      if (std::exchange(ended, true)) {
-        return false;
+      if (!ended) {
+        value = std::move(result);
       }
-      value = std::move(result);
       changed.notify_all();
-      return true;
+      return !std::exchange(ended, true);
     }
 
     std::mutex mutex;

@@ -66,10 +66,6 @@ asio::awaitable<void> play(tcp::socket socket, const Script& script, Progress& p
     }
     std::tie(failed, size) = co_await asio::async_write(socket, asio::buffer(more), resultAsTuple);
   }
-  if (script.then == Then::reset) {
-    socket.set_option(asio::socket_base::linger(true, 0), failed);
-    co_return;
-  }
   if (script.then == Then::close) {
     socket.shutdown(tcp::socket::shutdown_send, failed);
     ++progress.closed;

@@ -10,7 +10,6 @@ namespace quillmar::testing {
 struct Script {
   enum class Then : std::uint8_t {
     close,
-    reset,    ///< close so that the client's system hears of an error
     hang,     ///< say nothing more
     drip,     ///< the filler, again and again, with pauses
     endless,  ///< the filler as fast as it is taken
