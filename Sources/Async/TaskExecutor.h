@@ -14,7 +14,7 @@ class TaskExecutor {
  public:
   explicit TaskExecutor(std::shared_ptr<platform::Executor> seam) noexcept : seam_(std::move(seam)) {}
 
-  /// Work that cannot be posted for want of memory is dropped: destroyed here and now, as by an executor that shuts
+  /// Work that cannot be posted because memory is short is dropped: destroyed here, as by an executor that shuts
   /// down. It must not throw, since Asio posts from destructors.
   template <class Work>
   void execute(Work&& work) const noexcept {
@@ -51,7 +51,7 @@ class TaskExecutor {
   /// Asio wants an execution context for its services. The library uses none of them, so one that is never destroyed
   /// serves all.
   static boost::asio::execution_context& context() noexcept;
-  /// A task could not even end in an orderly way, for want of memory. It is gone; the executor is not to suffer.
+  /// Memory was too short for the task even to end in order. It is gone; the executor goes on.
   static void reportLostWork() noexcept;
 
   std::shared_ptr<platform::Executor> seam_;

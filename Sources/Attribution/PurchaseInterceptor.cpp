@@ -6,7 +6,7 @@
 #include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
 
-// Progress is logged at the error level on purpose: it is to be seen whenever the log is on at all.
+// Progress is deliberately logged at the error level, so that it shows whenever the log is on.
 
 namespace quillmar {
 

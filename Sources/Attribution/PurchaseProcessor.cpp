@@ -97,7 +97,7 @@ std::optional<CorrelatedPayload> PurchaseProcessor::createCorrelatedPayload(
 Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
   Log::debug("PurchaseProcessor - Sending payload to server");
   if (Log::passes(LogLevel::error)) {
-    // At the error level on purpose: visible whenever the log is on at all.
+    // Deliberately at the error level, so that it shows whenever the log is on.
     Log::error("PurchaseProcessor - Complete payload: {}", serialised(payload, JsonWriter::Format::prettyPrinted));
   }
   try {

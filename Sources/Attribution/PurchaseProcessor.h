@@ -24,7 +24,7 @@ std::error_code make_error_code(PurchaseProcessorError error) noexcept;
 class PurchaseProcessor final : public PurchaseProcessorProtocol {
  public:
   /// Without the first repository purchases have no attribution; without the second they are dropped and yet reported
-  /// as sent, on purpose.
+  /// as sent.
   PurchaseProcessor(std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> asaAttributionTrackingRepository,
                     std::shared_ptr<EventsRepositoryProtocol> eventsRepository,
                     std::shared_ptr<platform::UserDefaults> userDefaults,

@@ -18,7 +18,7 @@
 #include "Settings/VerificationKeyRepository.h"
 #include "quillmar/Config.h"
 
-// Progress is logged at the error level on purpose: it is to be seen whenever the log is on at all.
+// Progress is deliberately logged at the error level, so that it shows whenever the log is on.
 
 namespace quillmar {
 
@@ -51,7 +51,7 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
   set(verificationKeyRepository_, keyRepository);
   const std::optional<std::string> key = keyRepository->fetchVerificationKey();
   if (!key) {
-    // The words are those for another setting, on purpose: they are the known sign of a missing verification key.
+    // Kept although it speaks of another setting: this line is the known sign of a missing verification key.
     Log::error("AppId key must be provided in Info.plist");
     return;
   }

@@ -127,7 +127,7 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
 void EventTracker::clearCompletedEvents() {
   const std::lock_guard lock(eventsQueue_);
   indexedRevision_.reset();
-  // Emptied before it is removed, on purpose: should only the write reach the disk, the events are gone all the same.
+  // Emptied, then removed: should only the first write reach the disk, the events are gone all the same.
   storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
   removeSetting(*userDefaults_, completedEventsKey);
   Log::debug("EventTracker - Cleared all tracked events");
@@ -220,7 +220,7 @@ bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& ev
       return false;
     }
     if (!event.revenueMin || !event.revenueMax) {
-      return true;  // a single bound does not count, on purpose
+      return true;  // a single bound is deliberately ignored
     }
     const std::set<double>& revenues = found->second;
     const auto candidate = revenues.lower_bound(*event.revenueMin);

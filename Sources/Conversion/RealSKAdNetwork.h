@@ -17,7 +17,7 @@ class RealSKAdNetwork final : public SKAdNetworkProtocol {
 
   void updatePostbackConversionValue_iOS16_1_WithCoarse(int fineValue, std::any coarseValue, bool lockWindow,
                                                         CompletionHandler completionHandler) override;
-  /// The lock request is not passed on, on purpose: the platform's call without a coarse value does not take one.
+  /// The lock request is not passed on: the platform's call without a coarse value does not take one.
   void updatePostbackConversionValue_iOS16_1_WithoutCoarse(int fineValue, bool lockWindow,
                                                            CompletionHandler completionHandler) override;
   void updatePostbackConversionValue_iOS15_4(int fineValue, CompletionHandler completionHandler) override;

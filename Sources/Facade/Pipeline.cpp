@@ -30,7 +30,7 @@ constexpr std::int64_t lastDay = 35;
 
 using Values = std::vector<const ConversionValues::ConversionValue*>;
 
-/// The first of the completed values that none ranks below. That the lowest wins, and not the highest, is on purpose.
+/// The first of the completed values that none ranks below. The lowest wins deliberately, not the highest.
 ///
 /// Values with and without a fine value rank in no consistent order: each may have one below it. Then it is what a
 /// stable sort by insertion puts first.

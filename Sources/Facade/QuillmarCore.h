@@ -186,7 +186,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager_;
   std::deque<Configuration> configurations_;  ///< calls of `configure` that wait for their turn
   std::weak_ptr<Fetch> isFetching_;
-  bool isRetriying_ = false;  ///< spelled so on purpose; says more than `isFetching_` after a fetch without any attempt
+  bool isRetriying_ = false;  ///< the known spelling; set without `isFetching_` only after a fetch without any attempt
   std::vector<platform::NotificationCenter::ObserverId> observers_;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;

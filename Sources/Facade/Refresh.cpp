@@ -178,7 +178,7 @@ void QuillmarCore::giveUpFetching(int maxAttempts, const std::string& lastError)
     const std::lock_guard lock(collaboratorsMutex_);
     isFetching_.reset();
     if (maxAttempts <= 0) {
-      isRetriying_ = true;  // without any attempt it stays set, on purpose
+      isRetriying_ = true;  // stays set deliberately when there was no attempt
     }
   }
   Log::error("Failed to fetch conversion values after {} attempts. Last error: {}", maxAttempts, lastError);

@@ -21,7 +21,7 @@
 namespace quillmar {
 
 namespace {
-/// The day limit of the synchronous path. It differs from `Config::daysLimit` on purpose.
+/// The day limit of the synchronous path, deliberately not `Config::daysLimit`.
 constexpr std::int64_t synchronousDaysLimit = 35;
 }  // namespace
 

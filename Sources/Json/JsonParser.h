@@ -18,7 +18,7 @@ enum class BeyondLimits : std::uint8_t {
 /// Throws `DecodingErrorCode::dataCorrupted`, naming the line and column.
 boost::json::value parseJson(std::string_view text, BeyondLimits beyondLimits = BeyondLimits::failsWhenRead);
 
-/// The text without a byte order mark at its beginning.
+/// The text without a byte order mark at its start.
 std::string_view withoutByteOrderMark(std::string_view text) noexcept;
 
 }  // namespace quillmar

@@ -16,8 +16,8 @@ namespace quillmar {
 /// The one way out for log lines, behind the public `Logger`. All members are static; all may be called from any
 /// thread.
 ///
-/// A line is "[Quillmar] - [<timestamp>] <message>". The timestamp is that of the first line of the process, on
-/// purpose: it is computed once. A message that does not pass the threshold is not composed at all.
+/// A line is "[Quillmar] - [<timestamp>] <message>". The timestamp is deliberately that of the first line of the
+/// process: it is computed once. A message that does not pass the threshold is not composed at all.
 class Log {
  public:
   static LogLevel logLevel() noexcept { return level_.load(std::memory_order_relaxed); }

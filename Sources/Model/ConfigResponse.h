@@ -11,7 +11,7 @@ namespace quillmar {
 class JsonReader;
 class JsonWriter;
 
-/// The service's answer to the configuration request. The JSON mixes two key styles, on purpose: "app_id" and
+/// The service's answer to the configuration request. The service's JSON mixes two key styles: "app_id" and
 /// "sdk_enabled", but "values" and "lockWindows".
 struct ConfigResponse {
   std::string appId;

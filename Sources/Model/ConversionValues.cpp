@@ -164,7 +164,7 @@ int ConversionValues::ConversionValue::compareWindowValue(const ConversionValue&
   if (mine->fineValue && theirs->fineValue && mine->fineValue->value != theirs->fineValue->value) {
     return order(mine->fineValue->value, theirs->fineValue->value);
   }
-  // None ranks above high, on purpose.
+  // None deliberately ranks above high.
   const auto rank = [](const std::optional<CoarseValueData>& coarse) {
     if (!coarse) {
       return 3;

@@ -7,7 +7,7 @@
 
 namespace quillmar {
 
-// The texts speak of conversion values, and name the protocol, on purpose: they are known by these words.
+// The lines speak of conversion values and name the protocol. They are known by these words and stay.
 Task<ConfigResponse> ConfigApiClientClient::fetchConfig() {
   Log::debug("ConfigApiClientProtocol - Building request to fetch conversion values");
   return performExchange<ConfigResponse>(

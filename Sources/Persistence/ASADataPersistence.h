@@ -11,7 +11,7 @@
 namespace quillmar {
 
 /// The attribution as a compact JSON file. It lies directly in the documents directory, not in the library's folder
-/// there, on purpose. Without a documents directory it saves nothing and finds nothing. There is no lock: a reader next
+/// there. Without a documents directory it saves nothing and finds nothing. There is no lock: a reader next
 /// to a writer sees no file, the file, or one that cannot be read.
 class ASADataPersistence final : public ASADataPersistenceProtocol {
  public:

@@ -50,7 +50,7 @@ Task<void> ConversionValuesRepository::fetchAndSave(std::uint64_t begun) {
 }
 
 void ConversionValuesRepository::save(const ConfigResponse& response) {
-  // Before the document, on purpose: the service's verdict takes effect even when the document cannot be written.
+  // Before the document: the service's verdict takes effect even when the document cannot be written.
   storeSetting(*userDefaults_, Config::serverAppId, response.appId);
   storeSetting(*userDefaults_, Config::sdkEnabled, response.sdkEnabled);
   Log::debug("ConversionValuesRepository - Saved server config: appId={}, sdkEnabled={}", response.appId,

@@ -17,7 +17,7 @@ EventsRepository::EventsRepository(std::shared_ptr<EventsApiClientProtocol> apiC
     : apiClient_(std::move(apiClient)) {}
 
 Task<void> EventsRepository::send(std::string payload) {
-  // The line names a component that does not exist, on purpose: it is known by these words.
+  // The line names a component that does not exist. It is known by these words and stays.
   Log::debug("ProductSubscriptionStatusRepository - Sending event to server");
   const EventServerLogResponse answer = co_await apiClient_->sendEvent(std::move(payload));
   if (answer.status != "success") {

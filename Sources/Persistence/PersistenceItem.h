@@ -64,7 +64,7 @@ class PersistenceItem {
     Log::debug("PersistenceItem - Saving data to file: {}", filename());
   }
 
-  /// Removes the file. A missing one is created first and removed at once, on purpose: deleting it is no error.
+  /// Removes the file. A missing one is created first and removed at once, so that deleting it is no error.
   void delete_() {
     const std::string path = file_.existingPath();
     file_.remove(path);

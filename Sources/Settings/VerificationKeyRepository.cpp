@@ -14,7 +14,7 @@ std::optional<std::string> VerificationKeyRepository::fetchVerificationKey() con
 }
 
 void VerificationKeyRepository::save(std::string_view verificationKey) {
-  // A store that cannot write now keeps the key in memory; this repository is silent about it, on purpose.
+  // A store that cannot write now keeps the key in memory; this repository says nothing about it.
   static_cast<void>(userDefaults_->set(Config::quillmarVerificationKey, std::string(verificationKey)));
 }
 

@@ -85,7 +85,7 @@ struct QUILLMAR_API ConversionValues {
     const WindowValue* windowValue(Window window) const;
 
     /// How this value ranks against `other` in a window: below (-1), the same (0), above (1). Fine values decide, then
-    /// coarse values. A value without a coarse value ranks above one with "high", on purpose.
+    /// coarse values. A value without a coarse value deliberately ranks above one with "high".
     int compareWindowValue(const ConversionValue& other, Window window) const;
   };
 

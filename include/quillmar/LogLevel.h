@@ -5,7 +5,7 @@
 
 namespace quillmar {
 
-/// How much the library writes to its log. The order is on purpose and differs from the usual one:
+/// How much the library writes to its log. The order deliberately differs from the usual one:
 /// `info` is the most verbose level and `debug` lies below it.
 enum class LogLevel : std::int8_t {
   off = 0,    ///< nothing

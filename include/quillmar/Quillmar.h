@@ -76,7 +76,7 @@ class QUILLMAR_API Quillmar {
   void configure(std::string_view verificationKey) noexcept;
 
   /// Reports an event. Returns at once; the event is copied and handled on the platform's executor, in the order of
-  /// the calls. Text that is not UTF-8 is mended with U+FFFD. An event that comes before the configuration has been
+  /// the calls. Bytes that are not UTF-8 become U+FFFD. An event that comes before the configuration has been
   /// fetched waits for it, in memory.
   void sendEvent(std::string_view event) noexcept;
   void sendEvent(std::string_view event, EventParameters params) noexcept;

@@ -134,7 +134,7 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   };
   EXPECT_THAT(simulate(), HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
-                                  HasSubstr("quillmar: script:5: $.at: 37d is behind the end")));
+                                  HasSubstr("quillmar: script:5: $.at: 37d is after the end")));
   options.json = true;
   const std::string lines = simulate();
   EXPECT_EQ(simulate(), lines);

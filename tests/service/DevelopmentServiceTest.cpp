@@ -53,38 +53,23 @@ TEST(ServiceLogic, saysWhatIsWrongWithAConfiguration) {
   }
 }
 
-TEST(DevelopmentService, copesWithOddClientsAndTellsOfRequestsWithoutTheKey) {
+TEST(DevelopmentService, tellsOfRequestsWithoutTheKey) {
   std::vector<std::string> lines;  // the service's thread's until it is stopped
   ServiceLogic logic;
   DevelopmentService server({.onRequest = [&](const ServedRequest& served) { lines.push_back(jsonLine(served)); }},
                             [&](const ServiceRequest& received) { return logic.handle(received); });
   server.start();
-  const tcp::endpoint endpoint(boost::asio::ip::address_v4::loopback(), server.port());
-  tcp::iostream slow(endpoint);
-  slow << "POST /ios/events HTTP/1.1\r\nContent-Length: 100\r\n\r\nonly a" << std::flush;
-
-  const std::string body = event + R"("event_type":"PURCHASE"})";
-  const std::string post = "POST /ios/events HTTP/1.1\r\nauthorization: secret\r\nContent-Length: ";
-  const std::pair<std::string, const char*> rows[] = {
-      {"POST /ios/events HTTP/1.1\r\nContent-Length: 8388609\r\n\r\n", "HTTP/1.1 413 "},
-      {"nonsense\r\n\r\n", "HTTP/1.1 400 "},
-      {"GET / HTTP/1.1\r\nX: " + std::string(70'000, 'x') + "\r\n\r\n", "HTTP/1.1 431 "},
-      {"GET /ios/config?secret HTTP/1.1\r\nAuthorization: secret\r\n\r\n", "HTTP/1.1 200 "},
-      {post + std::to_string(body.size()) + "\r\n\r\n" + body, "HTTP/1.1 200 "},
-  };
-  for (const auto& [bytes, status] : rows) {
-    tcp::iostream client(endpoint);
+  for (const auto& [bytes, status] :
+       {std::pair("nonsense\r\n\r\n", "HTTP/1.1 400 "),
+        {"GET /ios/config?secret HTTP/1.1\r\nAuthorization: secret\r\n\r\n", "HTTP/1.1 200 "}}) {
+    tcp::iostream client(tcp::endpoint(boost::asio::ip::address_v4::loopback(), server.port()));
     client << bytes << std::flush;
     client.socket().shutdown(tcp::socket::shutdown_send);
     EXPECT_THAT(std::string(std::istreambuf_iterator<char>(client), {}), StartsWith(status));
   }
-  DevelopmentService second({.port = server.port()}, [](const ServiceRequest&) { return ServiceAnswer{}; });
-  EXPECT_THAT([&] { second.start(); }, ThrowsMessage<std::runtime_error>(HasSubstr(std::to_string(server.port()))));
   server.stop();
-
-  ASSERT_EQ(lines.size(), 5U);
-  EXPECT_EQ(lines[3], R"({"request":{"method":"GET","path":"/ios/config","status":200,"authorized":true,"bytes":0}})");
-  EXPECT_THAT(lines[4], HasSubstr(R"("status":200,"event":"purchase","authorized":true,"bytes":)"));
+  EXPECT_EQ(lines.back(),
+            R"({"request":{"method":"GET","path":"/ios/config","status":200,"authorized":true,"bytes":0}})");
 }
 
 }  // namespace

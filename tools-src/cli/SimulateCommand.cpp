@@ -34,7 +34,7 @@ std::vector<ScriptStep> readScript(InputLines& lines, seconds end) {
     if (at < time) {
       lines.reject("$.at: " + formatDuration(at) + " is earlier than the line before, " + formatDuration(time));
     } else if (at > end) {
-      lines.reject("$.at: " + formatDuration(at) + " is behind the end, " + formatDuration(end) + " (see --days)");
+      lines.reject("$.at: " + formatDuration(at) + " is after the end, " + formatDuration(end) + " (see --days)");
     } else {
       time = at;
       script.push_back({at, std::move(line->step)});

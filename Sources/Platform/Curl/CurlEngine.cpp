@@ -189,7 +189,8 @@ void CurlEngine::endSilent() noexcept {
   }
 }
 
-/// libcurl cannot go on, for want of memory or file descriptors: everything in flight fails, what waits gets a chance.
+/// libcurl cannot go on, because memory or file descriptors are short: everything in flight fails, what waits gets a
+/// chance.
 void CurlEngine::endAll() noexcept {
   while (Job* job = findRunning([](const Job&) { return true; })) {
     finish(*job, job->exchange.failure(URLError::unknown));
