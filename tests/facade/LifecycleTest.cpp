@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
-#include <future>
-
+#include "Platform/Posix/SystemClock.h"
 #include "support/FacadeHarness.h"
 
 namespace quillmar::test {
@@ -191,27 +190,42 @@ TEST_F(Reset, isFinalForWhatWasBegunBefore) {
   EXPECT_EQ(configRequests(), 0u);
   EXPECT_EQ(quillmar->statistics().parked, 0u);
 
-  configure();
   delay = 1s;
-  quillmar->sendEvent("in flight");
-  settle();
-  quillmar->sendEvent("queued");
-  advance(2h);
-  activate();  // begins a fetch
+  configure();
   quillmar->reset();
   advance(1min);
-  EXPECT_EQ(configRequests(), 2u);
+  EXPECT_EQ(configRequests(), 1u);
   EXPECT_FALSE(defaults->object("ServerAppId")) << "from the fetch";
-  EXPECT_TRUE(core().eventTracker()->getAllTrackedEvents().empty());
-  EXPECT_EQ(quillmar->statistics().parked, 0u);
 
   configStatus = 500;
   configure();
   quillmar->reset();
-  send("later");
   advance(1min);
-  EXPECT_EQ(configRequests(), 3u) << "not tried again";
-  EXPECT_EQ(quillmar->statistics().parked, 1u);
+  EXPECT_EQ(configRequests(), 2u) << "not tried again";
+}
+
+TEST_F(Reset, atAnyStepOfAnEventLeavesNoTraceOfIt) {
+  simulated.clock = std::make_shared<simulated::ManualClock>(startOfTests);  // does not run the executor by itself
+  simulated.http = std::make_shared<simulated::InMemoryHttpTransport>(
+      simulated.clock, [this](const platform::HttpRequest& request) { return answer(request); });
+  restart();
+  const auto step = [this] {
+    const bool timers = simulated.clock->pendingTimers() > 0;
+    return simulated.executor->runOne() || (timers && (simulated.clock->advance(0ns), true));
+  };
+  for (int steps = 0, done = 0; done == steps; ++steps) {
+    quillmar->configure("the-key");
+    while (step()) {
+    }
+    quillmar->sendEvent("session");
+    for (done = 0; done < steps && step(); ++done) {
+    }
+    quillmar->reset();
+    while (step()) {
+    }
+    EXPECT_TRUE(core().eventTracker()->getAllTrackedEvents().empty()) << steps;
+    EXPECT_EQ(quillmar->statistics().parked, 0u) << steps;
+  }
 }
 
 TEST(InFlight, hostThatIsGoneSendsNothingMore) {
@@ -322,20 +336,34 @@ TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
   EXPECT_TRUE(quillmar->drain(std::chrono::milliseconds::max()));
 }
 
+/// In a hurry: what takes 5 s takes 5 ms.
+struct HastyClock final : platform::SystemClock {
+  using SystemClock::SystemClock;
+  TimerId after(std::chrono::nanoseconds delay, std::function<void()> callback) override {
+    return SystemClock::after(delay / 1000, std::move(callback));
+  }
+};
+
 TEST_F(StartUp, hostLearnsWhetherAllWasDelivered) {
-  configStatus = 503;
-  send("session");
-  EXPECT_TRUE(quillmar->drain(0ms)) << "nothing is in flight";
-  EXPECT_FALSE(quillmar->waitUntilDelivered(std::chrono::hours(1))) << "and nothing will be: at once";
-  configure();
-  auto delivered =
-      std::async(std::launch::async, [this] { return quillmar->waitUntilDelivered(std::chrono::hours(1)); });
-  configStatus = 200;
-  advance(5s);  // the second attempt
-  EXPECT_TRUE(delivered.get());
-  eventStatus = 503;
-  send("session");
+  int requests = 0;
+  const auto pool = std::make_shared<platform::ThreadPoolExecutor>(1);
+  auto platform = simulated.platform();
+  platform.executor = pool;
+  platform.clock = std::make_shared<HastyClock>(pool);
+  platform.http =
+      std::make_shared<simulated::InMemoryHttpTransport>(platform.clock, [&](const platform::HttpRequest& request) {
+        configStatus = ++requests == 1 ? 503 : 200;
+        eventStatus = requests == 3 ? 200 : 503;
+        return answer(request);
+      });
+  quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->sendEvent("session");
+  EXPECT_FALSE(quillmar->waitUntilDelivered(std::chrono::hours(1))) << "nothing will come of it: at once";
+  quillmar->configure("the-key");
+  EXPECT_TRUE(quillmar->waitUntilDelivered(std::chrono::hours(1))) << "with the second attempt to fetch";
+  quillmar->sendEvent("refused");
   EXPECT_FALSE(quillmar->waitUntilDelivered(std::chrono::milliseconds::max()));
+  quillmar = nullptr;
 }
 
 TEST(Shared, instancesAreIndependentButShareTheCounters) {
