@@ -35,8 +35,7 @@ struct Zone {
       : zone(dynamic_cast<icu::BasicTimeZone*>(icu::TimeZone::createTimeZone(id))) {}
 
   seconds offset(TimePoint instant) const {
-    std::int32_t raw = 0;
-    std::int32_t saving = 0;
+    std::int32_t raw = 0, saving = 0;
     UErrorCode error = U_ZERO_ERROR;
     zone->getOffset(icuDate(instant), false, raw, saving, error);
     return duration_cast<seconds>(milliseconds(raw + saving));

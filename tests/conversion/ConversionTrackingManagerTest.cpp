@@ -13,7 +13,6 @@
 using namespace quillmar;
 using platform::PlatformError;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using Completion = platform::AdNetworkCompletion;
 using WindowValue = ConversionValues::WindowValue;
 
@@ -106,25 +105,37 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
       {"18.0", nullptr, kit},   {"17.9", nullptr, four},  {"16.1", nullptr, four}, {"16.0.3", nullptr, three},
       {"15.4", nullptr, three}, {"15.3.9", nullptr, two}, {"14.0", nullptr, two},  {"13.7", nullptr, one},
       {"17.4", "15.4", three},  {"17.4", "18.0", four},   {"18.2", "17.0", four},  {"18.2", "9.0", one}};
+  const std::optional<PlatformError> good, bad{{"No 5%{}"}};
+  const test::LogCapture log;
   for (const auto& [system, simulated, call] : rows) {
-    SCOPED_TRACE(std::string(system) + ": " + call);
-    store_->remove(ConversionTrackingManager::adNetworkRegisteredKey);
-    store_->remove("LastWindowValue");
-    forgetCalls();
-    ConversionTrackingManager::setSimulatediOSVersion(simulated ? std::optional<std::string>(simulated) : std::nullopt);
-    start(system, {fine7, medium}, true);
-    main_->runOne();
-    EXPECT_EQ(platform_->calls.empty(), call == kit) << "that one is called by a task of its own";
-    const bool answered = call != two && call != one;
-    EXPECT_EQ(activity_->count() > 0, answered) << "counts from the start";
-    main_->runUntilIdle();
-    EXPECT_THAT(platform_->calls, ElementsAre(call));
-    EXPECT_EQ(last().has_value(), !answered) << "only a success is recorded";
-    answer();
-    const bool locked = call.ends_with("lock=true");
-    EXPECT_EQ(last(), (LastWindowValue{"rule", 7, CoarseValue::medium, locked, {"a", "b", "c"}, 1.0, 2.0}));
-    EXPECT_EQ(activity_->count(), 0);
+    for (const auto& failure : {bad, good}) {
+      SCOPED_TRACE(std::string(system) + ": " + call);
+      store_->remove(ConversionTrackingManager::adNetworkRegisteredKey);
+      store_->remove("LastWindowValue");
+      forgetCalls();
+      ConversionTrackingManager::setSimulatediOSVersion(simulated ? std::optional<std::string>(simulated)
+                                                                  : std::nullopt);
+      start(system, {fine7, medium}, true);
+      main_->runOne();
+      EXPECT_EQ(platform_->calls.empty(), call == kit) << "that one is called by a task of its own";
+      const bool answered = call != two && call != one;
+      EXPECT_TRUE(activity_->count() > 0 || !answered) << "counts from the start";
+      main_->runUntilIdle();
+      EXPECT_THAT(platform_->calls, ElementsAre(call));
+      EXPECT_EQ(last().has_value(), !answered) << "only a success is recorded";
+      answer(failure);
+      if (failure && answered) {
+        EXPECT_FALSE(last());
+        EXPECT_THAT(log.messages().back(), testing::MatchesRegex("error: .* No 5%[{][}]"));
+      } else {
+        const bool locked = call.ends_with("lock=true");
+        EXPECT_EQ(last(), (LastWindowValue{"rule", 7, CoarseValue::medium, locked, {"a", "b", "c"}, 1.0, 2.0}));
+      }
+      EXPECT_EQ(activity_->count(), 0);
+    }
   }
+  send("13.0", {fine7, medium});
+  EXPECT_THAT(platform_->calls, ElementsAre(one)) << "registered once";
 }
 
 TEST_F(ConversionTrackingManagerTest, absentPartsAndHugeValuesAreSentSafely) {
@@ -134,54 +145,25 @@ TEST_F(ConversionTrackingManagerTest, absentPartsAndHugeValuesAreSentSafely) {
   send("18.0", {{}, {}});
   send("15.4", {{{huge, {}}}, {}});
   send("14.0", {{{-huge, {}}}, {}});
+  manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true);  // no call
   EXPECT_THAT(platform_->calls,
               ElementsAre("4 fine=0 coarse=1 lock=false", "3 fine=7", "kit fine=0 coarse=-1 lock=false",
                           "3 fine=2147483647", "2 fine=-2147483648"));
 }
 
-TEST_F(ConversionTrackingManagerTest, savesAndLogsSuccessesAndLogsFailures) {
-  const std::string debug = "debug: ConversionTrackingManager - ", error = "error: ConversionTrackingManager - ";
-  const std::optional<PlatformError> good, bad{{"No 5%{}"}};
-  const test::LogCapture log;
-  for (const auto& [system, failure, line] :
-       {std::tuple("18.0", good, debug + "Saved last window value: fine=7, coarse=medium"),
-        {"18.0", bad, "error: Attribution: AdAttributionKit postback failed No 5%{}"},
-        {"17.0", good, debug + "SKAdNetwork 4.0 update successful"},
-        {"17.0", bad, error + "SKAdNetwork 4.0 update failed: No 5%{}"},
-        {"15.4", good, debug + "SKAdNetwork 3.0 update successful"},
-        {"15.4", bad, error + "SKAdNetwork 3.0 update failed: No 5%{}"},
-        {"14.0", good, debug + "SKAdNetwork 2.0 update successful"},
-        {"13.0", good, debug + "App registered for ad network attribution"}}) {
-    store_->remove("LastWindowValue");
-    send(system, {fine7, medium});
-    answer(failure);
-    EXPECT_EQ(log.messages().back(), line);
-    EXPECT_EQ(last().has_value(), !failure) << line;
-    EXPECT_EQ(activity_->count(), 0) << "a failure is an end too";
-  }
-  forgetCalls();
-  send("13.0", {fine7, medium});
-  EXPECT_THAT(platform_->calls, IsEmpty()) << "registered once";
-  manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true);
-  EXPECT_THAT(platform_->calls, IsEmpty());
-  EXPECT_EQ(log.messages().back(), error + "No conversion value available for window window2 in event: rule");
-}
-
 TEST_F(ConversionTrackingManagerTest, mergesEventsOfAllKeysAndTakesRevenueBoundsAsAPair) {
   using Required = std::vector<ConversionValues::RequiredEvent>;
-  const auto sent = [this](const std::string& key, Required fine, Required coarse) {
-    send("14.0", {{{1, std::move(fine)}}, {{CoarseValue::low, std::move(coarse)}}}, key);
-    return last();
-  };
-  const auto expected = [](const std::string& key, std::set<std::string> events, std::optional<double> min = {},
-                           std::optional<double> max = {}) {
-    return LastWindowValue{key, 1, CoarseValue::low, false, std::move(events), min, max};
-  };
-  EXPECT_EQ(sent("1", {}, {}), expected("1", {}));
-  EXPECT_EQ(sent("2", {}, {{"a", 1.0, 2.0}}), expected("2", {"a"}, 1, 2));
-  EXPECT_EQ(sent("3", {}, {}), expected("3", {"a"}, 1, 2));
-  EXPECT_EQ(sent("4", {{"b", 5.0, {}}, {"c", 7.0, 8.0}}, {{"d", 3.0, 4.0}}), expected("4", {"a", "b", "c", "d"}, 5));
-  EXPECT_EQ(sent("5", {}, {{"a", {}, {}}}), expected("5", {"a", "b", "c", "d"}));
+  using Bound = std::optional<double>;
+  const std::tuple<const char*, Required, Required, std::set<std::string>, Bound, Bound> rows[] = {
+      {"1", {}, {}, {}, {}, {}},
+      {"2", {}, {{"a", 1.0, 2.0}}, {"a"}, 1, 2},
+      {"3", {}, {}, {"a"}, 1, 2},
+      {"4", {{"b", 5.0, {}}, {"c", 7.0, 8.0}}, {{"d", 3.0, 4.0}}, {"a", "b", "c", "d"}, 5, {}},
+      {"5", {}, {{"a", {}, {}}}, {"a", "b", "c", "d"}, {}, {}}};
+  for (const auto& [key, fine, coarse, events, min, max] : rows) {
+    send("14.0", {{{1, fine}}, {{CoarseValue::low, coarse}}}, key);
+    EXPECT_EQ(last(), (LastWindowValue{key, 1, CoarseValue::low, false, events, min, max})) << key;
+  }
 }
 
 TEST_F(ConversionTrackingManagerTest, platformThatAnswersTwiceLateOrNeverDoesNoHarm) {

@@ -1,12 +1,11 @@
 #include "Conversion/LastWindowValue.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "Conversion/ConversionValueResolver.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
-#include "support/LogCapture.h"
 
 using namespace quillmar;
 using platform::PropertyListValue;
@@ -50,31 +49,23 @@ TEST(ConversionValueResolver, fillsOnlyWhatIsMissingFromTheLastUpdate) {
   PropertyListValue::Dictionary all = whole.toDictionary(), withoutCoarse = all, withoutLock = all;
   withoutCoarse.erase("coarseValue");
   withoutLock.erase("lockWindow");
-  const std::string resolved = "debug: ConversionValueResolver - Resolved conversion value: ";
-  const struct {
-    std::optional<PropertyListValue> last;
-    ConversionValues::WindowValue value, expected;
-    const char* text;
-  } rows[] = {{all, {{}, low}, {filledFine, low}, "fine=42, coarse=low"},
-              {all, {fine7, {}}, {fine7, filled}, "fine=7, coarse=medium"},
-              {all, {{}, {}}, {filledFine, filled}, "fine=42, coarse=medium"},
-              {withoutCoarse, {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"},
-              {withoutLock, {{}, low}, {{}, low}, "fine=0, coarse=low"},
-              {{}, {fine7, {}}, {fine7, {}}, "fine=7, coarse=nil"}};
-  for (const auto& row : rows) {
-    const test::LogCapture log;
+  using WindowValue = ConversionValues::WindowValue;
+  const std::tuple<const char*, std::optional<PropertyListValue>, WindowValue, WindowValue> rows[] = {
+      {"fine", all, {{}, low}, {filledFine, low}},
+      {"coarse", all, {fine7, {}}, {fine7, filled}},
+      {"no coarse", withoutCoarse, {fine7, {}}, {fine7, {}}},
+      {"unreadable", withoutLock, {{}, low}, {{}, low}},
+      {"nothing", {}, {fine7, {}}, {fine7, {}}}};
+  for (const auto& [what, last, given, resolved] : rows) {
     const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
-    if (row.last) {
-      store->set("LastWindowValue", *row.last);
+    if (last) {
+      store->set("LastWindowValue", *last);
     }
     ConversionValueResolver resolver(store);
-    const Value value{"rule", {{"window0", {}}, {"window1", row.value}}};
-    const Value expected{"rule", {{"window0", {}}, {"window1", row.expected}}};
-    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window1), expected) << row.text;
+    const Value value{"rule", {{"window0", {}}, {"window1", given}}};
+    const Value expected{"rule", {{"window0", {}}, {"window1", resolved}}};
+    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window1), expected) << what;
     EXPECT_EQ(resolver.resolveConversionValue(value, Window::window2), value) << "it has none there";
-    EXPECT_THAT(log.messages(),
-                testing::ElementsAre(resolved + row.text + ", key=rule",
-                                     "error: ConversionValueResolver - No window value found for window window2"));
   }
 }
 

@@ -46,9 +46,8 @@ TEST(LogDeathTest, timestampIsThatOfTheFirstLineInLocalTime) {
 }
 
 TEST(ErrorDescription, namesTheCaseOrTheSentenceAndAddsTheDetail) {
-  const DecodingError error(DecodingErrorCode::keyNotFound, "\"a\" is missing in b");
-  EXPECT_EQ(textualDescription(error), "keyNotFound: \"a\" is missing in b");
-  EXPECT_EQ(localizedDescription(error), "A required member is missing: \"a\" is missing in b");
+  EXPECT_EQ(localizedDescription(DecodingError(DecodingErrorCode::keyNotFound, "\"a\" is missing in b")),
+            "A required member is missing: \"a\" is missing in b");
   const std::system_error unknown(std::error_code(999, platform::urlErrorCategory()));
   EXPECT_EQ(textualDescription(unknown) + localizedDescription(unknown), "unknownAn unknown error occurred.");
 }

@@ -50,8 +50,6 @@ TEST(DecimalNumber, onlyWholeDecimalTextsAreNumbers) {
   for (const std::string_view text : {"", ".", "1e+", " 1", "1 ", "1,5", "0x10", "inf", "nan", "1e999"}) {
     EXPECT_EQ(parseDecimal(text), std::nullopt) << text;
   }
-  EXPECT_EQ(decimalText(0.1), "0.1");
-  EXPECT_EQ(decimalText(2), "2");
 }
 
 TEST(Utf8, brokenBytesAreReplacedOneByOne) {

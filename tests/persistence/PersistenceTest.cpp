@@ -1,21 +1,18 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 
+#include "Logging/ErrorDescription.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
-#include "Persistence/EventServerLogRepository.h"
-#include "Persistence/EventsRepository.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
-#include "support/LogCapture.h"
-#include "support/RunTask.h"
+#include "quillmar/simulated/ManualExecutor.h"
 
 namespace quillmar::test {
 namespace {
 
 using platform::WriteMode;
-using ::testing::ElementsAre;
 
 const std::string path = "/documents/Quillmar/quill-mar-conv-val.json";
 
@@ -28,9 +25,6 @@ class FailingFileManager : public simulated::InMemoryFileManager {
     return failing == "directory" ? full : InMemoryFileManager::createDirectory(directory);
   }
   std::error_code createFile(const std::string& file) override {
-    if (meanwhile) {
-      meanwhile();
-    }
     return failing == "create" ? full : InMemoryFileManager::createFile(file);
   }
   std::error_code removeItem(const std::string& file) override {
@@ -42,7 +36,6 @@ class FailingFileManager : public simulated::InMemoryFileManager {
   }
 
   std::string failing;
-  std::function<void()> meanwhile;  ///< what others do between the look for a file and its creation
   const std::error_code full = std::make_error_code(std::errc::no_space_on_device);
 };
 
@@ -65,29 +58,13 @@ class Persistence : public ::testing::Test {
   std::shared_ptr<PersistenceItem<ConversionValues>> item =
       std::make_shared<PersistenceItem<ConversionValues>>(files, ConversionValuesPersistence::filename);
   ConversionValuesPersistence persistence{item};
-  LogCapture log;
 };
 
 TEST_F(Persistence, readingBeforeSavingCreatesAnEmptyFileThatDoesNotDecode) {
   EXPECT_FALSE(item->exists());
-  EXPECT_TRUE(files->fileExists("/documents/Quillmar"));
   EXPECT_EQ(failure([this] { persistence.getAllConversionValues(); }),
             "dataCorrupted: not valid JSON at line 1, column 1: the document is empty");
   EXPECT_TRUE(item->exists());
-  item->delete_();
-  files->meanwhile = [this] { files->writeFile(path, R"({"values":[],"lockWindows":{}})", WriteMode::atomic); };
-  EXPECT_EQ(*item->read(), ConversionValues()) << "saved meanwhile, and not emptied";
-}
-
-TEST_F(Persistence, secondSaveReplacesTheFirst) {
-  persistence.save(document("one"));
-  log.clear();
-  persistence.save(document("two"));
-  EXPECT_THAT(log.messages(), ElementsAre("debug: ConversionValuesPersistence - Saving conversion values",
-                                          "debug: PersistenceItem - Deleting file: quill-mar-conv-val.json",
-                                          "debug: PersistenceItem - Saving data to file: quill-mar-conv-val.json",
-                                          "debug: ConversionValuesPersistence - Conversion values saved successfully"));
-  EXPECT_EQ(*persistence.getAllConversionValues(), document("two"));
 }
 
 TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
@@ -109,7 +86,6 @@ TEST_F(Persistence, failuresAreToldApart) {
   PersistenceItem<ConversionValues> fresh(files, "x");
   files->failing = "directory";
   EXPECT_EQ(failure([&] { fresh.read(); }), "invalidFilename");
-  EXPECT_THAT(log.messages().back(), ::testing::StartsWith("error: PersistenceItem - Failed to create directory: "));
   files->failing = "create";
   EXPECT_EQ(failure([&] { fresh.delete_(); }), "notFile");
   PersistenceItem<ConversionValues> nowhere(std::make_shared<FailingFileManager>(std::nullopt), "x");
@@ -125,53 +101,17 @@ struct ScriptedConfigClient : ConfigApiClientProtocol {
 TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
   const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
   const auto executor = std::make_shared<simulated::ManualExecutor>();
-  const auto epoch = std::make_shared<Epoch>();
   const auto repository = std::make_shared<ConversionValuesRepository>(
       std::make_shared<ScriptedConfigClient>(), std::make_shared<ConversionValuesPersistence>(item), defaults, executor,
-      epoch);
-  const auto fetchFailure = [&] {
-    std::string failure = "no end";
-    repository->fetchAndSaveConversionValues(
-        [&](const std::exception_ptr& error) { failure = error ? textualDescription(error) : ""; });
-    executor->runUntilIdle();
-    return failure;
-  };
+      std::make_shared<Epoch>());
   files->failing = "write";
-  EXPECT_EQ(fetchFailure(), "No space left on device: " + path);
+  std::string failure;
+  repository->fetchAndSaveConversionValues(
+      [&](const std::exception_ptr& error) { failure = textualDescription(error); });
+  executor->runUntilIdle();
+  EXPECT_EQ(failure, "No space left on device: " + path);
   EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
   EXPECT_EQ(defaults->object("SdkEnabled"), platform::PropertyListValue(false));
-  files->failing.clear();
-  EXPECT_EQ(fetchFailure(), "");
-  EXPECT_EQ(*repository->fetchAllConversionValues(), ConversionValues()) << "a disabled library keeps its document";
-}
-
-struct ScriptedEventClient : EventServerLogApiClientProtocol, EventsApiClientProtocol {
-  Task<EventServerLogResponse> logEvent(std::string) override { co_return response; }
-  Task<EventServerLogResponse> sendEvent(std::string) override { co_return response; }
-  EventServerLogResponse response;
-};
-
-TEST_F(Persistence, onlyTheExactWordSuccessIsOneAndADisabledLibraryAsksNothing) {
-  const auto client = std::make_shared<ScriptedEventClient>();
-  const auto defaults = std::make_shared<simulated::InMemoryUserDefaults>();
-  const auto executor = std::make_shared<simulated::ManualExecutor>();
-  const auto logs = std::make_shared<EventServerLogRepository>(client, defaults, executor);
-  EventLogResult result;
-  const auto logFailure = [&] {
-    logs->logEvent("a", [&result](EventLogResult end) { result = std::move(end); });
-    executor->runUntilIdle();
-    return result.failure ? textualDescription(result.failure) : "";
-  };
-  EventsRepository events(client);
-  for (const std::optional<std::string>& status : {std::optional<std::string>("success"), {"Success"}, {}}) {
-    client->response.status = status;
-    const bool good = status == "success";
-    EXPECT_EQ(logFailure(), good ? "" : "failedToLogEvent");
-    EXPECT_EQ(failureOf(withResult(events.send("{}"))), good ? "" : "error");
-  }
-  defaults->set("SdkEnabled", false);
-  EXPECT_EQ(logFailure(), "");
-  EXPECT_FALSE(result.accepted);
 }
 
 }  // namespace

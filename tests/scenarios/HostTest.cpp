@@ -9,7 +9,7 @@
 
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/InMemorySubscriptionUpdates.h"
+#include "quillmar/platform/InProcessSubscriptionUpdates.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 #include "quillmar/simulated/SimulatedAttributionToken.h"
 #include "support/LogCapture.h"
@@ -78,8 +78,8 @@ struct Host {
   LogCapture log{LogLevel::off};
   platform::Platform platform;
   std::shared_ptr<simulated::SimulatedAdNetwork> adNetwork;
-  std::shared_ptr<simulated::InMemorySubscriptionUpdates> updates =
-      std::make_shared<simulated::InMemorySubscriptionUpdates>();
+  std::shared_ptr<platform::InProcessSubscriptionUpdates> updates =
+      std::make_shared<platform::InProcessSubscriptionUpdates>();
   std::shared_ptr<Quillmar> quillmar;
 };
 
