@@ -95,20 +95,6 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
   }
 }
 
-TEST(InputLines, passesOnPurchasesLetterByLetter) {
-  const InputLine line = parseInputLine(
-      R"( {"subscription":{"state":-2,"transaction":{"no":1},"renewalInfo" : { "a" : "}\"{,", "transaction":{} } ,)"
-      R"("transact\u0069on":{"transactionId":18446744073709551615, "price":9.990},"renewalInfoVerified":false}})",
-      InputTime::real);
-  const auto& [transaction, renewalInfo, state] = std::get<SubscriptionStep>(line.step).update;
-  EXPECT_EQ(transaction.jsonRepresentation, R"({"transactionId":18446744073709551615, "price":9.990})");
-  EXPECT_EQ(transaction.identifier, 18446744073709551615U);
-  EXPECT_FALSE(transaction.verificationError);
-  EXPECT_EQ(renewalInfo.jsonRepresentation, R"({ "a" : "}\"{,", "transaction":{} })");
-  EXPECT_TRUE(renewalInfo.verificationError);
-  EXPECT_EQ(state, -2);
-}
-
 constexpr const char* configuration = R"({
   "values": [
     {"key": "Buy", "windows": {"window0": {

@@ -63,29 +63,6 @@ TEST_P(ExecutorContract, eachItemOfManyThreadsRunsOnceAndNotInsidePost) {
   EXPECT_TRUE(std::ranges::all_of(runs, [](const auto& count) { return count == 1; }));
 }
 
-TEST_P(ExecutorContract, whatHasNotStartedIsDropped) {
-  const auto token = std::make_shared<int>();
-  std::atomic<int> runs{0};
-  std::latch busy(2);
-  std::latch released(1);
-  for (int i = 0; i < 2 && !manual_; ++i) {  // both threads are kept busy until the executor goes
-    executor_->post([&] {
-      busy.count_down();
-      released.wait();
-    });
-  }
-  for (int i = 0; i < 100; ++i) {
-    executor_->post([token, &runs] { ++runs; });
-  }
-  busy.count_down(manual_ ? 2 : 0);
-  busy.wait();
-  std::jthread destroyer([this] { executor_.reset(); });
-  released.count_down();  // may come before the pool is told to stop, so some of the items may run
-  destroyer.join();
-  EXPECT_EQ(token.use_count(), 1) << "run or dropped, all work is destroyed";
-  EXPECT_TRUE(runs == 0 || !manual_) << runs;
-}
-
 TEST(ThreadPoolExecutor, mayBeDestroyedByItsOwnWork) {
   // The last work to be destroyed tells that the thread is through with everything.
   const auto dropped = std::make_shared<std::latch>(1);

@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
-
 #include "Logging/Log.h"
 #include "Platform/PlatformMembers.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
-#include "support/TemporaryFolder.h"
 
 namespace quillmar::platform {
 namespace {
@@ -33,15 +30,6 @@ TEST(DefaultPlatform, dataFolderIsTheUsersOwn) {
     ::setenv("HOME", "/home/me/", 1);
     EXPECT_EQ(makeDefaultPlatform({row.chosen, {}, {}, {}}).files->documentsDirectory(), row.documents);
   }
-}
-
-TEST(DefaultPlatform, touchesNothingBeforeItIsUsed) {
-  const test::TemporaryFolder folder;
-  const Platform platform = makeDefaultPlatform({folder / "data", {}, {}});
-  EXPECT_FALSE(std::filesystem::exists(folder / "data"));
-  EXPECT_EQ(Bundle::main().identifier, "test_contract");
-  ASSERT_FALSE(platform.userDefaults->openSuite("suite")->set("key", true));
-  EXPECT_TRUE(std::filesystem::exists(folder / "data/settings/suite.sqlite"));
 }
 
 TEST(DefaultPlatform, sharedPlatformCanBeReplacedAndTakesTheLog) {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -11,20 +10,6 @@
 
 #include "Platform/Sqlite/SqliteDatabase.h"
 #include "support/TemporaryFolder.h"
-
-namespace {
-thread_local int readsUntilFailure = 0;  ///< 0 for none
-thread_local int failuresInARow = 0;
-}  // namespace
-
-/// SQLite reads through this one.
-extern "C" __attribute__((visibility("default"))) ssize_t pread64(int file, void* buffer, size_t size, off64_t offset) {
-  if (readsUntilFailure > 0 && --readsUntilFailure < failuresInARow) {
-    errno = EIO;
-    return -1;
-  }
-  return ::syscall(SYS_pread64, file, buffer, size, offset);
-}
 
 namespace quillmar::platform {
 namespace {
@@ -182,30 +167,6 @@ TEST_F(SqliteUserDefaultsTest, changesOfAnotherProcessAreNoticedAtTheNextWrite) 
   EXPECT_EQ(store->object("mine"), std::nullopt);
   ASSERT_FALSE(store->replaceDataTail("list", 1, "4]"));
   EXPECT_EQ(open()->data("list"), "[4]");
-}
-
-/// SQLite calls a page that cannot be read corrupt, and what is corrupt is written over.
-TEST_F(SqliteUserDefaultsTest, aValueThatTheDiskDoesNotGiveIsNotTakenForDamaged) {
-  const std::string history(20'000, 'x');
-  ASSERT_FALSE(open()->set("history", Data{history}));
-  std::filesystem::rename(file_, folder_ / "base.sqlite");
-  for (const int inARow : {1, 20}) {
-    int failures = 0;
-    for (bool failed = true; failed; failures += failed ? 1 : 0) {
-      std::filesystem::copy_file(folder_ / "base.sqlite", file_, std::filesystem::copy_options::overwrite_existing);
-      const auto store = open();
-      failuresInARow = inARow;
-      readsUntilFailure = failures + inARow;
-      try {
-        EXPECT_EQ(store->data("history"), history);
-        failed = false;
-      } catch (const std::system_error&) {
-      }
-      readsUntilFailure = 0;
-      EXPECT_EQ(store->data("history"), history) << inARow << " in a row, after " << failures;
-    }
-    EXPECT_GT(failures, 3);
-  }
 }
 
 }  // namespace

@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "Json/CodingError.h"
-#include "Logging/ErrorDescription.h"
-#include "quillmar/platform/URLError.h"
 #include "support/LogCapture.h"
 
 using namespace quillmar;
@@ -43,13 +40,6 @@ TEST(LogDeathTest, timestampIsThatOfTheFirstLineInLocalTime) {
   EXPECT_EXIT(exitWithFirstLine(march4, 1h, "Mar 4, 10:15:02:123+0100"), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(exitWithFirstLine(march4, -9h - 30min, "Mar 3, 23:45:02:123-0930"), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(exitWithFirstLine(-1ms, 0s, "Dec 31, 23:59:59:999+0000"), testing::ExitedWithCode(0), "");
-}
-
-TEST(ErrorDescription, namesTheCaseOrTheSentenceAndAddsTheDetail) {
-  EXPECT_EQ(localizedDescription(DecodingError(DecodingErrorCode::keyNotFound, "\"a\" is missing in b")),
-            "A required member is missing: \"a\" is missing in b");
-  const std::system_error unknown(std::error_code(999, platform::urlErrorCategory()));
-  EXPECT_EQ(textualDescription(unknown) + localizedDescription(unknown), "unknownAn unknown error occurred.");
 }
 
 }  // namespace

@@ -118,20 +118,6 @@ TEST_F(Intake, switchAndParametersCountAsTheyAreAtTheCallUnlessTheStoreHasYetToB
   EXPECT_THAT(eventNames(), ElementsAre("early", "switched on"));
 }
 
-TEST_F(Intake, burstKeepsFewRequestsInFlightAndLogsAll) {
-  configure();
-  delay = 1s;
-  for (int i = 0; i < 500; ++i) {
-    quillmar->sendEvent("session");
-  }
-  settle();
-  EXPECT_LE(eventNames().size(), 64u);
-  EXPECT_FALSE(quillmar->drain(0ms));
-  advance(20s);
-  EXPECT_EQ(quillmar->statistics().logged, 500u);
-  EXPECT_TRUE(quillmar->drain(0ms));
-}
-
 TEST_F(Pipeline, eventBecomesALogEntryAHistoryEntryAndAPlatformCall) {
   configure();
   send("purchase", {{ASEventParam::revenue, "25"}});

@@ -10,6 +10,8 @@ using namespace std::chrono_literals;
 using namespace ::testing;
 using std::chrono::days;
 
+static_assert(eventParamFromRawValue("revenue") == ASEventParam::revenue && !eventParamFromRawValue("Revenue"));
+
 class StartUp : public Test, protected FacadeHarness {};
 class Refresh : public StartUp {};
 class Reset : public StartUp {};
@@ -169,16 +171,6 @@ TEST_F(Reset, forgetsWhatTheServiceSentAndKeepsTheInstall) {
   EXPECT_TRUE(Quillmar::useMock());
   EXPECT_NE(quillmar->conversionValuesRepository(), nullptr);
   EXPECT_TRUE(logged("debug: Quillmar - SDK state reset"));
-}
-
-TEST_F(Reset, stateOfTheConfigurationAloneCanBeSetForTests) {
-  configure();
-  core().resetConfigurationState();
-  send("parked");
-  EXPECT_EQ(quillmar->statistics().parked, 1u);
-  core().markConfigurationAsLoaded();
-  settle();
-  EXPECT_THAT(eventNames(), ElementsAre("parked"));
 }
 
 TEST_F(Reset, isFinalForWhatWasBegunBefore) {
@@ -384,13 +376,6 @@ TEST(Shared, instancesAreIndependentButShareTheCounters) {
   Quillmar::setShared(second);
   EXPECT_EQ(Quillmar::shared(), second);
   Quillmar::setShared(nullptr);
-}
-
-TEST(EventParam, rawValuesMatchExactly) {
-  EXPECT_EQ(eventParamFromRawValue("revenue"), ASEventParam::revenue);
-  for (const char* other : {"Revenue", "REVENUE", "", "revenue "}) {
-    EXPECT_FALSE(eventParamFromRawValue(other)) << other;
-  }
 }
 
 }  // namespace

@@ -45,14 +45,6 @@ TEST(ServiceLogic, answersEachRequest) {
   }
 }
 
-TEST(ServiceLogic, saysWhatIsWrongWithAConfiguration) {
-  for (const auto& [text, place] : {std::pair(R"({"app_id":"mine","values":[],"lockWindows":{}})", "sdk_enabled"),
-                                    {"{\n\"values\": x}", "line 2"}}) {
-    EXPECT_THAT([&] { ServiceLogic({.configuration = text, .configurationName = "shop.json"}); },
-                ThrowsMessage<std::invalid_argument>(AllOf(StartsWith("shop.json: "), HasSubstr(place))));
-  }
-}
-
 TEST(DevelopmentService, tellsOfRequestsWithoutTheKey) {
   std::vector<std::string> lines;  // the service's thread's until it is stopped
   ServiceLogic logic;

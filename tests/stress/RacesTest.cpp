@@ -146,9 +146,7 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));
   EXPECT_EQ(lines_->count, 0);
-  const QuillmarStatistics statistics = quillmar_->statistics();
-  std::cout << statistics.sent << " events sent, " << statistics.logged << " logged, " << statistics.failed
-            << " refused, " << attribution_->statistics().sent << " purchases sent\n";
+  std::cout << quillmar_->statistics().logged << " events logged\n";
 
   // The store is whole: another tracker reads what this one knows.
   EventTracker other(quillMarDefaults(platform_.userDefaults), platform_.clock);
