@@ -257,7 +257,9 @@ TEST_F(StartUp, callsOfConfigureKeepTheirOrderOnAnExecutorThatDoesNot) {
   for (const char* key : {"old", "new"}) {
     quillmar->configure(key);
   }
-  executor->runUntilIdle();
+  for (int i = 0; i < 9; ++i, settle()) {  // with the fetches
+    executor->runUntilIdle();
+  }
   EXPECT_EQ(quillmar->quillmarVerificationKey(), "new");
   EXPECT_EQ(defaults->string("QuillmarVerificationKey"), "new");
   EXPECT_EQ(countLines("First run date saved"), 1u);
