@@ -220,18 +220,6 @@ TEST_F(Reset, atAnyStepOfAnEventLeavesNoTraceOfIt) {
   }
 }
 
-TEST(InFlight, hostThatIsGoneSendsNothingMore) {
-  FacadeHarness host;
-  host.configure();
-  host.delay = 1s;
-  host.send("in flight");
-  host.quillmar->sendEvent("queued");
-  host.quillmar.reset();
-  host.advance(1min);
-  EXPECT_THAT(host.eventNames(), ElementsAre("in flight"));
-  EXPECT_TRUE(host.calls().empty());
-}
-
 /// Runs what came last first, as threads may.
 class LastFirstExecutor final : public platform::Executor {
  public:
