@@ -50,6 +50,7 @@ void requireAnswers(EventTracker& tracker, const std::vector<TrackedEvent>& even
     const double amount = revenue == events[i].parameters.end() ? 25 : revenue->second;
     using Rule = ConversionValues::RequiredEvent;
     for (const Rule& rule : {Rule{events[i].name, std::nullopt, 1},
+                             {events[i].name, 1e300, std::nullopt},
                              {events[i].name, amount, amount},
                              {events[i].name, amount + 1, amount + 2},
                              {events[i].name + "?", {}, {}}}) {
