@@ -10,7 +10,7 @@ namespace quillmar::platform {
 
 /// `platform`, if nothing that an instance over `store` needs is missing. Throws `std::invalid_argument` with the name
 /// of what is.
-inline const Platform& completePlatform(const Platform& platform, const std::shared_ptr<UserDefaults>& store) {
+inline Platform completePlatform(const Platform& platform, const std::shared_ptr<UserDefaults>& store) {
   if (const auto missing = missingMember(platform)) {
     throw std::invalid_argument("Platform::" + std::string(*missing) + " is missing");
   }

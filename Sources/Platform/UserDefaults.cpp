@@ -20,24 +20,23 @@ std::error_code UserDefaults::replaceDataTail(std::string_view key, std::size_t 
   return set(key, PropertyListValue::Data{std::move(*bytes)});
 }
 
-bool UserDefaults::boolean(std::string_view key) const {
-  const std::optional<PropertyListValue> value = object(key);
-  if (!value) {
-    return false;
-  }
-  if (const auto* flag = value->as<bool>()) {
+bool PropertyListValue::boolean() const noexcept {
+  if (const auto* flag = as<bool>()) {
     return *flag;
   }
-  if (const auto* integer = value->as<std::int64_t>()) {
+  if (const auto* integer = as<std::int64_t>()) {
     return *integer != 0;
   }
-  if (const auto* number = value->as<double>()) {
+  if (const auto* number = as<double>()) {
     return *number != 0;
   }
-  if (const auto* text = value->as<std::string>()) {
-    return *text == "YES" || *text == "true" || *text == "1";
-  }
-  return false;
+  const auto* const text = as<std::string>();
+  return text != nullptr && (*text == "YES" || *text == "true" || *text == "1");
+}
+
+bool UserDefaults::boolean(std::string_view key) const {
+  const std::optional<PropertyListValue> value = object(key);
+  return value && value->boolean();
 }
 
 namespace {

@@ -51,6 +51,9 @@ class QUILLMAR_API PropertyListValue {
     return std::get_if<T>(&storage_);
   }
 
+  /// The value as a Boolean: numbers other than 0 and the texts "YES", "true" and "1" are true.
+  bool boolean() const noexcept;
+
   const Storage& storage() const noexcept { return storage_; }
 
   friend bool operator==(const PropertyListValue& a, const PropertyListValue& b) { return a.storage_ == b.storage_; }
@@ -95,7 +98,7 @@ class QUILLMAR_API UserDefaults {
   /// there is no data value of at least `keep` bytes; else those of the store.
   virtual std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail);
 
-  /// The Boolean under `key`; false when absent. Numbers other than 0 and the texts "YES", "true" and "1" are true.
+  /// The Boolean under `key`; false when absent.
   bool boolean(std::string_view key) const;
 
   /// The text under `key`; nothing when absent or of another type.
