@@ -1,5 +1,7 @@
 #include "Platform/Curl/CurlEngine.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <limits>
@@ -63,12 +65,16 @@ void CurlEngine::cancel(RequestId id) noexcept {
   wake();
 }
 
+/// When the process exits, the thread is left to itself.
 void CurlEngine::stop() noexcept {
+  const CurlProcess::Stay stay;  // OpenSSL cleans up as a thread ends: exit waits for that, too
   std::thread thread;
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
-    thread = std::move(thread_);
+    if (stay) {
+      thread = std::move(thread_);
+    }
     wake();
   }
   if (thread.get_id() == std::this_thread::get_id()) {
@@ -109,12 +115,23 @@ void CurlEngine::run() noexcept {
   if (const CurlProcess::Stay stay; stay) {
     letGo();
   } else {
-    OwnProcess::abandon(shared_from_this());  // to clean up is to use TLS
-    const std::lock_guard lock(mutex_);
-    if (thread_.joinable()) {
-      thread_.detach();  // nobody will wait for it
+    OwnProcess::abandon(shared_from_this());  // to clean up is to use TLS, and so is the end of this thread
+    if (leaveToItself()) {
+      while (true) {
+        ::pause();
+      }
     }
   }
+}
+
+/// False when somebody waits for the thread.
+bool CurlEngine::leaveToItself() noexcept {
+  const std::lock_guard lock(mutex_);
+  if (!thread_.joinable()) {
+    return false;
+  }
+  thread_.detach();
+  return true;
 }
 
 /// Everything but waiting. False when libcurl cannot go on.

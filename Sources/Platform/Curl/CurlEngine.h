@@ -54,6 +54,7 @@ class CurlEngine : public std::enable_shared_from_this<CurlEngine> {
 
   // The thread's.
   void run() noexcept;
+  bool leaveToItself() noexcept;
   bool work(bool broken) noexcept;
   bool block() noexcept;
   bool isStopping() noexcept;
