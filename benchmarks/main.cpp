@@ -153,7 +153,7 @@ int run(const std::vector<std::string>& arguments) {
   addMemory(report, std::filesystem::read_symlink("/proc/self/exe").string() + "_bare");
   if (!library.empty()) {
     report.add("shared library, -Os, stripped", static_cast<double>(std::filesystem::file_size(library)) / 1000, "KB",
-               std::nullopt, {.valueAtMost = 700});
+               std::nullopt, {.valueAtMost = 650});
   }
   report.print();
   if (!json.empty()) {
