@@ -33,7 +33,7 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
   NamedParameters named = parameters(std::move(*params));
   for (auto& [name, value] : named) {
     if (auto* const text = std::get_if<std::string>(&value.storage())) {
-      *text = repairedUtf8(*text);
+      *text = repairedUtf8(std::move(*text));
     }
   }
   return named;
@@ -47,7 +47,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
   counters_.sent.fetch_add(1, std::memory_order_relaxed);
   TaskQueue::MakeTask makeTask;
   if (userDefaults_->isOpen()) {
-    std::optional<NamedEvent> accepted = accept(event, std::move(params));
+    std::optional<NamedEvent> accepted = accept(std::move(event), std::move(params));
     if (!accepted) {
       return;
     }
@@ -62,9 +62,8 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
   eventProcessingQueue_->post(std::move(makeTask));
 }
 
-std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(const std::string& event,
-                                                             std::optional<EventParameters> params) {
-  NamedEvent accepted{repairedUtf8(event), std::nullopt};
+std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(std::string event, std::optional<EventParameters> params) {
+  NamedEvent accepted{repairedUtf8(std::move(event)), std::nullopt};
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
     Log::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
     counters_.dropped.fetch_add(1, std::memory_order_relaxed);
@@ -72,16 +71,16 @@ std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(const std::string& 
   }
   accepted.params = namedParameters(std::move(params));
   if (Log::passes(LogLevel::debug)) {
+    const NamedParameters none;
     Log::debug("Sending event: {} with params: {}", accepted.name,
-               mapText(accepted.params.value_or(NamedParameters()),
-                       [](const EventValue& value) { return description(value); }));
+               mapText(accepted.params ? *accepted.params : none, description));
   }
   return accepted;
 }
 
 Task<void> QuillmarCore::acceptEvent(Life life, std::string event, std::optional<EventParameters> params) {
   std::shared_ptr<QuillmarCore> self = life.lock();
-  std::optional<NamedEvent> accepted = self ? self->accept(event, std::move(params)) : std::nullopt;
+  std::optional<NamedEvent> accepted = self ? self->accept(std::move(event), std::move(params)) : std::nullopt;
   self.reset();
   if (accepted) {
     co_await processEvent(std::move(life), std::move(accepted->name), std::move(accepted->params));

@@ -146,7 +146,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   // Intake.
   /// What the host reported as it goes on; nothing when the service has switched the library off.
-  std::optional<NamedEvent> accept(const std::string& event, std::optional<EventParameters> params);
+  std::optional<NamedEvent> accept(std::string event, std::optional<EventParameters> params);
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
   static Task<void> replayEvent(Life life, NamedEvent event);
   void deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params);

@@ -8,6 +8,7 @@ namespace quillmar {
 template <class Map, class Describe>
 std::string mapText(const Map& map, Describe describe) {
   std::string text;
+  text.reserve(64);
   for (const auto& [name, value] : map) {
     text += text.empty() ? "[\"" : ", \"";
     text += name;

@@ -53,17 +53,19 @@ std::size_t validUtf8Prefix(std::string_view text) noexcept {
   return position;
 }
 
-std::string repairedUtf8(std::string_view text) {
+std::string repairedUtf8(std::string text) {
+  std::size_t valid = validUtf8Prefix(text);
+  if (valid == text.size()) {
+    return text;
+  }
   std::string repaired;
-  repaired.reserve(text.size());
-  for (;;) {
-    const std::size_t valid = validUtf8Prefix(text);
-    repaired += text.substr(0, valid);
-    if (valid == text.size()) {
+  for (std::string_view rest = text;; valid = validUtf8Prefix(rest)) {
+    repaired += rest.substr(0, valid);
+    if (valid == rest.size()) {
       return repaired;
     }
     repaired += "\xEF\xBF\xBD";
-    text.remove_prefix(valid + 1);
+    rest.remove_prefix(valid + 1);
   }
 }
 

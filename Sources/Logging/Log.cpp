@@ -14,7 +14,7 @@ constexpr std::string_view subsystem = "tech.quill-mar.quillmar";
 constexpr std::string_view category = "QuillmarSDK";
 
 /// "MMM d, HH:mm:ss:SSSZ", with English month names; in UTC when the platform's clock is gone.
-std::string formatTimestamp(const platform::Clock* clock) {
+std::string formatTimestamp(const std::shared_ptr<platform::Clock>& clock) {
   static constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   using namespace std::chrono;
@@ -54,6 +54,16 @@ Output& output() noexcept {
   return instance;
 }
 
+std::shared_ptr<platform::LogSink> currentSink() {
+  const std::lock_guard lock(output().mutex);
+  return output().sink;
+}
+
+std::shared_ptr<platform::Clock> currentClock() {
+  const std::lock_guard lock(output().mutex);
+  return output().clock.lock();
+}
+
 }  // namespace
 
 void Log::setSink(std::shared_ptr<platform::LogSink> sink, const std::shared_ptr<platform::Clock>& clock) noexcept {
@@ -64,31 +74,18 @@ void Log::setSink(std::shared_ptr<platform::LogSink> sink, const std::shared_ptr
 
 void Log::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
   try {
-    fmt::memory_buffer message;
-    fmt::vformat_to(std::back_inserter(message), format, arguments);
-    logWithDate(level, {message.data(), message.size()});
-  } catch (...) {  // a line that cannot be composed is lost; logging never fails
-  }
-}
-
-void Log::logWithDate(LogLevel level, std::string_view message) noexcept {
-  std::shared_ptr<platform::LogSink> sink;
-  std::shared_ptr<platform::Clock> clock;
-  {
-    const std::lock_guard lock(output().mutex);
-    sink = output().sink;
-    clock = output().clock.lock();
-  }
-  if (!sink) {
-    return;
-  }
-  try {
+    const std::shared_ptr<platform::LogSink> sink = currentSink();
+    if (!sink) {
+      return;
+    }
     // Computed once for the process, and never destroyed.
-    static const std::string& timestamp = *new std::string(formatTimestamp(clock.get()));
+    static const std::string& prefix =
+        *new std::string(fmt::format("[Quillmar] - [{}] ", formatTimestamp(currentClock())));
     fmt::memory_buffer line;
-    fmt::format_to(std::back_inserter(line), "[Quillmar] - [{}] {}", timestamp, message);
+    line.append(prefix);
+    fmt::vformat_to(std::back_inserter(line), format, arguments);
     sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});
-  } catch (...) {  // as above
+  } catch (...) {  // a line that cannot be composed or written is lost; logging never fails
   }
 }
 

@@ -50,9 +50,7 @@ class Log {
 
  private:
   static void write(LogLevel level, std::string_view message) noexcept {
-    if (passes(level)) {
-      logWithDate(level, message);
-    }
+    compose(level, "{}", fmt::make_format_args(message));
   }
   static void compose(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
     if (passes(level)) {
@@ -60,7 +58,6 @@ class Log {
     }
   }
   static void composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept;
-  static void logWithDate(LogLevel level, std::string_view message) noexcept;
 
   static inline std::atomic<LogLevel> level_{LogLevel::off};
 };
