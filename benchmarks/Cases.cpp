@@ -89,14 +89,19 @@ class PlainInserts {
   platform::SqliteStatement insert_;
 };
 
-void addLogLine() {
-  add("compose the line", [](State& state) {
+/// The two lines that `sendEvent` writes.
+void addLogLines() {
+  add("compose the lines", [](State& state) {
+    constexpr std::string_view timestamp = "Nov 21, 09:30:00:000+0000";
     const std::string name(eventName);
     for (auto _ : state) {
-      fmt::memory_buffer line;
-      fmt::format_to(std::back_inserter(line), "[Quillmar] - [{}] Sending event: {} with params: [\"{}\": {}]",
-                     "Nov 21, 09:30:00:000+0000", name, "revenue", 9.99);
-      benchmark::DoNotOptimize(line.data());
+      fmt::memory_buffer enabled;
+      fmt::format_to(std::back_inserter(enabled), "[Quillmar] - [{}] SDK enabled status: {}", timestamp, true);
+      benchmark::DoNotOptimize(enabled.data());
+      fmt::memory_buffer sending;
+      fmt::format_to(std::back_inserter(sending), "[Quillmar] - [{}] Sending event: {} with params: [\"{}\": {}]",
+                     timestamp, name, "revenue", 9.99);
+      benchmark::DoNotOptimize(sending.data());
     }
   });
 }
@@ -270,7 +275,7 @@ void addPipeline() {
 }  // namespace
 
 Timings runCases(const std::string& filter) {
-  addLogLine();
+  addLogLines();
   addExecutor();
   addTracking();
   addOpening();

@@ -42,7 +42,7 @@ void addCaller(Report& report, const Timings& timings) {
     report.add(name + ": p99", off.at("p99"), "us", off.at("push p99"), {.valueAtMost = 5});
   }
   const Figures info = medians(3, {"caller", "1", "info"});
-  report.add("sendEvent, 1 thread, log at info: p50", info.at("p50"), "us", micro * timings.at("compose the line"),
+  report.add("sendEvent, 1 thread, log at info: p50", info.at("p50"), "us", micro * timings.at("compose the lines"),
              {.ratioAtMost = 2});
   report.add("starting the first thread of a process", medians(15, {"first-thread"}).at("start"), "us", std::nullopt);
   for (const std::string events : {"0", "100000"}) {
