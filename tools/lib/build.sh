@@ -8,6 +8,7 @@ configure_build() {
   shift
   if command -v ccache >/dev/null; then
     launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    export CCACHE_SLOPPINESS=pch_defines,time_macros  # it leaves precompiled headers alone otherwise
   fi
   cmake -S "$repository" -B "$repository/build/$name" -G Ninja -DCMAKE_CXX_COMPILER=clang++-19 "${launcher[@]}" "$@"
 }
