@@ -66,7 +66,7 @@ class PlainInserts {
   PlainInserts() {
     const std::string file = folder_.path() + "/plain.sqlite";
     std::ofstream(file).close();
-    require(database_.open(file, std::chrono::seconds(1)));
+    require(database_.open(file));
     require(
         database_.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;"
                           "CREATE TABLE event(sequence INTEGER PRIMARY KEY, bytes BLOB NOT NULL)"));

@@ -1,6 +1,7 @@
 #include "quillmar/platform/FileManager.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -89,7 +90,7 @@ TEST_P(FileManagerContract, stampTellsChangesApart) {
 }
 
 // What is left of writes that fail: tools/sweep.
-TEST(PosixFileManager, hugeFilesAreNotRead) {
+TEST(PosixFileManager, hugeFilesAreNeitherReadNorWritten) {
   const test::TemporaryFolder folder;
   PosixFileManager files(std::nullopt);
   ASSERT_FALSE(files.writeFile(folder / "file", "x", WriteMode::atomic));
@@ -97,7 +98,27 @@ TEST(PosixFileManager, hugeFilesAreNotRead) {
   std::filesystem::resize_file(folder / "file", (std::uintmax_t{64} << 20) + 1);  // sparse: takes no room on the disk
   std::string content = "left alone";
   EXPECT_EQ(files.readFile(folder / "file", content), std::errc::file_too_large);
+  EXPECT_EQ(files.writeFile(folder / "file", std::string((64 << 20) + 1, 'x'), WriteMode::atomic),
+            std::errc::file_too_large)
+      << "the good one stays";
   EXPECT_EQ(content, "left alone");
+}
+
+TEST(PosixFileManager, linksAndPipesAreNoFilesOfOurs) {
+  const test::TemporaryFolder folder;
+  PosixFileManager files(std::nullopt);
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "link");
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  for (const char* name : {"link", "pipe"}) {
+    std::string content;
+    EXPECT_FALSE(files.createFile(folder / name)) << "it is there";
+    EXPECT_TRUE(files.readFile(folder / name, content)) << name;
+    EXPECT_TRUE(files.writeFile(folder / name, "x", WriteMode::direct)) << name;
+    EXPECT_EQ(files.stamp(folder / name), std::nullopt) << name;
+    EXPECT_FALSE(files.writeFile(folder / name, "x", WriteMode::atomic)) << "takes its place";
+    EXPECT_FALSE(files.readFile(folder / name, content)) << name;
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
 }
 
 }  // namespace

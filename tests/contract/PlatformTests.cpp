@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "Logging/Log.h"
 #include "Platform/PlatformMembers.h"
+#include "Platform/Posix/StderrLogSink.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 
@@ -69,6 +71,15 @@ TEST(InProcessNotificationCenter, observersAreCalledInOrderUntilTheyAreRemoved) 
   EXPECT_TRUE(isOwned.expired());
   center.post(active);
   EXPECT_EQ(calls, "accd");
+}
+
+// A signal that waited for its turn would end the process after the call.
+TEST(StderrLogSink, aPipeThatNobodyReadsCostsTheLineOnly) {
+  int ends[2]{};
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  StderrLogSink(ends[1]).write("", "", LogSeverity::error, "line");
+  ::close(ends[1]);
 }
 
 TEST(PlatformMembers, whatIsMissingIsNamed) {

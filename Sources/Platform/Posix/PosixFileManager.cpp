@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "Platform/Posix/NoWriteSignals.h"
+
 namespace quillmar::platform {
 
 namespace {
@@ -73,9 +75,33 @@ std::error_code sync(int file) {
   return retrying([&] { return ::fsync(file); }) == -1 ? lastError() : std::error_code{};
 }
 
+/// Of what is at the path itself, be it a link.
 std::optional<struct stat> status(const std::string& path) {
   struct stat result{};
+  return ::lstat(path.c_str(), &result) == 0 ? std::optional(result) : std::nullopt;
+}
+
+/// Of a folder, which may be reached by links.
+std::optional<struct stat> folderStatus(const std::string& path) {
+  struct stat result{};
   return ::stat(path.c_str(), &result) == 0 ? std::optional(result) : std::nullopt;
+}
+
+/// Opens a file that must be a regular one of this user: neither a link that somebody placed there, nor a pipe, which
+/// would hold us.
+std::error_code openOwn(std::optional<Descriptor>& file, const std::string& path, int flags) {
+  struct stat found{};
+  file.emplace(path, flags | O_NOFOLLOW | O_NONBLOCK);
+  if (!*file || ::fstat(file->get(), &found) == -1) {
+    return lastError();
+  }
+  if (S_ISDIR(found.st_mode)) {
+    return std::make_error_code(std::errc::is_a_directory);
+  }
+  if (!S_ISREG(found.st_mode)) {
+    return std::make_error_code(std::errc::operation_not_supported);
+  }
+  return found.st_uid == ::geteuid() ? std::error_code{} : std::make_error_code(std::errc::operation_not_permitted);
 }
 
 std::int64_t nanoseconds(const struct timespec& time) {
@@ -83,12 +109,15 @@ std::int64_t nanoseconds(const struct timespec& time) {
 }
 
 std::error_code writeDirectly(const std::string& path, std::string_view content) {
-  Descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC);
-  if (!file) {
+  std::optional<Descriptor> file;
+  if (const std::error_code failure = openOwn(file, path, O_WRONLY | O_CREAT)) {
+    return failure;
+  }
+  if (retrying([&] { return ::ftruncate(file->get(), 0); }) == -1) {
     return lastError();
   }
-  const std::error_code failure = writeAll(file.get(), content);
-  const std::error_code closeFailure = file.close();
+  const std::error_code failure = writeAll(file->get(), content);
+  const std::error_code closeFailure = file->close();
   return failure ? failure : closeFailure;
 }
 
@@ -165,10 +194,10 @@ std::error_code PosixFileManager::createDirectory(const std::string& path) {
   for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
     // Looked at first, since a read-only file system answers for an existing folder with its own error.
-    auto found = status(folder);
+    auto found = folderStatus(folder);
     if (!found && ::mkdir(folder.c_str(), directoryMode) == -1) {
       const std::error_code failure = lastError();
-      found = status(folder);  // somebody else may have made it meanwhile
+      found = folderStatus(folder);  // somebody else may have made it meanwhile
       if (!found) {
         return failure;
       }
@@ -196,15 +225,15 @@ std::error_code PosixFileManager::removeItem(const std::string& path) {
 }
 
 std::error_code PosixFileManager::readFile(const std::string& path, std::string& content) const {
-  const Descriptor file(path, O_RDONLY | O_NONBLOCK);  // a pipe in the file's place must not hold us
-  if (!file) {
-    return lastError();
+  std::optional<Descriptor> file;
+  if (const std::error_code failure = openOwn(file, path, O_RDONLY)) {
+    return failure;
   }
   std::string bytes;
   constexpr std::size_t step = std::size_t{64} << 10;
   for (std::size_t size = 0;;) {
     bytes.resize(size + step);
-    const ssize_t count = retrying([&] { return ::read(file.get(), bytes.data() + size, step); });
+    const ssize_t count = retrying([&] { return ::read(file->get(), bytes.data() + size, step); });
     if (count == -1) {
       return lastError();
     }
@@ -221,6 +250,10 @@ std::error_code PosixFileManager::readFile(const std::string& path, std::string&
 }
 
 std::error_code PosixFileManager::writeFile(const std::string& path, std::string_view content, WriteMode mode) {
+  if (content.size() > largestFile) {
+    return std::make_error_code(std::errc::file_too_large);  // nobody could read it again
+  }
+  const NoWriteSignals noSignals;
   return mode == WriteMode::atomic ? writeAtomically(path, content) : writeDirectly(path, content);
 }
 

@@ -3,9 +3,12 @@
 #include <cerrno>
 #include <string>
 
+#include "Platform/Posix/NoWriteSignals.h"
+
 namespace quillmar::platform {
 
 void StderrLogSink::write(std::string_view, std::string_view, LogSeverity, std::string_view line) noexcept {
+  const NoWriteSignals noSignals;
   try {
     std::string text;
     text.reserve(line.size() + 1);

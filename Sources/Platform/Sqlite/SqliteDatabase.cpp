@@ -24,12 +24,22 @@ std::string_view SqliteStatement::bytes(int column) const noexcept {
   return {static_cast<const char*>(start), static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
 }
 
-int SqliteDatabase::open(const std::string& file, std::chrono::milliseconds busyTimeout) noexcept {
+int SqliteDatabase::open(const std::string& file) noexcept {
   sqlite3* handle = nullptr;
   // The owner of the connection lets one thread in at a time.
-  const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   handle_.reset(handle);
-  return result == SQLITE_OK ? sqlite3_busy_timeout(handle, static_cast<int>(busyTimeout.count())) : result;
+  const std::pair<int, int> modes[] = {{SQLITE_DBCONFIG_DEFENSIVE, 1},
+                                       {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+                                       {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
+                                       {SQLITE_DBCONFIG_ENABLE_VIEW, 0}};
+  for (const auto& [mode, value] : modes) {
+    result = result == SQLITE_OK ? sqlite3_db_config(handle, mode, value, nullptr) : result;
+  }
+  if (result == SQLITE_OK) {
+    sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, largestContent);
+  }
+  return result;
 }
 
 int SqliteDatabase::prepare(std::string_view sql, SqliteStatement& statement) noexcept {

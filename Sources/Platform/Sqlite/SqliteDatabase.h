@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -78,8 +77,12 @@ class SqliteDatabase {
  public:
   SqliteDatabase() = default;
 
-  /// Opens the file, which must exist; ":memory:" makes a database in memory.
-  int open(const std::string& file, std::chrono::milliseconds busyTimeout) noexcept;
+  /// The longest text or BLOB that is read or written.
+  static constexpr int largestContent = 64 << 20;
+
+  /// Opens the file, which must exist; ":memory:" makes a database in memory. Does not wait for others' locks, and
+  /// trusts nothing that the file brings: views and triggers are off, contents bounded.
+  int open(const std::string& file) noexcept;
 
   int execute(const char* sql) noexcept { return sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr); }
   int prepare(std::string_view sql, SqliteStatement& statement) noexcept;

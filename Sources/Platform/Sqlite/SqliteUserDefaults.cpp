@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "Platform/Posix/NoWriteSignals.h"
 #include "Platform/Sqlite/PropertyListCoding.h"
 
 namespace quillmar::platform {
@@ -18,11 +21,11 @@ namespace {
 
 constexpr std::int64_t schemaVersion = 1;
 
-constexpr const char* schema =
-    "CREATE TABLE value(key TEXT PRIMARY KEY NOT NULL, content BLOB NOT NULL) WITHOUT ROWID;"
+constexpr const char* valueTable =
+    "CREATE TABLE value(key TEXT PRIMARY KEY NOT NULL, content BLOB NOT NULL) WITHOUT ROWID";
+constexpr const char* segmentTable =
     "CREATE TABLE segment(sequence INTEGER PRIMARY KEY, key TEXT NOT NULL, offset INTEGER NOT NULL, bytes BLOB NOT "
-    "NULL);"  // without an index by key: it would double what an append writes, and few keys have data values
-    "PRAGMA user_version = 1;";
+    "NULL)";  // without an index by key: it would double what an append writes, and few keys have data values
 
 /// From this many segments on a data value is put together when the store is opened. It keeps the time to open and to
 /// read in bounds; it is done at opening only, so that no append ever pays for the length of the value.
@@ -31,6 +34,9 @@ constexpr std::size_t mergeThreshold = 1024;
 /// A segment below this size is small. This many small ones in a row become one that is not.
 constexpr std::size_t smallSegmentSize = 4096;
 constexpr std::size_t smallSegmentLimit = 256;
+
+/// More than this is never put together, nor read from one place of the file.
+constexpr std::size_t largestSegment = SqliteDatabase::largestContent;
 
 constexpr const char* memoryFile = ":memory:";
 
@@ -43,6 +49,38 @@ std::error_code createFile(const std::string& file) {
     return {};
   }
   return errno == EEXIST ? std::error_code{} : std::error_code(errno, std::generic_category());
+}
+
+/// Sees to it that the file is there, and says what is wrong with it or one that SQLite keeps beside it: SQLite would
+/// follow a link and wait for a pipe.
+std::string problemWithFile(const std::string& file, struct stat& status) {
+  if (const std::error_code failure = createFile(file)) {
+    return failure.message();
+  }
+  for (const char* suffix : {"-wal", "-shm", "-journal", ""}) {
+    const std::string path = file + suffix;
+    if (::lstat(path.c_str(), &status) == -1) {
+      if (errno != ENOENT || *suffix == '\0') {
+        return fmt::format("{}: {}", path, std::error_code(errno, std::generic_category()).message());
+      }
+    } else if (!S_ISREG(status.st_mode)) {
+      return fmt::format("{} is not a regular file", path);
+    } else if (status.st_uid != ::geteuid()) {
+      return fmt::format("{} belongs to another user", path);
+    }
+  }
+  return "";
+}
+
+/// The stores that this process has open, by device and inode. Never destroyed.
+struct OpenStores {
+  std::mutex mutex;
+  std::map<std::pair<dev_t, ino_t>, std::weak_ptr<SqliteUserDefaults>> stores;
+};
+
+OpenStores& openStores() {
+  static OpenStores& instance = *new OpenStores;
+  return instance;
 }
 
 }  // namespace
@@ -80,26 +118,57 @@ SqliteUserDefaults::SqliteUserDefaults(std::string file, Report report)
 
 std::shared_ptr<SqliteUserDefaults> SqliteUserDefaults::open(const std::string& file, Report report,
                                                              std::chrono::milliseconds busyTimeout) {
-  // Tried twice: for a fault that passes, a run must not be parted from the settings of the earlier ones.
+  const NoWriteSignals noSignals;
   std::string problem;
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    std::shared_ptr<SqliteUserDefaults> store(new SqliteUserDefaults(file, report));
-    problem.clear();
-    int result = SQLITE_OK;
-    if (const std::error_code failure = file == memoryFile ? std::error_code{} : createFile(file)) {
-      problem = failure.message();
-    } else if (result = store->prepareSchema(busyTimeout, problem); result != SQLITE_OK && problem.empty()) {
-      problem = store->database_.lastMessage();
-    }
-    if (problem.empty()) {
-      return store;
-    }
-    if (result == SQLITE_MISMATCH || (result & 0xff) == SQLITE_BUSY) {  // somebody else's; or waited for already
-      break;
+  if (file == memoryFile) {
+    return openUnshared(file, report, busyTimeout, problem);
+  }
+  // Tried twice, as the opening is: for a fault that passes, a run must not be parted from the settings of earlier
+  // ones.
+  struct stat status{};
+  problem = problemWithFile(file, status);
+  if (!problem.empty()) {
+    problem = problemWithFile(file, status);
+  }
+  std::shared_ptr<SqliteUserDefaults> store;
+  if (problem.empty()) {
+    const std::lock_guard lock(openStores().mutex);
+    std::erase_if(openStores().stores, [](const auto& entry) { return entry.second.expired(); });
+    std::weak_ptr<SqliteUserDefaults>& known = openStores().stores[{status.st_dev, status.st_ino}];
+    store = known.lock();
+    if (!store) {
+      store = openUnshared(file, report, busyTimeout, problem);
+      known = store;
     }
   }
-  report(fmt::format("The settings file {} cannot be used: {}.", file, problem));
-  return nullptr;
+  if (!store) {
+    report(fmt::format("The settings file {} cannot be used: {}.", file, problem));
+  }
+  return store;
+}
+
+std::shared_ptr<SqliteUserDefaults> SqliteUserDefaults::openUnshared(const std::string& file, const Report& report,
+                                                                     std::chrono::milliseconds busyTimeout,
+                                                                     std::string& problem) {
+  const auto deadline = std::chrono::steady_clock::now() + busyTimeout;
+  for (int failures = 0;;) {
+    std::shared_ptr<SqliteUserDefaults> store(new SqliteUserDefaults(file, report));
+    problem.clear();
+    const int result = store->prepareSchema(problem);
+    if (result == SQLITE_OK) {
+      return store;
+    }
+    if ((result & 0xff) == SQLITE_BUSY) {
+      if (std::chrono::steady_clock::now() >= deadline) {
+        return nullptr;
+      }
+      // Closed meanwhile, and not in step: of two processes that open the file at once, one must get it.
+      store.reset();
+      std::this_thread::sleep_for(std::chrono::milliseconds(10 + ::getpid() % 16));
+    } else if (result == SQLITE_MISMATCH || ++failures == 2) {
+      return nullptr;
+    }
+  }
 }
 
 SqliteUserDefaults::~SqliteUserDefaults() {
@@ -111,40 +180,22 @@ SqliteUserDefaults::~SqliteUserDefaults() {
   }
 }
 
-int SqliteUserDefaults::prepareSchema(std::chrono::milliseconds busyTimeout, std::string& problem) {
-  int result = database_.open(file_, busyTimeout);
+int SqliteUserDefaults::prepareSchema(std::string& problem) {
+  int result = database_.open(file_);
+  // Locked by the first access on, so that the index of the write-ahead log is in memory of ours: one in a file,
+  // mapped, is a fault of the bus for the host when somebody cuts the file off.
+  if (result == SQLITE_OK) {
+    result = database_.execute("PRAGMA locking_mode = EXCLUSIVE");
+  }
   // Nothing is written before it is clear whose file this is.
   std::int64_t version = 0;
-  const auto inspect = [&] {
-    std::int64_t tables = 0;
-    std::int64_t ourTables = 0;
-    int inspected = database_.readInteger("PRAGMA user_version", version);
-    if (inspected == SQLITE_OK) {
-      inspected = database_.readInteger("SELECT count(*) FROM sqlite_master", tables);
-    }
-    if (inspected == SQLITE_OK) {
-      inspected =
-          database_.readInteger("SELECT count(*) FROM sqlite_master WHERE name IN ('value', 'segment')", ourTables);
-    }
-    if (inspected != SQLITE_OK) {
-      return inspected;
-    }
-    if (version > schemaVersion) {
-      problem = fmt::format("it comes from a newer version of the library (schema {}, known up to {})", version,
-                            schemaVersion);
-    } else if (!(version == 0 && tables == 0) && !(version == schemaVersion && ourTables == 2)) {
-      problem = "it is the database of another program";
-    }
-    return problem.empty() ? SQLITE_OK : SQLITE_MISMATCH;
-  };
   if (result == SQLITE_OK) {
-    result = inspect();
+    result = inspect(version, problem);
   }
   if (result == SQLITE_OK) {
     // What was committed survives the end of the process; only a power failure may take back the last writes.
     result = database_.execute(
-        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF; PRAGMA trusted_schema = "
-        "OFF");
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF; PRAGMA secure_delete = ON");
   }
   const std::pair<SqliteStatement*, std::string_view> brackets[] = {
       {&begin_, "BEGIN IMMEDIATE"}, {&commit_, "COMMIT"}, {&rollback_, "ROLLBACK"}};
@@ -155,11 +206,9 @@ int SqliteUserDefaults::prepareSchema(std::chrono::milliseconds busyTimeout, std
   if (result == SQLITE_OK) {
     result = transaction.begin();  // also finds out whether the file can be written at all
   }
-  if (result == SQLITE_OK) {
-    result = inspect();  // somebody else may have made the tables meanwhile
-  }
   if (result == SQLITE_OK && version == 0) {
-    result = database_.execute(schema);
+    const std::string create = fmt::format("{};{};PRAGMA user_version = {}", valueTable, segmentTable, schemaVersion);
+    result = database_.execute(create.c_str());
   }
   if (result == SQLITE_OK) {
     result = prepareStatements();
@@ -176,6 +225,30 @@ int SqliteUserDefaults::prepareSchema(std::chrono::milliseconds busyTimeout, std
   return result;
 }
 
+/// Whether the file is new or ours: with these two tables as they were made, and nothing else.
+int SqliteUserDefaults::inspect(std::int64_t& version, std::string& problem) {
+  std::int64_t objects = 0;
+  std::int64_t tables = 0;
+  int result = database_.readInteger("PRAGMA user_version", version);
+  if (result == SQLITE_OK) {
+    result = database_.readInteger("SELECT count(*) FROM sqlite_master", objects);
+  }
+  if (result == SQLITE_OK) {
+    result = database_.readInteger(
+        fmt::format("SELECT count(*) FROM sqlite_master WHERE sql IN ('{}', '{}')", valueTable, segmentTable), tables);
+  }
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  if (version > schemaVersion) {
+    problem =
+        fmt::format("it comes from a newer version of the library (schema {}, known up to {})", version, schemaVersion);
+  } else if (!(version == 0 && objects == 0) && !(version == schemaVersion && objects == 2 && tables == 2)) {
+    problem = "it is the database of another program";
+  }
+  return problem.empty() ? SQLITE_OK : SQLITE_MISMATCH;
+}
+
 int SqliteUserDefaults::prepareStatements() {
   const std::pair<SqliteStatement*, std::string_view> statements[] = {
       {&selectData_, "SELECT offset, bytes FROM segment WHERE key = ? ORDER BY sequence"},
@@ -185,7 +258,6 @@ int SqliteUserDefaults::prepareStatements() {
       {&deleteTail_, "DELETE FROM segment WHERE key = ? AND sequence >= ?"},
       {&insertValue_, "INSERT INTO value(key, content) VALUES(?, ?)"},
       {&deleteValue_, "DELETE FROM value WHERE key = ?"},
-      {&dataVersion_, "PRAGMA data_version"},
   };
   for (const auto& [statement, sql] : statements) {
     if (const int result = database_.prepare(sql, *statement); result != SQLITE_OK) {
@@ -196,35 +268,17 @@ int SqliteUserDefaults::prepareStatements() {
 }
 
 int SqliteUserDefaults::load() {
-  Entries entries;
-  int result = loadSmallValues(entries);
+  int result = loadSmallValues();
   if (result == SQLITE_OK) {
-    result = loadData(entries);
+    result = loadData();
   }
-  if (result == SQLITE_OK) {
-    result = database_.readInteger("PRAGMA data_version", knownDataVersion_);
-  }
-  if (result != SQLITE_OK) {
-    return result;
-  }
-  // Whatever was there before counts as changed, except for what only this object knows.
-  for (auto& [key, entry] : entries) {
+  for (auto& [key, entry] : entries_) {
     entry.revision = entry.exists() ? 1 : 0;
   }
-  for (auto& [key, old] : entries_) {
-    Entry& entry = entries[key];
-    if (dirty_.find(key) != dirty_.end()) {
-      entry = old;
-    } else {
-      entry.revision = old.revision + 1;
-    }
-  }
-  const std::lock_guard lock(cacheMutex_);
-  entries_.swap(entries);
-  return SQLITE_OK;
+  return result;
 }
 
-int SqliteUserDefaults::loadSmallValues(Entries& entries) {
+int SqliteUserDefaults::loadSmallValues() {
   SqliteStatement select;
   int result = database_.prepare("SELECT key, content FROM value", select);
   if (result != SQLITE_OK) {
@@ -232,7 +286,7 @@ int SqliteUserDefaults::loadSmallValues(Entries& entries) {
   }
   while ((result = select.step()) == SQLITE_ROW) {
     const std::string key(select.bytes(0));
-    Entry& entry = entries[key];
+    Entry& entry = entries_[key];
     entry.value = decodePropertyList(select.bytes(1));
     if (!entry.value) {
       reportDamage(key);
@@ -241,7 +295,7 @@ int SqliteUserDefaults::loadSmallValues(Entries& entries) {
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-int SqliteUserDefaults::loadData(Entries& entries) {
+int SqliteUserDefaults::loadData() {
   SqliteStatement select;
   int result = database_.prepare(
       "SELECT key, offset, CASE typeof(bytes) WHEN 'blob' THEN length(bytes) ELSE -1 END, sequence FROM segment "
@@ -257,7 +311,7 @@ int SqliteUserDefaults::loadData(Entries& entries) {
     if (current == segmentCounts.end()) {
       return;
     }
-    Entry& entry = entries[current->first];
+    Entry& entry = entries_[current->first];
     if (length && !entry.value) {
       entry.dataLength = static_cast<std::size_t>(*length);
     } else {
@@ -276,7 +330,7 @@ int SqliteUserDefaults::loadData(Entries& entries) {
     const bool fits = length && offset >= 0 && offset <= *length && size >= 0;
     length = fits ? std::optional(offset + size) : std::nullopt;
     if (fits) {
-      noteSegment(entries[current->first], select.integer(3), static_cast<std::size_t>(size));
+      noteSegment(entries_[current->first], select.integer(3), static_cast<std::size_t>(size));
     }
   }
   finish();
@@ -284,9 +338,9 @@ int SqliteUserDefaults::loadData(Entries& entries) {
     return result;
   }
   for (const auto& [key, count] : segmentCounts) {
-    if (count > mergeThreshold && entries[key].dataLength) {
+    if (const auto whole = entries_[key].dataLength; count > mergeThreshold && whole && *whole < largestSegment) {
       std::string bytes;
-      result = readData(key, *entries[key].dataLength, bytes);
+      result = readData(key, *entries_[key].dataLength, bytes);
       if (result == SQLITE_OK) {
         result = deleteSegments_.bind(std::string_view(key)).run();
       }
@@ -296,7 +350,7 @@ int SqliteUserDefaults::loadData(Entries& entries) {
       if (result != SQLITE_OK) {
         return result;
       }
-      entries[key].smallSegments = 0;
+      entries_[key].smallSegments = 0;
     }
   }
   return SQLITE_OK;
@@ -362,6 +416,7 @@ std::error_code SqliteUserDefaults::remove(std::string_view key) {
     return {};
   }
   dirty_.emplace(key);
+  const bool isData = found->second.dataLength.has_value();
   std::optional<PropertyListValue> old;
   {
     const std::lock_guard cacheLock(cacheMutex_);
@@ -370,7 +425,13 @@ std::error_code SqliteUserDefaults::remove(std::string_view key) {
     old.swap(entry.value);
     entry.dataLength.reset();
   }
-  return commit();
+  const std::error_code failure = commit();
+  if (isData && !failure) {
+    // Its pages are overwritten, and those that the log still has go with it.
+    const NoWriteSignals noSignals;
+    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  }
+  return failure;
 }
 
 std::optional<std::uint64_t> SqliteUserDefaults::revision(std::string_view key) const {
@@ -391,17 +452,11 @@ std::error_code SqliteUserDefaults::replaceDataTail(std::string_view key, std::s
 
 /// Writes the dirty entries and the tail, or nothing.
 std::error_code SqliteUserDefaults::commit(const Tail* tail) {
+  const NoWriteSignals noSignals;
   // Allocated now, since nothing may fail between the commit and the update of the entries.
   std::vector<std::optional<PropertyListValue>> released(dirty_.size());
   std::optional<Transaction> transaction(*this);
   int result = transaction->begin();
-  if (result == SQLITE_OK) {
-    const std::uint64_t expected = tail != nullptr ? entries_.find(tail->key)->second.revision : 0;
-    result = reloadIfChanged();
-    if (result == SQLITE_OK && tail != nullptr && entries_.find(tail->key)->second.revision != expected) {
-      result = SQLITE_BUSY;  // somebody else changed the file; the caller's idea of the value is out of date
-    }
-  }
   for (auto key = dirty_.begin(); result == SQLITE_OK && key != dirty_.end(); ++key) {
     if (const auto entry = entries_.find(*key); entry != entries_.end()) {
       result = writeEntry(*key, entry->second);
@@ -455,9 +510,7 @@ void SqliteUserDefaults::noteSegment(Entry& entry, std::int64_t sequence, std::s
 void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int64_t first) {
   try {
     Transaction transaction(*this);
-    bool changed = true;
-    if (transaction.begin() == SQLITE_OK && lookForChange(changed) == SQLITE_OK && !changed &&
-        mergeSegments(key, first) == SQLITE_OK) {
+    if (transaction.begin() == SQLITE_OK && mergeSegments(key, first) == SQLITE_OK) {
       transaction.commit();
     }
   } catch (const std::bad_alloc&) {  // rolled back; the append that led here is done all the same
@@ -485,20 +538,6 @@ int SqliteUserDefaults::mergeSegments(std::string_view key, std::int64_t first) 
     result = deleteTail_.bind(key, first).run();
   }
   return result == SQLITE_OK && offset ? insertSegment(key, static_cast<std::size_t>(*offset), bytes) : result;
-}
-
-int SqliteUserDefaults::reloadIfChanged() {
-  bool changed = false;
-  const int result = lookForChange(changed);
-  return result == SQLITE_OK && changed ? load() : result;
-}
-
-/// Whether another process has written to the file since it was read.
-int SqliteUserDefaults::lookForChange(bool& changed) {
-  const int result = dataVersion_.bind().step();
-  changed = result == SQLITE_ROW && dataVersion_.integer(0) != knownDataVersion_;
-  dataVersion_.reset();
-  return result == SQLITE_ROW ? SQLITE_OK : result;
 }
 
 int SqliteUserDefaults::writeEntry(const std::string& key, const Entry& entry) {

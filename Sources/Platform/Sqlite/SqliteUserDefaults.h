@@ -23,8 +23,10 @@ namespace quillmar::platform {
 /// replacing the tail is one small insert whatever the length. Every now and then the small segments at the end are put
 /// together to a larger one, so that reading a long value stays fast.
 ///
-/// A file belongs to one process. When another one changes it all the same, that is noticed at the next write and
-/// everything is read anew, so that the two may lose each other's changes but do not damage the file.
+/// A file belongs to one process at a time, which locks it for as long as it has it open: for another one it cannot be
+/// used. Whoever opens it again in the same process gets the same store.
+///
+/// Removing a data value also takes its bytes from the disk.
 class SqliteUserDefaults : public UserDefaults {
  public:
   /// Takes one sentence about something that is wrong with a file. Called while a store is opened or used, from any
@@ -33,8 +35,9 @@ class SqliteUserDefaults : public UserDefaults {
 
   static constexpr std::chrono::milliseconds defaultBusyTimeout{2000};
 
-  /// Opens the file, creating it when it is not there. Reports and gives null when it cannot be opened, belongs to
-  /// somebody else or comes from a newer version; the file is left as it is then. ":memory:" keeps all in memory.
+  /// Opens the file, creating it when it is not there, and waits for another process that has it for at most
+  /// `busyTimeout`. Reports and gives null when it cannot be opened, is not a regular file of this user, is somebody
+  /// else's database or comes from a newer version; the file is left as it is then. ":memory:" keeps all in memory.
   static std::shared_ptr<SqliteUserDefaults> open(const std::string& file, Report report,
                                                   std::chrono::milliseconds busyTimeout = defaultBusyTimeout);
 
@@ -70,15 +73,16 @@ class SqliteUserDefaults : public UserDefaults {
   class Transaction;
 
   SqliteUserDefaults(std::string file, Report report);
+  static std::shared_ptr<SqliteUserDefaults> openUnshared(const std::string& file, const Report& report,
+                                                          std::chrono::milliseconds busyTimeout, std::string& problem);
 
   // These return results of SQLite, and are called with the write lock held, or before anybody else has the object.
-  int prepareSchema(std::chrono::milliseconds busyTimeout, std::string& problem);
+  int prepareSchema(std::string& problem);
   int prepareStatements();
+  int inspect(std::int64_t& version, std::string& problem);
   int load();
-  int loadSmallValues(Entries& entries);
-  int loadData(Entries& entries);
-  int reloadIfChanged();
-  int lookForChange(bool& changed);
+  int loadSmallValues();
+  int loadData();
   int writeEntry(const std::string& key, const Entry& entry);
   int insertSegment(std::string_view key, std::size_t offset, std::string_view bytes);
   int readData(std::string_view key, std::size_t length, std::string& bytes) const;
@@ -96,9 +100,8 @@ class SqliteUserDefaults : public UserDefaults {
   mutable std::mutex writeMutex_;
   mutable SqliteDatabase database_;
   mutable SqliteStatement selectData_;
-  SqliteStatement begin_, commit_, rollback_, dataVersion_;
+  SqliteStatement begin_, commit_, rollback_;
   SqliteStatement selectTail_, insertSegment_, deleteSegments_, deleteTail_, insertValue_, deleteValue_;
-  std::int64_t knownDataVersion_ = 0;
   std::set<std::string, std::less<>> dirty_;  ///< keys whose entries are not on disk yet
 
   /// Guards the entries against reading while they change. They change only with both locks held, so whoever holds the

@@ -1,6 +1,7 @@
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <new>
 #include <string_view>
@@ -70,6 +71,11 @@ std::shared_ptr<UserDefaults> SqliteUserDefaultsProvider::openLocked(const std::
   if (failure) {
     report_(fmt::format("The settings folder {} cannot be created: {}.", folder_, failure.message()));
     return nullptr;
+  }
+  for (const std::string& folder : {folder_.substr(0, folder_.rfind('/')), folder_}) {
+    if (struct stat status{}; ::stat(folder.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+      report_(fmt::format("Other users can write to the folder {}.", folder));
+    }
   }
   std::shared_ptr<UserDefaults> store = SqliteUserDefaults::open(folder_ + "/" + fileName(name), report_, busyTimeout_);
   if (store) {
