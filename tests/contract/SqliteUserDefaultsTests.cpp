@@ -104,6 +104,7 @@ TEST_F(SqliteUserDefaultsTest, removedDataLeavesTheDisk) {
 TEST_F(SqliteUserDefaultsTest, aFileHasOneStoreInAProcess) {
   auto store = open();
   EXPECT_EQ(open(), store);
+  EXPECT_FALSE(std::filesystem::exists(file_ + "-shm")) << "mapped files can be cut off by others";
   const std::weak_ptr<SqliteUserDefaults> gone = store;
   store.reset();
   EXPECT_TRUE(gone.expired());
