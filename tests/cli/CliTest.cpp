@@ -73,7 +73,7 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
   } rows[] = {
       {R"({"event":"a"} x)", "not JSON"},
       {std::string(2U << 20U, 'x'), "longer than 1 MiB"},
-      {"{\"event\":\"a\",\"\\u001b\":1}", "$.\\u001b: unknown member"},
+      {"{\"event\":\"a\",\"\\u001b\\n\":1}", "$.\\u001b\\n: unknown member"},
       {R"({"event":"a","reset":true})", "$.reset: a line is one step"},
       {R"({"event":"a","params":{"revenue":true}})", "$.params.revenue: a number or a text"},
       {R"({"subscription":{"renewalInfo":{},"state":1}})", "$.subscription.transaction: is missing"},
@@ -112,15 +112,17 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
     std::istringstream input(R"({"at":"1h","event":"buy","params":{"revenue":"7.5"}}
 {"at":"30m","event":"early"}
 {"at":"4d","event":"stay"}
+{"at":"4d","event":"\n\u001b"}
 {"at":"36d","event":"late"}
 {"at":"37d","event":"never"})");
     std::ostringstream output;
     EXPECT_EQ(SimulateCommand(options).run(input, output, errors), 1);
     return output.str();
   };
-  EXPECT_THAT(simulate(), HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"));
+  EXPECT_THAT(simulate(), AllOf(HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"),
+                                HasSubstr("4d          1       \\n\\u001b")));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
-                                  HasSubstr("quillmar: script:5: $.at: 37d is after the end")));
+                                  HasSubstr("quillmar: script:6: $.at: 37d is after the end")));
   options.json = true;
   const std::string lines = simulate();
   EXPECT_EQ(simulate(), lines);
@@ -131,7 +133,7 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
                     HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z"}])")));
   EXPECT_THAT(lines.substr(lines.find("{\"final\":")),
               AllOf(HasSubstr(R"("lockedAt":"2d")"), HasSubstr(R"("key":"Stay")"), HasSubstr(R"("last":null)"),
-                    HasSubstr(R"("logged":3)"), HasSubstr(R"("GET /ios/config":37)")));
+                    HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)")));
   std::ofstream(options.config) << R"({"values":[{}]})";
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }
