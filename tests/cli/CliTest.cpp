@@ -27,7 +27,10 @@ std::string refusal(const std::vector<std::string>& arguments) try {
 
 TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
   EXPECT_THAT(refusal({}), StartsWith("a command is expected"));
-  EXPECT_EQ(refusal({"run"}), "run: --key is required");
+  ::unsetenv("QUILLMAR_KEY");
+  EXPECT_THAT(refusal({"run"}), StartsWith("run: a key is expected"));
+  EXPECT_EQ(refusal({"run", "--key=k", "--key-file=-"}), "run: --key excludes --key-file");
+  EXPECT_THAT(refusal({"run", "--key-file=-"}), StartsWith("run: --key-file: standard input has the events"));
   EXPECT_THAT(refusal({"run", "--key=k", "--colour=red"}), HasSubstr("--colour=red"));
   EXPECT_THAT(refusal({"serve", "--tls-cert", "/dev/null"}), HasSubstr("--tls-key"));
   const std::tuple<std::string, std::string, std::vector<std::string>> rows[] = {
@@ -37,6 +40,7 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
       {"run", "--events", {"/nowhere/events", "/"}},
       {"run", "--data", {"", "/dev/null"}},
       {"run", "--key", {""}},
+      {"run", "--key-file", {"/nowhere/key", "/dev/null", "/"}},
       {"run", "--service", {"ftp://localhost", "http://example.com", "http://127.0.0.1.example.com", "https://"}},
       {"run", "--service", {"http://localhost@example.com", "http://localhost:80@example.com", "https://a.b/api"}},
       {"run", "--service", {"http://128.0.0.1", "http://localhost:0", "http://localhost:65536", "http://[::2]:80"}},
@@ -57,6 +61,16 @@ TEST(Options, takesWhatIsMeant) {
   for (const std::string url : {"http://LOCALHOST:1", "http://127.9.9.9", "http://[::1]:80", "https://[2001:db8::1]"}) {
     EXPECT_EQ(run("--service", url + "/").service, url);
   }
+  const test::TemporaryFolder folder;
+  std::ofstream(folder / "key") << "of file\r\nmore";
+  const auto keyOf = [](const std::string& option) {
+    return std::get<RunOptions>(parseCommandLine({"run", option})).key;
+  };
+  ::setenv("QUILLMAR_KEY", "of environment", 1);
+  EXPECT_EQ(keyOf("--mock"), "of environment");
+  EXPECT_EQ(keyOf("--key-file=" + (folder / "key")), "of file");
+  EXPECT_EQ(keyOf("--key=k"), "k");
+  ::unsetenv("QUILLMAR_KEY");
   EXPECT_EQ(run("--drain-timeout", "0.25").drainTimeout, std::chrono::milliseconds(250));
   for (const auto& [text, length] : {std::pair("3d2h", 266400), {"-1h30m", -5400}, {"+90s", 90}, {"1d1h1m1s", 90061}}) {
     EXPECT_EQ(run("--clock-offset", text).clockOffset, std::chrono::seconds(length));
