@@ -97,8 +97,9 @@ std::optional<CorrelatedPayload> PurchaseProcessor::createCorrelatedPayload(
 Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
   Log::debug("PurchaseProcessor - Sending payload to server");
   if (Log::passes(LogLevel::error)) {
-    // Deliberately at the error level, so that it shows whenever the log is on.
-    Log::error("PurchaseProcessor - Complete payload: {}", serialised(payload, JsonWriter::Format::prettyPrinted));
+    // Deliberately at the error level, so that it shows whenever the log is on. JSON's texts have no line ends.
+    Log::errorInLines("PurchaseProcessor - Complete payload: " +
+                      serialised(payload, JsonWriter::Format::prettyPrinted));
   }
   try {
     std::string bytes = serialised(payload, JsonWriter::Format::compact);

@@ -5,6 +5,7 @@
 
 #include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/RealSKAdNetwork.h"
+#include "Logging/Controls.h"
 #include "Logging/Log.h"
 #include "Platform/CompletePlatform.h"
 #include "Settings/EnabledFlag.h"
@@ -133,7 +134,8 @@ void QuillmarCore::postInLife(platform::Executor& executor, const Life& life, st
   });
 }
 
-void QuillmarCore::print(std::string_view line) const {
+void QuillmarCore::print(std::string_view text) const {
+  const std::string line = withoutControls(text);
   if (platform_.standardOutput) {
     platform_.standardOutput(line);
   } else {

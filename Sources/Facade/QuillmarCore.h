@@ -160,7 +160,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   /// Posts `work` so that it does nothing once the life has ended, and counts as in flight until it has run.
   void postInLife(platform::Executor& executor, const Life& life, std::function<void(QuillmarCore&)> work);
-  void print(std::string_view line) const;
+  void print(std::string_view text) const;
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;

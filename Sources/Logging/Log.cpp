@@ -72,7 +72,8 @@ void Log::setSink(std::shared_ptr<platform::LogSink> sink, const std::shared_ptr
   output().clock = clock;
 }
 
-void Log::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments) noexcept {
+void Log::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_args arguments,
+                        LineEnds lineEnds) noexcept {
   try {
     const std::shared_ptr<platform::LogSink> sink = currentSink();
     if (!sink) {
@@ -84,7 +85,12 @@ void Log::composeAndLog(LogLevel level, fmt::string_view format, fmt::format_arg
     fmt::memory_buffer line;
     line.append(prefix);
     fmt::vformat_to(std::back_inserter(line), format, arguments);
-    sink->write(subsystem, category, severityOf(level), {line.data(), line.size()});
+    const std::string_view text(line.data(), line.size());
+    if (mayHoldControls(text)) {
+      sink->write(subsystem, category, severityOf(level), withoutControls(text, lineEnds));
+    } else {
+      sink->write(subsystem, category, severityOf(level), text);
+    }
   } catch (...) {  // a line that cannot be composed or written is lost; logging never fails
   }
 }

@@ -27,7 +27,10 @@ std::string refusal(const std::vector<std::string>& arguments) try {
 
 TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
   EXPECT_THAT(refusal({}), StartsWith("a command is expected"));
-  EXPECT_EQ(refusal({"run"}), "run: --key is required");
+  ::unsetenv("QUILLMAR_KEY");
+  EXPECT_THAT(refusal({"run"}), StartsWith("run: a key is expected"));
+  EXPECT_EQ(refusal({"run", "--key=k", "--key-file=-"}), "run: --key excludes --key-file");
+  EXPECT_THAT(refusal({"run", "--key-file=-"}), StartsWith("run: --key-file: standard input has the events"));
   EXPECT_THAT(refusal({"run", "--key=k", "--colour=red"}), HasSubstr("--colour=red"));
   EXPECT_THAT(refusal({"serve", "--tls-cert", "/dev/null"}), HasSubstr("--tls-key"));
   const std::tuple<std::string, std::string, std::vector<std::string>> rows[] = {
@@ -37,6 +40,7 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
       {"run", "--events", {"/nowhere/events", "/"}},
       {"run", "--data", {"", "/dev/null"}},
       {"run", "--key", {""}},
+      {"run", "--key-file", {"/nowhere/key", "/dev/null", "/"}},
       {"run", "--service", {"ftp://localhost", "http://example.com", "http://127.0.0.1.example.com", "https://"}},
       {"run", "--service", {"http://localhost@example.com", "http://localhost:80@example.com", "https://a.b/api"}},
       {"run", "--service", {"http://128.0.0.1", "http://localhost:0", "http://localhost:65536", "http://[::2]:80"}},
@@ -57,6 +61,16 @@ TEST(Options, takesWhatIsMeant) {
   for (const std::string url : {"http://LOCALHOST:1", "http://127.9.9.9", "http://[::1]:80", "https://[2001:db8::1]"}) {
     EXPECT_EQ(run("--service", url + "/").service, url);
   }
+  const test::TemporaryFolder folder;
+  std::ofstream(folder / "key") << "of file\r\nmore";
+  const auto keyOf = [](const std::string& option) {
+    return std::get<RunOptions>(parseCommandLine({"run", option})).key;
+  };
+  ::setenv("QUILLMAR_KEY", "of environment", 1);
+  EXPECT_EQ(keyOf("--mock"), "of environment");
+  EXPECT_EQ(keyOf("--key-file=" + (folder / "key")), "of file");
+  EXPECT_EQ(keyOf("--key=k"), "k");
+  ::unsetenv("QUILLMAR_KEY");
   EXPECT_EQ(run("--drain-timeout", "0.25").drainTimeout, std::chrono::milliseconds(250));
   for (const auto& [text, length] : {std::pair("3d2h", 266400), {"-1h30m", -5400}, {"+90s", 90}, {"1d1h1m1s", 90061}}) {
     EXPECT_EQ(run("--clock-offset", text).clockOffset, std::chrono::seconds(length));
@@ -73,7 +87,7 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
   } rows[] = {
       {R"({"event":"a"} x)", "not JSON"},
       {std::string(2U << 20U, 'x'), "longer than 1 MiB"},
-      {"{\"event\":\"a\",\"\\u001b\":1}", "$.\\u001b: unknown member"},
+      {"{\"event\":\"a\",\"\\u001b\\n\":1}", "$.\\u001b\\n: unknown member"},
       {R"({"event":"a","reset":true})", "$.reset: a line is one step"},
       {R"({"event":"a","params":{"revenue":true}})", "$.params.revenue: a number or a text"},
       {R"({"subscription":{"renewalInfo":{},"state":1}})", "$.subscription.transaction: is missing"},
@@ -112,15 +126,17 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
     std::istringstream input(R"({"at":"1h","event":"buy","params":{"revenue":"7.5"}}
 {"at":"30m","event":"early"}
 {"at":"4d","event":"stay"}
+{"at":"4d","event":"\n\u001b"}
 {"at":"36d","event":"late"}
 {"at":"37d","event":"never"})");
     std::ostringstream output;
     EXPECT_EQ(SimulateCommand(options).run(input, output, errors), 1);
     return output.str();
   };
-  EXPECT_THAT(simulate(), HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"));
+  EXPECT_THAT(simulate(), AllOf(HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"),
+                                HasSubstr("4d          1       \\n\\u001b")));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
-                                  HasSubstr("quillmar: script:5: $.at: 37d is after the end")));
+                                  HasSubstr("quillmar: script:6: $.at: 37d is after the end")));
   options.json = true;
   const std::string lines = simulate();
   EXPECT_EQ(simulate(), lines);
@@ -131,7 +147,7 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
                     HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z"}])")));
   EXPECT_THAT(lines.substr(lines.find("{\"final\":")),
               AllOf(HasSubstr(R"("lockedAt":"2d")"), HasSubstr(R"("key":"Stay")"), HasSubstr(R"("last":null)"),
-                    HasSubstr(R"("logged":3)"), HasSubstr(R"("GET /ios/config":37)")));
+                    HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)")));
   std::ofstream(options.config) << R"({"values":[{}]})";
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }

@@ -21,6 +21,18 @@ TEST(Log, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
   }
 }
 
+TEST(Log, textsOfOthersDoNotBreakOutOfTheirLine) {
+  const test::LogCapture log(LogLevel::error);
+  const std::string fine = "\u00e9\u00c2\u00a0\u2027\u202f\u20ac\u2065\u206a\U0001F600 \\n ~";
+  Log::error("{}", fine + "\n\r\t\x1b[2J\x1f\x7f" + std::string(1, '\0') + "\u0080\u009f");
+  Log::error("{}", "\u2028\u2029\u202a\u202e\u2066\u2069\xE2\n\xE2\xC2\x9b\xC2");
+  Log::errorInLines("{\n  \x1b\r\n}");
+  EXPECT_THAT(log.messages(),
+              testing::ElementsAre("error: " + fine + R"(\n\r\t\u001b[2J\u001f\u007f\u0000\u0080\u009f)",
+                                   "error: \\u2028\\u2029\\u202a\\u202e\\u2066\\u2069\xE2\\n\xE2\\u009b\xC2",
+                                   "error: {\n  \\u001b\\r\n}"));
+}
+
 /// Ends the process with 0 when its first line, and a later one, carry this timestamp.
 [[noreturn]] void exitWithFirstLine(std::chrono::milliseconds now, std::chrono::seconds offset, const char* expected) {
   const auto clock = std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint(now));

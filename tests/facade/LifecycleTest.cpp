@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <stdexcept>
+
 #include "Platform/Posix/SystemClock.h"
 #include "support/FacadeHarness.h"
 
@@ -296,7 +298,12 @@ TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
     void send(const ConversionValues::ConversionValue&, Window, bool) override { throw 1; }
   };
   struct LogRepository final : EventServerLogRepositoryProtocol {
-    void logEvent(std::string, Completion) override { throw 2; }
+    void logEvent(std::string name, Completion) override {
+      if (name == "session") {
+        throw 2;
+      }
+      throw std::runtime_error("two\nlines");
+    }
   };
   configure();
   const auto log = quillmar->eventServerLogRepository();
@@ -304,6 +311,8 @@ TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
   send("session");
   EXPECT_TRUE(logged("error: Failed to log event to server: an error that is no std::exception"));
   EXPECT_EQ(calls().size(), 1u) << "a failed log entry does not stop the event";
+  send("other");
+  EXPECT_EQ(printed.back(), "Failed to log event to server: two\\nlines");
   quillmar->setEventServerLogRepository(log);
   const auto manager = quillmar->conversionTrackingManager();
   quillmar->setConversionTrackingManager(std::make_shared<Manager>());
@@ -314,7 +323,7 @@ TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
   activate();
   EXPECT_TRUE(logged("error: Failed to fetch conversion values: an error that is no std::exception. Attempt: 1"));
   send("session");
-  EXPECT_EQ(calls().size(), 2u);
+  EXPECT_EQ(calls().size(), 3u);
   EXPECT_TRUE(quillmar->drain(std::chrono::milliseconds::max()));
 }
 

@@ -7,11 +7,11 @@
 #include <charconv>
 #include <cmath>
 #include <istream>
-#include <iterator>
 #include <ostream>
 
 #include "Duration.h"
 #include "JsonMemberText.h"
+#include "Logging/Controls.h"
 
 namespace quillmar::cli {
 namespace {
@@ -20,19 +20,6 @@ namespace json = boost::json;
 
 /// A line that is longer is not read to its end, so that a file without line ends cannot take up the memory.
 constexpr std::size_t longestLine = std::size_t{1024} * 1024;
-
-std::string withoutControls(std::string_view text) {
-  std::string result;
-  for (const char letter : text) {
-    const unsigned code = static_cast<unsigned char>(letter);
-    if (code < 0x20 || code == 0x7F) {
-      fmt::format_to(std::back_inserter(result), "\\u{:04x}", code);
-    } else {
-      result += letter;
-    }
-  }
-  return result;
-}
 
 std::string kindOf(const json::value& value) {
   switch (value.kind()) {
@@ -279,8 +266,6 @@ std::chrono::seconds timeOfLine(const json::value& value) {
 
 }  // namespace
 
-LineError::LineError(std::string_view reason) : std::runtime_error(withoutControls(reason)) {}
-
 InputLine parseInputLine(std::string_view textOfLine, InputTime time) {
   json::error_code error;
   const json::value document = json::parse(json::string_view(textOfLine.data(), textOfLine.size()), error);
@@ -361,7 +346,7 @@ std::optional<InputLine> InputLines::next() {
 
 void InputLines::reject(std::string_view reason) {
   ++badLines_;
-  errors_ << "quillmar: " << name_ << ':' << lineNumber_ << ": " << reason << std::endl;
+  errors_ << withoutControls(fmt::format("quillmar: {}:{}: {}", name_, lineNumber_, reason)) << std::endl;
 }
 
 }  // namespace quillmar::cli

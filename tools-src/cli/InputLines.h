@@ -57,17 +57,18 @@ enum class InputTime {
   script,  ///< lines say when they happen, with "at"
 };
 
-/// What is wrong with a line, with the JSON path of the member where there is one. Names and texts of the line may hold
-/// any character; control characters become escapes, so that a report stays one line and does nothing to a terminal.
+/// What is wrong with a line, with the JSON path of the member where there is one. It repeats names and texts of the
+/// line, which may hold any character.
 class LineError : public std::runtime_error {
  public:
-  explicit LineError(std::string_view reason);
+  using std::runtime_error::runtime_error;
 };
 
 /// Reads one line, which is not blank. Throws `LineError`.
 InputLine parseInputLine(std::string_view text, InputTime time);
 
 /// Reads JSON Lines one by one. Bad lines are reported on `errors` as "quillmar: FILE:LINE: what is wrong" and counted.
+/// A report stays one line and does nothing to a terminal.
 class InputLines {
  public:
   /// The streams must outlive the object. `name` is the file's name, or "-".

@@ -5,8 +5,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iostream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -17,10 +22,11 @@ namespace quillmar::cli {
 namespace {
 
 constexpr const char* runFooter =
-    R"(Configures the library with KEY, reports the events of the input and prints, as JSON Lines, each call that the library
-makes to the platform's ad attribution and a summary at the end. Time, HTTP and files are real; the device and its ad
-network are simulated. Log lines and bad input lines go to standard error. An interrupt (SIGINT, SIGTERM) ends the
-input; a second one ends the program.
+    R"(Configures the library with the key, reports the events of the input and prints, as JSON Lines, each call that the
+library makes to the platform's ad attribution and a summary at the end. Time, HTTP and files are real; the device and
+its ad network are simulated. Log lines and bad input lines go to standard error. An interrupt (SIGINT, SIGTERM) ends
+the input; a second one ends the program. Without --key and --key-file, the key comes from the environment variable
+QUILLMAR_KEY.
 
 Input, one JSON object a line; blank lines are skipped:
   {"event":"purchase","params":{"revenue":9.99}}     report an event; revenue is a number or a text
@@ -140,9 +146,52 @@ void addSystemVersion(CLI::App& command, std::string& target) {
   command.add_option("--os-version", target, "the system version of the device")->check(version)->capture_default_str();
 }
 
-void addRun(CLI::App& app, RunOptions& run) {
+std::string keyFromFile(const std::string& path, const std::string& events) {
+  if (path == "-" && events == "-") {
+    throw UsageError("run: --key-file: standard input has the events; take them from elsewhere with --events");
+  }
+  std::ifstream file;
+  if (path != "-") {
+    file.open(path);
+    if (!file) {
+      throw UsageError("run: --key-file: cannot read " + path + ": " + std::strerror(errno));
+    }
+  }
+  std::string key;
+  std::getline(path == "-" ? std::cin : file, key);
+  if (!key.empty() && key.back() == '\r') {
+    key.pop_back();
+  }
+  if (key.empty()) {
+    throw UsageError("run: --key-file: no key in the first line of " + path);
+  }
+  return key;
+}
+
+/// Of the command line, else of the file, else of the environment.
+std::string verificationKey(const RunOptions& run, const std::string& keyFile) {
+  if (!run.key.empty()) {
+    return run.key;
+  }
+  if (!keyFile.empty()) {
+    return keyFromFile(keyFile, run.events);
+  }
+  const char* const variable = std::getenv("QUILLMAR_KEY");
+  if (variable == nullptr || *variable == '\0') {
+    throw UsageError("run: a key is expected: --key, --key-file or QUILLMAR_KEY in the environment");
+  }
+  return variable;
+}
+
+void addRun(CLI::App& app, RunOptions& run, std::string& keyFile) {
   CLI::App& command = *app.add_subcommand("run", "Report events, in real time, to a real service")->footer(runFooter);
-  command.add_option("--key", run.key, "the verification key")->required()->check(notEmpty);
+  CLI::Option* key =
+      command
+          .add_option("--key", run.key, "the verification key; the list of processes shows it, unlike the other ways")
+          ->check(notEmpty);
+  command.add_option("--key-file", keyFile, "the file whose first line is the key; -: standard input")
+      ->check(CLI::Validator(inputFile, "FILE"))
+      ->excludes(key);
   command
       .add_option("--service", run.service,
                   "the event service: https://..., or http:// to this machine (without it: an embedded\n"
@@ -238,7 +287,8 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   app.set_version_flag("--version", "quillmar " QUILLMAR_VERSION);
   app.footer(
       "Exit status: 0 done; 1 done, but some input lines were bad or something failed; 2 the options cannot be used.");
-  addRun(app, run);
+  std::string keyFile;
+  addRun(app, run, keyFile);
   addSimulate(app, simulate);
   addServe(app, serve);
   std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
@@ -253,6 +303,7 @@ Command parseCommandLine(std::vector<std::string> arguments) {
     throw UsageError((chosen.empty() ? "" : chosen.front()->get_name() + ": ") + error.what());
   }
   if (app.got_subcommand("run")) {
+    run.key = verificationKey(run, keyFile);
     return run;
   }
   if (app.got_subcommand("serve")) {

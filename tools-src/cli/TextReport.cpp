@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 
 #include <ostream>
+#include <utility>
 #include <variant>
 
 #include "Duration.h"
 #include "JsonOutput.h"
+#include "Logging/Controls.h"
 #include "SimulationReport.h"
 
 namespace quillmar::cli {
@@ -57,9 +59,10 @@ class TextReport final : public SimulationReport {
   explicit TextReport(std::ostream& output) : output_(output) {}
 
   void begin(const std::string& osVersion, int days) override {
-    output_ << fmt::format("{} days of an install on system version {}, first launched at {}\n\n", days, osVersion,
-                           timestamp(SimulatedInstall::firstLaunch()))
-            << fmt::format("{:<11} {:<7} {:<24} {:<18} {}\n", "TIME", "WINDOW", "STEP", "COMPLETED", "SENT");
+    line("{} days of an install on system version {}, first launched at {}", days, osVersion,
+         timestamp(SimulatedInstall::firstLaunch()));
+    line("");
+    line("{:<11} {:<7} {:<24} {:<18} {}", "TIME", "WINDOW", "STEP", "COMPLETED", "SENT");
   }
 
   void write(const std::string& name, const EventStep* event, const StepResult& result,
@@ -79,36 +82,41 @@ class TextReport final : public SimulationReport {
       outcome = state.appId ? "configuration fetched, the app is \"" + *state.appId + "\"" : "no configuration";
     }
     const std::string completed = event != nullptr && result.sent ? result.sent->key : "";
-    output_ << fmt::format(
-        "{:<11} {:<7} {:<24} {:<18} {}\n", formatDuration(result.at),
-        result.window ? std::to_string(*result.window) : "over",
-        event != nullptr ? describe(*event) : "[" + (name == "activate" ? "app becomes active" : name) + "]", completed,
-        outcome);
+    line("{:<11} {:<7} {:<24} {:<18} {}", formatDuration(result.at),
+         result.window ? std::to_string(*result.window) : "over",
+         event != nullptr ? describe(*event) : "[" + (name == "activate" ? "app becomes active" : name) + "]",
+         completed, outcome);
   }
 
   void end(const SimulatedInstall& install) override {
-    output_ << fmt::format("\n{:<7} {:<18} {:<6} {:<8} {:<6} {}\n", "WINDOW", "LAST VALUE", "FINE", "COARSE", "CALLS",
-                           "LOCKED AT");
+    line("");
+    line("{:<7} {:<18} {:<6} {:<8} {:<6} {}", "WINDOW", "LAST VALUE", "FINE", "COARSE", "CALLS", "LOCKED AT");
     for (std::size_t index = 0; index < windows().size(); ++index) {
       const Window& window = windows()[index];
-      output_ << fmt::format("{:<7} {:<18} {:<6} {:<8} {:<6} {}\n", index, window.last ? window.last->key : "-",
-                             window.last ? std::to_string(window.last->fineValue) : "-",
-                             window.last ? window.last->coarseValue.value_or("-") : "-", window.calls,
-                             window.lockedAt ? formatDuration(*window.lockedAt) : "-");
+      line("{:<7} {:<18} {:<6} {:<8} {:<6} {}", index, window.last ? window.last->key : "-",
+           window.last ? std::to_string(window.last->fineValue) : "-",
+           window.last ? window.last->coarseValue.value_or("-") : "-", window.calls,
+           window.lockedAt ? formatDuration(*window.lockedAt) : "-");
     }
     const QuillmarStatistics events = install.quillmar().statistics();
-    output_ << fmt::format("\nEvents: {} sent, {} logged, {} failed, {} dropped, {} parked\n", events.sent,
-                           events.logged, events.failed, events.dropped, events.parked)
-            << "Requests:";
-    const char* separator = " ";
+    line("");
+    line("Events: {} sent, {} logged, {} failed, {} dropped, {} parked", events.sent, events.logged, events.failed,
+         events.dropped, events.parked);
+    std::string requests;
     for (const auto& [endpoint, count] : install.requestCounts()) {
-      output_ << separator << count << " x " << endpoint;
-      separator = ", ";
+      requests += fmt::format("{} {} x {}", requests.empty() ? "" : ",", count, endpoint);
     }
-    output_ << std::endl;
+    line("Requests:{}", requests);
+    output_.flush();
   }
 
  private:
+  /// Names come from the input and the service, so the line is written without what would break out of it.
+  template <class... Content>
+  void line(fmt::format_string<Content...> format, Content&&... content) {
+    output_ << withoutControls(fmt::format(format, std::forward<Content>(content)...)) << '\n';
+  }
+
   std::ostream& output_;
 };
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "InterruptibleInput.h"
+#include "Logging/Controls.h"
 #include "Options.h"
 #include "RunCommand.h"
 #include "ServeCommand.h"
@@ -47,6 +48,11 @@ class InputFile {
  private:
   int descriptor_ = STDIN_FILENO;
 };
+
+int complain(const std::exception& error, int status) {
+  std::cerr << "quillmar: " << quillmar::withoutControls(error.what()) << std::endl;
+  return status;
+}
 
 int run(const RunOptions& options) {
   StopSignal stop;
@@ -88,10 +94,8 @@ int main(int argc, char** argv) {
     }
     return status;
   } catch (const UsageError& error) {
-    std::cerr << "quillmar: " << error.what() << std::endl;
-    return unusableOptions;
+    return complain(error, unusableOptions);
   } catch (const std::exception& error) {
-    std::cerr << "quillmar: " << error.what() << std::endl;
-    return failed;
+    return complain(error, failed);
   }
 }
