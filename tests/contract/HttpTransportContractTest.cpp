@@ -1,10 +1,17 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <climits>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "Platform/Curl/CurlHandles.h"
 #include "Platform/Curl/CurlHttpTransport.h"
+#include "Platform/Curl/SocketPairs.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
@@ -339,6 +346,52 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
     const bool accepted = shown == &good && trusted == &good;
     EXPECT_EQ(result.error, accepted ? URLError::redirectToInsecureLocation : URLError::secureConnectionFailed);
   }
+}
+
+TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt) {
+  Backend proxy;
+  proxy.answer = [](const ServiceRequest&) { return reply(403); };
+  Backend backend(false, {.proxy = proxy.url});
+  EXPECT_EQ(backend.perform(get(backend.url, {{"Authorization", "key"}})).statusCode, 200);
+  EXPECT_TRUE(proxy.requests().empty());
+  EXPECT_TRUE(backend.perform(get("https://service.example", {{"Authorization", "key"}})).error);
+  ASSERT_EQ(proxy.requests().size(), 1U);
+  EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
+  EXPECT_FALSE(proxy.requests()[0].headers.contains("Authorization"));
+}
+
+TEST(SocketPairs, ofLibcurlCloseOnExecAndThoseOfTheHostAreLeftAlone) {
+  const auto inherited = [] {
+    std::size_t count = 0;
+    for (int fd = 0; fd < 200; ++fd) {
+      sockaddr_un name{};
+      socklen_t size = sizeof(name);
+      count += ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 && name.sun_family == AF_UNIX &&
+               ::fcntl(fd, F_GETFD) == 0;
+    }
+    return count;
+  };
+  int hosts[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, hosts), 0);
+  ASSERT_EQ(::send(hosts[0], "\1", 1, 0), 1);  // as if it were woken
+  const std::size_t before = inherited();
+  const MultiHandle multi(curl_multi_init());
+  const EasyHandle easy(curl_easy_init());
+  EXPECT_EQ(inherited(), before + 2);
+  closeWakeUpPairOnExec(multi.get());
+  EXPECT_EQ(inherited(), before);
+  char host[HOST_NAME_MAX + 1] = {};
+  ASSERT_EQ(::gethostname(host, sizeof(host)), 0);
+  curl_easy_setopt(easy.get(), CURLOPT_URL, host);
+  curl_multi_add_handle(multi.get(), easy.get());
+  int active = 0;
+  curl_multi_perform(multi.get(), &active);
+  EXPECT_EQ(inherited(), before + 2);
+  closeResolverPairsOnExec(multi.get());
+  EXPECT_EQ(inherited(), before);
+  curl_multi_remove_handle(multi.get(), easy.get());
+  ::close(hosts[0]);
+  ::close(hosts[1]);
 }
 
 TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {

@@ -52,6 +52,12 @@ int main(int, char** arguments) {
   const std::uint64_t sent = std::stoull(arguments[6]);
   const std::uint64_t logged = std::stoull(arguments[7]);
 
+  for (const char* variable : {"http_proxy", "https_proxy", "ALL_PROXY"}) {
+    ::setenv(variable, "http://127.0.0.1:1", 1);  // NOLINT(concurrency-mt-unsafe): so early, nobody else is there
+  }
+  if (ending != "exec") {  // libcurl opens the file, and leaves it to children
+    ::setenv("SSLKEYLOGFILE", (std::string(arguments[1]) + "/secrets").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  }
   owner == "TLS user" ? useTls() : void();
   quillmar::platform::setSharedPlatform(
       quillmar::platform::makeDefaultPlatform({arguments[1], arguments[2], arguments[3], arguments[2]}));
@@ -75,6 +81,9 @@ int main(int, char** arguments) {
   }
   if (ending == "exit on a thread") {
     std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe): that is what it is here for
+  }
+  if (ending == "exec") {  // succeeds when the new program has nothing open but its streams and what it lists
+    ::execl("/bin/sh", "sh", "-c", "test $(ls /proc/self/fd | wc -l) = 4", nullptr);
   }
   if (ending == "exit") {
     std::exit(0);  // NOLINT(concurrency-mt-unsafe)

@@ -59,6 +59,10 @@ struct DefaultPlatformOptions {
   std::string caFile = {};
   /// Replaces where attribution tokens are exchanged (tests, staging), likewise.
   std::string attributionUrl = {};
+  /// The proxy for https, such as "http://proxy:3128", which sees no more than which hosts are called. Empty: none. The
+  /// environment (`https_proxy` and the like) is not asked; a host that wants it passes it on. Plain http, which is for
+  /// tests, does without: a proxy could read it.
+  std::string proxy = {};
 };
 
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
