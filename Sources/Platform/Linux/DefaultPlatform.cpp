@@ -93,6 +93,7 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   CurlHttpTransportOptions http;
   http.caFile = options.caFile;
   http.proxy = options.proxy;
+  http.maxBodyBytes = options.maxAnswerBytes;
 
   Platform platform;
   platform.executor = executor;
