@@ -139,7 +139,7 @@ TEST(Loopback, whateverAnswersInPlaceOfTheServiceIsNotBelieved) {
   for (int i = 1; windows.size() < (2U << 20U) - 20; ++i) {
     windows += ",\"" + std::to_string(i) + "\":{}";
   }
-  const long peakBefore = peakMemory();
+  [[maybe_unused]] const long peakBefore = peakMemory();
   const ScriptedServer server({ok + windows + "}}]}"});
   EXPECT_EQ(Host(data.path(), server.url(), LogLevel::error).quillmar->state().appId, "a");
   const Host host(data.path(), service.url());
