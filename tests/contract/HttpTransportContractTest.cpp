@@ -1,16 +1,10 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <mutex>
 #include <set>
 #include <thread>
 
-#include "Platform/Curl/CurlHandles.h"
 #include "Platform/Curl/CurlHttpTransport.h"
-#include "Platform/Curl/SocketPairs.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
@@ -357,28 +351,6 @@ TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt
   ASSERT_EQ(proxy.requests().size(), 1U);
   EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
   EXPECT_FALSE(proxy.requests()[0].headers.contains("Authorization"));
-}
-
-TEST(SocketPairs, libcurlsIsClosedOnExecAndTheHostsIsLeftAlone) {
-  const auto inherited = [] {
-    std::size_t count = 0;
-    for (int fd = 0; fd < 200; ++fd) {
-      sockaddr_un name{};
-      socklen_t size = sizeof(name);
-      count += ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 && name.sun_family == AF_UNIX &&
-               ::fcntl(fd, F_GETFD) == 0;
-    }
-    return count;
-  };
-  int hosts[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, hosts), 0);
-  ASSERT_EQ(::send(hosts[0], "\1", 1, 0), 1);  // as if it were woken
-  const std::size_t before = inherited();
-  const MultiHandle multi(curl_multi_init());
-  closeWakeUpPairOnExec(multi.get());
-  EXPECT_EQ(inherited(), before);
-  ::close(hosts[0]);
-  ::close(hosts[1]);
 }
 
 TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
