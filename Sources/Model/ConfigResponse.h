@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "quillmar/ConversionValues.h"
@@ -21,7 +22,8 @@ struct ConfigResponse {
   bool operator==(const ConfigResponse&) const = default;
 
   /// The configuration document: `values` and `lockWindows`, unchanged.
-  ConversionValues conversionValues() const { return {values, lockWindows}; }
+  ConversionValues conversionValues() const& { return {values, lockWindows}; }
+  ConversionValues conversionValues() && { return {std::move(values), std::move(lockWindows)}; }
 
   static ConfigResponse decode(const JsonReader& document);
   void encode(JsonWriter& writer) const;

@@ -113,28 +113,46 @@ std::string optionalText(std::optional<double> value) {
   return value ? decimalText(*value) : "nil";
 }
 
-std::string description(const std::vector<ConversionValues::RequiredEvent>& events) {
-  std::string text = "[";
+// Into one text: a large document is not copied from level to level.
+
+void describe(std::string& text, const std::vector<ConversionValues::RequiredEvent>& events) {
+  const char* separator = "[";
   for (const auto& event : events) {
     fmt::format_to(std::back_inserter(text), "{}RequiredEvent(name: \"{}\", revenueMin: {}, revenueMax: {})",
-                   text.size() > 1 ? ", " : "", event.name, optionalText(event.revenueMin),
+                   std::exchange(separator, ", "), event.name, optionalText(event.revenueMin),
                    optionalText(event.revenueMax));
   }
-  return text + "]";
+  text += events.empty() ? "[]" : "]";
 }
 
-std::string description(const ConversionValues::WindowValue& value) {
-  std::string fine = "nil";
-  std::string coarse = "nil";
+void describe(std::string& text, const ConversionValues::WindowValue& value) {
+  text += "WindowValue(fineValue: ";
   if (value.fineValue) {
-    fine = fmt::format("FineValue(value: {}, requiredEvents: {})", value.fineValue->value,
-                       description(value.fineValue->requiredEvents));
+    fmt::format_to(std::back_inserter(text), "FineValue(value: {}, requiredEvents: ", value.fineValue->value);
+    describe(text, value.fineValue->requiredEvents);
   }
+  text += value.fineValue ? "), coarseValue: " : "nil, coarseValue: ";
   if (value.coarseValue) {
-    coarse = fmt::format("CoarseValueData(value: {}, requiredEvents: {})", rawValue(value.coarseValue->value),
-                         description(value.coarseValue->requiredEvents));
+    fmt::format_to(std::back_inserter(text),
+                   "CoarseValueData(value: {}, requiredEvents: ", rawValue(value.coarseValue->value));
+    describe(text, value.coarseValue->requiredEvents);
   }
-  return fmt::format("WindowValue(fineValue: {}, coarseValue: {})", fine, coarse);
+  text += value.coarseValue ? "))" : "nil)";
+}
+
+void describe(std::string& text, const std::vector<ConversionValues::ConversionValue>& values) {
+  const char* next = "[";
+  for (const auto& value : values) {
+    fmt::format_to(std::back_inserter(text), "{}ConversionValue(key: \"{}\", windows: ", std::exchange(next, ", "),
+                   value.key);
+    const char* separator = "[";
+    for (const auto& [name, windowValue] : value.windows) {
+      fmt::format_to(std::back_inserter(text), "{}\"{}\": ", std::exchange(separator, ", "), name);
+      describe(text, windowValue);
+    }
+    text += value.windows.empty() ? "[:])" : "])";
+  }
+  text += values.empty() ? "[]" : "]";
 }
 
 }  // namespace
@@ -288,29 +306,23 @@ platform::AttributionKitCoarseValue toAttributionKitCoarseValue(CoarseValue valu
 }
 
 std::string description(const std::vector<ConversionValues::ConversionValue>& values) {
-  std::string text = "[";
-  for (const auto& value : values) {
-    fmt::format_to(std::back_inserter(text), "{}ConversionValue(key: \"{}\", windows: [", text.size() > 1 ? ", " : "",
-                   value.key);
-    const char* separator = "";
-    for (const auto& [name, windowValue] : value.windows) {
-      fmt::format_to(std::back_inserter(text), "{}\"{}\": {}", separator, name, description(windowValue));
-      separator = ", ";
-    }
-    text += value.windows.empty() ? ":])" : "])";
-  }
-  return text + "]";
+  std::string text;
+  describe(text, values);
+  return text;
 }
 
 std::string description(const ConversionValues& document) {
-  std::string locks;
+  std::string text = "ConversionValues(values: ";
+  describe(text, document.values);
+  text += ", lockWindows: ";
+  const char* separator = "[";
   for (const auto& [name, lock] : document.lockWindows) {
-    fmt::format_to(std::back_inserter(locks), "{}\"{}\": LockWindowConfiguration(type: {}, value: {})",
-                   locks.empty() ? "" : ", ", name, rawValue(lock.type),
+    fmt::format_to(std::back_inserter(text), "{}\"{}\": LockWindowConfiguration(type: {}, value: {})",
+                   std::exchange(separator, ", "), name, rawValue(lock.type),
                    lock.value ? fmt::to_string(*lock.value) : "nil");
   }
-  return fmt::format("ConversionValues(values: {}, lockWindows: [{}])", description(document.values),
-                     locks.empty() ? ":" : locks);
+  text += document.lockWindows.empty() ? "[:])" : "])";
+  return text;
 }
 
 }  // namespace quillmar

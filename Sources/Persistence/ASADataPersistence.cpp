@@ -1,5 +1,7 @@
 #include "Persistence/ASADataPersistence.h"
 
+#include <cstdint>
+#include <system_error>
 #include <utility>
 
 #include "Json/JsonParser.h"
@@ -10,6 +12,17 @@
 #include "Persistence/PersistenceFile.h"
 
 namespace quillmar {
+
+namespace {
+
+/// A record is some hundred bytes, and each purchase takes it along.
+constexpr std::uint64_t largestFile = 1U << 20U;
+
+std::error_code errorOfSize(std::uint64_t bytes) {
+  return bytes > largestFile ? std::make_error_code(std::errc::file_too_large) : std::error_code();
+}
+
+}  // namespace
 
 ASADataPersistence::ASADataPersistence(std::shared_ptr<platform::FileManager> fileManager,
                                        std::optional<std::string> documentsDirectory)
@@ -102,12 +115,15 @@ std::string ASADataPersistence::path() const {
 
 std::string ASADataPersistence::read() const {
   const std::string file = path();
+  const std::optional<platform::FileStamp> stamp = fileManager_->stamp(file);
+  throwIf(errorOfSize(stamp ? stamp->size : 0), file);
   std::string content;
   throwIf(fileManager_->readFile(file, content), file);
   return content;
 }
 
 void ASADataPersistence::write(const std::string& file, const std::string& content) const {
+  throwIf(errorOfSize(content.size()), file);
   // The documents directory of a fresh installation may be there in name only.
   throwIf(fileManager_->createDirectory(*documentsDirectory_), *documentsDirectory_);
   throwIf(fileManager_->writeFile(file, content, platform::WriteMode::direct), file);

@@ -11,8 +11,8 @@
 namespace quillmar {
 
 /// The attribution as a compact JSON file. It lies directly in the documents directory, not in the library's folder
-/// there. Without a documents directory it saves nothing and finds nothing. There is no lock: a reader next
-/// to a writer sees no file, the file, or one that cannot be read.
+/// there. It has at most 1 MiB. Without a documents directory it saves nothing and finds nothing. There is no lock: a
+/// reader next to a writer sees no file, the file, or one that cannot be read.
 class ASADataPersistence final : public ASADataPersistenceProtocol {
  public:
   static constexpr std::string_view asaDataFileName = "asa_attribution_data.json";

@@ -41,21 +41,21 @@ Task<void> ConversionValuesRepository::fetchTask(std::shared_ptr<ConversionValue
 }
 
 Task<void> ConversionValuesRepository::fetchAndSave(std::uint64_t begun) {
-  const ConfigResponse response = co_await configApiClient_->fetchConfig();
+  ConfigResponse response = co_await configApiClient_->fetchConfig();
   Log::debug("ConversionValuesRepository - Config fetched: appId={}, sdkEnabled={}", response.appId,
              response.sdkEnabled);
-  if (!epoch_->during(begun, [&] { save(response); })) {
+  if (!epoch_->during(begun, [&] { save(std::move(response)); })) {
     throw std::system_error(platform::URLError::cancelled);
   }
 }
 
-void ConversionValuesRepository::save(const ConfigResponse& response) {
+void ConversionValuesRepository::save(ConfigResponse response) {
   // Before the document: the service's verdict takes effect even when the document cannot be written.
   storeSetting(*userDefaults_, Config::serverAppId, response.appId);
   storeSetting(*userDefaults_, Config::sdkEnabled, response.sdkEnabled);
   Log::debug("ConversionValuesRepository - Saved server config: appId={}, sdkEnabled={}", response.appId,
              response.sdkEnabled);
-  const ConversionValues conversionValues = response.conversionValues();
+  const ConversionValues conversionValues = std::move(response).conversionValues();  // a document may be large
   persistence_->save(conversionValues);
   if (Log::passes(LogLevel::debug)) {
     Log::debug("ConversionValuesRepository - Conversion values saved to persistence: {}",

@@ -28,7 +28,7 @@ class ConversionValuesRepository final : public ConversionValuesRepositoryProtoc
   static Task<void> fetchTask(std::shared_ptr<ConversionValuesRepository> self, std::uint64_t begun,
                               Completion completion);
   Task<void> fetchAndSave(std::uint64_t begun);
-  void save(const ConfigResponse& response);
+  void save(ConfigResponse response);
 
   const std::shared_ptr<ConfigApiClientProtocol> configApiClient_;
   const std::shared_ptr<ConversionValuesPersistenceProtocol> persistence_;

@@ -45,9 +45,9 @@ class PersistenceItem {
         return decoded_;
       }
     }
-    const std::string content = file_.read(path);
+    std::string content = file_.read(path);
     Log::debug("PersistenceItem - Reading data from file: {}", filename());
-    auto value = std::make_shared<const T>(decode(content));
+    auto value = std::make_shared<const T>(decode(std::move(content)));
     const std::lock_guard lock(decodedMutex_);
     decoded_ = value;
     decodedStamp_ = stamp;
@@ -73,8 +73,9 @@ class PersistenceItem {
   }
 
  private:
-  static T decode(const std::string& content) {
+  static T decode(std::string content) {
     const boost::json::value document = parseJson(content);
+    std::string().swap(content);  // a large one need not stay for the decoding
     return Codable<T>::decode(JsonReader(document));
   }
 

@@ -25,10 +25,12 @@ class ASADataPersistenceTest : public ::testing::Test {
 TEST_F(ASADataPersistenceTest, unusableFilesAreToldFromMissingOnes) {
   const std::string record = error + "Failed to load ASA data: ";
   const std::string asDictionary = debug + "Successfully loaded ASA data as dictionary from local storage";
+  const std::string large = R"({"orgId":"1"})" + std::string(1U << 20U, ' ');
   const std::tuple<const char*, std::string, std::string> rows[] = {
       {nullptr, debug + "No ASA data file found", debug + "No ASA data file found for dictionary loading"},
       {"", record, error + "Failed to load ASA data as dictionary: "},
       {"[]", record, error + "Failed to decode ASA data as dictionary"},
+      {large.c_str(), record + "File too large: ", error + "Failed to load ASA data as dictionary: File too large: "},
       {R"({"orgId":1})", record + "A value has the wrong type: orgId", asDictionary},
       {R"({"orgId":"1"})", debug + "Successfully loaded ASA data from local storage", asDictionary}};
   for (const auto& [content, asRecord, dictionary] : rows) {
@@ -57,13 +59,15 @@ TEST_F(ASADataPersistenceTest, savesEveryFieldAndClears) {
 
 TEST_F(ASADataPersistenceTest, placesThatCannotBeWrittenAreLoggedOnly) {
   Log::setLogLevel(LogLevel::error);
+  persistence.saveASAData({true, std::string(1U << 20U, '1'), {}, {}, {}, {}, {}, {}, {}, {}, {}});
   files->createDirectory(path);  // in the way
   persistence.saveASAData({});
   ASADataPersistence homeless(std::make_shared<simulated::InMemoryFileManager>(std::nullopt));
   homeless.saveASAData({});
   homeless.clearASAData();
   EXPECT_EQ(homeless.loadASAData(), std::nullopt);
-  EXPECT_THAT(log.messages(), ElementsAre(error + "Failed to save ASA data: Is a directory: " + path,
+  EXPECT_THAT(log.messages(), ElementsAre(error + "Failed to save ASA data: File too large: " + path,
+                                          error + "Failed to save ASA data: Is a directory: " + path,
                                           error + "There is no documents directory, ASA data is not kept",
                                           error + "Failed to save ASA data: The file has no place to be stored in."));
 }

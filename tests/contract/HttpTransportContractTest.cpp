@@ -341,6 +341,18 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
   }
 }
 
+TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt) {
+  Backend proxy;
+  proxy.answer = [](const ServiceRequest&) { return reply(403); };
+  Backend backend(false, {.proxy = proxy.url});
+  EXPECT_EQ(backend.perform(get(backend.url, {{"Authorization", "key"}})).statusCode, 200);
+  EXPECT_TRUE(proxy.requests().empty());
+  EXPECT_TRUE(backend.perform(get("https://service.example", {{"Authorization", "key"}})).error);
+  ASSERT_EQ(proxy.requests().size(), 1U);
+  EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
+  EXPECT_FALSE(proxy.requests()[0].headers.contains("Authorization"));
+}
+
 TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
   const struct {
     int status;

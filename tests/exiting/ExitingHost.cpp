@@ -2,6 +2,7 @@
 //   quillmar_exiting_host DATA SERVICE CA-FILE OWNER ENDING SENT LOGGED
 // The last two say how many events must have been sent, and logged by the service, before.
 #include <openssl/ssl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -52,6 +53,15 @@ int main(int, char** arguments) {
   const std::uint64_t sent = std::stoull(arguments[6]);
   const std::uint64_t logged = std::stoull(arguments[7]);
 
+  for (const char* variable : {"http_proxy", "https_proxy", "ALL_PROXY"}) {
+    ::setenv(variable, "http://127.0.0.1:1", 1);  // NOLINT(concurrency-mt-unsafe): so early, nobody else is there
+  }
+  int own[2];
+  if (ending == "exec") {
+    ::socketpair(AF_UNIX, SOCK_STREAM, 0, own);
+  } else {  // libcurl opens the file, and leaves it to children
+    ::setenv("SSLKEYLOGFILE", (std::string(arguments[1]) + "/secrets").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  }
   owner == "TLS user" ? useTls() : void();
   quillmar::platform::setSharedPlatform(
       quillmar::platform::makeDefaultPlatform({arguments[1], arguments[2], arguments[3], arguments[2]}));
@@ -75,6 +85,9 @@ int main(int, char** arguments) {
   }
   if (ending == "exit on a thread") {
     std::thread([] { std::exit(0); }).join();  // NOLINT(concurrency-mt-unsafe): that is what it is here for
+  }
+  if (ending == "exec") {  // succeeds when the new program has its streams, what it lists and the host's own pair
+    ::execl("/bin/sh", "sh", "-c", "test $(ls /proc/self/fd | wc -l) = 6", nullptr);
   }
   if (ending == "exit") {
     std::exit(0);  // NOLINT(concurrency-mt-unsafe)

@@ -107,18 +107,19 @@ TEST(Fork, callsInAChildDoNothingAndEndWhateverTheParentIsDoing) {
 
 TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
   const char* const wanted = std::getenv("QUILLMAR_EXITS");  // NOLINT(concurrency-mt-unsafe)
-  const int exits = wanted != nullptr ? std::atoi(wanted) : 18;
+  const int exits = wanted != nullptr ? std::atoi(wanted) : 21;
   const TemporaryFolder folder;
   const Certificate certificate("127.0.0.1");
   const LoopbackService plain({.delay = 2ms});
   const LoopbackService secure({.delay = 2ms}, &certificate);
   const std::pair<std::string, const char*> ways[] = {
       {"local", "return"},  {"shared", "exit"},     {"static", "exit on a thread"},
-      {"TLS user", "exit"}, {"TLS user", "return"}, {"late TLS user", "exit"}};
+      {"TLS user", "exit"}, {"TLS user", "return"}, {"late TLS user", "exit"},
+      {"local", "exec"}};
   const std::string urls[] = {plain.url(), secure.url(), "http://127.0.0.1:1"};
   for (int i = 0; i < exits; ++i) {
-    const auto& [owner, ending] = ways[i % 6];
-    const std::string& url = owner.ends_with("TLS user") ? urls[1] : urls[i / 6 % 3];
+    const auto& [owner, ending] = ways[i % 7];
+    const std::string& url = owner.ends_with("TLS user") ? urls[1] : urls[i / 7 % 3];
     const int sent = i * 379 % 4001;
     const int logged = url == urls[2] ? 0 : std::max(i * 7 % 20 - 8, 0);
     std::string arguments[] = {QUILLMAR_EXITING_HOST, folder.path(),         url, certificate.file(), owner, ending,
@@ -126,9 +127,14 @@ TEST(Exit, inTheMiddleOfEverythingIsCleanAndLeavesTheStoreGood) {
     char* pointers[std::size(arguments) + 1] = {};
     std::ranges::transform(arguments, pointers, [](std::string& argument) { return argument.data(); });
     pid_t child = 0;
-    ASSERT_EQ(::posix_spawn(&child, QUILLMAR_EXITING_HOST, nullptr, nullptr, pointers, environ), 0);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addclosefrom_np(&actions, 3);  // the services' sockets
+    ASSERT_EQ(::posix_spawn(&child, QUILLMAR_EXITING_HOST, &actions, nullptr, pointers, environ), 0);
+    ::posix_spawn_file_actions_destroy(&actions);
     EXPECT_EQ(endOf(child), 0) << i << ": " << owner << ", " << ending << ", " << url;
   }
+  EXPECT_EQ(std::filesystem::file_size(folder / "secrets"), 0U);
   const LogCapture log;
   auto platform = platform::makeDefaultPlatform({folder.path(), plain.url(), {}, {}});
   platform.logSink = log.sink();

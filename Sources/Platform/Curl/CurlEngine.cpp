@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Curl/CurlProcess.h"
+#include "Platform/Curl/SocketPairs.h"
 #include "Platform/OwnProcess.h"
 #include "quillmar/platform/URLError.h"
 
@@ -26,6 +27,7 @@ MultiHandle makeMulti(long connections) {
       curl_multi_setopt(multi.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, connections) != CURLM_OK) {
     throw std::bad_alloc();
   }
+  closeWakeUpPairOnExec(multi.get());
   return multi;
 }
 
@@ -151,6 +153,9 @@ bool CurlEngine::work(bool broken) noexcept {
   }
   int active = 0;
   const CURLMcode code = curl_multi_perform(multi_.get(), &active);
+  if (std::exchange(resolves_, false)) {
+    closeResolverPairsOnExec(multi_.get());
+  }
   reapFinished();
   endSilent();
   return code == CURLM_OK;
@@ -285,7 +290,7 @@ void CurlEngine::transfer(Job& job) {
     spare_.pop_back();
   } else if (!job.easy) {
     spare_.reserve(handles_ + 1);  // so that giving the handle back cannot fail
-    job.easy = CurlExchange::makeHandle(options_.caFile);
+    job.easy = CurlExchange::makeHandle(options_, resolves_);
     ++handles_;
   }
   job.exchange.prepare(job.easy.get());

@@ -87,6 +87,7 @@ class CurlEngine : public std::enable_shared_from_this<CurlEngine> {
   MultiHandle multi_;              // made before the thread starts; else the thread's, but for `curl_multi_wakeup`
   std::vector<EasyHandle> spare_;  // the thread's
   std::size_t handles_ = 0;        // the thread's
+  bool resolves_ = false;          // the thread's: libcurl has begun to resolve a name
   OriginReader origins_;           // the thread's
 };
 

@@ -1,6 +1,8 @@
 #include "Platform/Curl/CurlExchange.h"
 
+#include <dlfcn.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <new>
@@ -58,6 +60,7 @@ std::error_code toError(CURLcode code) noexcept {
       return URLError::cannotFindHost;
     case CURLE_COULDNT_CONNECT:
     case CURLE_INTERFACE_FAILED:
+    case CURLE_PROXY:
       return URLError::cannotConnectToHost;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
@@ -118,6 +121,29 @@ void addHeader(HeaderList& list, const std::string& line) {
   list.reset(longer);
 }
 
+/// As libcurl does it, except that children of the host do not inherit the connection.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+int beforeResolving(void*, void*, void* resolves) noexcept {
+  *static_cast<bool*>(resolves) = true;
+  return 0;
+}
+
+/// libcurl writes the secrets of each connection into the file that SSLKEYLOGFILE names. Not those of ours. Looked up,
+/// so that the library need not be linked with what libcurl is linked with.
+CURLcode keepTlsSecrets(CURL* easy, void* context, void*) noexcept {
+  using SetCallback = void (*)(void*, void (*)(const void*, const char*));
+  static const auto set = reinterpret_cast<SetCallback>(::dlsym(RTLD_DEFAULT, "SSL_CTX_set_keylog_callback"));
+  curl_tlssessioninfo* tls = nullptr;
+  curl_easy_getinfo(easy, CURLINFO_TLS_SSL_PTR, &tls);
+  if (set != nullptr && tls != nullptr && tls->backend == CURLSSLBACKEND_OPENSSL) {
+    set(context, nullptr);
+  }
+  return CURLE_OK;
+}
+
 /// Puts libcurl's refusals of options into one place.
 class Options {
  public:
@@ -159,7 +185,7 @@ bool setMethod(Options& options, const HttpRequest& request) {
 
 }  // namespace
 
-EasyHandle CurlExchange::makeHandle(const std::string& caFile) {
+EasyHandle CurlExchange::makeHandle(const CurlHttpTransportOptions& chosen, bool& resolves) {
   EasyHandle easy(curl_easy_init());
   if (!easy) {
     throw std::bad_alloc();
@@ -175,10 +201,16 @@ EasyHandle CurlExchange::makeHandle(const std::string& caFile) {
   options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_VERIFYPEER, 1L);
   options.set(CURLOPT_SSL_VERIFYHOST, 2L);
-  if (!caFile.empty()) {
-    options.set(CURLOPT_CAINFO, caFile.c_str());
+  if (!chosen.caFile.empty()) {
+    options.set(CURLOPT_CAINFO, chosen.caFile.c_str());
     options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
+  options.set(CURLOPT_PROXY, chosen.proxy.c_str());  // "" is none, whatever the environment says
+  options.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(easy.get(), CURLOPT_SSL_CTX_FUNCTION, &keepTlsSecrets);  // refused where TLS is not OpenSSL's
+  options.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  options.set(CURLOPT_RESOLVER_START_FUNCTION, &beforeResolving);
+  options.set(CURLOPT_RESOLVER_START_DATA, static_cast<void*>(&resolves));
   options.set(CURLOPT_HEADERFUNCTION, &receiveHeadLine);
   options.set(CURLOPT_WRITEFUNCTION, &receiveBody);
   options.set(CURLOPT_SOCKOPTFUNCTION, &beforeConnecting);
@@ -215,6 +247,8 @@ void CurlExchange::prepare(CURL* easy) {
     options.set(context, static_cast<void*>(this));
   }
   options.set(CURLOPT_URL, request_.url.c_str());
+  // Without TLS a proxy would read the credentials. Nor do we take exceptions from the environment.
+  options.set(CURLOPT_NOPROXY, origin_.scheme == "https" ? "" : "*");
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - lastActivity_);
   options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(timeout_.count()), 1L));
   options.set(CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(left.count()), 1L));

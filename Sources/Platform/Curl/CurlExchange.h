@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Curl/CurlHandles.h"
+#include "Platform/Curl/CurlHttpTransport.h"
 #include "Platform/Curl/Origin.h"
 #include "quillmar/platform/HttpTransport.h"
 
@@ -23,8 +24,9 @@ class CurlExchange {
 
   explicit CurlExchange(HttpRequest request) noexcept : request_(std::move(request)) {}
 
-  /// A handle for transfers, with what is the same for all of them. `caFile` may be empty.
-  static EasyHandle makeHandle(const std::string& caFile);
+  /// A handle for transfers, with what is the same for all of them. It sets `resolves` when it begins to resolve a
+  /// name.
+  static EasyHandle makeHandle(const CurlHttpTransportOptions& options, bool& resolves);
 
   /// Starts the clock. An error: the request cannot be sent as it is.
   std::error_code begin(OriginReader& origins, std::size_t maxBodyBytes);

@@ -11,9 +11,12 @@ namespace quillmar::platform {
 class CurlEngine;
 
 struct CurlHttpTransportOptions {
-  std::string caFile = {};         ///< PEM file with the issuers to trust instead of the system's; or empty
-  std::size_t maxConnections = 8;  ///< exchanges and connections at a time, 1 to 1000; the others wait in a queue
-  std::size_t maxBodyBytes = 16U << 20U;  ///< the largest response body, counted after decompression
+  std::string caFile = {};               ///< PEM file with the issuers to trust instead of the system's; or empty
+  std::size_t maxConnections = 8;        ///< exchanges and connections at a time, 1 to 1000; the others wait in a queue
+  std::size_t maxBodyBytes = 2U << 20U;  ///< the largest response body, counted after decompression
+  /// The proxy for https, "http://host:port" or another URL that libcurl takes; or none. The environment is not asked.
+  /// What goes by plain http does without: a proxy could read it.
+  std::string proxy = {};
 };
 
 /// The transport on libcurl. One thread, started by the first request, does all transfers and calls all completions.

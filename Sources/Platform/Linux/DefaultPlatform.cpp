@@ -33,8 +33,9 @@ namespace quillmar::platform {
 
 namespace {
 
+/// Empty in a program that runs with more rights than whoever started it.
 std::string environment(const char* name) {
-  const char* value = std::getenv(name);
+  const char* value = ::secure_getenv(name);
   return value != nullptr ? value : "";
 }
 
@@ -91,6 +92,8 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   const auto executor = std::make_shared<ThreadPoolExecutor>(1);
   CurlHttpTransportOptions http;
   http.caFile = options.caFile;
+  http.proxy = options.proxy;
+  http.maxBodyBytes = options.maxAnswerBytes;
 
   Platform platform;
   platform.executor = executor;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -59,6 +60,13 @@ struct DefaultPlatformOptions {
   std::string caFile = {};
   /// Replaces where attribution tokens are exchanged (tests, staging), likewise.
   std::string attributionUrl = {};
+  /// The proxy for https, such as "http://proxy:3128", which sees no more than which hosts are called. Empty: none. The
+  /// environment (`https_proxy` and the like) is not asked; a host that wants it passes it on. Plain http, which is for
+  /// tests, does without: a proxy could read it.
+  std::string proxy = {};
+  /// The largest answer of a service, counted after decompression; a larger one fails. The memory that an answer may
+  /// take is proportional to it.
+  std::size_t maxAnswerBytes = std::size_t{2} << 20U;
 };
 
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad
