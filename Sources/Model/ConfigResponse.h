@@ -24,7 +24,7 @@ struct ConfigResponse {
   ConversionValues conversionValues() const { return {values, lockWindows}; }
 
   static ConfigResponse decode(const JsonReader& document);
-  QUILLMAR_API void encode(JsonWriter& writer) const;  // the simulated platform, a library of its own, calls it
+  void encode(JsonWriter& writer) const;
 };
 
 }  // namespace quillmar

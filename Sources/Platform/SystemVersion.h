@@ -2,13 +2,10 @@
 
 #include <string_view>
 
-#include "quillmar/Export.h"
-
 namespace quillmar {
 
 /// True when `version` is `minimum` or later. The numbers between the dots are compared one by one ("16.10" is later
-/// than "16.2"); a missing one counts as 0 ("18" is "18.0"), and so does what begins with no digit. The simulated
-/// platform, a library of its own, asks, too.
-QUILLMAR_API bool isVersionAtLeast(std::string_view version, std::string_view minimum) noexcept;
+/// than "16.2"); a missing one counts as 0 ("18" is "18.0"), and so does what begins with no digit.
+bool isVersionAtLeast(std::string_view version, std::string_view minimum) noexcept;
 
 }  // namespace quillmar
