@@ -2,6 +2,8 @@
 # Installs the library into a scratch folder and lets a host that knows nothing but the package find, link and run it:
 # C++17 with g++, and with clang. Arguments: the build folder, the example's folder.
 set -euo pipefail
+here="$(dirname "$0")"
+source "$here/../../tools/lib/packages.sh"
 build="$1"
 example="$2"
 scratch="$(mktemp -d)"
@@ -22,7 +24,23 @@ done
 
 # A host with adapters of its own sees every public header, and needs neither libcurl nor SQLite.
 find "$scratch/prefix/include" -name '*.h' -printf '#include <%P>\n' >"$scratch/all.h"
-g++ -std=c++17 -Wall -Wextra -Wpedantic -Wshadow -Werror -I "$scratch/prefix/include" -include "$scratch/all.h" \
-  -o "$scratch/own-adapters" "$(dirname "$0")/OwnAdapters.cpp" \
-  "$scratch/prefix/lib/libquillmar_simulated.a" "$scratch/prefix/lib/libquillmar.a" -pthread
+host=(g++ -std=c++17 -Wall -Wextra -Wpedantic -Wshadow -Werror -I "$scratch/prefix/include" -pthread)
+library="$scratch/prefix/lib"
+"${host[@]}" -include "$scratch/all.h" -o "$scratch/own-adapters" "$here/OwnAdapters.cpp" \
+  "$library/libquillmar_simulated.a" "$library/libquillmar.a" -Wl,--gc-sections
 "$scratch/own-adapters"
+
+# What is not ours is nobody's: a host with another Boost and {fmt} keeps its own, and the library, too.
+if nm -g --defined-only "$library"/*.a | grep -E ' [A-Zu] ' | grep -vE ' _Z(NK?|T[ISV]N)8quillmar'; then
+  echo "The static libraries show the symbols above" >&2
+  exit 1
+fi
+unpack_package libboost1.74-dev "$build/boost-1.74"
+"${host[@]}" -Wno-pedantic -isystem "$build/boost-1.74/usr/include" -c -o "$scratch/own-boost.o" "$here/OwnBoost.cpp"
+for linked in "$library/libquillmar.a -lcurl -lsqlite3" "-L$library -Wl,-rpath,$library -lquillmar"; do
+  # shellcheck disable=SC2086 # several arguments
+  g++ -pthread -o "$scratch/own-boost" "$scratch/own-boost.o" $linked
+  for _ in {1..5}; do  # a mixture does not crash each time
+    XDG_DATA_HOME="$scratch/data-own-boost" "$scratch/own-boost"
+  done
+done

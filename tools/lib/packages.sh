@@ -22,3 +22,17 @@ install_packages() {
   "${root[@]}" apt-get update >&2 &&
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" >&2
 }
+
+# unpack_package PACKAGE FOLDER: unpacks what cannot be installed next to the packages above, once.
+unpack_package() {
+  local download
+  if [[ -d "$2" ]]; then
+    return 0
+  fi
+  download="$(mktemp -d)"
+  chmod 755 "$download"  # for the user that apt downloads as
+  (cd "$download" && (apt-get download "$1" || (apt-get update && apt-get download "$1"))) >&2
+  dpkg -x "$download"/*.deb "$2.new"
+  mv "$2.new" "$2"
+  rm -r "$download"
+}
