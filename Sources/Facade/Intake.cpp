@@ -119,7 +119,7 @@ void QuillmarCore::processPendingEvents(const Life& life) {
     Log::debug("Processing {} pending events", taken.size());
     while (!taken.empty()) {
       TaskQueue::MakeTask makeTask = [life, event = std::move(taken.front())]() mutable {
-        return replayEvent(std::move(life), std::move(event));
+        return replayEvent(life, std::move(event));
       };
       taken.pop_front();
       self.eventProcessingQueue_->post(std::move(makeTask));
