@@ -3,40 +3,19 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <map>
 #include <thread>
 
-#include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "support/FaultyStores.h"
 #include "support/LogCapture.h"
 
 using namespace quillmar;
 using namespace std::chrono_literals;
-using platform::PropertyListValue;
 using testing::ElementsAre;
 
 namespace {
 
 constexpr auto storeKey = EventTracker::completedEventsKey;
-
-/// A store in memory that counts reads and writes of whole values and can refuse to write.
-class ScriptedUserDefaults : public simulated::InMemoryUserDefaults {
- public:
-  std::optional<PropertyListValue> object(std::string_view key) const override {
-    ++reads;
-    return InMemoryUserDefaults::object(key);
-  }
-  std::error_code set(std::string_view key, PropertyListValue value) override {
-    ++sets;
-    InMemoryUserDefaults::set(key, std::move(value));  // also when it fails, as the seam demands
-    return error;
-  }
-  std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
-    return error ? error : InMemoryUserDefaults::replaceDataTail(key, keep, tail);
-  }
-
-  mutable int reads = 0;
-  int sets = 0;
-  std::error_code error;
-};
 
 class EventTrackerTest : public testing::Test {
  protected:
@@ -49,7 +28,13 @@ class EventTrackerTest : public testing::Test {
   }
 
   const test::LogCapture log_;
-  const std::shared_ptr<ScriptedUserDefaults> store_ = std::make_shared<ScriptedUserDefaults>();
+  std::error_code error_;  ///< that writing ends with
+  std::map<std::string, int, std::less<>> storeCalls_;
+  const std::shared_ptr<test::FaultyDefaults> store_ =
+      std::make_shared<test::FaultyDefaults>([this](std::string_view call) {
+        ++storeCalls_[std::string(call)];
+        return call == "object" ? std::error_code() : error_;
+      });
   /// 2001-01-01 00:01:40.5 UTC
   const std::shared_ptr<simulated::ManualClock> clock_ =
       std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint(978307300500ms));
@@ -98,16 +83,16 @@ TEST_F(EventTrackerTest, callsWriteOnceAndDoNotReadTheHistoryAgain) {
     tracker_.areEventsCompleted({"e"});
     tracker_.findCompletedConversionValues({}, Window::window0);
   }
-  EXPECT_EQ(store_->reads, 1);
-  EXPECT_EQ(store_->sets, 1) << "later calls append";
+  EXPECT_EQ(storeCalls_["object"], 1);
+  EXPECT_EQ(storeCalls_["set"], 1) << "later calls append";
 }
 
 TEST_F(EventTrackerTest, anEventThatTheStoreRefusesIsNotTracked) {
   const std::error_code full = std::make_error_code(std::errc::no_space_on_device);
   const auto trackRefused = [&](const char* event) {
-    store_->error = full;
+    error_ = full;
     tracker_.trackEvent(event, std::nullopt);
-    store_->error = {};
+    error_ = {};
     EXPECT_EQ(log_.messages().back(), "error: EventTracker - Failed to store event: " + full.message());
   };
   tracker_.trackEvent("a", std::nullopt);

@@ -175,50 +175,36 @@ TEST_F(Reset, forgetsWhatTheServiceSentAndKeepsTheInstall) {
   EXPECT_TRUE(logged("debug: Quillmar - SDK state reset"));
 }
 
-TEST_F(Reset, isFinalForWhatWasBegunBefore) {
-  send("parked");
-  quillmar->configure("the-key");
-  quillmar->reset();
-  settle();
-  EXPECT_FALSE(quillmar->isInitialized());
-  EXPECT_EQ(configRequests(), 0u);
-  EXPECT_EQ(quillmar->statistics().parked, 0u);
-
-  delay = 1s;
-  configure();
-  quillmar->reset();
-  advance(1min);
-  EXPECT_EQ(configRequests(), 1u);
-  EXPECT_FALSE(defaults->object("ServerAppId")) << "from the fetch";
-
-  configStatus = 500;
-  configure();
-  quillmar->reset();
-  advance(1min);
-  EXPECT_EQ(configRequests(), 2u) << "not tried again";
-}
-
-TEST_F(Reset, atAnyStepOfAnEventLeavesNoTraceOfIt) {
+TEST_F(Reset, isFinalAtEachStepOfWhatWasBegunBefore) {
   simulated.clock = std::make_shared<simulated::ManualClock>(startOfTests);  // does not run the executor by itself
   simulated.http = std::make_shared<simulated::InMemoryHttpTransport>(
       simulated.clock, [this](const platform::HttpRequest& request) { return answer(request); });
-  restart();
   const auto step = [this] {
     const bool timers = simulated.clock->pendingTimers() > 0;
-    return simulated.executor->runOne() || (timers && (simulated.clock->advance(0ns), true));
+    return simulated.executor->runOne() || (timers && (simulated.clock->advance(5s), true));
   };
-  for (int steps = 0, done = 0; done == steps; ++steps) {
-    quillmar->configure("the-key");
-    while (step()) {
+  for (const int status : {200, 500}) {
+    configStatus = status;
+    restart();
+    int steps = 0;
+    for (bool ended = false; !ended; ++steps) {
+      SCOPED_TRACE(testing::Message() << status << ", after step " << steps);
+      quillmar->sendEvent("session");  // parked until the configuration is there
+      quillmar->configure("the-key");
+      for (int done = 0; done < steps && !ended; ++done) {
+        ended = !step();
+      }
+      const auto requests = configRequests();
+      quillmar->reset();
+      while (step()) {
+      }
+      EXPECT_EQ(configRequests(), requests);
+      EXPECT_FALSE(quillmar->isInitialized() || quillmar->hasFetchedConversionValues());
+      EXPECT_FALSE(defaults->object("ServerAppId"));
+      EXPECT_TRUE(core().eventTracker()->getAllTrackedEvents().empty());
+      EXPECT_EQ(quillmar->statistics().parked, 0u);
     }
-    quillmar->sendEvent("session");
-    for (done = 0; done < steps && step(); ++done) {
-    }
-    quillmar->reset();
-    while (step()) {
-    }
-    EXPECT_TRUE(core().eventTracker()->getAllTrackedEvents().empty()) << steps;
-    EXPECT_EQ(quillmar->statistics().parked, 0u) << steps;
+    EXPECT_GT(steps, 10);
   }
 }
 

@@ -5,9 +5,8 @@
 #include "Logging/ErrorDescription.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
-#include "quillmar/simulated/InMemoryFileManager.h"
-#include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualExecutor.h"
+#include "support/FaultyStores.h"
 
 namespace quillmar::test {
 namespace {
@@ -15,29 +14,6 @@ namespace {
 using platform::WriteMode;
 
 const std::string path = "/documents/Quillmar/quill-mar-conv-val.json";
-
-/// A file system in which the chosen operations fail.
-class FailingFileManager : public simulated::InMemoryFileManager {
- public:
-  using InMemoryFileManager::InMemoryFileManager;
-
-  std::error_code createDirectory(const std::string& directory) override {
-    return failing == "directory" ? full : InMemoryFileManager::createDirectory(directory);
-  }
-  std::error_code createFile(const std::string& file) override {
-    return failing == "create" ? full : InMemoryFileManager::createFile(file);
-  }
-  std::error_code removeItem(const std::string& file) override {
-    return failing == "remove" ? full : InMemoryFileManager::removeItem(file);
-  }
-  std::error_code writeFile(const std::string& file, std::string_view content, WriteMode mode) override {
-    const bool fails = failing == "write" && mode == WriteMode::atomic;
-    return fails ? full : InMemoryFileManager::writeFile(file, content, mode);
-  }
-
-  std::string failing;
-  const std::error_code full = std::make_error_code(std::errc::no_space_on_device);
-};
 
 class Persistence : public ::testing::Test {
  protected:
@@ -54,7 +30,14 @@ class Persistence : public ::testing::Test {
     }
   }
 
-  std::shared_ptr<FailingFileManager> files = std::make_shared<FailingFileManager>();
+  std::shared_ptr<FaultyFiles> makeFiles() {
+    return std::make_shared<FaultyFiles>([this](std::string_view call) {
+      return call == failing ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+    });
+  }
+
+  std::string failing;  ///< the calls that do
+  std::shared_ptr<FaultyFiles> files = makeFiles();
   std::shared_ptr<PersistenceItem<ConversionValues>> item =
       std::make_shared<PersistenceItem<ConversionValues>>(files, ConversionValuesPersistence::filename);
   ConversionValuesPersistence persistence{item};
@@ -79,16 +62,16 @@ TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
 
 TEST_F(Persistence, failuresAreToldApart) {
   persistence.save(document("kept"));
-  files->failing = "remove";
+  failing = "removeItem";
   EXPECT_EQ(failure([this] { persistence.save(document("new")); }), "No space left on device: " + path);
   EXPECT_EQ(*item->read(), document("kept")) << "nothing is written when the deletion fails";
-  files = std::make_shared<FailingFileManager>();
+  files = makeFiles();
   PersistenceItem<ConversionValues> fresh(files, "x");
-  files->failing = "directory";
+  failing = "createDirectory";
   EXPECT_EQ(failure([&] { fresh.read(); }), "invalidFilename");
-  files->failing = "create";
+  failing = "createFile";
   EXPECT_EQ(failure([&] { fresh.delete_(); }), "notFile");
-  PersistenceItem<ConversionValues> nowhere(std::make_shared<FailingFileManager>(std::nullopt), "x");
+  PersistenceItem<ConversionValues> nowhere(std::make_shared<simulated::InMemoryFileManager>(std::nullopt), "x");
   EXPECT_FALSE(nowhere.exists());
   EXPECT_EQ(failure([&] { nowhere.save(document("x")); }), "invalidFilename");
 }
@@ -104,7 +87,7 @@ TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
   const auto repository = std::make_shared<ConversionValuesRepository>(
       std::make_shared<ScriptedConfigClient>(), std::make_shared<ConversionValuesPersistence>(item), defaults, executor,
       std::make_shared<Epoch>());
-  files->failing = "write";
+  failing = "writeFile";
   std::string failure;
   repository->fetchAndSaveConversionValues(
       [&](const std::exception_ptr& error) { failure = textualDescription(error); });

@@ -74,6 +74,7 @@ ThreadPoolExecutor::~ThreadPoolExecutor() {
 }
 
 void ThreadPoolExecutor::post(std::function<void()> work) {
+  const std::shared_ptr<State> state = state_;  // the work may destroy this executor before the call has ended
   boost::asio::post(context(), std::move(work));
 }
 
