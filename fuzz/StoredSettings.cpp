@@ -2,7 +2,7 @@
 #include <boost/json/parse.hpp>
 
 #include "Attribution/PropertyListJson.h"
-#include "Platform/Sqlite/PropertyListCoding.h"
+#include "Platform/PropertyListCoding.h"
 #include "Promises.h"
 #include "Target.h"
 

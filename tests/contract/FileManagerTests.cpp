@@ -8,13 +8,19 @@
 #include "Platform/Posix/PosixFileManager.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
 #include "support/TemporaryFolder.h"
+#include "support/ThroughC.h"
 
 namespace quillmar::platform {
 namespace {
 
-class FileManagerContract : public testing::TestWithParam<bool> {
+class FileManagerContract : public testing::TestWithParam<const char*> {
  protected:
-  FileManagerContract() { EXPECT_FALSE(files_->createDirectory(root_)); }
+  FileManagerContract() {
+    if (kind_ == "C") {
+      files_ = test::throughC(&Platform::files, std::move(files_));
+    }
+    EXPECT_FALSE(files_->createDirectory(root_));
+  }
 
   std::string content(const std::string& path) const {
     std::string result = "left alone";
@@ -22,15 +28,16 @@ class FileManagerContract : public testing::TestWithParam<bool> {
     return result;
   }
 
+  const std::string kind_ = GetParam();
   test::TemporaryFolder folder_;
   const std::string root_ = folder_ / "documents";
   const std::string file_ = root_ + "/file";
   std::shared_ptr<FileManager> files_ =
-      GetParam() ? std::shared_ptr<FileManager>(std::make_shared<simulated::InMemoryFileManager>(root_))
-                 : std::make_shared<PosixFileManager>(root_);
+      kind_ == "InMemory" ? std::shared_ptr<FileManager>(std::make_shared<simulated::InMemoryFileManager>(root_))
+                          : std::make_shared<PosixFileManager>(root_);
 };
 
-INSTANTIATE_TEST_SUITE_P(PosixAndInMemory, FileManagerContract, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Adapters, FileManagerContract, testing::Values("Posix", "InMemory", "C"));
 
 TEST_P(FileManagerContract, contentComesBackInBothModes) {
   EXPECT_EQ(files_->documentsDirectory(), root_);

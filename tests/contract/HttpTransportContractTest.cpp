@@ -12,6 +12,7 @@
 #include "support/Certificate.h"
 #include "support/Outcome.h"
 #include "support/ScriptedServer.h"
+#include "support/ThroughC.h"
 
 namespace quillmar {
 namespace {
@@ -37,7 +38,7 @@ ServiceAnswer reply(int status, std::string body = {}, service::Headers headers 
 /// A transport together with the service that it talks to, and what that has seen.
 class Backend {
  public:
-  explicit Backend(bool inMemory = false, CurlHttpTransportOptions options = {}) {
+  explicit Backend(CurlHttpTransportOptions options = {}, bool inMemory = false, bool inC = false) {
     if (!inMemory) {
       service_.start();
       url = service_.url();
@@ -50,6 +51,9 @@ class Backend {
       const auto made = handle({request.method, request.url.substr(url.size()), headers, request.body});
       return simulated::InMemoryAnswer{.result = {{}, {}, made.status, made.body}, .delay = made.delay};
     });
+    if (inC) {
+      transport = test::throughC(&Platform::http, std::move(transport));
+    }
   }
   ~Backend() { transport.reset(); }
 
@@ -84,7 +88,7 @@ class Backend {
   service::DevelopmentService service_{{}, [this](const ServiceRequest& request) { return handle(request); }};
 };
 
-class HttpTransportContract : public ::testing::TestWithParam<bool> {
+class HttpTransportContract : public ::testing::TestWithParam<const char*> {
  protected:
   /// More requests than there are connections, which are not answered but at "/now".
   void startMany() {
@@ -110,10 +114,11 @@ class HttpTransportContract : public ::testing::TestWithParam<bool> {
   std::mutex started_;
   std::vector<Outcome> outcomes_{20};
   std::set<HttpTransport::RequestId> identifiers_;
-  Backend backend_{GetParam()};
+  const std::string_view kind_ = GetParam();
+  Backend backend_{{}, kind_ != "Curl", kind_ == "C"};
 };
 
-INSTANTIATE_TEST_SUITE_P(CurlAndInMemory, HttpTransportContract, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Adapters, HttpTransportContract, ::testing::Values("Curl", "InMemory", "C"));
 
 TEST_P(HttpTransportContract, carriesTheExchangeUnchanged) {
   const std::string bytes("{\r\n\0\xff\r\n\r\n%", 10);
@@ -311,7 +316,7 @@ TEST(CurlHttpTransport, leavesServersThatAnswerTooMuchTooLittleOrTooLate) {
       {URLError::redirectToInsecureLocation, {moved + "file:///etc/hostname\r\n\r\n"}},
       {URLError::badServerResponse, {moved + "http://127.0.0.1:99999/\r\n\r\n"}},
   };
-  Backend backend(false, {.maxBodyBytes = plain.size()});
+  Backend backend({.maxBodyBytes = plain.size()});
   for (const auto& row : rows) {
     const ScriptedServer server(row.script);
     HttpRequest request = get(row.scheme + server.url().substr(4));
@@ -335,7 +340,7 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
       return reply(307, {}, {{"Location", "http://127.0.0.1:1/"}});
     });
     service.start();
-    const HttpResult result = Backend(false, {.caFile = trusted->file()}).perform(get(service.url()));
+    const HttpResult result = Backend({.caFile = trusted->file()}).perform(get(service.url()));
     const bool accepted = shown == &good && trusted == &good;
     EXPECT_EQ(result.error, accepted ? URLError::redirectToInsecureLocation : URLError::secureConnectionFailed);
   }
@@ -344,7 +349,7 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
 TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt) {
   Backend proxy;
   proxy.answer = [](const ServiceRequest&) { return reply(403); };
-  Backend backend(false, {.proxy = proxy.url});
+  Backend backend({.proxy = proxy.url});
   EXPECT_EQ(backend.perform(get(backend.url, {{"Authorization", "key"}})).statusCode, 200);
   EXPECT_TRUE(proxy.requests().empty());
   EXPECT_TRUE(backend.perform(get("https://service.example", {{"Authorization", "key"}})).error);
@@ -382,7 +387,7 @@ TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
 }
 
 TEST(CurlHttpTransport, keepsCredentialsFromOtherOriginsAndLeavesALoop) {
-  Backend here(false, {.maxConnections = 1});  // the idle one must make room for the other server's
+  Backend here({.maxConnections = 1});  // the idle one must make room for the other server's
   Backend there;
   here.answer = [&](const ServiceRequest&) { return reply(307, {}, {{"Location", there.url}}); };
   there.answer = [&](const ServiceRequest&) { return reply(307, {}, {{"Location", here.url}}); };

@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# Installs the library into a scratch folder and lets a host that knows nothing but the package find, link and run it:
-# C++17 with g++, and with clang. Arguments: the build folder, the example's folder.
+# Installs the library into a scratch folder and lets hosts that know nothing but the package find, link and run it:
+# C++17 with g++ and with clang, C, Python. Arguments: the build folder, the examples' folder.
 set -euo pipefail
 here="$(dirname "$0")"
 source "$here/../../tools/lib/packages.sh"
 build="$1"
-example="$2"
+examples="$2"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 cmake --install "$build" --prefix "$scratch/prefix" >/dev/null
 for compiler in g++ clang++-19; do
-  cmake -S "$example" -B "$scratch/$compiler" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+  cmake -S "$examples/embedding" -B "$scratch/$compiler" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
     -DCMAKE_PREFIX_PATH="$scratch/prefix" >/dev/null
   cmake --build "$scratch/$compiler"
   # Nothing answers there: the host learns that nothing was delivered, and its install is recorded.
@@ -30,8 +30,34 @@ library="$scratch/prefix/lib"
   "$library/libquillmar_simulated.a" "$library/libquillmar.a" -Wl,--gc-sections
 "$scratch/own-adapters"
 
+# Through the C interface, with a service that accepts the events.
+exec {served}< <(exec "$build/tools-src/cli/quillmar" serve)
+serving=$!
+trap 'kill "$serving"; rm -rf "$scratch"' EXIT
+read -r line <&"$served"
+service="$(sed 's/^{"listening":"\(.*\)"}$/\1/' <<<"$line")"
+in_c=("$examples/c/host.c" -pedantic -Wall -Wextra -Werror -I "$scratch/prefix/include" -o)
+gcc -std=c11 "${in_c[@]}" "$scratch/c-static" "$library/libquillmar.a" -lcurl -lsqlite3 -lstdc++ -lm
+gcc -std=c11 "${in_c[@]}" "$scratch/c-shared" -L"$library" -Wl,-rpath,"$library" -lquillmar
+g++ -std=c++17 -x c++ "${in_c[@]}" "$scratch/c-plus-plus" -L"$library" -Wl,-rpath,"$library" -lquillmar
+reports() {
+  test "$("$@" "$service" "$(mktemp -d -p "$scratch")")" = "fine value 20, coarse value medium"
+}
+reports "$scratch/c-static"
+reports "$scratch/c-shared"
+reports "$scratch/c-plus-plus"
+reports python3 "$examples/python/host.py" "$library/libquillmar.so"
+echo "Hosts in C, C++ and Python reported events through the C interface"
+
+# What is public is what the repository says.
+nm -D --defined-only "$library/libquillmar.so" | awk '{print $3}' | sort | diff "$here/exported-symbols.txt" - ||
+  {
+    echo "The shared library shows other symbols than tests/embedding/exported-symbols.txt says" >&2
+    exit 1
+  }
+
 # What is not ours is nobody's: a host with another Boost and {fmt} keeps its own, and the library, too.
-if nm -g --defined-only "$library"/*.a | grep -E ' [A-Zu] ' | grep -vE ' _Z(NK?|T[ISV]N)8quillmar'; then
+if nm -g --defined-only "$library"/*.a | grep -E ' [A-Zu] ' | grep -vE ' (_Z(NK?|T[ISV]N)8quillmar|quillmar_)'; then
   echo "The static libraries show the symbols above" >&2
   exit 1
 fi

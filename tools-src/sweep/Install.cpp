@@ -11,7 +11,7 @@
 
 #include "Conversion/EventTracker.h"
 #include "Conversion/LastWindowValue.h"
-#include "Platform/Sqlite/PropertyListCoding.h"
+#include "Platform/PropertyListCoding.h"
 #include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"

@@ -1,7 +1,7 @@
 # To be sourced. What the build needs on Debian 12.
 
 build_packages=(clang-19 libclang-rt-19-dev lld-19 cmake ninja-build libboost1.81-dev libcurl4-openssl-dev libssl-dev
-  libsqlite3-dev libfmt-dev libcli11-dev libgtest-dev libgmock-dev libicu-dev tzdata g++ openssl)
+  libsqlite3-dev libfmt-dev libcli11-dev libgtest-dev libgmock-dev libicu-dev tzdata g++ openssl python3)
 check_packages=(clang-format-19 clang-tidy-19)
 
 # install_packages PACKAGE...: installs those that are missing; asks the package server for nothing when none is.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Platform/Posix/NoWriteSignals.h"
-#include "Platform/Sqlite/PropertyListCoding.h"
+#include "Platform/PropertyListCoding.h"
 
 namespace quillmar::platform {
 

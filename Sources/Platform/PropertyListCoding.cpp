@@ -1,4 +1,4 @@
-#include "Platform/Sqlite/PropertyListCoding.h"
+#include "Platform/PropertyListCoding.h"
 
 #include <bit>
 #include <chrono>

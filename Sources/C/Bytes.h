@@ -1,0 +1,10 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "C/Structures.h"
+
+struct quillmar_bytes {
+  std::optional<std::string> content;
+};

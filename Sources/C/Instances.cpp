@@ -1,0 +1,279 @@
+#include <cstring>
+
+#include "C/PlatformHandle.h"
+#include "quillmar/Logger.h"
+#include "quillmar/Quillmar.h"
+#include "quillmar/QuillmarASAAttribution.h"
+#include "quillmar/QuillmarFactory.h"
+
+struct quillmar_instance : quillmar::Counted {
+  std::shared_ptr<quillmar::Quillmar> object;
+};
+
+struct quillmar_attribution : quillmar::Counted {
+  std::shared_ptr<quillmar::QuillmarASAAttribution> object;
+};
+
+namespace quillmar {
+
+namespace {
+
+static_assert(static_cast<int>(LogLevel::off) == QUILLMAR_LOG_OFF &&
+              static_cast<int>(LogLevel::error) == QUILLMAR_LOG_ERROR &&
+              static_cast<int>(LogLevel::debug) == QUILLMAR_LOG_DEBUG &&
+              static_cast<int>(LogLevel::info) == QUILLMAR_LOG_INFO);
+
+/// A handle of what `make` gives; null when memory runs out.
+template <class Handle, class Make>
+Handle* makeHandle(Make make) noexcept {
+  Handle* made = nullptr;
+  statusOf([&] {
+    auto handle = std::make_unique<Handle>();
+    handle->object = make();
+    made = handle->object ? handle.release() : nullptr;
+    return QUILLMAR_OK;
+  });
+  return made;
+}
+
+template <class Handle, class Make>
+quillmar_status create(const quillmar_platform* platform, Handle** result, Make make) noexcept {
+  if (platform == nullptr || result == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  Handle* const handle = makeHandle<Handle>([&] { return make(membersOf(*platform)); });
+  if (handle == nullptr) {
+    return QUILLMAR_ERROR_OUT_OF_MEMORY;
+  }
+  *result = handle;
+  return QUILLMAR_OK;
+}
+
+/// Calls the object of a handle, if there is one.
+template <class Handle, class Body>
+quillmar_status with(Handle* handle, Body body) noexcept {
+  if (handle == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  return statusOf([&] {
+    body(*handle->object);
+    return QUILLMAR_OK;
+  });
+}
+
+template <class Handle, class Result, class Get>
+Result valueOf(Handle* handle, Result otherwise, Get get) noexcept {
+  with(handle, [&](auto& object) { otherwise = get(object); });
+  return otherwise;
+}
+
+std::size_t copyText(const std::string& text, char* buffer, std::size_t capacity) noexcept {
+  if (buffer != nullptr && capacity > 0) {
+    const std::size_t copied = std::min(text.size(), capacity - 1);
+    std::memcpy(buffer, text.data(), copied);
+    buffer[copied] = '\0';
+  }
+  return text.size();
+}
+
+std::optional<EventValue> valueOf(const quillmar_parameter& parameter) {
+  switch (parameter.type) {
+    case QUILLMAR_VALUE_BOOLEAN:
+      return parameter.value.boolean;
+    case QUILLMAR_VALUE_INTEGER:
+      return parameter.value.integer;
+    case QUILLMAR_VALUE_NUMBER:
+      return parameter.value.number;
+    case QUILLMAR_VALUE_TEXT:
+      return parameter.value.text != nullptr ? std::optional<EventValue>(parameter.value.text) : std::nullopt;
+    default:
+      return std::nullopt;
+  }
+}
+
+/// Nothing when one of them cannot be taken.
+std::optional<EventParameters> parametersOf(const quillmar_parameter* given, std::size_t count) {
+  EventParameters parameters;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto name = eventParamFromRawValue(orEmpty(given[i].name));
+    auto value = valueOf(given[i]);
+    if (!name || !value || !parameters.emplace(*name, *std::move(value)).second) {
+      return std::nullopt;
+    }
+  }
+  return parameters;
+}
+
+/// The whole range of the interface's numbers; the library bounds what a clock cannot count.
+std::chrono::milliseconds timeout(std::int64_t milliseconds) noexcept {
+  return std::chrono::milliseconds(std::max<std::int64_t>(milliseconds, 0));
+}
+
+}  // namespace
+
+}  // namespace quillmar
+
+using namespace quillmar;
+
+quillmar_instance* quillmar_shared(void) {
+  return makeHandle<quillmar_instance>([] { return Quillmar::shared(); });
+}
+quillmar_status quillmar_create(const quillmar_platform* platform, quillmar_instance** instance) {
+  return create(platform, instance, [](const auto& members) { return QuillmarFactory::createQuillmar(members); });
+}
+void quillmar_retain(quillmar_instance* instance) {
+  retain(instance);
+}
+void quillmar_release(quillmar_instance* instance) {
+  release(instance);
+}
+
+quillmar_log_level quillmar_get_log_level(const quillmar_instance* instance) {
+  return valueOf(instance, quillmar_log_level{QUILLMAR_LOG_OFF},
+                 [](const Quillmar& object) { return static_cast<quillmar_log_level>(object.logLevel()); });
+}
+quillmar_status quillmar_set_log_level(quillmar_instance* instance, quillmar_log_level level) {
+  const auto chosen = logLevelFromRawValue(level);
+  return chosen ? with(instance, [&](Quillmar& object) { object.setLogLevel(*chosen); })
+                : QUILLMAR_ERROR_INVALID_ARGUMENT;
+}
+
+quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key) {
+  return verification_key != nullptr ? with(instance, [&](Quillmar& object) { object.configure(verification_key); })
+                                     : QUILLMAR_ERROR_INVALID_ARGUMENT;
+}
+
+quillmar_status quillmar_send_event(quillmar_instance* instance, const char* event,
+                                    const quillmar_parameter* parameters, size_t parameter_count) {
+  if (instance == nullptr || event == nullptr || (parameters == nullptr && parameter_count > 0)) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  return statusOf([&] {
+    if (parameters == nullptr) {
+      instance->object->sendEvent(event);
+      return QUILLMAR_OK;
+    }
+    auto taken = parametersOf(parameters, parameter_count);
+    if (!taken) {
+      return QUILLMAR_ERROR_INVALID_ARGUMENT;
+    }
+    instance->object->sendEvent(event, *std::move(taken));
+    return QUILLMAR_OK;
+  });
+}
+
+quillmar_status quillmar_application_did_become_active(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.applicationDidBecomeActive(); });
+}
+quillmar_status quillmar_scene_did_activate(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.sceneDidActivate(); });
+}
+quillmar_status quillmar_reset(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.reset(); });
+}
+quillmar_status quillmar_clear_tracked_events(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.clearTrackedEvents(); });
+}
+
+bool quillmar_wait_until_delivered(quillmar_instance* instance, int64_t timeout_milliseconds) {
+  return valueOf(instance, false,
+                 [&](Quillmar& object) { return object.waitUntilDelivered(timeout(timeout_milliseconds)); });
+}
+bool quillmar_drain(quillmar_instance* instance, int64_t timeout_milliseconds) {
+  return valueOf(instance, false, [&](Quillmar& object) { return object.drain(timeout(timeout_milliseconds)); });
+}
+
+quillmar_status quillmar_get_statistics(const quillmar_instance* instance, quillmar_statistics* statistics) {
+  if (instance == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  const QuillmarStatistics now = instance->object->statistics();
+  return hand(quillmar_statistics{0, now.sent, now.dropped, now.parked, now.logged, now.failed}, statistics);
+}
+
+quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state) {
+  if (instance == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  const Quillmar& object = *instance->object;
+  const QuillmarState now = object.state();
+  return hand(quillmar_state{0, now.window.value_or(-1), object.isInitialized(), object.hasFetchedConversionValues(),
+                             now.enabled, now.verificationKeyValid},
+              state);
+}
+
+size_t quillmar_copy_app_id(const quillmar_instance* instance, char* buffer, size_t capacity) {
+  const auto text = [](const Quillmar& object) { return object.state().appId.value_or(""); };
+  return copyText(valueOf(instance, std::string(), text), buffer, capacity);
+}
+size_t quillmar_copy_verification_key(const quillmar_instance* instance, char* buffer, size_t capacity) {
+  const auto text = [](const Quillmar& object) { return object.quillmarVerificationKey(); };
+  return copyText(valueOf(instance, std::string(), text), buffer, capacity);
+}
+
+quillmar_log_level quillmar_logger_get_level(void) {
+  return static_cast<quillmar_log_level>(Logger::logLevel());
+}
+quillmar_status quillmar_logger_set_level(quillmar_log_level level) {
+  const auto chosen = logLevelFromRawValue(level);
+  if (!chosen) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  Logger::setLogLevel(*chosen);
+  return QUILLMAR_OK;
+}
+
+bool quillmar_get_use_mock(void) {
+  return Quillmar::useMock();
+}
+void quillmar_set_use_mock(bool use_mock) {
+  Quillmar::setUseMock(use_mock);
+}
+int64_t quillmar_get_consecutive_api_failures(void) {
+  return Quillmar::consecutiveAPIFailures();
+}
+void quillmar_set_consecutive_api_failures(int64_t failures) {
+  Quillmar::setConsecutiveAPIFailures(failures);
+}
+bool quillmar_get_verification_key_invalid(void) {
+  return Quillmar::isVerificationKeyInvalid();
+}
+void quillmar_set_verification_key_invalid(bool invalid) {
+  Quillmar::setIsVerificationKeyInvalid(invalid);
+}
+void quillmar_reset_static_state(void) {
+  Quillmar::resetStaticState();
+}
+
+quillmar_attribution* quillmar_attribution_shared(void) {
+  return makeHandle<quillmar_attribution>([] { return QuillmarASAAttribution::shared(); });
+}
+quillmar_status quillmar_attribution_create(const quillmar_platform* platform, quillmar_attribution** attribution) {
+  return create(platform, attribution,
+                [](const auto& members) { return QuillmarFactory::createQuillmarASAAttribution(members); });
+}
+void quillmar_attribution_retain(quillmar_attribution* attribution) {
+  retain(attribution);
+}
+void quillmar_attribution_release(quillmar_attribution* attribution) {
+  release(attribution);
+}
+quillmar_status quillmar_attribution_enable(quillmar_attribution* attribution) {
+  return with(attribution, [](QuillmarASAAttribution& object) { object.enableASAAttributionTracking(); });
+}
+quillmar_status quillmar_attribution_disable(quillmar_attribution* attribution) {
+  return with(attribution, [](QuillmarASAAttribution& object) { object.disableASAAttributionTracking(); });
+}
+bool quillmar_attribution_drain(quillmar_attribution* attribution, int64_t timeout_milliseconds) {
+  return valueOf(attribution, false,
+                 [&](QuillmarASAAttribution& object) { return object.drain(timeout(timeout_milliseconds)); });
+}
+quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* attribution,
+                                                    quillmar_attribution_statistics* statistics) {
+  if (attribution == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  const QuillmarASAAttributionStatistics now = attribution->object->statistics();
+  return hand(quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped},
+              statistics);
+}

@@ -1,0 +1,507 @@
+#ifndef QUILLMAR_C_QUILLMAR_H
+#define QUILLMAR_C_QUILLMAR_H
+
+/// The library for programs in C, and in whatever can call C: Swift, C#, Kotlin, Python.
+///
+/// Everything that `Quillmar.h` and its neighbours say holds here as well; this says what is different.
+///
+/// - Texts are UTF-8 and end with a zero. What goes in is copied during the call. What a function of a table is given
+/// is
+///   valid during that call only.
+/// - A function that can fail gives a status. A null or unknown argument is `QUILLMAR_ERROR_INVALID_ARGUMENT`, and then
+///   nothing has happened. A function without a status does nothing then, and gives 0 or null.
+/// - Handles are counted. Who gets one from a function whose name ends in `create` or `shared` releases it once, and
+/// once
+///   more for each `retain`. A handle that was released for the last time must not be used.
+/// - Structures begin with their size as the program was compiled: `state.size = sizeof state`. So they can grow, and
+///   programs that were built before go on to work. What the library does not know yet is ignored; what the program
+///   does not know yet counts as zero.
+/// - Tables of functions are what a program brings of its own. They are copied; `context` is passed to each of their
+///   functions, and `release`, if there is one, is called with it once, on any thread, when nothing uses the table any
+///   more. When a table is refused, `release` is not called. Functions are called on any thread, also on several at
+///   once, unless they say so. They must neither throw nor unwind (`longjmp`).
+/// - All functions may be called from any thread. No exception leaves the library.
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "quillmar/Export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Plain numbers, so that their size does not depend on the compiler.
+
+/// How a call ended.
+typedef int32_t quillmar_status;
+enum {
+  QUILLMAR_OK = 0,
+  QUILLMAR_ERROR_INVALID_ARGUMENT = 1,
+  QUILLMAR_ERROR_OUT_OF_MEMORY = 2,
+};
+
+/// How much is logged; see `LogLevel.h` for the unusual order.
+typedef int32_t quillmar_log_level;
+enum {
+  QUILLMAR_LOG_OFF = 0,
+  QUILLMAR_LOG_ERROR = 1,
+  QUILLMAR_LOG_DEBUG = 2,
+  QUILLMAR_LOG_INFO = 3,
+};
+
+typedef int32_t quillmar_log_severity;
+enum {
+  QUILLMAR_SEVERITY_INFO = 0,
+  QUILLMAR_SEVERITY_DEBUG = 1,
+  QUILLMAR_SEVERITY_ERROR = 2,
+};
+
+typedef int32_t quillmar_value_type;
+enum {
+  QUILLMAR_VALUE_BOOLEAN = 0,
+  QUILLMAR_VALUE_INTEGER = 1,
+  QUILLMAR_VALUE_NUMBER = 2,
+  QUILLMAR_VALUE_TEXT = 3,
+};
+
+typedef int32_t quillmar_coarse_value;
+enum {
+  QUILLMAR_COARSE_NONE = -1,
+  QUILLMAR_COARSE_HIGH = 0,
+  QUILLMAR_COARSE_MEDIUM = 1,
+  QUILLMAR_COARSE_LOW = 2,
+};
+
+typedef int32_t quillmar_cache_policy;
+enum {
+  QUILLMAR_CACHE_PROTOCOL = 0,
+  QUILLMAR_CACHE_RELOAD = 1,
+};
+
+typedef int32_t quillmar_write_mode;
+enum {
+  QUILLMAR_WRITE_DIRECT = 0,  ///< replace the content in place
+  QUILLMAR_WRITE_ATOMIC = 1,  ///< a reader sees the old content or the new
+};
+
+/// Why an exchange over HTTP gave no response.
+typedef int32_t quillmar_http_error;
+enum {
+  QUILLMAR_HTTP_OK = 0,
+  QUILLMAR_HTTP_UNKNOWN = 1,
+  QUILLMAR_HTTP_CANCELLED = 2,
+  QUILLMAR_HTTP_BAD_URL = 3,
+  QUILLMAR_HTTP_UNSUPPORTED_URL = 4,
+  QUILLMAR_HTTP_TIMED_OUT = 5,
+  QUILLMAR_HTTP_CANNOT_FIND_HOST = 6,
+  QUILLMAR_HTTP_CANNOT_CONNECT_TO_HOST = 7,
+  QUILLMAR_HTTP_NETWORK_CONNECTION_LOST = 8,
+  QUILLMAR_HTTP_NOT_CONNECTED_TO_INTERNET = 9,
+  QUILLMAR_HTTP_SECURE_CONNECTION_FAILED = 10,
+  QUILLMAR_HTTP_TOO_MANY_REDIRECTS = 11,
+  QUILLMAR_HTTP_REDIRECT_TO_INSECURE_LOCATION = 12,
+  QUILLMAR_HTTP_BAD_SERVER_RESPONSE = 13,
+  QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM = 14,
+};
+
+typedef struct quillmar_platform quillmar_platform;        ///< what is outside of the library
+typedef struct quillmar_instance quillmar_instance;        ///< `Quillmar`
+typedef struct quillmar_attribution quillmar_attribution;  ///< `QuillmarASAAttribution`
+
+/// The version of the library, such as "2.0.0". Never released.
+QUILLMAR_API const char* quillmar_version(void);
+
+// Reporting events.
+
+/// The instance of the process, made at the first call over the shared platform. Null when memory runs out.
+QUILLMAR_API quillmar_instance* quillmar_shared(void);
+
+/// An instance of its own over the library's settings suite of that platform.
+QUILLMAR_API quillmar_status quillmar_create(const quillmar_platform* platform, quillmar_instance** instance);
+QUILLMAR_API void quillmar_retain(quillmar_instance* instance);
+QUILLMAR_API void quillmar_release(quillmar_instance* instance);
+
+/// Copied into the log's threshold by the next `quillmar_configure`; off at first.
+QUILLMAR_API quillmar_log_level quillmar_get_log_level(const quillmar_instance* instance);
+QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance, quillmar_log_level level);
+
+/// Starts the library with the key that the event service knows the app by. Returns at once.
+QUILLMAR_API quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key);
+
+/// A parameter of an event. The only name so far is "revenue".
+typedef struct quillmar_parameter {
+  const char* name;
+  quillmar_value_type type;
+  union {
+    bool boolean;
+    int64_t integer;
+    double number;
+    const char* text;
+  } value;
+} quillmar_parameter;
+
+/// Reports an event. Returns at once. `parameters` may be null when there are none. Refused: an unknown parameter or
+/// type, and a parameter that is there twice.
+QUILLMAR_API quillmar_status quillmar_send_event(quillmar_instance* instance, const char* event,
+                                                 const quillmar_parameter* parameters, size_t parameter_count);
+
+/// For hosts that deliver activations themselves.
+QUILLMAR_API quillmar_status quillmar_application_did_become_active(quillmar_instance* instance);
+QUILLMAR_API quillmar_status quillmar_scene_did_activate(quillmar_instance* instance);
+
+/// Back to the unconfigured state. Writes the settings store on the calling thread.
+QUILLMAR_API quillmar_status quillmar_reset(quillmar_instance* instance);
+
+/// Forgets the tracked events. Writes the settings store on the calling thread.
+QUILLMAR_API quillmar_status quillmar_clear_tracked_events(quillmar_instance* instance);
+
+/// Waits until the service has accepted every event sent so far; see `Quillmar::waitUntilDelivered`.
+QUILLMAR_API bool quillmar_wait_until_delivered(quillmar_instance* instance, int64_t timeout_milliseconds);
+
+/// Waits until nothing is in flight; see `Quillmar::drain`.
+QUILLMAR_API bool quillmar_drain(quillmar_instance* instance, int64_t timeout_milliseconds);
+
+/// How many events went which way; see `QuillmarStatistics`.
+typedef struct quillmar_statistics {
+  size_t size;
+  uint64_t sent;
+  uint64_t dropped;
+  uint64_t parked;
+  uint64_t logged;
+  uint64_t failed;
+} quillmar_statistics;
+QUILLMAR_API quillmar_status quillmar_get_statistics(const quillmar_instance* instance,
+                                                     quillmar_statistics* statistics);
+
+/// Where the instance stands; see `QuillmarState`.
+typedef struct quillmar_state {
+  size_t size;
+  int32_t window;  ///< the current postback window, 0...2; -1 when the event window has expired
+  bool initialized;
+  bool has_fetched_conversion_values;
+  bool enabled;
+  bool verification_key_valid;
+} quillmar_state;
+
+/// May open the settings store on the calling thread.
+QUILLMAR_API quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state);
+
+/// The app's identifier as the service confirmed it, and the key of the last `quillmar_configure`. As much as there is
+/// room for is copied, and a zero behind it. Gives the length of the whole text, without the zero; 0 when there is
+/// none. `buffer` may be null when `capacity` is 0.
+QUILLMAR_API size_t quillmar_copy_app_id(const quillmar_instance* instance, char* buffer, size_t capacity);
+QUILLMAR_API size_t quillmar_copy_verification_key(const quillmar_instance* instance, char* buffer, size_t capacity);
+
+// Of the whole process.
+
+/// What is logged from now on. Each `quillmar_configure` puts the level of its instance here.
+QUILLMAR_API quillmar_log_level quillmar_logger_get_level(void);
+QUILLMAR_API quillmar_status quillmar_logger_set_level(quillmar_log_level level);
+
+/// Answers every request with a built-in document; see `Quillmar::useMock`.
+QUILLMAR_API bool quillmar_get_use_mock(void);
+QUILLMAR_API void quillmar_set_use_mock(bool use_mock);
+
+/// Failures in a row to log an event, and whether the key counts as invalid because of them.
+QUILLMAR_API int64_t quillmar_get_consecutive_api_failures(void);
+QUILLMAR_API void quillmar_set_consecutive_api_failures(int64_t failures);
+QUILLMAR_API bool quillmar_get_verification_key_invalid(void);
+QUILLMAR_API void quillmar_set_verification_key_invalid(bool invalid);
+QUILLMAR_API void quillmar_reset_static_state(void);
+
+// Search-ads attribution and purchases.
+
+/// The instance of the process, made at the first call over the shared platform. Null when memory runs out.
+QUILLMAR_API quillmar_attribution* quillmar_attribution_shared(void);
+QUILLMAR_API quillmar_status quillmar_attribution_create(const quillmar_platform* platform,
+                                                         quillmar_attribution** attribution);
+QUILLMAR_API void quillmar_attribution_retain(quillmar_attribution* attribution);
+QUILLMAR_API void quillmar_attribution_release(quillmar_attribution* attribution);
+
+/// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet.
+QUILLMAR_API quillmar_status quillmar_attribution_enable(quillmar_attribution* attribution);
+
+/// Ends the listening. What is stored is kept.
+QUILLMAR_API quillmar_status quillmar_attribution_disable(quillmar_attribution* attribution);
+QUILLMAR_API bool quillmar_attribution_drain(quillmar_attribution* attribution, int64_t timeout_milliseconds);
+
+/// How many subscription updates went which way; see `QuillmarASAAttributionStatistics`.
+typedef struct quillmar_attribution_statistics {
+  size_t size;
+  uint64_t sent;
+  uint64_t failed;
+  uint64_t unverified;
+  uint64_t skipped;
+  uint64_t dropped;
+} quillmar_attribution_statistics;
+QUILLMAR_API quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* attribution,
+                                                                 quillmar_attribution_statistics* statistics);
+
+// The platform.
+
+/// What can be chosen about the system's own adapters. Null and 0: the default; see `DefaultPlatformOptions`.
+typedef struct quillmar_platform_options {
+  size_t size;
+  const char* data_directory;
+  const char* service_url;
+  const char* attribution_url;
+  const char* ca_file;
+  const char* proxy;
+  uint64_t max_answer_bytes;
+  const char* system_version;  ///< in place of the device's, such as "17.4.1": which interfaces the ad networks have
+} quillmar_platform_options;
+
+/// The adapters of this system. `options` may be null. A function of `quillmar_platform_set_...` puts a table in the
+/// place of one of them, for the instances that are made from then on.
+QUILLMAR_API quillmar_status quillmar_platform_create(const quillmar_platform_options* options,
+                                                      quillmar_platform** platform);
+QUILLMAR_API void quillmar_platform_retain(quillmar_platform* platform);
+QUILLMAR_API void quillmar_platform_release(quillmar_platform* platform);
+
+/// Makes it the platform of the shared instances, and of the log. Before the first `quillmar_shared`.
+QUILLMAR_API quillmar_status quillmar_set_shared_platform(const quillmar_platform* platform);
+
+/// Something that the library waits for. Who is handed one calls exactly one of the two functions that go with it,
+/// once, on any thread; the handle is gone then.
+typedef struct quillmar_ad_network_completion quillmar_ad_network_completion;
+
+/// `error`: what went wrong, in words, or null on success.
+QUILLMAR_API void quillmar_ad_network_completion_call(quillmar_ad_network_completion* completion, const char* error);
+
+/// For an ad network that will not answer: `quillmar_drain` waits for completions that are still there.
+QUILLMAR_API void quillmar_ad_network_completion_drop(quillmar_ad_network_completion* completion);
+
+/// SKAdNetwork as StoreKit offers it. Called on the main executor; must not block. A function is called only on systems
+/// that have it, and may be null when the program never runs on one.
+typedef struct quillmar_ad_network {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  void (*register_app)(void* context);                                 ///< all systems
+  void (*update_conversion_value)(void* context, int32_t fine_value);  ///< 14.0 and later; 0...63
+  /// 15.4 and later.
+  void (*update_postback)(void* context, int32_t fine_value, quillmar_ad_network_completion* completion);
+  /// 16.1 and later.
+  void (*update_coarse_postback)(void* context, int32_t fine_value, quillmar_coarse_value coarse_value,
+                                 bool lock_window, quillmar_ad_network_completion* completion);
+} quillmar_ad_network;
+QUILLMAR_API quillmar_status quillmar_platform_set_ad_network(quillmar_platform* platform,
+                                                              const quillmar_ad_network* network);
+
+/// AdAttributionKit, on systems from 18.0. Called on the main executor; must not block.
+typedef struct quillmar_ad_attribution_kit {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// `coarse_value` may be `QUILLMAR_COARSE_NONE`. Required.
+  void (*update_conversion_value)(void* context, int32_t fine_value, quillmar_coarse_value coarse_value,
+                                  bool lock_postback, quillmar_ad_network_completion* completion);
+} quillmar_ad_attribution_kit;
+QUILLMAR_API quillmar_status quillmar_platform_set_ad_attribution_kit(quillmar_platform* platform,
+                                                                      const quillmar_ad_attribution_kit* kit);
+
+/// Waits for an attribution token.
+typedef struct quillmar_token_completion quillmar_token_completion;
+
+/// Either `token`, or null and what went wrong, in words.
+QUILLMAR_API void quillmar_token_completion_call(quillmar_token_completion* completion, const char* token,
+                                                 const char* error);
+QUILLMAR_API void quillmar_token_completion_drop(quillmar_token_completion* completion);
+
+/// Gives the token that search-ads attribution is asked for with.
+typedef struct quillmar_attribution_token {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// Called on the executor, where it may block for a while. Required.
+  void (*request)(void* context, quillmar_token_completion* completion);
+} quillmar_attribution_token;
+QUILLMAR_API quillmar_status quillmar_platform_set_attribution_token(quillmar_platform* platform,
+                                                                     const quillmar_attribution_token* token);
+
+/// A change of a subscription, with what the platform signed.
+typedef struct quillmar_subscription_update {
+  size_t size;
+  uint64_t transaction_identifier;
+  const char* transaction_json;    ///< the platform's own, passed on unchanged; null counts as empty
+  const char* transaction_error;   ///< why its signature does not hold, in words; null when it does
+  const char* renewal_info_json;   ///< likewise
+  const char* renewal_info_error;  ///< likewise
+  int64_t renewal_state;           ///< the raw value of the renewal state
+} quillmar_subscription_update;
+
+/// Where a stream of updates goes. It may be used on any thread until it is released, also after the listener has gone;
+/// then nothing comes of it.
+typedef struct quillmar_subscription_listener quillmar_subscription_listener;
+QUILLMAR_API quillmar_status quillmar_subscription_listener_post(quillmar_subscription_listener* listener,
+                                                                 const quillmar_subscription_update* update);
+
+/// The stream has ended.
+QUILLMAR_API void quillmar_subscription_listener_end(quillmar_subscription_listener* listener);
+QUILLMAR_API void quillmar_subscription_listener_retain(quillmar_subscription_listener* listener);
+QUILLMAR_API void quillmar_subscription_listener_release(quillmar_subscription_listener* listener);
+
+/// The stream of subscription status updates.
+typedef struct quillmar_subscription_updates {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// A new listener, which is to get each update from now on, in their order; updates are kept for it while it is busy.
+  /// The table owns the listener and releases it once. Must not block. What it gives is passed to `unsubscribe`.
+  /// Required.
+  void* (*subscribe)(void* context, quillmar_subscription_listener* listener);
+  /// The listener wants no more. Called once for each `subscribe`, also after the end of the stream.
+  void (*unsubscribe)(void* context, void* subscription);
+} quillmar_subscription_updates;
+QUILLMAR_API quillmar_status quillmar_platform_set_subscription_updates(quillmar_platform* platform,
+                                                                        const quillmar_subscription_updates* updates);
+
+/// The end of an exchange over HTTP.
+typedef struct quillmar_http_completion quillmar_http_completion;
+
+typedef struct quillmar_http_header {
+  const char* name;
+  const char* value;
+} quillmar_http_header;
+
+typedef struct quillmar_http_request {
+  size_t size;
+  const char* url;
+  const char* method;
+  const quillmar_http_header* headers;
+  size_t header_count;
+  const void* body;
+  size_t body_size;
+  double timeout_seconds;  ///< the longest wait for the next byte
+  quillmar_cache_policy cache_policy;
+} quillmar_http_request;
+
+typedef struct quillmar_http_result {
+  size_t size;
+  quillmar_http_error error;  ///< when it is set, it counts, whatever else is set
+  int32_t status_code;        ///< -1 when the response did not come over HTTP
+  const char* url;            ///< where the response came from, after redirects; may be null
+  const void* body;           ///< may be null when `body_size` is 0
+  size_t body_size;
+} quillmar_http_result;
+
+/// An unusable `result` counts as `QUILLMAR_HTTP_UNKNOWN`.
+QUILLMAR_API void quillmar_http_completion_call(quillmar_http_completion* completion,
+                                                const quillmar_http_result* result);
+QUILLMAR_API void quillmar_http_completion_drop(quillmar_http_completion* completion);
+
+/// Performs exchanges over HTTP; see `platform::HttpTransport` for what an adapter must see to.
+typedef struct quillmar_http {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// Starts an exchange and returns at once; the completion is not called inside. Required.
+  void (*start)(void* context, uint64_t identifier, const quillmar_http_request* request,
+                quillmar_http_completion* completion);
+  /// Ends the exchange early: its completion is called with `QUILLMAR_HTTP_CANCELLED`. Without effect when it is over.
+  /// Required.
+  void (*cancel)(void* context, uint64_t identifier);
+} quillmar_http;
+QUILLMAR_API quillmar_status quillmar_platform_set_http(quillmar_platform* platform, const quillmar_http* http);
+
+/// Bytes that a function of a table hands back.
+typedef struct quillmar_bytes quillmar_bytes;
+QUILLMAR_API quillmar_status quillmar_bytes_set(quillmar_bytes* bytes, const void* data, size_t size);
+
+/// Keeps settings: bytes by suite and key, whatever they are. Reads are answered from memory. Writes return when they
+/// will survive the end of the process. Errors are those of the system (`errno`), or 0.
+typedef struct quillmar_user_defaults {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// Opens the suite of that name, creating it when it is not there. May block on the disk. On an error the standard
+  /// store, the suite "", takes its place. May be null: nothing is to be done. Called before any other use of a suite.
+  int32_t (*open)(void* context, const char* suite);
+  /// Sets `value` to what is stored, and does not when nothing is. An error: it is there, and cannot be read. Required.
+  int32_t (*get)(void* context, const char* suite, const char* key, quillmar_bytes* value);
+  /// On an error the value is to be kept in memory, where reads see it, and written together with the next one.
+  /// Required.
+  int32_t (*set)(void* context, const char* suite, const char* key, const void* value, size_t size);
+  /// An absent key is no error. Required.
+  int32_t (*remove)(void* context, const char* suite, const char* key);
+  /// Replaces all behind the first `keep` bytes by `tail`, or changes nothing on an error. This is how the history
+  /// grows. May be null: the whole value is read, changed and set then.
+  int32_t (*replace_tail)(void* context, const char* suite, const char* key, size_t keep, const void* tail,
+                          size_t size);
+  /// A number that is another one after each change of the value. May be null: the value is read and decoded anew at
+  /// each use then.
+  uint64_t (*revision)(void* context, const char* suite, const char* key);
+} quillmar_user_defaults;
+QUILLMAR_API quillmar_status quillmar_platform_set_user_defaults(quillmar_platform* platform,
+                                                                 const quillmar_user_defaults* defaults);
+
+/// What tells one state of a file from another without reading it; see `platform::FileStamp`.
+typedef struct quillmar_file_stamp {
+  size_t size;  ///< of this structure
+  uint64_t volume;
+  uint64_t file;
+  uint64_t length;
+  int64_t modified;
+  int64_t changed;
+} quillmar_file_stamp;
+
+/// The files of the app; see `platform::FileManager`. All functions are required. They may block on the disk. Errors
+/// are those of the system (`errno`), or 0.
+typedef struct quillmar_files {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// Sets `path` to the documents directory, without a trailing "/", and does not when there is none.
+  void (*documents_directory)(void* context, quillmar_bytes* path);
+  /// True also when that cannot be told for the moment.
+  bool (*file_exists)(void* context, const char* path);
+  /// False when there is no file or it cannot be told.
+  bool (*stamp)(void* context, const char* path, quillmar_file_stamp* stamp);
+  /// Creates the folder and those above it. An existing one is no error.
+  int32_t (*create_directory)(void* context, const char* path);
+  /// Creates an empty file, in one step with the look whether it is there. An existing one is no error.
+  int32_t (*create_file)(void* context, const char* path);
+  int32_t (*remove_item)(void* context, const char* path);
+  int32_t (*read_file)(void* context, const char* path, quillmar_bytes* content);
+  int32_t (*write_file)(void* context, const char* path, const void* content, size_t size, quillmar_write_mode mode);
+} quillmar_files;
+QUILLMAR_API quillmar_status quillmar_platform_set_files(quillmar_platform* platform, const quillmar_files* files);
+
+/// Takes the log's lines.
+typedef struct quillmar_log_sink {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// One finished line without its end; see `platform::LogSink`. Required.
+  void (*write)(void* context, const char* subsystem, const char* category, quillmar_log_severity severity,
+                const char* line);
+} quillmar_log_sink;
+QUILLMAR_API quillmar_status quillmar_platform_set_log_sink(quillmar_platform* platform, const quillmar_log_sink* sink);
+
+/// A piece of work. Who is handed one either runs it or drops it, once.
+typedef struct quillmar_work quillmar_work;
+QUILLMAR_API void quillmar_work_run(quillmar_work* work);
+QUILLMAR_API void quillmar_work_drop(quillmar_work* work);
+
+/// Runs the library's work off the caller's thread.
+typedef struct quillmar_executor {
+  size_t size;
+  void* context;
+  void (*release)(void* context);
+  /// Runs `work` later, never inside this call. Must not block. Pieces may run at the same time. Required.
+  void (*post)(void* context, quillmar_work* work);
+} quillmar_executor;
+
+/// Of all work, and of the calls to the ad networks, which run one at a time.
+QUILLMAR_API quillmar_status quillmar_platform_set_executor(quillmar_platform* platform,
+                                                            const quillmar_executor* executor);
+QUILLMAR_API quillmar_status quillmar_platform_set_main_executor(quillmar_platform* platform,
+                                                                 const quillmar_executor* executor);
+
+#ifdef __cplusplus
+}  // extern "C"
+#endif
+
+#endif
