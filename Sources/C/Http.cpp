@@ -80,11 +80,12 @@ class TableTransport final : public platform::HttpTransport {
 };
 
 platform::HttpResult resultOf(const quillmar_http_result* given) {
-  const quillmar_http_result result = received(given);
   platform::HttpResult made;
+  const auto known = received(given);
+  const quillmar_http_result result = known.value_or(quillmar_http_result{});
   made.url = orEmpty(result.url);
   const bool isKnown = result.error >= QUILLMAR_HTTP_OK && result.error <= QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM;
-  if (given == nullptr || !isKnown || (result.body == nullptr && result.body_size > 0)) {
+  if (!known || !isKnown || (result.body == nullptr && result.body_size > 0)) {
     made.error = URLError::unknown;
   } else if (result.error != QUILLMAR_HTTP_OK) {
     made.error = static_cast<URLError>(result.error);

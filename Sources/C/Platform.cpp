@@ -39,12 +39,13 @@ const char* quillmar_version(void) {
 }
 
 quillmar_status quillmar_platform_create(const quillmar_platform_options* options, quillmar_platform** platform) {
-  if (platform == nullptr) {
+  const auto chosen = options != nullptr ? received(options) : quillmar_platform_options{};
+  if (platform == nullptr || !chosen) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   return statusOf([&] {
     auto handle = std::make_unique<quillmar_platform>();
-    handle->members = makePlatform(received(options));
+    handle->members = makePlatform(*chosen);
     *platform = handle.release();
     return QUILLMAR_OK;
   });

@@ -47,14 +47,14 @@ inline platform::Platform membersOf(const quillmar_platform& handle) {
 template <class Adapter, class Member, class Functions, class... Required>
 quillmar_status setMember(quillmar_platform* handle, Member platform::Platform::* member, const Functions* given,
                           Required... required) noexcept {
-  const Functions functions = received(given);
-  if (handle == nullptr || given == nullptr || !((functions.*required != nullptr) && ...)) {
+  const std::optional<Functions> functions = received(given);
+  if (handle == nullptr || !functions || !((*functions.*required != nullptr) && ...)) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   return statusOf([&] {
     // When memory runs out, the table stays the host's: nothing may fail from here on that would release it.
     auto adapter = std::make_shared<Adapter>();
-    adapter->table = std::make_unique<const Table<Functions>>(functions);
+    adapter->table = std::make_unique<const Table<Functions>>(*functions);
     Member previous = std::move(adapter);
     const std::lock_guard lock(handle->mutex);
     (handle->members.*member).swap(previous);

@@ -3,21 +3,23 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <new>
+#include <optional>
 #include <type_traits>
 
 #include "quillmar/c/quillmar.h"
 
 namespace quillmar {
 
-/// What a host of any version gave: what it does not know counts as zero. All zero for null.
+/// What a host of any version gave: what it does not know counts as zero. Nothing for null, and for a structure whose
+/// size was forgotten.
 template <class Structure>
-Structure received(const Structure* given) noexcept {
+std::optional<Structure> received(const Structure* given) noexcept {
   static_assert(std::is_trivially_copyable_v<Structure> && offsetof(Structure, size) == 0);
-  Structure result{};
-  if (given != nullptr) {
-    std::memcpy(static_cast<void*>(&result), given, std::min(given->size, sizeof(Structure)));
+  if (given == nullptr || given->size < sizeof(std::size_t)) {
+    return std::nullopt;
   }
+  Structure result{};
+  std::memcpy(static_cast<void*>(&result), given, std::min(given->size, sizeof(Structure)));
   return result;
 }
 

@@ -67,11 +67,12 @@ using namespace quillmar;
 
 quillmar_status quillmar_subscription_listener_post(quillmar_subscription_listener* listener,
                                                     const quillmar_subscription_update* update) {
-  if (listener == nullptr || update == nullptr) {
+  const auto known = received(update);
+  if (listener == nullptr || !known) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   return statusOf([&] {
-    const quillmar_subscription_update given = received(update);
+    const quillmar_subscription_update& given = *known;
     platform::SubscriptionStatusUpdate status;
     status.transaction = {given.transaction_identifier, orEmpty(given.transaction_json),
                           errorOf(given.transaction_error)};

@@ -140,6 +140,8 @@ TEST_F(CInterface, tablesAndStructuresOfOtherVersionsAreTakenAsFarAsTheyGo) {
   EXPECT_EQ(quillmar_platform_set_executor(nullptr, &newer.known), invalid);
   EXPECT_EQ(released, 0) << "a table that is refused is the host's";
   EXPECT_EQ(quillmar_platform_set_executor(platform, nullptr), invalid);
+  const quillmar_ad_network unsized{};
+  EXPECT_EQ(quillmar_platform_set_ad_network(platform, &unsized), invalid) << "nothing in it is required but its size";
   platform->members.executor = nullptr;
   EXPECT_EQ(released, 1);
 
