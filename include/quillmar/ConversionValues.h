@@ -23,6 +23,7 @@ struct QUILLMAR_API ConversionValues {
   /// Declared from high to low; the ranking of `compareWindowValue` is another order.
   enum class CoarseValue : std::uint8_t { high, medium, low };
 
+  /// When a window locks.
   enum class LockWindowType : std::uint8_t {
     time,  ///< locks after a number of hours
     high,  ///< locks once the highest coarse value is reached
@@ -40,6 +41,7 @@ struct QUILLMAR_API ConversionValues {
     friend bool operator!=(const RequiredEvent& a, const RequiredEvent& b) { return !(a == b); }
   };
 
+  /// A fine value, and the events that earn it.
   struct FineValue {
     std::int64_t value = 0;  ///< 0...63; the document is not checked for it
     std::vector<RequiredEvent> requiredEvents;
@@ -49,6 +51,7 @@ struct QUILLMAR_API ConversionValues {
     friend bool operator!=(const FineValue& a, const FineValue& b) { return !(a == b); }
   };
 
+  /// A coarse value, and the events that earn it.
   struct CoarseValueData {
     CoarseValue value = CoarseValue::low;
     std::vector<RequiredEvent> requiredEvents;
@@ -100,10 +103,13 @@ struct QUILLMAR_API ConversionValues {
   };
 
   ConversionValues() = default;
+  /// The lock windows by name, as in `lockWindows`, or by window.
+  /// @{
   ConversionValues(std::vector<ConversionValue> values,
                    std::map<std::string, LockWindowConfiguration, std::less<>> lockWindows);
   ConversionValues(std::vector<ConversionValue> values,
                    const std::map<Window, LockWindowConfiguration>& lockWindowConfigurations);
+  /// @}
 
   std::vector<ConversionValue> values;
   std::map<std::string, LockWindowConfiguration, std::less<>> lockWindows;  ///< by window name
@@ -119,6 +125,7 @@ struct QUILLMAR_API ConversionValues {
 using Window = ConversionValues::Window;
 using CoarseValue = ConversionValues::CoarseValue;
 
+/// Every window, in the order of time.
 inline constexpr std::array<Window, 3> allWindows{Window::window0, Window::window1, Window::window2};
 
 /// "window0", "window1", "window2".
@@ -128,13 +135,18 @@ QUILLMAR_API std::string_view rawValue(CoarseValue value) noexcept;
 /// "time", "high".
 QUILLMAR_API std::string_view rawValue(ConversionValues::LockWindowType type) noexcept;
 
-// Exact, case-sensitive matches; nothing for any other text.
+/// Exact, case-sensitive matches; nothing for any other text.
+/// @{
 QUILLMAR_API std::optional<Window> windowFromRawValue(std::string_view rawValue) noexcept;
 QUILLMAR_API std::optional<CoarseValue> coarseValueFromRawValue(std::string_view rawValue) noexcept;
 QUILLMAR_API std::optional<ConversionValues::LockWindowType> lockWindowTypeFromRawValue(
     std::string_view rawValue) noexcept;
+/// @}
 
+/// The same value, as the platform's interfaces take it.
+/// @{
 QUILLMAR_API platform::SKAdNetworkCoarseConversionValue toSKAdNetworkCoarseConversionValue(CoarseValue value) noexcept;
 QUILLMAR_API platform::AttributionKitCoarseValue toAttributionKitCoarseValue(CoarseValue value) noexcept;
+/// @}
 
 }  // namespace quillmar

@@ -18,6 +18,7 @@ namespace quillmar {
 /// accepted and left out there.
 class EventValue {
  public:
+  /// What a value can be.
   using Storage = std::variant<bool, std::int64_t, double, std::string>;
 
   /// A bool, and nothing that only converts to one: every pointer does.
@@ -28,18 +29,24 @@ class EventValue {
   template <class Integer, std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>, int> = 0>
   EventValue(Integer value) noexcept : storage_(fromInteger(value)) {}  // NOLINT(google-explicit-constructor)
 
+  /// A number or a text.
+  /// @{
   EventValue(double value) noexcept : storage_(value) {}  // NOLINT(google-explicit-constructor)
   EventValue(float value) noexcept                        // NOLINT(google-explicit-constructor)
       : storage_(static_cast<double>(value)) {}
   EventValue(std::string value) noexcept : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
   EventValue(std::string_view value) : storage_(std::string(value)) {}    // NOLINT(google-explicit-constructor)
+  /// @}
   /// Null counts as an empty text.
   EventValue(const char* value)  // NOLINT(google-explicit-constructor)
       : storage_(std::string(value == nullptr ? "" : value)) {}
   EventValue(std::nullptr_t) = delete;
 
+  /// The content. Not for use from several threads at once when one changes it.
+  /// @{
   const Storage& storage() const noexcept { return storage_; }
   Storage& storage() noexcept { return storage_; }
+  /// @}
 
   friend bool operator==(const EventValue& a, const EventValue& b) { return a.storage_ == b.storage_; }
   friend bool operator!=(const EventValue& a, const EventValue& b) { return !(a == b); }

@@ -12,8 +12,10 @@ class QUILLMAR_API Logger {
 
   /// What is logged: lines up to this level. Off at first; each `Quillmar::configure` puts the level of its instance
   /// here. A change takes effect with the next line. Any thread.
+  /// @{
   static LogLevel logLevel() noexcept;
   static void setLogLevel(LogLevel level) noexcept;
+  /// @}
 };
 
 }  // namespace quillmar

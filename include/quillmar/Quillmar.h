@@ -46,7 +46,7 @@ struct QuillmarState {
 /// executor. What happens is told in the log only. All functions may be called from any thread.
 ///
 /// The library works in the process that called it first. In a child that this process forks off, all functions of
-/// all instances do nothing and give what an unused instance gives, until the child calls `exec`.
+/// all instances do nothing and give what an unused instance gives, until the child calls exec.
 class QUILLMAR_API Quillmar {
  public:
   /// The instance of the process, made at the first call over `platform::sharedPlatform()`.
@@ -66,8 +66,10 @@ class QUILLMAR_API Quillmar {
   Quillmar& operator=(const Quillmar&) = delete;
 
   /// Copied into the log's threshold by the next `configure`; off at first.
+  /// @{
   LogLevel logLevel() const noexcept;
   void setLogLevel(LogLevel level) noexcept;
+  /// @}
 
   /// Starts the library with the key that the event service knows the app by. Returns at once.
   ///
@@ -78,13 +80,17 @@ class QUILLMAR_API Quillmar {
   /// Reports an event. Returns at once; the event is copied and handled on the platform's executor, in the order of
   /// the calls. Bytes that are not UTF-8 become U+FFFD. An event that comes before the configuration has been
   /// fetched waits for it, in memory.
+  /// @{
   void sendEvent(std::string_view event) noexcept;
   void sendEvent(std::string_view event, EventParameters params) noexcept;
+  /// @}
 
   /// For hosts that deliver activations themselves: fetches the configuration again if it is an hour old.
   /// On Apple systems: the selectors of the two UIKit notifications.
+  /// @{
   void applicationDidBecomeActive() noexcept;
   void sceneDidActivate() noexcept;
+  /// @}
 
   /// Back to the unconfigured state. The first-run date and the install identifier are kept; what the service sent
   /// and the tracked events are forgotten. Whatever was begun before ends without effect: `configure`, a fetch, events
@@ -101,8 +107,10 @@ class QUILLMAR_API Quillmar {
   bool isInitialized() const noexcept;
 
   /// True once a fetch of the conversion values has succeeded, or is under way, in this process.
+  /// @{
   bool hasFetchedConversionValues() const noexcept;
   void setHasFetchedConversionValues(bool fetched) noexcept;
+  /// @}
 
   /// Waits until the service has accepted every event sent so far, for at most `timeout`. True when it has. False when
   /// the time is over, or as soon as waiting cannot help: an event failed or was dropped, or is parked and no fetch of
@@ -114,6 +122,7 @@ class QUILLMAR_API Quillmar {
   /// events that are parked. Inside a callback of the library it waits for itself, until the time is over. For tests.
   bool drain(std::chrono::milliseconds timeout) noexcept;
 
+  /// The counts so far.
   QuillmarStatistics statistics() const noexcept;
 
   /// May open the settings store on the calling thread.
@@ -121,6 +130,7 @@ class QUILLMAR_API Quillmar {
 
   /// Replaceable collaborators. The repositories are null until `configure` has built them, and each `configure` builds
   /// them anew.
+  /// @{
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const noexcept;
   void setConversionValuesRepository(std::shared_ptr<ConversionValuesRepositoryProtocol> repository) noexcept;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const noexcept;
@@ -129,21 +139,28 @@ class QUILLMAR_API Quillmar {
   void setEventServerLogRepository(std::shared_ptr<EventServerLogRepositoryProtocol> repository) noexcept;
   std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager() const noexcept;
   void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) noexcept;
+  /// @}
 
   /// Answers every request with a built-in document instead of asking the service, and configures on the calling
   /// thread. The document is no answer to the configuration request: events stay parked. It shows that a host is wired
   /// up; a host's tests are better off with the simulated platform. Set it before `configure`.
+  /// @{
   static bool useMock() noexcept;
   static void setUseMock(bool useMock) noexcept;
+  /// @}
 
   /// Failures in a row to log an event, over all instances. At `maxConsecutiveFailures` the key counts as invalid.
+  /// @{
   static std::int64_t consecutiveAPIFailures() noexcept;
   static void setConsecutiveAPIFailures(std::int64_t failures) noexcept;
   static constexpr std::int64_t maxConsecutiveFailures = 10;
+  /// @}
 
   /// While true, no event is processed.
+  /// @{
   static bool isVerificationKeyInvalid() noexcept;
   static void setIsVerificationKeyInvalid(bool invalid) noexcept;
+  /// @}
 
   /// Sets the counters of failures back; `useMock` stays as it is.
   static void resetStaticState() noexcept;

@@ -59,6 +59,7 @@ class QUILLMAR_API QuillmarASAAttribution {
   /// command-line hosts and tests.
   bool drain(std::chrono::milliseconds timeout) noexcept;
 
+  /// The counts so far.
   QuillmarASAAttributionStatistics statistics() const noexcept;
 
  private:

@@ -15,6 +15,8 @@ class QUILLMAR_API VerificationKeyRepositoryProtocol {
 
   /// The stored key; nothing when there is none.
   virtual std::optional<std::string> fetchVerificationKey() const = 0;
+
+  /// Stores the key in place of the one before.
   virtual void save(std::string_view verificationKey) = 0;
 };
 

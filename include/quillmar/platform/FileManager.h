@@ -24,6 +24,7 @@ struct FileStamp {
   }
 };
 
+/// How the content of a file is replaced.
 enum class WriteMode : std::uint8_t {
   direct,  ///< replace the content in place
   atomic,  ///< write a temporary file and move it into place: a reader sees the old content or the new
@@ -56,11 +57,13 @@ class QUILLMAR_API FileManager {
   /// and creating are one step, so that nobody's content is lost. A folder in its place is an error.
   virtual std::error_code createFile(const std::string& path) = 0;
 
+  /// Removes a file or an empty folder. One that is absent is an error.
   virtual std::error_code removeItem(const std::string& path) = 0;
 
   /// Reads the whole file into `content`, which is left alone on an error.
   virtual std::error_code readFile(const std::string& path, std::string& content) const = 0;
 
+  /// Gives the file this content; it is created when it is not there, its folder is not.
   virtual std::error_code writeFile(const std::string& path, std::string_view content, WriteMode mode) = 0;
 };
 

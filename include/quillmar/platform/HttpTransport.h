@@ -18,6 +18,7 @@ enum class CachePolicy : std::uint8_t {
   reloadIgnoringLocalCacheData = 1,
 };
 
+/// What is asked, and how.
 struct HttpRequest {
   std::string url;  ///< absolute; empty means that the request has no URL
   std::string method = "GET";

@@ -7,6 +7,7 @@
 
 namespace quillmar::platform {
 
+/// The level that a line belongs to.
 enum class LogSeverity : std::uint8_t { info, debug, error };
 
 /// Takes the library's log lines. On Apple systems: the unified logging.

@@ -7,6 +7,7 @@
 
 namespace quillmar::platform {
 
+/// What the library wants to be told.
 enum class Notification : std::uint8_t {
   applicationDidBecomeActive,  ///< on Apple systems: UIKit's notification of that name
   sceneDidActivate,            ///< on Apple systems: UIKit's `UIScene.didActivateNotification`

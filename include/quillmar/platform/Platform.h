@@ -61,7 +61,7 @@ struct DefaultPlatformOptions {
   /// Replaces where attribution tokens are exchanged (tests, staging), likewise.
   std::string attributionUrl = {};
   /// The proxy for https, such as "http://proxy:3128", which sees no more than which hosts are called. Empty: none. The
-  /// environment (`https_proxy` and the like) is not asked; a host that wants it passes it on. Plain http, which is for
+  /// environment (https_proxy and the like) is not asked; a host that wants it passes it on. Plain http, which is for
   /// tests, does without: a proxy could read it.
   std::string proxy = {};
   /// The largest answer of a service, counted after decompression; a larger one fails. The memory that an answer may

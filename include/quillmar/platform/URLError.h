@@ -9,7 +9,7 @@ namespace quillmar::platform {
 /// Why an HTTP exchange gave no response. On Apple systems: `NSURLErrorDomain`.
 enum class URLError {
   unknown = 1,
-  cancelled,
+  cancelled,  ///< by `HttpTransport::cancel`
   badURL,
   unsupportedURL,
   timedOut,
@@ -27,6 +27,7 @@ enum class URLError {
 /// The category of `URLError`; its message is a sentence, its case name the enumerator's.
 QUILLMAR_API const std::error_category& urlErrorCategory() noexcept;
 
+/// What the constructor of `std::error_code` calls.
 QUILLMAR_API std::error_code make_error_code(URLError error) noexcept;
 
 }  // namespace quillmar::platform

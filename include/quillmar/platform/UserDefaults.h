@@ -21,6 +21,7 @@ namespace quillmar::platform {
 /// A value that a settings store keeps. On Apple systems: a property list.
 class QUILLMAR_API PropertyListValue {
  public:
+  /// Bytes, which need not be a text.
   struct Data {
     std::string bytes;
     friend bool operator==(const Data& a, const Data& b) { return a.bytes == b.bytes; }
@@ -28,22 +29,29 @@ class QUILLMAR_API PropertyListValue {
   using Date = std::chrono::system_clock::time_point;
   using Array = std::vector<PropertyListValue>;
   using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
+  /// What a value can be.
   using Storage = std::variant<bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>;
 
   /// A bool, and nothing that only converts to one: every pointer does.
   template <class Bool, std::enable_if_t<std::is_same_v<Bool, bool>, int> = 0>
-  PropertyListValue(Bool value) : storage_(value) {}                    // NOLINT(google-explicit-constructor)
+  PropertyListValue(Bool value) : storage_(value) {}  // NOLINT(google-explicit-constructor)
+  /// One of the other kinds.
+  /// @{
   PropertyListValue(std::int64_t value) : storage_(value) {}            // NOLINT(google-explicit-constructor)
   PropertyListValue(double value) : storage_(value) {}                  // NOLINT(google-explicit-constructor)
   PropertyListValue(std::string value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  /// @}
   /// Null counts as an empty text.
   PropertyListValue(const char* value)  // NOLINT(google-explicit-constructor)
       : storage_(std::string(value == nullptr ? "" : value)) {}
   PropertyListValue(std::nullptr_t) = delete;
+  /// One of the other kinds.
+  /// @{
   PropertyListValue(Data value) : storage_(std::move(value)) {}        // NOLINT(google-explicit-constructor)
   PropertyListValue(Date value) : storage_(value) {}                   // NOLINT(google-explicit-constructor)
   PropertyListValue(Array value) : storage_(std::move(value)) {}       // NOLINT(google-explicit-constructor)
   PropertyListValue(Dictionary value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  /// @}
 
   /// The content if it is of type `T` (one of `Storage`'s alternatives), else null.
   template <class T>
@@ -54,6 +62,7 @@ class QUILLMAR_API PropertyListValue {
   /// The value as a Boolean: numbers other than 0 and the texts "YES", "true" and "1" are true.
   bool boolean() const noexcept;
 
+  /// The content.
   const Storage& storage() const noexcept { return storage_; }
 
   friend bool operator==(const PropertyListValue& a, const PropertyListValue& b) { return a.storage_ == b.storage_; }

@@ -15,6 +15,7 @@ namespace quillmar::simulated {
 ///         .json()
 class ConfigurationBuilder {
  public:
+  /// `sdkEnabled` is the service's switch.
   explicit ConfigurationBuilder(std::string appId = "simulated-app", bool sdkEnabled = true);
 
   /// What a rule reports in a window. A rule that is named again gets one more window.

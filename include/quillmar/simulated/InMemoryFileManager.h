@@ -14,6 +14,7 @@ namespace quillmar::simulated {
 /// A small file system in memory: folders, files, the errors of a missing parent or a folder in the way.
 class InMemoryFileManager : public platform::FileManager {
  public:
+  /// Empty. The documents directory is not created; without one, there is none to be had.
   explicit InMemoryFileManager(std::optional<std::string> documentsDirectory = "/documents");
 
   std::optional<std::string> documentsDirectory() const override;

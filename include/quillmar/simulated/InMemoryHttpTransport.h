@@ -24,8 +24,10 @@ struct InMemoryAnswer {
 /// A transport without a network: a function plays the service. Delays and time-outs run on the given clock.
 class InMemoryHttpTransport : public platform::HttpTransport {
  public:
+  /// Answers a request, on the thread that starts it.
   using Service = std::function<InMemoryAnswer(const platform::HttpRequest&)>;
 
+  /// `service` as for `setService`.
   InMemoryHttpTransport(std::shared_ptr<platform::Clock> clock, Service service);
   ~InMemoryHttpTransport() override;
 

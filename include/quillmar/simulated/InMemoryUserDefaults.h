@@ -26,6 +26,7 @@ class InMemoryUserDefaults : public platform::UserDefaults {
   std::map<std::string, std::uint64_t, std::less<>> revisions_;
 };
 
+/// Stores in memory, one a name.
 class InMemoryUserDefaultsProvider : public platform::UserDefaultsProvider {
  public:
   std::shared_ptr<platform::UserDefaults> openSuite(const std::string& name) override;

@@ -23,8 +23,10 @@ class ManualClock : public platform::Clock {
   void cancel(TimerId timer) noexcept override;
 
   /// Lets the time pass and fires the timers that come due, each at its own time and in their order.
+  /// @{
   void advance(std::chrono::nanoseconds by);
   void advanceTo(TimePoint instant);
+  /// @}
 
   /// Sets the time without firing anything: somebody changed the clock.
   void setNow(TimePoint now);

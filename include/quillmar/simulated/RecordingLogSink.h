@@ -11,6 +11,7 @@ namespace quillmar::simulated {
 /// Keeps the log lines.
 class RecordingLogSink : public platform::LogSink {
  public:
+  /// What `write` was called with.
   struct Line {
     platform::LogSeverity severity;
     std::string subsystem;
@@ -21,7 +22,9 @@ class RecordingLogSink : public platform::LogSink {
   void write(std::string_view subsystem, std::string_view category, platform::LogSeverity severity,
              std::string_view line) noexcept override;
 
+  /// Every line since the last `clear`, in order. Any thread.
   std::vector<Line> lines() const;
+  /// Forgets the lines. Any thread.
   void clear();
 
  private:

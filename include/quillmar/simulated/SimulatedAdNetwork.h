@@ -29,8 +29,10 @@ struct PlatformCall {
 /// A device with a system version that can be chosen.
 class SimulatedDevice : public platform::Device {
  public:
+  /// `systemVersion` in the form "17.4.1".
   explicit SimulatedDevice(std::string systemVersion);
   std::string systemVersion() const override;
+  /// What `systemVersion` gives from now on. Any thread.
   void setSystemVersion(std::string systemVersion);
 
  private:
@@ -42,6 +44,7 @@ class SimulatedDevice : public platform::Device {
 /// the error that it was given.
 class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::AdAttributionKit {
  public:
+  /// Calls are stamped with the clock's time; the device's version tells which interface a call belongs to.
   SimulatedAdNetwork(std::shared_ptr<platform::Clock> clock, std::shared_ptr<platform::Device> device);
 
   void registerAppForAdNetworkAttribution() override;
@@ -57,6 +60,7 @@ class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::
   /// Lets the following calls fail with this description; nothing lets them succeed again.
   void setError(std::optional<std::string> localizedDescription);
 
+  /// Every call so far, in order. Any thread.
   std::vector<PlatformCall> calls() const;
 
  private:

@@ -14,6 +14,7 @@ class SimulatedAttributionToken : public platform::AttributionTokenProvider {
  public:
   void requestToken(Completion completion) override;
 
+  /// The token that is given from now on. Any thread.
   void setToken(std::string token);
 
   /// Lets the following requests fail with this description; nothing lets them succeed again.

@@ -24,6 +24,7 @@ namespace quillmar::simulated {
 /// Null for `service` is one that works: it answers requests for the configuration as `setConfiguration` says, takes
 /// every event, and knows an attribution. Its first configuration is that of an app "simulated-app" without rules.
 struct SimulatedPlatform {
+  /// `start` is what the clock shows, `systemVersion` the device's system, which decides on the ad network's interface.
   explicit SimulatedPlatform(platform::Clock::TimePoint start, std::string systemVersion = "17.4",
                              InMemoryHttpTransport::Service service = nullptr);
 
