@@ -22,7 +22,7 @@ _quillmar() {
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
       ;;
-    {*) words="$(tr '{,}' ' ' <<<"$value")" ;;
+    "{"*) words="$(tr '{,}' ' ' <<<"$value")" ;;
     "") words="$(sed -nE 's/^  (-h,)?(--[a-z-]+|[a-z]+) .*/\2/p' <<<"$help")" ;;
     *) return ;;
   esac
