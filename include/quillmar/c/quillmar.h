@@ -1,6 +1,7 @@
 #ifndef QUILLMAR_C_QUILLMAR_H
 #define QUILLMAR_C_QUILLMAR_H
 
+/// @file
 /// The library for programs in C, and in whatever can call C: Swift, C#, Kotlin, Python.
 ///
 /// Everything that `Quillmar.h` and its neighbours say holds here as well; this says what is different.
@@ -10,16 +11,16 @@
 ///   valid during that call only.
 /// - A function that can fail gives a status. A null or unknown argument is `QUILLMAR_ERROR_INVALID_ARGUMENT`, and then
 ///   nothing has happened. A function without a status does nothing then, and gives 0 or null.
-/// - Handles are counted. Who gets one from a function whose name ends in `create` or `shared` releases it once, and
+/// - Handles are counted. Who gets one from a function whose name ends in "create" or "shared" releases it once, and
 /// once
-///   more for each `retain`. A handle that was released for the last time must not be used.
+///   more for each "retain". A handle that was released for the last time must not be used.
 /// - Structures begin with their size as the program was compiled: `state.size = sizeof state`. So they can grow, and
 ///   programs that were built before go on to work. What the library does not know yet is ignored; what the program
 ///   does not know yet counts as zero.
 /// - Tables of functions are what a program brings of its own. They are copied; `context` is passed to each of their
 ///   functions, and `release`, if there is one, is called with it once, on any thread, when nothing uses the table any
 ///   more. When a table is refused, `release` is not called. Functions are called on any thread, also on several at
-///   once, unless they say so. They must neither throw nor unwind (`longjmp`).
+///   once, unless they say so. They must neither throw nor unwind (longjmp).
 /// - All functions may be called from any thread. No exception leaves the library.
 
 #include <stdbool.h>
@@ -107,8 +108,8 @@ enum {
 };
 
 typedef struct quillmar_platform quillmar_platform;        ///< what is outside of the library
-typedef struct quillmar_instance quillmar_instance;        ///< `Quillmar`
-typedef struct quillmar_attribution quillmar_attribution;  ///< `QuillmarASAAttribution`
+typedef struct quillmar_instance quillmar_instance;        ///< `quillmar::Quillmar`
+typedef struct quillmar_attribution quillmar_attribution;  ///< `quillmar::QuillmarASAAttribution`
 
 /// The version of the library, such as "2.0.0". Never released.
 QUILLMAR_API const char* quillmar_version(void);
@@ -120,11 +121,17 @@ QUILLMAR_API quillmar_instance* quillmar_shared(void);
 
 /// An instance of its own over the library's settings suite of that platform.
 QUILLMAR_API quillmar_status quillmar_create(const quillmar_platform* platform, quillmar_instance** instance);
+
+/// One more reference to the instance.
 QUILLMAR_API void quillmar_retain(quillmar_instance* instance);
+
+/// One reference less. With the last one the handle is gone; work that was begun still finishes.
 QUILLMAR_API void quillmar_release(quillmar_instance* instance);
 
 /// Copied into the log's threshold by the next `quillmar_configure`; off at first.
 QUILLMAR_API quillmar_log_level quillmar_get_log_level(const quillmar_instance* instance);
+
+/// `level`: one of `quillmar_log_level`.
 QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance, quillmar_log_level level);
 
 /// Starts the library with the key that the event service knows the app by. Returns at once.
@@ -149,6 +156,8 @@ QUILLMAR_API quillmar_status quillmar_send_event(quillmar_instance* instance, co
 
 /// For hosts that deliver activations themselves.
 QUILLMAR_API quillmar_status quillmar_application_did_become_active(quillmar_instance* instance);
+
+/// The same for a scene.
 QUILLMAR_API quillmar_status quillmar_scene_did_activate(quillmar_instance* instance);
 
 /// Back to the unconfigured state. Writes the settings store on the calling thread.
@@ -157,13 +166,13 @@ QUILLMAR_API quillmar_status quillmar_reset(quillmar_instance* instance);
 /// Forgets the tracked events. Writes the settings store on the calling thread.
 QUILLMAR_API quillmar_status quillmar_clear_tracked_events(quillmar_instance* instance);
 
-/// Waits until the service has accepted every event sent so far; see `Quillmar::waitUntilDelivered`.
+/// Waits until the service has accepted every event sent so far; see `quillmar::Quillmar::waitUntilDelivered`.
 QUILLMAR_API bool quillmar_wait_until_delivered(quillmar_instance* instance, int64_t timeout_milliseconds);
 
-/// Waits until nothing is in flight; see `Quillmar::drain`.
+/// Waits until nothing is in flight; see `quillmar::Quillmar::drain`.
 QUILLMAR_API bool quillmar_drain(quillmar_instance* instance, int64_t timeout_milliseconds);
 
-/// How many events went which way; see `QuillmarStatistics`.
+/// How many events went which way; see `quillmar::QuillmarStatistics`.
 typedef struct quillmar_statistics {
   size_t size;
   uint64_t sent;
@@ -172,10 +181,12 @@ typedef struct quillmar_statistics {
   uint64_t logged;
   uint64_t failed;
 } quillmar_statistics;
+
+/// Fills `statistics` as far as its size goes.
 QUILLMAR_API quillmar_status quillmar_get_statistics(const quillmar_instance* instance,
                                                      quillmar_statistics* statistics);
 
-/// Where the instance stands; see `QuillmarState`.
+/// Where the instance stands; see `quillmar::QuillmarState`.
 typedef struct quillmar_state {
   size_t size;
   int32_t window;  ///< the current postback window, 0...2; -1 when the event window has expired
@@ -188,36 +199,56 @@ typedef struct quillmar_state {
 /// May open the settings store on the calling thread.
 QUILLMAR_API quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state);
 
-/// The app's identifier as the service confirmed it, and the key of the last `quillmar_configure`. As much as there is
+/// The app's identifier as the service confirmed it. As much as there is
 /// room for is copied, and a zero behind it. Gives the length of the whole text, without the zero; 0 when there is
 /// none. `buffer` may be null when `capacity` is 0.
 QUILLMAR_API size_t quillmar_copy_app_id(const quillmar_instance* instance, char* buffer, size_t capacity);
+
+/// Likewise the key of the last `quillmar_configure`.
 QUILLMAR_API size_t quillmar_copy_verification_key(const quillmar_instance* instance, char* buffer, size_t capacity);
 
 // Of the whole process.
 
 /// What is logged from now on. Each `quillmar_configure` puts the level of its instance here.
 QUILLMAR_API quillmar_log_level quillmar_logger_get_level(void);
+
+/// A change takes effect with the next line.
 QUILLMAR_API quillmar_status quillmar_logger_set_level(quillmar_log_level level);
 
-/// Answers every request with a built-in document; see `Quillmar::useMock`.
+/// Answers every request with a built-in document; see `quillmar::Quillmar::useMock`.
 QUILLMAR_API bool quillmar_get_use_mock(void);
+
+/// Before `quillmar_configure`.
 QUILLMAR_API void quillmar_set_use_mock(bool use_mock);
 
-/// Failures in a row to log an event, and whether the key counts as invalid because of them.
+/// Failures in a row to log an event.
 QUILLMAR_API int64_t quillmar_get_consecutive_api_failures(void);
+
+/// For tests.
 QUILLMAR_API void quillmar_set_consecutive_api_failures(int64_t failures);
+
+/// Whether the key counts as invalid because of such failures. Then no event is processed.
 QUILLMAR_API bool quillmar_get_verification_key_invalid(void);
+
+/// For tests.
 QUILLMAR_API void quillmar_set_verification_key_invalid(bool invalid);
+
+/// Sets the counters of failures back; the mock switch stays as it is.
 QUILLMAR_API void quillmar_reset_static_state(void);
 
 // Search-ads attribution and purchases.
 
 /// The instance of the process, made at the first call over the shared platform. Null when memory runs out.
 QUILLMAR_API quillmar_attribution* quillmar_attribution_shared(void);
+
+/// An instance of its own over the library's settings suite of that platform.
 QUILLMAR_API quillmar_status quillmar_attribution_create(const quillmar_platform* platform,
                                                          quillmar_attribution** attribution);
+
+/// One more reference to the instance.
 QUILLMAR_API void quillmar_attribution_retain(quillmar_attribution* attribution);
+
+/// One reference less. With the last one the listening ends.
 QUILLMAR_API void quillmar_attribution_release(quillmar_attribution* attribution);
 
 /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet.
@@ -225,9 +256,11 @@ QUILLMAR_API quillmar_status quillmar_attribution_enable(quillmar_attribution* a
 
 /// Ends the listening. What is stored is kept.
 QUILLMAR_API quillmar_status quillmar_attribution_disable(quillmar_attribution* attribution);
+
+/// Waits until nothing is in flight; see `quillmar::QuillmarASAAttribution::drain`.
 QUILLMAR_API bool quillmar_attribution_drain(quillmar_attribution* attribution, int64_t timeout_milliseconds);
 
-/// How many subscription updates went which way; see `QuillmarASAAttributionStatistics`.
+/// How many subscription updates went which way; see `quillmar::QuillmarASAAttributionStatistics`.
 typedef struct quillmar_attribution_statistics {
   size_t size;
   uint64_t sent;
@@ -236,12 +269,15 @@ typedef struct quillmar_attribution_statistics {
   uint64_t skipped;
   uint64_t dropped;
 } quillmar_attribution_statistics;
+
+/// Fills `statistics` as far as its size goes.
 QUILLMAR_API quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* attribution,
                                                                  quillmar_attribution_statistics* statistics);
 
 // The platform.
 
-/// What can be chosen about the system's own adapters. Null and 0: the default; see `DefaultPlatformOptions`.
+/// What can be chosen about the system's own adapters. Null and 0: the default; see
+/// `quillmar::platform::DefaultPlatformOptions`.
 typedef struct quillmar_platform_options {
   size_t size;
   const char* data_directory;
@@ -257,7 +293,11 @@ typedef struct quillmar_platform_options {
 /// place of one of them, for the instances that are made from then on.
 QUILLMAR_API quillmar_status quillmar_platform_create(const quillmar_platform_options* options,
                                                       quillmar_platform** platform);
+
+/// One more reference to the platform.
 QUILLMAR_API void quillmar_platform_retain(quillmar_platform* platform);
+
+/// One reference less. Instances that were made of it keep what they use.
 QUILLMAR_API void quillmar_platform_release(quillmar_platform* platform);
 
 /// Makes it the platform of the shared instances, and of the log. Before the first `quillmar_shared`.
@@ -278,8 +318,8 @@ QUILLMAR_API void quillmar_ad_network_completion_drop(quillmar_ad_network_comple
 typedef struct quillmar_ad_network {
   size_t size;
   void* context;
-  void (*release)(void* context);
-  void (*register_app)(void* context);                                 ///< all systems
+  void (*release)(void* context);       ///< called once, when nothing uses the table any more; may be null
+  void (*register_app)(void* context);  ///< all systems
   void (*update_conversion_value)(void* context, int32_t fine_value);  ///< 14.0 and later; 0...63
   /// 15.4 and later.
   void (*update_postback)(void* context, int32_t fine_value, quillmar_ad_network_completion* completion);
@@ -287,6 +327,8 @@ typedef struct quillmar_ad_network {
   void (*update_coarse_postback)(void* context, int32_t fine_value, quillmar_coarse_value coarse_value,
                                  bool lock_window, quillmar_ad_network_completion* completion);
 } quillmar_ad_network;
+
+/// Puts the table in the place of the system's SKAdNetwork.
 QUILLMAR_API quillmar_status quillmar_platform_set_ad_network(quillmar_platform* platform,
                                                               const quillmar_ad_network* network);
 
@@ -294,11 +336,13 @@ QUILLMAR_API quillmar_status quillmar_platform_set_ad_network(quillmar_platform*
 typedef struct quillmar_ad_attribution_kit {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// `coarse_value` may be `QUILLMAR_COARSE_NONE`. Required.
   void (*update_conversion_value)(void* context, int32_t fine_value, quillmar_coarse_value coarse_value,
                                   bool lock_postback, quillmar_ad_network_completion* completion);
 } quillmar_ad_attribution_kit;
+
+/// Puts the table in the place of the system's AdAttributionKit.
 QUILLMAR_API quillmar_status quillmar_platform_set_ad_attribution_kit(quillmar_platform* platform,
                                                                       const quillmar_ad_attribution_kit* kit);
 
@@ -308,16 +352,20 @@ typedef struct quillmar_token_completion quillmar_token_completion;
 /// Either `token`, or null and what went wrong, in words.
 QUILLMAR_API void quillmar_token_completion_call(quillmar_token_completion* completion, const char* token,
                                                  const char* error);
+
+/// For a provider that will not answer.
 QUILLMAR_API void quillmar_token_completion_drop(quillmar_token_completion* completion);
 
 /// Gives the token that search-ads attribution is asked for with.
 typedef struct quillmar_attribution_token {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// Called on the executor, where it may block for a while. Required.
   void (*request)(void* context, quillmar_token_completion* completion);
 } quillmar_attribution_token;
+
+/// Puts the table in the place of AdServices.
 QUILLMAR_API quillmar_status quillmar_platform_set_attribution_token(quillmar_platform* platform,
                                                                      const quillmar_attribution_token* token);
 
@@ -335,19 +383,25 @@ typedef struct quillmar_subscription_update {
 /// Where a stream of updates goes. It may be used on any thread until it is released, also after the listener has gone;
 /// then nothing comes of it.
 typedef struct quillmar_subscription_listener quillmar_subscription_listener;
+
+/// Hands on an update, which is copied.
 QUILLMAR_API quillmar_status quillmar_subscription_listener_post(quillmar_subscription_listener* listener,
                                                                  const quillmar_subscription_update* update);
 
 /// The stream has ended.
 QUILLMAR_API void quillmar_subscription_listener_end(quillmar_subscription_listener* listener);
+
+/// One more reference to the listener.
 QUILLMAR_API void quillmar_subscription_listener_retain(quillmar_subscription_listener* listener);
+
+/// One reference less. With the last one the stream ends.
 QUILLMAR_API void quillmar_subscription_listener_release(quillmar_subscription_listener* listener);
 
 /// The stream of subscription status updates.
 typedef struct quillmar_subscription_updates {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// A new listener, which is to get each update from now on, in their order; updates are kept for it while it is busy.
   /// The table owns the listener and releases it once. Must not block. What it gives is passed to `unsubscribe`.
   /// Required.
@@ -355,17 +409,21 @@ typedef struct quillmar_subscription_updates {
   /// The listener wants no more. Called once for each `subscribe`, also after the end of the stream.
   void (*unsubscribe)(void* context, void* subscription);
 } quillmar_subscription_updates;
+
+/// Puts the table in the place of the system's stream.
 QUILLMAR_API quillmar_status quillmar_platform_set_subscription_updates(quillmar_platform* platform,
                                                                         const quillmar_subscription_updates* updates);
 
 /// The end of an exchange over HTTP.
 typedef struct quillmar_http_completion quillmar_http_completion;
 
+/// A header of a request. There is one of each name.
 typedef struct quillmar_http_header {
   const char* name;
   const char* value;
 } quillmar_http_header;
 
+/// What is to be sent.
 typedef struct quillmar_http_request {
   size_t size;
   const char* url;
@@ -378,6 +436,7 @@ typedef struct quillmar_http_request {
   quillmar_cache_policy cache_policy;
 } quillmar_http_request;
 
+/// An error, or a response.
 typedef struct quillmar_http_result {
   size_t size;
   quillmar_http_error error;  ///< when it is set, it counts, whatever else is set
@@ -390,13 +449,15 @@ typedef struct quillmar_http_result {
 /// An unusable `result` counts as `QUILLMAR_HTTP_UNKNOWN`.
 QUILLMAR_API void quillmar_http_completion_call(quillmar_http_completion* completion,
                                                 const quillmar_http_result* result);
+
+/// For a transport that will not answer.
 QUILLMAR_API void quillmar_http_completion_drop(quillmar_http_completion* completion);
 
-/// Performs exchanges over HTTP; see `platform::HttpTransport` for what an adapter must see to.
+/// Performs exchanges over HTTP; see `quillmar::platform::HttpTransport` for what an adapter must see to.
 typedef struct quillmar_http {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// Starts an exchange and returns at once; the completion is not called inside. Required.
   void (*start)(void* context, uint64_t identifier, const quillmar_http_request* request,
                 quillmar_http_completion* completion);
@@ -404,18 +465,22 @@ typedef struct quillmar_http {
   /// Required.
   void (*cancel)(void* context, uint64_t identifier);
 } quillmar_http;
+
+/// Puts the table in the place of the system's transport.
 QUILLMAR_API quillmar_status quillmar_platform_set_http(quillmar_platform* platform, const quillmar_http* http);
 
 /// Bytes that a function of a table hands back.
 typedef struct quillmar_bytes quillmar_bytes;
+
+/// Copies them. `data` may be null when `size` is 0.
 QUILLMAR_API quillmar_status quillmar_bytes_set(quillmar_bytes* bytes, const void* data, size_t size);
 
 /// Keeps settings: bytes by suite and key, whatever they are. Reads are answered from memory. Writes return when they
-/// will survive the end of the process. Errors are those of the system (`errno`), or 0.
+/// will survive the end of the process. Errors are those of the system (errno), or 0.
 typedef struct quillmar_user_defaults {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// Opens the suite of that name, creating it when it is not there. May block on the disk. On an error the standard
   /// store, the suite "", takes its place. May be null: nothing is to be done. Called before any other use of a suite.
   int32_t (*open)(void* context, const char* suite);
@@ -434,10 +499,12 @@ typedef struct quillmar_user_defaults {
   /// each use then.
   uint64_t (*revision)(void* context, const char* suite, const char* key);
 } quillmar_user_defaults;
+
+/// Puts the table in the place of the system's settings stores.
 QUILLMAR_API quillmar_status quillmar_platform_set_user_defaults(quillmar_platform* platform,
                                                                  const quillmar_user_defaults* defaults);
 
-/// What tells one state of a file from another without reading it; see `platform::FileStamp`.
+/// What tells one state of a file from another without reading it; see `quillmar::platform::FileStamp`.
 typedef struct quillmar_file_stamp {
   size_t size;  ///< of this structure
   uint64_t volume;
@@ -447,12 +514,12 @@ typedef struct quillmar_file_stamp {
   int64_t changed;
 } quillmar_file_stamp;
 
-/// The files of the app; see `platform::FileManager`. All functions are required. They may block on the disk. Errors
-/// are those of the system (`errno`), or 0.
+/// The files of the app; see `quillmar::platform::FileManager`. All functions are required. They may block on the disk.
+/// Errors are those of the system (errno), or 0.
 typedef struct quillmar_files {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// Sets `path` to the documents directory, without a trailing "/", and does not when there is none.
   void (*documents_directory)(void* context, quillmar_bytes* path);
   /// True also when that cannot be told for the moment.
@@ -463,40 +530,53 @@ typedef struct quillmar_files {
   int32_t (*create_directory)(void* context, const char* path);
   /// Creates an empty file, in one step with the look whether it is there. An existing one is no error.
   int32_t (*create_file)(void* context, const char* path);
+  /// Removes a file or an empty folder.
   int32_t (*remove_item)(void* context, const char* path);
+  /// Sets `content` to the whole file.
   int32_t (*read_file)(void* context, const char* path, quillmar_bytes* content);
+  /// Replaces the content of a file, which is created when it is not there. `mode`: one of `quillmar_write_mode`.
   int32_t (*write_file)(void* context, const char* path, const void* content, size_t size, quillmar_write_mode mode);
 } quillmar_files;
+
+/// Puts the table in the place of the system's files.
 QUILLMAR_API quillmar_status quillmar_platform_set_files(quillmar_platform* platform, const quillmar_files* files);
 
 /// Takes the log's lines.
 typedef struct quillmar_log_sink {
   size_t size;
   void* context;
-  void (*release)(void* context);
-  /// One finished line without its end; see `platform::LogSink`. Required.
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// One finished line without its end; see `quillmar::platform::LogSink`. Required.
   void (*write)(void* context, const char* subsystem, const char* category, quillmar_log_severity severity,
                 const char* line);
 } quillmar_log_sink;
+
+/// Puts the table in the place of the system's log.
 QUILLMAR_API quillmar_status quillmar_platform_set_log_sink(quillmar_platform* platform, const quillmar_log_sink* sink);
 
 /// A piece of work. Who is handed one either runs it or drops it, once.
 typedef struct quillmar_work quillmar_work;
+
+/// Runs the piece of work on the calling thread.
 QUILLMAR_API void quillmar_work_run(quillmar_work* work);
+
+/// Destroys it without running it: the executor shuts down.
 QUILLMAR_API void quillmar_work_drop(quillmar_work* work);
 
 /// Runs the library's work off the caller's thread.
 typedef struct quillmar_executor {
   size_t size;
   void* context;
-  void (*release)(void* context);
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
   /// Runs `work` later, never inside this call. Must not block. Pieces may run at the same time. Required.
   void (*post)(void* context, quillmar_work* work);
 } quillmar_executor;
 
-/// Of all work, and of the calls to the ad networks, which run one at a time.
+/// Of all work.
 QUILLMAR_API quillmar_status quillmar_platform_set_executor(quillmar_platform* platform,
                                                             const quillmar_executor* executor);
+
+/// Of the calls to the ad networks, which run one at a time.
 QUILLMAR_API quillmar_status quillmar_platform_set_main_executor(quillmar_platform* platform,
                                                                  const quillmar_executor* executor);
 
