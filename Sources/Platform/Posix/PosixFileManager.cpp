@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Posix/NoWriteSignals.h"
+#include "Platform/Posix/SystemFiles.h"
 
 namespace quillmar::platform {
 
@@ -72,7 +73,7 @@ std::error_code writeAll(int file, std::string_view content) {
 }
 
 std::error_code sync(int file) {
-  return retrying([&] { return ::fsync(file); }) == -1 ? lastError() : std::error_code{};
+  return retrying([&] { return syncToDisk(file); }) == -1 ? lastError() : std::error_code{};
 }
 
 /// Of what is at the path itself, be it a link.
@@ -186,8 +187,8 @@ std::optional<FileStamp> PosixFileManager::stamp(const std::string& path) const 
     return std::nullopt;
   }
   return FileStamp{static_cast<std::uint64_t>(found->st_dev), static_cast<std::uint64_t>(found->st_ino),
-                   static_cast<std::uint64_t>(found->st_size), nanoseconds(found->st_mtim),
-                   nanoseconds(found->st_ctim)};
+                   static_cast<std::uint64_t>(found->st_size), nanoseconds(modificationTime(*found)),
+                   nanoseconds(changeTime(*found))};
 }
 
 std::error_code PosixFileManager::createDirectory(const std::string& path) {

@@ -1,12 +1,12 @@
 #include "Platform/Posix/SystemClock.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <boost/asio/steady_timer.hpp>
 #include <map>
 #include <mutex>
 #include <utility>
+
+#include "Platform/Posix/LocalOffset.h"
 
 namespace quillmar::platform {
 
@@ -44,12 +44,7 @@ SystemClock::TimePoint SystemClock::now() const noexcept {
 }
 
 std::chrono::seconds SystemClock::localOffset(TimePoint instant) const noexcept {
-  // Only localtime is bound to read the TZ variable by itself; localtime_r is not.
-  static const bool zoneIsSet = (::tzset(), true);
-  static_cast<void>(zoneIsSet);
-  const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(instant).time_since_epoch().count();
-  std::tm local{};
-  return std::chrono::seconds{::localtime_r(&seconds, &local) != nullptr ? local.tm_gmtoff : 0};
+  return platform::localOffset(instant);
 }
 
 SystemClock::TimerId SystemClock::after(std::chrono::nanoseconds delay, std::function<void()> callback) {

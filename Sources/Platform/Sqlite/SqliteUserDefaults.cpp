@@ -193,9 +193,11 @@ int SqliteUserDefaults::prepareSchema(std::string& problem) {
     result = inspect(version, problem);
   }
   if (result == SQLITE_OK) {
-    // What was committed survives the end of the process; only a power failure may take back the last writes.
+    // What was committed survives the end of the process; only a power failure may take back the last writes. On Apple
+    // systems a checkpoint reaches the disk in its order only by the stronger call; others ignore that pragma.
     result = database_.execute(
-        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF; PRAGMA secure_delete = ON");
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF; PRAGMA secure_delete = ON; "
+        "PRAGMA checkpoint_fullfsync = ON");
   }
   const std::pair<SqliteStatement*, std::string_view> brackets[] = {
       {&begin_, "BEGIN IMMEDIATE"}, {&commit_, "COMMIT"}, {&rollback_, "ROLLBACK"}};

@@ -1,0 +1,2 @@
+// A stand-in, see README.md in this folder.
+#pragma once

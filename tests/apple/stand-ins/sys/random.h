@@ -1,0 +1,3 @@
+// A stand-in, see README.md in this folder.
+#pragma once
+#include <stddef.h>
