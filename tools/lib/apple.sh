@@ -58,14 +58,14 @@ apple_compile() {
       eval "$FLAGS" "${language[@]}" -c "{}" -o "$object"'
 }
 
-# apple_link FOLDER: an archive and a shared library of the objects; the names that it exports go to FOLDER/exports.txt,
-# but for what the standard library's headers make visible.
+# apple_link FOLDER: an archive and a shared library of the objects. The names that it would export without a list go to
+# FOLDER/exports.txt, but for what Boost's headers make visible, which the list keeps in.
 apple_link() {
   llvm-libtool-darwin-19 -static -D -o "$1/libquillmar.a" "$1"/objects/*.o &&
     ld64.lld-19 -arch arm64 -platform_version ios 13.0 17.0 -dylib -undefined dynamic_lookup -all_load -dead_strip \
       -o "$1/libquillmar.dylib" "$1/libquillmar.a" &&
-    llvm-nm-19 --extern-only --defined-only --just-symbol-name "$1/libquillmar.dylib" | sort >"$1/all-exports.txt" &&
-    grep -vE '^__Z(N|NK|TI|TS|TV|GV|T[hv].*|NS)*(NSt3__1|NKSt3__1|St|NSt|NKSt)' "$1/all-exports.txt" >"$1/exports.txt"
+    llvm-nm-19 --extern-only --defined-only --just-symbol-name "$1/libquillmar.dylib" | grep -v boost | LC_ALL=C sort \
+      >"$1/exports.txt"
 }
 
 # apple_privacy FOLDER MANIFEST: prints what of the manifest does not fit the objects.
@@ -73,11 +73,11 @@ apple_privacy() {
   local name category reason
   local -A used=() declared=()
   while IFS= read -r name; do
-    category="${apple_reasoned[$name]:-}"
+    category="${apple_reasoned[${name:-none}]:-}"
     [[ -z "$category" ]] || used[$category]+=" $name"
   done < <({
     llvm-nm-19 --undefined-only --just-symbol-name "$1"/objects/*.o
-    strings -a "$1"/objects/*.mm.o
+    llvm-strings-19 --all "$1"/objects/*.mm.o
   } | sort -u)
   while read -r category reason; do
     declared[$category]="$reason"
