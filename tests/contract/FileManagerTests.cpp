@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "Platform/Apple/AppleFileManager.h"
 #include "Platform/Posix/PosixFileManager.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
 #include "support/TemporaryFolder.h"
@@ -12,6 +13,12 @@
 
 namespace quillmar::platform {
 namespace {
+
+#ifdef QUILLMAR_FOUNDATION  // built once more for the adapter of Apple systems
+using SystemFileManager = AppleFileManager;
+#else
+using SystemFileManager = PosixFileManager;
+#endif
 
 class FileManagerContract : public testing::TestWithParam<const char*> {
  protected:
@@ -34,7 +41,7 @@ class FileManagerContract : public testing::TestWithParam<const char*> {
   const std::string file_ = root_ + "/file";
   std::shared_ptr<FileManager> files_ =
       kind_ == "InMemory" ? std::shared_ptr<FileManager>(std::make_shared<simulated::InMemoryFileManager>(root_))
-                          : std::make_shared<PosixFileManager>(root_);
+                          : std::make_shared<SystemFileManager>(root_);
 };
 
 INSTANTIATE_TEST_SUITE_P(Adapters, FileManagerContract, testing::Values("Posix", "InMemory", "C"));

@@ -34,11 +34,11 @@ void protectItem(const std::string& path, Backup backup) {
     NSDictionary* const attributes =
         [NSDictionary dictionaryWithObject:NSFileProtectionCompleteUntilFirstUserAuthentication
                                     forKey:NSFileProtectionKey];
-    [[NSFileManager defaultManager] setAttributes:attributes ofItemAtPath:item error:nil];
+    [[NSFileManager defaultManager] setAttributes:attributes ofItemAtPath:item error:nullptr];
     if (backup == Backup::leaveOut) {
       [[NSURL fileURLWithPath:item] setResourceValue:[NSNumber numberWithBool:YES]
                                               forKey:NSURLIsExcludedFromBackupKey
-                                               error:nil];
+                                               error:nullptr];
     }
   }
 }

@@ -1,0 +1,221 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+
+#include "Platform/Apple/AppleFileManager.h"
+#include "Platform/Apple/FirstUnlock.h"
+#include "Platform/Apple/FoundationDevice.h"
+#include "Platform/Apple/FoundationNotificationCenter.h"
+#include "Platform/Apple/FoundationUserDefaults.h"
+#include "Platform/Apple/FoundationUserDefaultsProvider.h"
+#include "Platform/Apple/HeldExecutor.h"
+#include "quillmar/Config.h"
+#include "quillmar/QuillmarFactory.h"
+#include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "quillmar/simulated/SimulatedPlatform.h"
+#include "support/TemporaryFolder.h"
+
+namespace quillmar::platform {
+
+std::shared_ptr<UserDefaultsProvider> openFoundation(const std::string& folder) {
+  ::setenv("SUITES", folder.c_str(), 1);
+  return std::make_shared<FoundationUserDefaultsProvider>(
+      folder + "/beside", [](std::string_view text) { ADD_FAILURE() << text; }, [] { return true; });
+}
+
+namespace {
+
+using Value = PropertyListValue;
+using Data = Value::Data;
+using namespace std::chrono_literals;
+
+const std::string history = "com.quillmar.completedEvents";
+
+/// The user defaults as an app without this adapter sees them.
+NSUserDefaults* native(const test::TemporaryFolder& folder) {
+  ::setenv("SUITES", folder.path().c_str(), 1);
+  return autoreleased([[NSUserDefaults alloc] initWithSuiteName:@"suite"]);
+}
+
+void setNatively(NSUserDefaults* defaults, const std::string& key, id value) {
+  [defaults setObject:value forKey:foundationText(key)];
+  [defaults synchronize];
+}
+
+NSData* bytes(const std::string& text) {
+  return [NSData dataWithBytes:text.data() length:text.size()];
+}
+
+TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
+  @autoreleasepool {
+    const test::TemporaryFolder folder;
+    const Value::Date date(std::chrono::microseconds(1'795'000'000'123'456));
+    NSDate* const nativeDate = [NSDate dateWithTimeIntervalSinceReferenceDate:816'692'800.123456];
+    const std::pair<id, Value> rows[] = {
+        {nativeDate, date},
+        {@"text", "text"},
+        {[NSNumber numberWithBool:NO], false},
+        {[NSNumber numberWithInt : 1], std::int64_t { 1 }},
+        {[NSNumber numberWithDouble:10], 10.0},
+        {[NSDictionary dictionaryWithObject : [NSArray arrayWithObject:@"e"] forKey : @"events"],
+         Value::Dictionary {
+           {
+             "events", Value::Array{"e"}
+           }
+         }},
+    };
+    for (const auto& [object, value] : rows) {
+      setNatively(native(folder), "earlier", object);
+      EXPECT_TRUE(openFoundation(folder.path())->openSuite("suite")->object("earlier") == value)
+          << value.storage().index();
+      ASSERT_FALSE(openFoundation(folder.path())->openSuite("suite")->set("ours", value));
+      EXPECT_TRUE([[native(folder) objectForKey:@"ours"] isEqual:object]) << value.storage().index();
+    }
+  }
+}
+
+/// Ends the process, so to speak, once so many writes are done; or refuses them all.
+class Dying : public UserDefaults {
+ public:
+  struct Killed {};
+  Dying(std::shared_ptr<UserDefaults> store, int writes, bool full = false)
+      : store_(std::move(store)), writes_(writes), full_(full) {}
+  std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
+  std::error_code set(std::string_view key, Value value) override {
+    if (full_) {
+      return std::make_error_code(std::errc::no_space_on_device);
+    }
+    static_cast<void>(store_->set(key, std::move(value)));
+    if (--writes_ == 0) {
+      throw Killed();
+    }
+    return {};
+  }
+  std::error_code remove(std::string_view key) override { return store_->remove(key); }
+
+ private:
+  std::shared_ptr<UserDefaults> store_;
+  int writes_;
+  bool full_;
+};
+
+TEST(FoundationUserDefaults, historyOfAnEarlierVersionMovesOverOnceWhereverAKillComes) {
+  const struct {
+    const char* what;
+    int writes;
+    bool full;
+  } rows[] = {
+      {"no kill", 0, false}, {"after the copy", 1, false}, {"after the note", 2, false}, {"full disk", 0, true}};
+  for (const auto& row : rows) {
+    @autoreleasepool {
+      SCOPED_TRACE(row.what);
+      const test::TemporaryFolder folder;
+      simulated::InMemoryUserDefaultsProvider provider;
+      const auto beside = provider.openSuite("suite");
+      const auto restarted = [&] { return std::make_shared<FoundationUserDefaults>(native(folder), beside); };
+      setNatively(native(folder), history, bytes("[1,2]"));
+      try {
+        FoundationUserDefaults dying(native(folder), std::make_shared<Dying>(beside, row.writes, row.full));
+        static_cast<void>(dying.object(history));
+      } catch (const Dying::Killed&) {
+      }
+      EXPECT_EQ(restarted()->data(history), "[1,2]");
+      EXPECT_EQ([native(folder) objectForKey:@"com.quillmar.completedEvents"], nil) << "it has moved";
+      ASSERT_FALSE(restarted()->replaceDataTail(history, 4, ",3]"));
+      setNatively(native(folder), history, bytes("[1,2]"));  // the removal did not reach the disk
+      EXPECT_EQ(restarted()->data(history), "[1,2,3]");
+      setNatively(native(folder), history, bytes("[7]"));  // by an earlier version that was in use for a while
+      EXPECT_EQ(restarted()->data(history), "[1,2,3,7]");
+      ASSERT_FALSE(restarted()->remove(history));
+      setNatively(native(folder), history, bytes("[7]"));
+      EXPECT_EQ(restarted()->data(history), std::nullopt) << "what was cleared stays away";
+      setNatively(native(folder), history, bytes("[8]"));
+      ASSERT_FALSE(restarted()->set(history, Data{"[9]"}));
+      setNatively(native(folder), history, bytes("[8]"));
+      EXPECT_EQ(restarted()->data(history), "[9]") << "so does what was replaced";
+    }
+  }
+}
+
+// Before the first unlock the user defaults look empty; here they are in another folder then.
+TEST(FirstUnlock, nothingTakesTheAppForANewOneBeforeAndNothingIsLost) {
+  @autoreleasepool {
+    const test::TemporaryFolder folder;
+    const auto start = Clock::TimePoint(1'795'000'000s);
+    ::setenv("SUITES", folder.path().c_str(), 1);
+    const auto earlier = [] {
+      return autoreleased([[NSUserDefaults alloc] initWithSuiteName:@"tech.quill-mar.quillmaruserdefaults"]);
+    };
+    setNatively(earlier(), std::string(Config::quillMarId), @"earlier");
+    setNatively(earlier(), std::string(Config::firstRunDateKey),
+                [NSDate dateWithTimeIntervalSinceReferenceDate:816'692'800 - 5 * 86'400]);
+    ::setenv("SUITES", (folder / "locked").c_str(), 1);
+    bool unlocked = false;
+    simulated::SimulatedPlatform simulated(start);
+    Platform platform = simulated.platform();
+    platform.executor = std::make_shared<HeldExecutor>(simulated.executor, simulated.clock, [&] { return unlocked; });
+    platform.userDefaults = std::make_shared<FoundationUserDefaultsProvider>(
+        folder / "beside", [](std::string_view text) { ADD_FAILURE() << text; }, [&] { return unlocked; });
+    const auto quillmar = QuillmarFactory::createQuillmar(platform);
+    quillmar->configure("the-key");
+    quillmar->sendEvent("session");
+    simulated.advance(10s);
+    EXPECT_EQ(quillmar->state().window, std::nullopt);
+    EXPECT_FALSE(quillmar->isInitialized());
+    unlocked = true;
+    ::setenv("SUITES", folder.path().c_str(), 1);
+    simulated.advance(HeldExecutor::interval);
+    EXPECT_EQ(quillmar->state().window, 1) << "five days after the first run";
+    EXPECT_EQ(quillmar->statistics().logged, 1U);
+    EXPECT_TRUE([[earlier() objectForKey:@"QuillmarId"] isEqual:@"earlier"]);
+    EXPECT_TRUE(FirstUnlock(folder / "new/folder").hasHappened());
+  }
+}
+
+TEST(FoundationNotificationCenter, observersAreCalledForTheirNotificationUntilTheyAreRemoved) {
+  @autoreleasepool {
+    std::string calls;
+    const auto post = [](NSString* name) {
+      [[NSNotificationCenter defaultCenter] postNotificationName:name object:nil];
+    };
+    {
+      FoundationNotificationCenter center;
+      NotificationCenter::ObserverId first = 0;
+      const auto token = std::make_shared<int>();
+      first = center.addObserver(Notification::applicationDidBecomeActive, [&, token] {
+        center.removeObserver(first);
+        calls += token.use_count() > 1 ? 'a' : '-';  // still there, though removed
+      });
+      center.addObserver(Notification::sceneDidActivate, [&] { calls += 's'; });
+      post(@"UIApplicationDidBecomeActiveNotification");
+      post(@"UISceneDidActivateNotification");
+      post(@"UIApplicationDidBecomeActiveNotification");
+      post(@"UISceneDidActivateNotification");
+    }
+    post(@"UISceneDidActivateNotification");
+    EXPECT_EQ(calls, "ass");
+  }
+}
+
+TEST(AppleFileManager, whatIsWrittenIsReadableWhileLockedAndLeftOutOfBackups) {
+  const test::TemporaryFolder folder;
+  ::setenv("SUITES", folder.path().c_str(), 1);
+  AppleFileManager files(folder.path());
+  ASSERT_FALSE(files.createDirectory(folder / "new"));
+  ASSERT_FALSE(files.createDirectory(folder / "new"));
+  ASSERT_FALSE(files.writeFile(folder / "new/file", "x", WriteMode::atomic));
+  std::ifstream marks(folder / "marks");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(marks), {}),
+            "UntilFirstUserAuthentication new\nNSURLIsExcludedFromBackupKey new\n"
+            "UntilFirstUserAuthentication file\nNSURLIsExcludedFromBackupKey file\n");
+}
+
+TEST(FoundationDevice, versionIsSpelledAsTheSystemDoes) {
+  EXPECT_EQ(FoundationDevice().systemVersion(), "17.4");
+}
+
+}  // namespace
+}  // namespace quillmar::platform
