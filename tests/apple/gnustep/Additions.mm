@@ -4,7 +4,7 @@
 namespace {
 
 NSString* inSuites(NSString* name) {
-  const char* const folder = ::getenv("SUITES");
+  const char* const folder = ::getenv("SUITES");  // GNUstep asks before any test has set it
   return [[NSString stringWithUTF8String:folder] stringByAppendingPathComponent:name];
 }
 
@@ -38,7 +38,14 @@ void mark(NSString* what, NSString* path) {
 }
 // GNUstep's own would be a file of the account's.
 + (NSUserDefaults*)standardUserDefaults {
-  return [[[self alloc] initWithSuiteName:@"standard"] autorelease];
+  static thread_local bool opening = false;  // which asks for the standard ones itself
+  if (opening) {
+    return nil;
+  }
+  opening = true;
+  NSUserDefaults* const standard = [[[self alloc] initWithSuiteName:@"standard"] autorelease];
+  opening = false;
+  return standard;
 }
 @end
 #pragma clang diagnostic pop
