@@ -76,13 +76,13 @@ TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
   }
 }
 
-/// Takes so many writes and refuses the rest: what a kill after them, or a full disk, leaves.
+/// Takes so many writes and refuses the next one: whoever stops there leaves what a kill would.
 class Dying : public UserDefaults {
  public:
   Dying(std::shared_ptr<UserDefaults> store, int writes) : store_(std::move(store)), writes_(writes) {}
   std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
   std::error_code set(std::string_view key, Value value) override {
-    return --writes_ < 0 ? std::make_error_code(std::errc::no_space_on_device) : store_->set(key, std::move(value));
+    return writes_-- == 0 ? std::make_error_code(std::errc::no_space_on_device) : store_->set(key, std::move(value));
   }
   std::error_code remove(std::string_view key) override { return store_->remove(key); }
 
@@ -110,7 +110,9 @@ TEST(FoundationUserDefaults, historyOfAnEarlierVersionMovesOverOnceWhereverAKill
       setNatively(native(folder), history, bytes("[7]"));  // by an earlier version that was in use for a while
       EXPECT_EQ(restarted()->data(history), "[1,2,3,7]");
       ASSERT_FALSE(restarted()->remove(history));
-      setNatively(native(folder), history, bytes("[7]"));
+      setNatively(native(folder), history, bytes("[6]"));
+      ASSERT_FALSE(restarted()->remove(history));
+      setNatively(native(folder), history, bytes("[6]"));
       EXPECT_EQ(restarted()->data(history), std::nullopt) << "what was cleared stays away";
       setNatively(native(folder), history, bytes("[8]"));
       ASSERT_FALSE(restarted()->set(history, Data{"[9]"}));

@@ -5,7 +5,6 @@ build_packages=(clang-19 libclang-rt-19-dev lld-19 cmake ninja-build libboost1.8
 check_packages=(clang-format-19 clang-tidy-19)
 apple_packages=(libc++-19-dev musl-dev llvm-19)  # tools/check apple
 gnustep_packages=(libgnustep-base-dev libblocksruntime-dev)  # the adapters for Apple systems run on it
-libcxx_packages=(libc++-19-dev libc++abi-19-dev googletest)
 
 # install_packages PACKAGE...: installs those that are missing; asks the package server for nothing when none is.
 install_packages() {

@@ -126,10 +126,12 @@ class QUILLMAR_API UserDefaultsProvider {
   virtual ~UserDefaultsProvider() = default;
 
   /// The store of that name, created when it is not there; null when it cannot be opened (and is left as it is).
-  /// May block on the disk. Called once a name, off the host's thread in the normal path.
+  /// May block on the disk. Called once a name, off the host's thread in the normal path. Throws `std::system_error`
+  /// when that cannot be told for the moment (on Apple systems: before the first unlock); the next use asks again.
   virtual std::shared_ptr<UserDefaults> openSuite(const std::string& name) = 0;
 
-  /// The app-wide store, used when the suite cannot be opened. Never null: it works in memory if it must.
+  /// The app-wide store, used when the suite cannot be opened. Never null: it works in memory if it must. Throws like
+  /// `openSuite`.
   virtual std::shared_ptr<UserDefaults> standard() = 0;
 };
 
