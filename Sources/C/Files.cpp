@@ -1,5 +1,3 @@
-#include <system_error>
-
 #include "C/Bytes.h"
 #include "C/PlatformHandle.h"
 
@@ -11,10 +9,6 @@ using platform::WriteMode;
 
 static_assert(static_cast<int>(WriteMode::direct) == QUILLMAR_WRITE_DIRECT &&
               static_cast<int>(WriteMode::atomic) == QUILLMAR_WRITE_ATOMIC);
-
-std::error_code errorOf(std::int32_t number) noexcept {
-  return {number, std::generic_category()};
-}
 
 class TableFiles final : public platform::FileManager {
  public:

@@ -12,10 +12,6 @@ namespace {
 using platform::PropertyListValue;
 using DefaultsTable = std::shared_ptr<const Table<quillmar_user_defaults>>;
 
-std::error_code errorOf(std::int32_t number) noexcept {
-  return {number, std::generic_category()};
-}
-
 // What is stored: a mark, and behind it the bytes of a data value as they are, so that it can grow, or any other value
 // in its stored form.
 constexpr char dataMark = 'D';

@@ -6,6 +6,7 @@
 #include <boost/json.hpp>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <istream>
 #include <ostream>
 
@@ -52,9 +53,8 @@ std::string text(const json::value& value, std::string_view path) {
 /// The double nearest to what is spelled. The parser's own can be off in the last place, and revenue rules count a
 /// bound itself.
 double nearestDouble(double parsed, std::string_view spelled) {
-  double nearest = parsed;
-  std::from_chars(spelled.data(), spelled.data() + spelled.size(), nearest);  // left alone when out of range
-  return nearest;
+  const double nearest = std::strtod(std::string(spelled).c_str(), nullptr);  // the command's locale is C's
+  return std::isfinite(nearest) ? nearest : parsed;
 }
 
 EventValue parameterValue(const json::value& value, std::string_view textOfValue, std::string_view path) {
