@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -179,10 +181,11 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
     std::ofstream output(pipe);
     ServeCommand({.failFirst = 1}, end).run(output);
   });
-  std::ifstream served(pipe);
-  std::string line;
-  std::getline(served, line);
-  options.service = line.substr(14, line.size() - 16);
+  // Not a stream, which waits for a whole buffer in some standard libraries.
+  const std::unique_ptr<FILE, int (*)(FILE*)> served(std::fopen(pipe.c_str(), "r"), std::fclose);
+  char line[100];
+  ASSERT_NE(std::fgets(line, sizeof line, served.get()), nullptr);
+  options.service = std::string(line + 14, std::strlen(line) - 17);
   options.clockOffset = std::chrono::hours(73);
   const std::string purchase = R"({"subscription":{"transaction":{},"renewalInfo":{},"state":1)";
   const std::string script = purchase + "}}\n{\"attribution\":\"enable\"}\n" + purchase + "}}\n" + purchase +
@@ -198,10 +201,13 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   interrupt.join();
   end.raise();
   serving.join();
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(served), {}),
-              AllOf(HasSubstr(R"("path":"/ios/config","status":503)"),
-                    HasSubstr(R"("path":"/api/v1","status":200,"authorized":false,"bytes":5)"),
-                    HasSubstr(R"("status":200,"event":"Purchase","authorized":true)")));
+  std::string rest;
+  while (std::fgets(line, sizeof line, served.get()) != nullptr) {
+    rest += line;
+  }
+  EXPECT_THAT(rest, AllOf(HasSubstr(R"("path":"/ios/config","status":503)"),
+                          HasSubstr(R"("path":"/api/v1","status":200,"authorized":false,"bytes":5)"),
+                          HasSubstr(R"("status":200,"event":"Purchase","authorized":true)")));
 }
 
 }  // namespace

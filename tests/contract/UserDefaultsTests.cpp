@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Adapters, UserDefaultsContract, testing::ValuesIn(adapt
 
 TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
   const std::string oddBytes("\0\xff\xfe\x80'\"%s\0", 9);
-  const Value::Date date(nanoseconds(1'795'000'000'123'456'789));
+  const Value::Date date(std::chrono::floor<Value::Date::duration>(nanoseconds(1'795'000'000'123'456'789)));
   const std::map<std::string, Value> values{
       {"false", false},
       {"integer", std::numeric_limits<std::int64_t>::min()},
@@ -84,7 +84,7 @@ TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
       {"data", Data{oddBytes}},
       {"empty data", Data{}},
       {"large data", Data{std::string(1'000'000, '\xfe')}},
-      {"early date", Value::Date(nanoseconds(-1))},
+      {"early date", Value::Date(Value::Date::duration(-1))},
       {"array", Value::Array{true, Value::Array{}, Data{oddBytes}, std::int64_t{-1}}},
       {"dictionary", Value::Dictionary{{"", date}, {oddBytes, Value::Dictionary{}}, {"array", Value::Array{"x"}}}},
       {"", "the empty key"},

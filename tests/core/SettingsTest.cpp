@@ -41,11 +41,12 @@ TEST(Calendar, countsUpToTheEndsOfTime) {
     EXPECT_EQ(calendar.addingDays(first, 0), first);
     EXPECT_EQ(calendar.addingDays(first, -1), first);
     EXPECT_EQ(calendar.addingDays(last, std::numeric_limits<std::int64_t>::min()), first);
-    EXPECT_EQ(calendar.wholeDays(last - 1ns, last), 0);
+    EXPECT_EQ(calendar.wholeDays(last - TimePoint::duration(1), last), 0);
     EXPECT_GE(calendar.wholeDays(first, last), (last.time_since_epoch() / days(1)) * 2);
     EXPECT_LE(calendar.wholeDays(last, first), -(last.time_since_epoch() / days(1)) * 2);
   }
-  EXPECT_EQ(Calendar::wholeHours(first, last), last.time_since_epoch() / 1h * 2 + 1)
+  const auto half = last.time_since_epoch().count(), hour = TimePoint::duration(1h).count();
+  EXPECT_EQ(Calendar::wholeHours(first, last), half / hour * 2 + (half % hour * 2 + 1) / hour)
       << "with what is left of each half";
   EXPECT_EQ(Calendar::wholeHours(last, first), -Calendar::wholeHours(first, last));
 }
@@ -53,7 +54,8 @@ TEST(Calendar, countsUpToTheEndsOfTime) {
 TEST(Calendar, datesAreDescribedInUtc) {
   EXPECT_EQ(dateDescription(sys_days(2026y / 11 / 21) + 9h + 30min + 999ms), "2026-11-21 09:30:00 +0000");
   EXPECT_EQ(dateDescription(TimePoint{} - 1ms), "1969-12-31 23:59:59 +0000");
-  EXPECT_EQ(dateDescription(TimePoint::min()).size(), std::string("1677-09-21 00:12:43 +0000").size());
+  const std::regex form("-?[0-9]{4,6}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} \\+0000");
+  EXPECT_TRUE(std::regex_match(dateDescription(TimePoint::min()), form)) << dateDescription(TimePoint::min());
 }
 
 TEST(Uuid, isOfVersion4InUpperCase) {

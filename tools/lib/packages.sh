@@ -2,6 +2,7 @@
 
 build_packages=(clang-19 libclang-rt-19-dev lld-19 cmake ninja-build libboost1.81-dev libcurl4-openssl-dev libssl-dev
   libsqlite3-dev libfmt-dev libcli11-dev libgtest-dev libgmock-dev libicu-dev tzdata g++ openssl python3)
+libcxx_packages=(libc++-19-dev libc++abi-19-dev googletest)
 check_packages=(clang-format-19 clang-tidy-19)
 apple_packages=(libc++-19-dev musl-dev llvm-19)  # tools/check apple
 gnustep_packages=(libgnustep-base-dev libblocksruntime-dev)  # the adapters for Apple systems run on it
