@@ -1,0 +1,1 @@
+#include <quillmar/c/quillmar.h>

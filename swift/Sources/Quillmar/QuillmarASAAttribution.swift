@@ -1,0 +1,52 @@
+import CQuillmar
+import Foundation
+
+/// Fetches the search-ads attribution of the installation, once, and reports subscription purchases together with it.
+///
+/// Works once `Quillmar.isInitialized` is true, or was in an earlier run of the app. What happens is told in the log
+/// only. All members may be used from any thread.
+public final class QuillmarASAAttribution: Sendable {
+  /// The instance of the app, over the shared platform; see `QuillmarPlatform.useForSharedInstances`.
+  public static let shared: QuillmarASAAttribution = {
+    QuillmarPlatform.chooseForSharedInstances()
+    return QuillmarASAAttribution(quillmar_attribution_shared())
+  }()
+
+  private let handle: Handle
+
+  /// Takes a handle over.
+  init(_ pointer: OpaquePointer?) {
+    handle = Handle(pointer)
+  }
+
+  deinit {
+    quillmar_attribution_release(handle.pointer)
+  }
+
+  /// Starts to listen for subscription updates (from iOS 15), and fetches the attribution if it is not stored yet.
+  /// Reads the settings on the calling thread. Enabling again starts anew; updates that wait for their turn are
+  /// dropped then.
+  public func enableASAAttributionTracking() {
+    quillmar_attribution_enable(handle.pointer)
+  }
+
+  /// Ends the listening. A purchase that is being sent still finishes. What is stored is kept.
+  public func disableASAAttributionTracking() {
+    quillmar_attribution_disable(handle.pointer)
+  }
+
+  public var statistics: QuillmarASAAttributionStatistics {
+    var counts = quillmar_attribution_statistics()
+    counts.size = MemoryLayout.size(ofValue: counts)
+    quillmar_attribution_get_statistics(handle.pointer, &counts)
+    return QuillmarASAAttributionStatistics(
+      sent: counts.sent, failed: counts.failed, unverified: counts.unverified, skipped: counts.skipped,
+      dropped: counts.dropped)
+  }
+
+  /// Waits until no request is in flight and each update that came has been dealt with, for at most `timeout` seconds.
+  /// For tests.
+  public func drain(timeout: TimeInterval) -> Bool {
+    quillmar_attribution_drain(handle.pointer, milliseconds(timeout))
+  }
+}
