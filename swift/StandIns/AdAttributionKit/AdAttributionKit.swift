@@ -35,14 +35,13 @@ public enum StandInPostbacks {
   private static let lock = NSLock()
   private nonisolated(unsafe) static var all: [PostbackUpdate] = []
 
-  /// The first update takes the longest, so that those behind it would overtake it if they could. Values above 63 are
-  /// refused.
+  /// The first update takes the longest, so that those behind it would overtake it if they could. 63 is refused.
   static func receive(_ update: PostbackUpdate) async throws {
     if taken.isEmpty {
       for _ in 0..<1000 { await Task.yield() }
     }
     add(update)
-    if update.fineConversionValue > 63 { throw Refused() }
+    if update.fineConversionValue == 63 { throw Refused() }
   }
 
   private static func add(_ update: PostbackUpdate) {
