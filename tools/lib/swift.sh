@@ -36,6 +36,6 @@ swift_library=swift-library
 swift_package() {
   local command="$1"
   shift
-  in_swift swift "$command" --scratch-path build/swift --jobs 1 -Xswiftc -warnings-as-errors -Xcc -I/quillmar/include \
+  in_swift swift "$command" --scratch-path "build/swift${swift_scratch:-}" --jobs 1 -Xswiftc -warnings-as-errors -Xcc -I/quillmar/include \
     -Xlinker "-L/quillmar/build/$swift_library" -Xlinker "-rpath=/quillmar/build/$swift_library" "$@"
 }

@@ -162,7 +162,7 @@ final class URLSessionTransportTests: XCTestCase {
     }
     // One that never ends: the connection is closed, not read on.
     let endless = serve { _ in
-      .init(bytes: "HTTP/1.1 200 OK\r\n\r\n" + String(repeating: "z", count: 100_000), isEndless: true)
+      .init(bytes: "HTTP/1.1 200 OK\r\n\r\n" + String(repeating: "z", count: 100_000), isEndless: true, drips: true)
     }
     XCTAssertEqual(try perform(OutgoingRequest(url: endless.url, method: "GET")).error, .tooLong)
     XCTAssertTrue(eventually { endless.abandoned == 1 })
