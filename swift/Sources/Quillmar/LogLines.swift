@@ -41,7 +41,9 @@ final class LogLines: Sendable {
         sink.context = context
         sink.release = releaseContext
         sink.write = { pointer, subsystem, category, severity, line in
-          guard let lines = object(at: pointer, as: LogLines.self), let subsystem, let category, let line else { return }
+          guard let lines = object(at: pointer, as: LogLines.self), let subsystem, let category, let line else {
+            return
+          }
           let made = LogLine(severity: .init(rawValue: severity) ?? .info, text: String(cString: line))
           write(made, subsystem: String(cString: subsystem), category: String(cString: category))
           let all = lines.listeners.with { Array($0.values) }
@@ -60,8 +62,8 @@ final class LogLines: Sendable {
   private func write(_ line: LogLine, subsystem: String, category: String) {
     #if canImport(os)
       let types: [LogLine.Severity: OSLogType] = [.info: .info, .debug: .debug, .error: .error]
-      os_log("%{public}@", log: OSLog(subsystem: subsystem, category: category), type: types[line.severity] ?? .info,
-        line.text)
+      let log = OSLog(subsystem: subsystem, category: category)
+      os_log("%{public}@", log: log, type: types[line.severity] ?? .info, line.text)
     #else
       FileHandle.standardError.write(Data((line.text + "\n").utf8))
     #endif

@@ -61,6 +61,7 @@ final class LoopbackServer: @unchecked Sendable {
       while case let connection = accept(listener, nil, nil), connection >= 0 {
         Thread.detachNewThread { [self] in serve(connection) }
       }
+      close(listener)
     }
   }
 
@@ -141,9 +142,9 @@ final class LoopbackServer: @unchecked Sendable {
   private let MSG_NOSIGNAL: Int32 = 0
 #endif
 
-/// Waits until a condition holds, for at most ten seconds.
+/// Waits until a condition holds, for at most half a minute.
 func eventually(_ condition: () -> Bool) -> Bool {
-  let end = Date() + 10
+  let end = Date() + 30
   while !condition() {
     if Date() > end { return false }
     usleep(1000)

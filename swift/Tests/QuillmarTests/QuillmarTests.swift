@@ -52,8 +52,8 @@ final class QuillmarTests: XCTestCase {
       let events = QuillmarFactory.createQuillmar(platform: platform(server))
       events.configure("key-1")
       events.sendEvent(event: "purchase", params: [.revenue: row.value])
-      XCTAssertTrue(events.waitUntilDelivered(timeout: 10))
-      XCTAssertTrue(events.drain(timeout: 10))
+      XCTAssertTrue(events.waitUntilDelivered(timeout: 30))
+      XCTAssertTrue(events.drain(timeout: 30))
       let sent = try XCTUnwrap(server.requests.first { $0.target == "/ios/events" })
       XCTAssertEqual(sent.method, "POST")
       XCTAssertEqual(sent.headers["authorization"], "key-1")
@@ -73,7 +73,7 @@ final class QuillmarTests: XCTestCase {
     let key = String(repeating: "ключ", count: 100)  // longer than a buffer of the usual size
     events.logLevel = .debug
     events.configure(key)
-    XCTAssertTrue(events.drain(timeout: 10))
+    XCTAssertTrue(events.drain(timeout: 30))
     XCTAssertEqual(events.quillmarVerificationKey, key)
     XCTAssertTrue(events.isInitialized && events.hasFetchedConversionValues)
     XCTAssertEqual(
@@ -116,7 +116,7 @@ final class QuillmarTests: XCTestCase {
     }
     XCTAssertEqual(seen.last?.severity, .error)
     XCTAssertTrue(seen.contains { $0.severity == .debug && $0.text.contains("Starting network request") })
-    XCTAssertTrue(events.drain(timeout: 10))
+    XCTAssertTrue(events.drain(timeout: 30))
   }
 
   func testReportsVerifiedPurchasesWhileItListens() async throws {
@@ -124,7 +124,7 @@ final class QuillmarTests: XCTestCase {
     let platform = platform(server)
     let events = QuillmarFactory.createQuillmar(platform: platform)
     events.configure("key-1")
-    XCTAssertTrue(events.drain(timeout: 10))
+    XCTAssertTrue(events.drain(timeout: 30))
     var attribution: QuillmarASAAttribution? = QuillmarFactory.createQuillmarASAAttribution(platform: platform)
     attribution?.enableASAAttributionTracking()
     XCTAssertTrue(eventually { StandInStore.listeners == 1 })
@@ -150,8 +150,8 @@ final class QuillmarTests: XCTestCase {
     platform(server).useForSharedInstances()
     Quillmar.shared.configure("shared-key")
     Quillmar.shared.sendEvent(event: "session")
-    XCTAssertTrue(Quillmar.shared.waitUntilDelivered(timeout: 10))
-    XCTAssertTrue(Quillmar.shared.drain(timeout: 10))
+    XCTAssertTrue(Quillmar.shared.waitUntilDelivered(timeout: 30))
+    XCTAssertTrue(Quillmar.shared.drain(timeout: 30))
     XCTAssertEqual(server.requests.map(\.headers["authorization"]), ["shared-key", "shared-key"])
     QuillmarASAAttribution.shared.enableASAAttributionTracking()
     XCTAssertTrue(eventually { StandInStore.listeners == 1 })
@@ -161,7 +161,7 @@ final class QuillmarTests: XCTestCase {
 
   /// As `eventually`, on the main thread, whose work goes on meanwhile.
   private func spin(_ condition: () -> Bool) -> Bool {
-    let end = Date() + 10
+    let end = Date() + 30
     while !condition() && Date() < end {
       _ = RunLoop.main.run(mode: .default, before: Date() + 0.01)
     }

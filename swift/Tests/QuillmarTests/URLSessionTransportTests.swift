@@ -39,7 +39,8 @@ final class URLSessionTransportTests: XCTestCase {
     return exchange
   }
 
-  private func serve(_ answer: @escaping @Sendable (LoopbackServer.Request) -> LoopbackServer.Answer) -> LoopbackServer {
+  private func serve(_ answer: @escaping @Sendable (LoopbackServer.Request) -> LoopbackServer.Answer) -> LoopbackServer
+  {
     let server = LoopbackServer(answer)
     addTeardownBlock { server.stop() }
     return server
@@ -147,7 +148,10 @@ final class URLSessionTransportTests: XCTestCase {
     let head = "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\nConnection: close\r\n\r\n"
     let piece = String(repeating: "z", count: 50_000)
     for (answer, error) in [
-      (.init(bytes: "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nc350\r\n\(piece)\r\n", hangs: true), .timedOut),
+      (
+        .init(bytes: "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nc350\r\n\(piece)\r\n", hangs: true),
+        .timedOut
+      ),
       (.init(bytes: head, hangs: true), .timedOut),
       (.init(bytes: "HTTP/1.1 200 OK\r\n\r\n", isEndless: true, drips: true), .timedOut),
       (.status(302, headers: ["Location: file:///etc/hostname"]), .insecureRedirect),
