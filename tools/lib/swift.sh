@@ -65,15 +65,14 @@ compile_swift_for_ios() {
   touch "$swift_root/ios/ready"
 }
 
-# check_for_ios NAME VERSION OPTION|SOURCE...: type-checks a module for iOS in a language mode, against the stand-ins, and
-# leaves it in build/ios.
+# check_for_ios NAME VERSION OPTION|SOURCE...: type-checks a module for iOS in a language mode, against the stand-ins and
+# the framework's headers, and leaves it in build/ios.
 check_for_ios() {
   local name="$1" version="$2"
   shift 2
-  mkdir -p "$repository/build/ios"
   swift_frontend -emit-module -O -module-name "$name" -swift-version "$version" -warnings-as-errors -parse-as-library \
     -disable-objc-interop -disable-implicit-string-processing-module-import -I /ios -I build/ios \
-    -I swift/Sources/CQuillmar -Xcc -Iinclude -Xcc -ffreestanding -Xcc -nostdlibinc \
+    -F build/ios -Xcc -ffreestanding -Xcc -nostdlibinc \
     -o "build/ios/$name.swiftmodule" "$@"
 }
 
@@ -102,6 +101,9 @@ check_swift() {
   # Without the search for leaks: Foundation's URL sessions leave some behind on Linux.
   ASAN_OPTIONS=detect_leaks=0 test_swift address --sanitize address
 
+  framework_layout build/ios iPhoneSimulator
+  python3 -c 'import plistlib, sys; [plistlib.load(open(name, "rb")) for name in sys.argv[1:]]' \
+    build/ios/CQuillmar.framework/Info.plist examples/ios/Info.plist || complain "tools/check: a property list is broken"
   for module in Foundation os StoreKit AdAttributionKit SwiftUI; do
     check_for_ios "$module" 6 "swift/StandIns/$module/$module.swift" ||
       complain "tools/check: the stand-in $module does not compile for iOS"

@@ -22,6 +22,9 @@ final class LogLines: Sendable {
   static let shared = LogLines()
   private let listeners = Locked<[UUID: AsyncStream<LogLine>.Continuation]>([:])
 
+  /// How many are listening.
+  var count: Int { listeners.with { $0.count } }
+
   #if DEBUG
     func stream() -> AsyncStream<LogLine> {
       AsyncStream(bufferingPolicy: .bufferingNewest(1000)) { continuation in
