@@ -5,6 +5,7 @@
 ///       public var parameterValue: EventParameterValue { .number(NSDecimalNumber(decimal: self).doubleValue) }
 ///     }
 public protocol EventValue: Sendable {
+  /// The value as it is handed to the library.
   var parameterValue: EventParameterValue { get }
 }
 

@@ -1,6 +1,7 @@
 /// How much the library writes to its log. The order deliberately differs from the usual one: `info` is the most
 /// verbose level, and `debug` lies below it.
 public enum LogLevel: Int32, CaseIterable, Sendable {
+  /// Nothing.
   case off = 0
   /// Error lines.
   case error = 1

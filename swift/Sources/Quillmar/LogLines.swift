@@ -7,13 +7,16 @@ import Foundation
 
 /// A line of the library's log.
 public struct LogLine: Equatable, Sendable {
+  /// What a line is about.
   public enum Severity: Int32, Sendable {
     case info = 0
     case debug = 1
     case error = 2
   }
 
+  /// What the line is about.
   public var severity: Severity
+  /// The line without its end, as the log has it.
   public var text: String
 }
 

@@ -118,6 +118,7 @@ public final class Quillmar: Sendable {
     return state
   }
 
+  /// How many events went which way since the instance was made.
   public var statistics: QuillmarStatistics {
     var counts = quillmar_statistics()
     counts.size = MemoryLayout.size(ofValue: counts)
@@ -133,7 +134,7 @@ public final class Quillmar: Sendable {
   }
 
   /// Waits until nothing of this instance is in flight, for at most `timeout` seconds; true when nothing is. That says
-  /// nothing about success. For tests.
+  /// nothing about success. For tests, and not on the main thread: the ad networks are called there.
   public func drain(timeout: TimeInterval) -> Bool {
     quillmar_drain(handle.pointer, milliseconds(timeout))
   }
@@ -154,6 +155,7 @@ public final class Quillmar: Sendable {
     set { quillmar_set_consecutive_api_failures(newValue) }
   }
 
+  /// So many failures in a row make the key count as invalid.
   public static let maxConsecutiveFailures: Int64 = 10
 
   /// While true, no event is processed.

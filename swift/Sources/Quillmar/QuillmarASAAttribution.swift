@@ -35,6 +35,7 @@ public final class QuillmarASAAttribution: Sendable {
     quillmar_attribution_disable(handle.pointer)
   }
 
+  /// How many subscription updates went which way since the instance was made.
   public var statistics: QuillmarASAAttributionStatistics {
     var counts = quillmar_attribution_statistics()
     counts.size = MemoryLayout.size(ofValue: counts)

@@ -14,6 +14,7 @@ public struct QuillmarPlatformOptions: Equatable, Sendable {
   /// In place of the device's, such as "17.4.1": which interfaces of the ad networks are used. For tests.
   public var systemVersion: String?
 
+  /// All defaults.
   public init() {}
 }
 
@@ -21,6 +22,7 @@ public struct QuillmarPlatformOptions: Equatable, Sendable {
 public final class QuillmarPlatform: Sendable {
   let handle: Handle
 
+  /// The system's adapters with these choices.
   public init(_ options: QuillmarPlatformOptions = QuillmarPlatformOptions()) {
     var platform: OpaquePointer?
     options.withC { quillmar_platform_create($0, &platform) }
@@ -48,8 +50,11 @@ public final class QuillmarPlatform: Sendable {
 
   /// The default one, when the app has chosen none.
   static func chooseForSharedInstances() {
-    if !isChosen.with({ $0 }) {
-      QuillmarPlatform().useForSharedInstances()
+    isChosen.with {
+      if !$0 {
+        quillmar_set_shared_platform(QuillmarPlatform().handle.pointer)
+        $0 = true
+      }
     }
   }
 }

@@ -4,7 +4,9 @@ public struct QuillmarState: Equatable, Sendable {
   public var window: Int?
   /// The app's identifier as the service confirmed it. Nil before the first configuration.
   public var appId: String?
+  /// True once `configure` has found the first run recent enough.
   public var isInitialized: Bool
+  /// True once a fetch of the conversion values has succeeded, or is under way, in this process.
   public var hasFetchedConversionValues: Bool
   /// The service's switch.
   public var isEnabled: Bool
