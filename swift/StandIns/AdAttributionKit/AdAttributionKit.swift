@@ -34,14 +34,22 @@ public enum StandInPostbacks {
 
   private static let lock = NSLock()
   private nonisolated(unsafe) static var all: [PostbackUpdate] = []
+  private nonisolated(unsafe) static var hasBegun = false
 
   /// The first update takes the longest, so that those behind it would overtake it if they could. 63 is refused.
   static func receive(_ update: PostbackUpdate) async throws {
-    if taken.isEmpty {
+    if begin() {
       for _ in 0..<1000 { await Task.yield() }
     }
     add(update)
     if update.fineConversionValue == 63 { throw Refused() }
+  }
+
+  private static func begin() -> Bool {
+    lock.lock()
+    defer { lock.unlock() }
+    defer { hasBegun = true }
+    return !hasBegun
   }
 
   private static func add(_ update: PostbackUpdate) {
@@ -59,6 +67,7 @@ public enum StandInPostbacks {
   public static func clear() {
     lock.lock()
     all = []
+    hasBegun = false
     lock.unlock()
   }
 }
