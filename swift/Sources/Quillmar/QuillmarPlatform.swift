@@ -52,7 +52,8 @@ public final class QuillmarPlatform: Sendable {
   static func chooseForSharedInstances() {
     isChosen.with {
       if !$0 {
-        quillmar_set_shared_platform(QuillmarPlatform().handle.pointer)
+        let platform = QuillmarPlatform()
+        withExtendedLifetime(platform) { _ = quillmar_set_shared_platform(platform.handle.pointer) }
         $0 = true
       }
     }

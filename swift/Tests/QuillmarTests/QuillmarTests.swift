@@ -45,6 +45,7 @@ final class QuillmarTests: LibraryTestCase {
   }
 
   func testSharedInstancesUseTheChosenPlatform() {
+    QuillmarPlatform.chooseForSharedInstances()  // gives way to the app's choice
     let server = serve()
     platform(server).useForSharedInstances()
     Quillmar.shared.configure("shared-key")
