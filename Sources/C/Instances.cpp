@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "C/PlatformHandle.h"
+#include "Platform/PlatformMembers.h"
 #include "quillmar/Logger.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarASAAttribution.h"
@@ -41,12 +42,15 @@ quillmar_status create(const quillmar_platform* platform, Handle** result, Make 
   if (platform == nullptr || result == nullptr) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
-  Handle* const handle = makeHandle<Handle>([&] { return make(membersOf(*platform)); });
-  if (handle == nullptr) {
-    return QUILLMAR_ERROR_OUT_OF_MEMORY;
-  }
-  *result = handle;
-  return QUILLMAR_OK;
+  return statusOf([&] {
+    const platform::Platform members = membersOf(*platform);
+    Handle* const handle = makeHandle<Handle>([&] { return make(members); });
+    if (handle == nullptr) {
+      return platform::missingMember(members) ? QUILLMAR_ERROR_INVALID_ARGUMENT : QUILLMAR_ERROR_OUT_OF_MEMORY;
+    }
+    *result = handle;
+    return QUILLMAR_OK;
+  });
 }
 
 /// Calls the object of a handle, if there is one.
@@ -78,8 +82,11 @@ std::size_t copyText(const std::string& text, char* buffer, std::size_t capacity
 
 std::optional<EventValue> valueOf(const quillmar_parameter& parameter) {
   switch (parameter.type) {
-    case QUILLMAR_VALUE_BOOLEAN:
-      return parameter.value.boolean;
+    case QUILLMAR_VALUE_BOOLEAN: {
+      unsigned char byte = 0;  // other languages have other bytes for true, which C++ must not read as a bool
+      std::memcpy(&byte, &parameter.value, sizeof byte);
+      return byte != 0;
+    }
     case QUILLMAR_VALUE_INTEGER:
       return parameter.value.integer;
     case QUILLMAR_VALUE_NUMBER:

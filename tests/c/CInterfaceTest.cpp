@@ -44,6 +44,8 @@ TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   EXPECT_EQ(quillmar_set_log_level(instance, QUILLMAR_LOG_INFO), QUILLMAR_OK);
   EXPECT_EQ(quillmar_configure(instance, "the-key"), QUILLMAR_OK);
   settle();
+  const quillmar_parameter oddlyTrue{"revenue", QUILLMAR_VALUE_BOOLEAN, {.integer = 2}};
+  EXPECT_EQ(quillmar_send_event(instance, "start", &oddlyTrue, 1), QUILLMAR_OK);
   const quillmar_parameter revenue{"revenue", QUILLMAR_VALUE_TEXT, {.text = "30"}};
   EXPECT_EQ(quillmar_send_event(instance, "purchase", &revenue, 1), QUILLMAR_OK);
   settle();
@@ -107,6 +109,8 @@ TEST_F(CInterface, refusesWhatItCannotTakeAndDoesNothingThen) {
   EXPECT_EQ(quillmar_configure(instance, nullptr), invalid);
   EXPECT_EQ(quillmar_platform_create(nullptr, nullptr), invalid);
   EXPECT_EQ(quillmar_create(nullptr, &instance), invalid);
+  platform->members.clock = nullptr;
+  EXPECT_EQ(quillmar_create(platform, &instance), invalid) << "a member is missing";
   EXPECT_EQ(quillmar_bytes_set(nullptr, "", 0), invalid);
   EXPECT_EQ(quillmar_subscription_listener_post(nullptr, nullptr), invalid);
   for (const auto call : {quillmar_application_did_become_active, quillmar_scene_did_activate, quillmar_reset,

@@ -137,7 +137,7 @@ QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance,
 /// Starts the library with the key that the event service knows the app by. Returns at once.
 QUILLMAR_API quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key);
 
-/// A parameter of an event. The only name so far is "revenue".
+/// A parameter of an event. The only name so far is "revenue". Any byte but zero is a true `boolean`.
 typedef struct quillmar_parameter {
   const char* name;
   quillmar_value_type type;
