@@ -21,6 +21,9 @@ platform::Platform makePlatform(const quillmar_platform_options& chosen) {
   if (chosen.max_answer_bytes != 0) {
     options.maxAnswerBytes = static_cast<std::size_t>(chosen.max_answer_bytes);
   }
+  if (chosen.max_connections != 0) {
+    options.maxConnections = chosen.max_connections;
+  }
   platform::Platform members = platform::makeDefaultPlatform(options);
   if (chosen.system_version != nullptr) {
     members.device = std::make_shared<ChosenDevice>(chosen.system_version);

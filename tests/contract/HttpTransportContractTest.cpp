@@ -270,7 +270,7 @@ TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneH
                                  .answers = 2,
                                  .together = connections,
                                  .connections = (succeeds ? 2 : 1) * connections});
-    CurlHttpTransport transport;
+    CurlHttpTransport transport({.maxConnections = connections});
     HttpRequest request = get(server.url());
     performTogether(transport, 2 * connections, request, {});
     const auto end = std::chrono::steady_clock::now() + kLong;

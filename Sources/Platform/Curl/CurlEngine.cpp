@@ -19,6 +19,9 @@ namespace quillmar::platform {
 namespace {
 
 constexpr std::size_t kMostConnections = 1000;
+/// At a time on a connection that can be shared. Servers allow at least so many as a rule, and libcurl opens another
+/// connection, or lets the rest wait, when one allows less.
+constexpr std::size_t kMostStreams = 100;
 
 MultiHandle makeMulti(long connections) {
   MultiHandle multi(curl_multi_init());
@@ -35,6 +38,7 @@ MultiHandle makeMulti(long connections) {
 
 CurlEngine::CurlEngine(CurlHttpTransportOptions options) : options_(std::move(options)) {
   options_.maxConnections = std::clamp<std::size_t>(options_.maxConnections, 1, kMostConnections);
+  room_ = options_.maxConnections;
   CurlProcess::instance();
 }
 
@@ -49,7 +53,7 @@ CurlEngine::RequestId CurlEngine::start(HttpRequest request, Completion completi
   node.key() = id;
   node.mapped().id = id;
   waiting_.insert(waiting_.end(), std::move(node));
-  if (running_.size() < options_.maxConnections) {
+  if (running_.size() < room_) {
     wake();
   }
   return id;
@@ -166,7 +170,7 @@ bool CurlEngine::block() noexcept {
   auto wait = std::chrono::milliseconds(std::numeric_limits<int>::max());
   {
     const std::lock_guard lock(mutex_);
-    const bool idle = ending_.empty() && (waiting_.empty() || running_.size() >= options_.maxConnections) &&
+    const bool idle = ending_.empty() && (waiting_.empty() || running_.size() >= room_) &&
                       std::ranges::none_of(running_, [](auto& entry) { return entry.second.cancelRequested; });
     if (stopping_ || !idle) {
       return true;
@@ -229,6 +233,7 @@ void CurlEngine::reapFinished() noexcept {
     Job* job = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &job);
     detach(*job);
+    learn(job->easy.get());
     advance(*job, [&] {
       if (auto result = job->exchange.conclude(job->easy.get(), code)) {
         finish(*job, std::move(*result));
@@ -242,6 +247,18 @@ void CurlEngine::reapFinished() noexcept {
   }
 }
 
+/// Makes room for what the last answer has shown to be possible.
+void CurlEngine::learn(CURL* easy) noexcept {
+  long version = CURL_HTTP_VERSION_NONE;
+  curl_easy_getinfo(easy, CURLINFO_HTTP_VERSION, &version);
+  if (version == CURL_HTTP_VERSION_NONE) {
+    return;  // no answer
+  }
+  isShared_ = version >= CURL_HTTP_VERSION_2_0;
+  const std::lock_guard lock(mutex_);
+  room_ = isShared_ ? std::max(options_.maxConnections, kMostStreams) : options_.maxConnections;
+}
+
 CurlEngine::Jobs::node_type CurlEngine::nextEnding() noexcept {
   const std::lock_guard lock(mutex_);
   return stopping_ || ending_.empty() ? Jobs::node_type() : ending_.extract(ending_.begin());
@@ -251,7 +268,7 @@ CurlEngine::Jobs::node_type CurlEngine::nextEnding() noexcept {
 CurlEngine::Job* CurlEngine::admit() noexcept {
   const std::lock_guard lock(mutex_);
   blocked_ = false;
-  if (stopping_ || waiting_.empty() || running_.size() >= options_.maxConnections) {
+  if (stopping_ || waiting_.empty() || running_.size() >= room_) {
     return nullptr;
   }
   return &running_.insert(waiting_.extract(waiting_.begin())).position->second;
@@ -293,7 +310,7 @@ void CurlEngine::transfer(Job& job) {
     job.easy = CurlExchange::makeHandle(options_, resolves_);
     ++handles_;
   }
-  job.exchange.prepare(job.easy.get());
+  job.exchange.prepare(job.easy.get(), isShared_);
   curl_easy_setopt(job.easy.get(), CURLOPT_PRIVATE, &job);
   const CURLMcode code = curl_multi_add_handle(multi_.get(), job.easy.get());
   if (code != CURLM_OK) {

@@ -62,6 +62,7 @@ class CurlEngine : public std::enable_shared_from_this<CurlEngine> {
   void endSilent() noexcept;
   void endAll() noexcept;
   void reapFinished() noexcept;
+  void learn(CURL* easy) noexcept;
   Jobs::node_type nextEnding() noexcept;
   Job* admit() noexcept;
   template <class Predicate>
@@ -76,6 +77,7 @@ class CurlEngine : public std::enable_shared_from_this<CurlEngine> {
   CurlHttpTransportOptions options_;
 
   std::mutex mutex_;
+  std::size_t room_ = 0;  // how many may be running
   Jobs waiting_;
   Jobs running_;
   Jobs ending_;           // cancelled before they began
@@ -88,6 +90,7 @@ class CurlEngine : public std::enable_shared_from_this<CurlEngine> {
   std::vector<EasyHandle> spare_;  // the thread's
   std::size_t handles_ = 0;        // the thread's
   bool resolves_ = false;          // the thread's: libcurl has begun to resolve a name
+  bool isShared_ = false;          // the thread's: the last answer came by HTTP/2
   OriginReader origins_;           // the thread's
 };
 

@@ -235,9 +235,10 @@ std::error_code CurlExchange::begin(OriginReader& origins, std::size_t maxBodyBy
 }
 
 /// Each option here is set each time: a handle keeps them from transfer to transfer.
-void CurlExchange::prepare(CURL* easy) {
+void CurlExchange::prepare(CURL* easy, bool isShared) {
   body_.clear();
   headEnded_ = false;
+  begun_ = false;
   sent_ = false;
   bytesMoved_ = 0;
   lastActivity_ = Clock::now();
@@ -247,12 +248,20 @@ void CurlExchange::prepare(CURL* easy) {
     options.set(context, static_cast<void*>(this));
   }
   options.set(CURLOPT_URL, request_.url.c_str());
+  // Wait to learn whether a connection can be shared, rather than open one each. Only TLS tells before an answer.
+  options.set(CURLOPT_PIPEWAIT, origin_.scheme == "https" ? 1L : 0L);
   // Without TLS a proxy would read the credentials. Nor do we take exceptions from the environment.
   options.set(CURLOPT_NOPROXY, origin_.scheme == "https" ? "" : "*");
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - lastActivity_);
   options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(timeout_.count()), 1L));
   options.set(CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(left.count()), 1L));
   const bool hasBody = setMethod(options, request_);
+  // Where this is set, libcurl takes the end of a kept connection for an error, and sends again only those streams that
+  // a server of HTTP/2 has refused, or has left behind a GOAWAY. It means nothing else to HTTP.
+  const bool isSet =
+      curl_easy_setopt(easy, CURLOPT_RTSP_REQUEST,
+                       static_cast<long>(isHarmless() ? CURL_RTSPREQ_OPTIONS : CURL_RTSPREQ_RECEIVE)) == CURLE_OK;
+  onlyRefused_ = isShared && isSet;
   headers_ = headerList(hasBody);
   options.set(CURLOPT_HTTPHEADER, headers_.get());
 }
@@ -344,25 +353,34 @@ HttpResult CurlExchange::failure(std::error_code error) noexcept {
 
 void CurlExchange::watch(CURL* easy, Clock::time_point now) noexcept {
   const curl_off_t bytes = bytesMoved(easy);
-  if (bytes != bytesMoved_) {
+  if (bytes != bytesMoved_ ||
+      !begun_) {  // before, it waits for a connection; libcurl watches over the look-up of names
     bytesMoved_ = bytes;
     lastActivity_ = now;
   }
 }
 
+/// It changes nothing at the server.
+bool CurlExchange::isHarmless() const noexcept {
+  return request_.body.empty() && (request_.method == "GET" || request_.method == "HEAD");
+}
+
 /// libcurl sends a request again by itself when a kept connection dies before an answer. The server may have taken it
-/// by then, so only what changes nothing there may go twice.
+/// by then, so only what is harmless may go twice, and what the server has certainly not looked at.
 bool CurlExchange::maySend() const noexcept {
-  return !sent_ || (request_.body.empty() && (request_.method == "GET" || request_.method == "HEAD"));
+  return !sent_ || isHarmless() || onlyRefused_;
 }
 
 int CurlExchange::beforeConnecting(void* context, curl_socket_t, curlsocktype) noexcept {
-  return static_cast<CurlExchange*>(context)->maySend() ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
+  auto& exchange = *static_cast<CurlExchange*>(context);
+  exchange.begun_ = true;
+  return exchange.maySend() ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
 }
 
 int CurlExchange::beforeSending(void* context, char*, char*, int, int) noexcept {
   auto& exchange = *static_cast<CurlExchange*>(context);
   const bool granted = exchange.maySend();
+  exchange.begun_ = true;
   exchange.sent_ = true;
   return granted ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }

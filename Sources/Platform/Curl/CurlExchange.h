@@ -31,8 +31,9 @@ class CurlExchange {
   /// Starts the clock. An error: the request cannot be sent as it is.
   std::error_code begin(OriginReader& origins, std::size_t maxBodyBytes);
 
-  /// Tells libcurl about the next transfer. The exchange must stay where it is until that is over.
-  void prepare(CURL* easy);
+  /// Tells libcurl about the next transfer. `isShared`: a server has answered by HTTP/2. The exchange must stay where
+  /// it is until that is over.
+  void prepare(CURL* easy, bool isShared);
 
   /// What the end of a transfer means. Nothing: a redirect, so prepare another one.
   std::optional<HttpResult> conclude(CURL* easy, CURLcode code);
@@ -45,6 +46,7 @@ class CurlExchange {
   void watch(CURL* easy, Clock::time_point now) noexcept;
 
  private:
+  bool isHarmless() const noexcept;
   bool maySend() const noexcept;
   static int beforeConnecting(void* context, curl_socket_t, curlsocktype) noexcept;
   static int beforeSending(void* context, char*, char*, int, int) noexcept;
@@ -62,7 +64,9 @@ class CurlExchange {
   Clock::time_point deadline_;      // of the whole exchange
   Clock::time_point lastActivity_;  // when the last byte went or came
   curl_off_t bytesMoved_ = 0;       // as of then
+  bool begun_ = false;              // this transfer connects, or has a connection
   bool sent_ = false;               // this transfer has begun to send
+  bool onlyRefused_ = false;        // libcurl sends again only what the server has refused to look at
   bool headEnded_ = false;          // the final response's head is complete
   std::size_t maxBodyBytes_ = 0;
   std::string body_;

@@ -11,8 +11,9 @@ namespace quillmar::platform {
 class CurlEngine;
 
 struct CurlHttpTransportOptions {
-  std::string caFile = {};               ///< PEM file with the issuers to trust instead of the system's; or empty
-  std::size_t maxConnections = 8;        ///< exchanges and connections at a time, 1 to 1000; the others wait in a queue
+  std::string caFile = {};  ///< PEM file with the issuers to trust instead of the system's; or empty
+  /// Connections at a time, 1 to 1000, and exchanges while no server offers to share one; the others wait in a queue.
+  std::size_t maxConnections = 6;
   std::size_t maxBodyBytes = 2U << 20U;  ///< the largest response body, counted after decompression
   /// The proxy for https, "http://host:port" or another URL that libcurl takes; or none. The environment is not asked.
   /// What goes by plain http does without: a proxy could read it.
@@ -20,6 +21,9 @@ struct CurlHttpTransportOptions {
 };
 
 /// The transport on libcurl. One thread, started by the first request, does all transfers and calls all completions.
+///
+/// By https a server may offer HTTP/2. Its requests then share one connection, up to a hundred at a time. Until the
+/// first connection has told, other requests wait for it.
 ///
 /// Connecting, until the first byte is sent, is one silence for a request's time-out. The whole exchange, redirects
 /// included, may take ten times as long. The time that a request waits in the queue does not count. `start` throws when

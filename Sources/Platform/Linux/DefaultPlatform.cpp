@@ -94,6 +94,7 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   http.caFile = options.caFile;
   http.proxy = options.proxy;
   http.maxBodyBytes = options.maxAnswerBytes;
+  http.maxConnections = options.maxConnections;
 
   Platform platform;
   platform.executor = executor;

@@ -287,6 +287,7 @@ typedef struct quillmar_platform_options {
   const char* proxy;
   uint64_t max_answer_bytes;
   const char* system_version;  ///< in place of the device's, such as "17.4.1": which interfaces the ad networks have
+  uint32_t max_connections;
 } quillmar_platform_options;
 
 /// The adapters of this system. `options` may be null. A function of `quillmar_platform_set_...` puts a table in the

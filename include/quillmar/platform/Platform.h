@@ -67,6 +67,9 @@ struct DefaultPlatformOptions {
   /// The largest answer of a service, counted after decompression; a larger one fails. The memory that an answer may
   /// take is proportional to it.
   std::size_t maxAnswerBytes = std::size_t{2} << 20U;
+  /// Connections at a time, 1 to 1000; as many as a URL session opens to a host. A service that offers HTTP/2 gets one,
+  /// for up to a hundred requests at a time.
+  std::size_t maxConnections = 6;
 };
 
 /// The adapters of the system that the library was built for. On a system without StoreKit and AdAttributionKit the ad

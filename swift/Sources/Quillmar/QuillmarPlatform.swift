@@ -11,6 +11,8 @@ public struct QuillmarPlatformOptions: Equatable, Sendable {
   public var attributionUrl: String?
   /// The size that the body of an answer may have.
   public var maxAnswerBytes: Int?
+  /// Connections at a time to a service without HTTP/2.
+  public var maxConnections: Int?
   /// In place of the device's, such as "17.4.1": which interfaces of the ad networks are used. For tests.
   public var systemVersion: String?
 
@@ -27,7 +29,7 @@ public final class QuillmarPlatform: Sendable {
     var platform: OpaquePointer?
     options.withC { quillmar_platform_create($0, &platform) }
     handle = Handle(platform)
-    URLSessionTransport.install(on: handle, maxBodyBytes: options.maxAnswerBytes)
+    URLSessionTransport.install(on: handle, options)
     installAdAttributionKit(on: handle)
     installSubscriptionUpdates(on: handle)
     LogLines.shared.install(on: handle)
@@ -71,6 +73,7 @@ extension QuillmarPlatformOptions {
     options.attribution_url = UnsafePointer(texts[2])
     options.system_version = UnsafePointer(texts[3])
     options.max_answer_bytes = UInt64(max(maxAnswerBytes ?? 0, 0))
+    options.max_connections = UInt32(clamping: maxConnections ?? 0)
     body(&options)
   }
 }

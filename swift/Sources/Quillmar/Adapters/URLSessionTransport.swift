@@ -24,8 +24,12 @@ final class URLSessionTransport: Sendable {
   private let session: URLSession
   private let exchanges: Exchanges
 
-  static func install(on platform: Handle, maxBodyBytes: Int?) {
-    register(URLSessionTransport(maxBodyBytes: maxBodyBytes ?? 2 << 20)) { context in
+  static func install(on platform: Handle, _ options: QuillmarPlatformOptions) {
+    let configuration = URLSessionConfiguration.default
+    if let count = options.maxConnections {
+      configuration.httpMaximumConnectionsPerHost = count
+    }
+    register(URLSessionTransport(configuration, maxBodyBytes: options.maxAnswerBytes ?? 2 << 20)) { context in
       var http = quillmar_http()
       http.size = MemoryLayout.size(ofValue: http)
       http.context = context
@@ -42,9 +46,9 @@ final class URLSessionTransport: Sendable {
     }
   }
 
-  init(maxBodyBytes: Int) {
+  init(_ configuration: URLSessionConfiguration = .default, maxBodyBytes: Int) {
     exchanges = Exchanges(maxBodyBytes: maxBodyBytes)
-    session = URLSession(configuration: .default, delegate: exchanges, delegateQueue: nil)
+    session = URLSession(configuration: configuration, delegate: exchanges, delegateQueue: nil)
   }
 
   deinit {
