@@ -1,5 +1,6 @@
 // Calls a target with every file of a folder, and with files that were cut off in the middle: fuzz_NAME FOLDER.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -7,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Target.h"
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
 
