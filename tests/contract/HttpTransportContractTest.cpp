@@ -1,16 +1,13 @@
 #include <gmock/gmock.h>
 
-#include <mutex>
+#include <condition_variable>
 #include <set>
-#include <thread>
 
 #include "Platform/Curl/CurlHttpTransport.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
-#include "service/DevelopmentService.h"
-#include "support/Certificate.h"
-#include "support/Outcome.h"
+#include "support/LoopbackService.h"
 #include "support/ScriptedServer.h"
 #include "support/ThroughC.h"
 
@@ -25,14 +22,51 @@ using testing::ScriptedServer;
 
 constexpr auto kLong = 30s;  // nothing that is expected to happen takes so long
 
-using Outcome = test::Outcome<HttpResult>;
+/// Where a completion leaves its result for the thread that waits. A second call of it ends the test program.
+/// ThreadSanitizer sees all of this, which it cannot of a promise that is broken.
+class Outcome {
+ public:
+  HttpTransport::Completion completion() {
+    // The deleter runs when the last copy of the completion goes.
+    const std::shared_ptr<State> call(state_.get(), [owner = state_](State* state) { state->end({}); });
+    return [call](HttpResult result) { call->end(std::move(result)) ? void() : std::abort(); };
+  }
+
+  /// The result; nothing when the completion was destroyed without a call.
+  std::optional<HttpResult> await() const {
+    std::unique_lock lock(state_->mutex);
+    EXPECT_TRUE(state_->changed.wait_for(lock, 2 * kLong, [this] { return state_->ended; }));
+    return state_->result;
+  }
+
+ private:
+  struct State {
+    /// False when it had ended before.
+    bool end(std::optional<HttpResult> value) {
+      const std::lock_guard lock(mutex);
+      if (!ended) {
+        result = std::move(value);
+      }
+      changed.notify_all();
+      return !std::exchange(ended, true);
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ended = false;
+    std::optional<HttpResult> result;
+  };
+
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+};
 
 HttpRequest get(std::string url, std::map<std::string, std::string> headers = {}) {
   return {std::move(url), "GET", std::move(headers), {}, kLong, {}};
 }
 
-ServiceAnswer reply(int status, std::string body = {}, service::Headers headers = {}) {
-  return {status, std::move(body), "text/plain", std::move(headers), 0ms, {}, false};
+ServiceAnswer reply(int status, std::string body = {}, service::Headers headers = {},
+                    std::chrono::milliseconds delay = {}) {
+  return {status, std::move(body), "text/plain", std::move(headers), delay, {}, false};
 }
 
 /// A transport together with the service that it talks to, and what that has seen.
@@ -52,7 +86,7 @@ class Backend {
       return simulated::InMemoryAnswer{.result = {{}, {}, made.status, made.body}, .delay = made.delay};
     });
     if (inC) {
-      transport = test::throughC(&Platform::http, std::move(transport));
+      transport = test::throughC(transport);
     }
   }
   ~Backend() { transport.reset(); }
@@ -93,9 +127,7 @@ class HttpTransportContract : public ::testing::TestWithParam<const char*> {
   /// More requests than there are connections, which are not answered but at "/now".
   void startMany() {
     backend_.answer = [](const ServiceRequest& request) {
-      ServiceAnswer answer;
-      answer.delay = request.target == "/now" ? 0ms : 1h;
-      return answer;
+      return reply(200, {}, {}, request.target == "/now" ? 0ms : 1h);
     };
     for (Outcome& outcome : outcomes_) {
       identifiers_.insert(backend_.transport->start(get(backend_.url), outcome.completion()));

@@ -12,19 +12,15 @@
 namespace quillmar::platform {
 #ifdef QUILLMAR_FOUNDATION  // built once more for the adapter of Apple systems
 std::shared_ptr<UserDefaultsProvider> openFoundation(const std::string& folder);
+constexpr const char* adapters[] = {"Foundation"};
 #else
 static std::shared_ptr<UserDefaultsProvider> openFoundation(const std::string&) {
   return nullptr;
 }
+constexpr const char* adapters[] = {"InMemory", "Sqlite", "Minimal", "C"};
 #endif
 
 namespace {
-
-#ifdef QUILLMAR_FOUNDATION
-constexpr const char* adapters[] = {"Foundation"};
-#else
-constexpr const char* adapters[] = {"InMemory", "Sqlite", "Minimal", "C"};
-#endif
 
 using Value = PropertyListValue;
 using Data = Value::Data;
@@ -53,7 +49,7 @@ class UserDefaultsContract : public testing::TestWithParam<const char*> {
                                                                [](std::string_view text) { ADD_FAILURE() << text; });
     }
     if (kind_ == "C") {
-      provider_ = test::throughC(&Platform::userDefaults, stored_);
+      provider_ = test::throughC(stored_);
     }
     if (kind_ == "Foundation") {
       provider_ = openFoundation(folder_.path());

@@ -1,11 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <system_error>
-#include <utility>
 
 #include "Conversion/EventTracker.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
