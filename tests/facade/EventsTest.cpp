@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "quillmar/simulated/ConfigurationBuilder.h"
 #include "support/FacadeHarness.h"
 
 namespace quillmar::test {
@@ -30,12 +31,6 @@ TEST_F(Intake, eventsBeforeTheConfigurationAreReplayedInTheirOrder) {
   EXPECT_THAT(eventNames(), ElementsAre("a", "b", "a", "c"));
   EXPECT_EQ(quillmar->statistics().parked, 0u);
   EXPECT_EQ(quillmar->statistics().logged, 4u);
-  for (const char* line : {"Configuration not ready - isConfigLoaded: false, hasAppId: false",
-                           "Event processing deferred - adding to pending queue: c",
-                           "Event added to pending queue. Total pending: 4", "Processing 4 pending events"}) {
-    EXPECT_TRUE(logged(std::string("debug: ") + line)) << line;
-  }
-  EXPECT_EQ(countLines("debug: Processing deferred event: "), 4u);
 }
 
 TEST_F(Intake, eventThatIsParkedAsTheConfigurationArrivesIsNotLeftBehind) {
@@ -67,8 +62,6 @@ TEST_F(Intake, disabledLibraryDropsEventsAndNeitherLogsNorCountsThoseInFlight) {
   configure();
   Quillmar::setConsecutiveAPIFailures(3);
   send("session");
-  EXPECT_TRUE(logged("debug: SDK enabled status: false"));
-  EXPECT_TRUE(logged("debug: SDK is disabled by server configuration, skipping event: session"));
   EXPECT_EQ(quillmar->statistics().dropped, 1u);
   EXPECT_EQ(quillmar->statistics().parked, 0u);
 
@@ -132,9 +125,8 @@ TEST_F(Pipeline, eventBecomesALogEntryAHistoryEntryAndAPlatformCall) {
   send("unknown");
   EXPECT_EQ(calls().size(), 3u) << "what was complete still is";
   quillmar->clearTrackedEvents();
-  EXPECT_TRUE(logged("debug: Quillmar - Cleared all tracked events"));
   send("unknown");
-  EXPECT_TRUE(logged("debug: No completed conversion values found for event: unknown"));
+  EXPECT_EQ(calls().size(), 3u) << "nothing is complete any more";
 }
 
 TEST_F(Pipeline, tenFailuresInARowInvalidateTheKeyAndASuccessStartsTheCountAgain) {
@@ -154,12 +146,9 @@ TEST_F(Pipeline, tenFailuresInARowInvalidateTheKeyAndASuccessStartsTheCountAgain
   sendTimes(10);
   EXPECT_FALSE(quillmar->state().verificationKeyValid);
   EXPECT_EQ(calls().size(), 19u) << "the tenth failure's event goes no further";
-  EXPECT_TRUE(logged("error: Verification key considered invalid after 10 consecutive failures"));
-  EXPECT_EQ(countLines("error: Failed to log event to server: failedToLogEvent"), 19u);
   EXPECT_EQ(printed, std::vector<std::string>(19, "Failed to log event to server: failedToLogEvent"));
   send("session");
   EXPECT_EQ(eventNames().size(), 20u) << "nothing is asked any more";
-  EXPECT_TRUE(logged("error: Event processing skipped: verification key is considered invalid"));
   QuillmarCore::resetVerificationKeyState();
   send("session");
   EXPECT_EQ(calls().size(), 20u);
@@ -229,29 +218,26 @@ TEST_F(Pipeline, lockHoursCountFromTheStartOfTheWindow) {
 }
 
 TEST_F(Pipeline, valueThatNoOtherRanksBelowIsSentAlsoWhereTheRankingIsInconsistent) {
-  const auto rule = [](const char* key, const std::string& fine, const std::string& coarse) {
-    const std::string events = R"(,"requiredEvents":[]})";
-    return R"({"key":")" + std::string(key) + R"(","windows":{"window0":{)" +
-           (fine.empty() ? "" : R"("fineValue":{"value":)" + fine + events) +
-           (fine.empty() || coarse.empty() ? "" : ",") +
-           (coarse.empty() ? "" : R"("coarseValue":{"value":")" + coarse + "\"" + events) + "}}}";
-  };
-  const struct {
-    const char* what;
-    std::string rules;
-    const char* sent;
-  } rows[] = {
-      {"a single pass would end with c, which is below a; none is below b",
-       rule("a", "5", "high") + "," + rule("b", "", "high") + "," + rule("c", "3", "high"), "b"},
-      {"each has one below it: what a sort by insertion puts first",
-       rule("a", "2", "low") + "," + rule("b", "1", "") + "," + rule("c", "", "medium"), "b"},
-      {"of equals the first", rule("a", "2", "low") + "," + rule("b", "1", "low") + "," + rule("c", "1", "low"), "b"}};
-  for (const auto& row : rows) {
+  constexpr auto low = CoarseValue::low, medium = CoarseValue::medium, high = CoarseValue::high;
+  using Rule = std::pair<std::optional<int>, std::optional<CoarseValue>>;
+  const std::pair<const char*, std::vector<Rule>> rows[] = {
+      {"a single pass would end with c, which is below a; none is below b", {{5, high}, {{}, high}, {3, high}}},
+      {"each has one below it: what a sort by insertion puts first", {{2, low}, {1, {}}, {{}, medium}}},
+      {"of equals the first", {{2, low}, {1, low}, {1, low}}}};
+  for (const auto& [what, rules] : rows) {
+    simulated::ConfigurationBuilder builder;
+    char key = 'a';
+    for (const auto& [fine, coarse] : rules) {
+      ConversionValues::WindowValue value;
+      value.fineValue = fine ? std::optional(ConversionValues::FineValue{*fine, {}}) : std::nullopt;
+      value.coarseValue = coarse ? std::optional(ConversionValues::CoarseValueData{*coarse, {}}) : std::nullopt;
+      builder.rule(std::string(1, key++), Window::window0, value);
+    }
     FacadeHarness host;
-    host.configBody = R"({"app_id":"a","sdk_enabled":true,"lockWindows":{},"values":[)" + row.rules + "]}";
+    host.configBody = builder.json();
     host.configure();
     host.send("any");
-    EXPECT_TRUE(host.logged("Sending event with key: " + std::string(row.sent))) << row.what;
+    EXPECT_TRUE(host.logged("Sending event with key: b")) << what;
   }
 }
 
