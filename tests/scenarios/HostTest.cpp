@@ -7,7 +7,6 @@
 #include <set>
 #include <sstream>
 
-#include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/platform/InProcessSubscriptionUpdates.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
@@ -114,10 +113,8 @@ TEST(Loopback, whateverAnswersInPlaceOfTheServiceIsNotBelieved) {
   const std::string ok = "HTTP/1.1 200 OK\r\n\r\n";
   const std::pair<Script, std::string> rows[] = {
       {{ok + "<html>Please log in</html>"}, "dataCorrupted: not valid JSON at line 1, column "},
-      {{"HTTP/1.1 200 OK\r\nContent-Length: 900\r\n\r\n{}"}, "networkConnectionLost"},
       {{ok, Script::Then::endless}, "dataLengthExceedsMaximum"},
-      {{ok + R"({"app_id":7,"sdk_enabled":true})"}, "typeMismatch: app_id"},
-      {{"HTTP/1.1 404 Not Found\r\n\r\n"}, "invalidRequest"}};
+      {{ok + R"({"app_id":7,"sdk_enabled":true})"}, "typeMismatch: app_id"}};
   const TemporaryFolder data;
   const LoopbackService service;
   const std::string file = data / "documents/Quillmar/quill-mar-conv-val.json";
