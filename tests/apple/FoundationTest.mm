@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <chrono>
 #include <fstream>
 
 #include "Platform/Apple/AppleFileManager.h"
@@ -12,7 +11,6 @@
 #include "Platform/Apple/HeldExecutor.h"
 #include "quillmar/Config.h"
 #include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "support/TemporaryFolder.h"
 
@@ -53,18 +51,14 @@ TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
     const Value::Date date(std::chrono::microseconds(1'795'000'000'000'000));
     // In whole seconds, as GNUstep writes them to files.
     NSDate* const nativeDate = [NSDate dateWithTimeIntervalSinceReferenceDate:816'692'800];
+    const Value events = Value::Dictionary{{"events", Value::Array{"e"}}};
     const std::pair<id, Value> rows[] = {
         {nativeDate, date},
         {@"text", "text"},
         {[NSNumber numberWithBool:NO], false},
         {[NSNumber numberWithInt : 1], std::int64_t { 1 }},
         {[NSNumber numberWithDouble:10], 10.0},
-        {[NSDictionary dictionaryWithObject : [NSArray arrayWithObject:@"e"] forKey : @"events"],
-         Value::Dictionary {
-           {
-             "events", Value::Array{"e"}
-           }
-         }},
+        {[NSDictionary dictionaryWithObject:[NSArray arrayWithObject:@"e"] forKey:@"events"], events},
     };
     for (const auto& [object, value] : rows) {
       setNatively(native(folder), "earlier", object);
