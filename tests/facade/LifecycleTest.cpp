@@ -51,28 +51,6 @@ TEST_F(StartUp, mockPathConfiguresOnTheCallersThreadWithoutKeyOrFetch) {
   EXPECT_TRUE(simulated.http->requests().empty());
 }
 
-TEST_F(StartUp, collaboratorsCanBeTakenAwayAndPutBack) {
-  configure();
-  const auto values = quillmar->conversionValuesRepository();
-  const auto log = quillmar->eventServerLogRepository();
-  const auto manager = quillmar->conversionTrackingManager();
-  quillmar->setEventServerLogRepository(nullptr);
-  send("session");
-  EXPECT_THAT(eventNames(), IsEmpty()) << "nobody logs it";
-  EXPECT_EQ(calls().size(), 1u) << "but it counts";
-  quillmar->setEventServerLogRepository(log);
-  quillmar->setConversionTrackingManager(nullptr);
-  send("session");
-  EXPECT_EQ(calls().size(), 1u) << "nobody tells the platform";
-  quillmar->setConversionTrackingManager(manager);
-  quillmar->setConversionValuesRepository(nullptr);
-  send("purchase");
-  EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
-  quillmar->setConversionValuesRepository(values);
-  send("session");
-  EXPECT_EQ(calls().size(), 2u) << "all is as before";
-}
-
 TEST_F(Refresh, comesFirstInAProcessAndThenAtAnActivationAfterExactlyAnHour) {
   defaults->set("LastConversionValuesFetchTimestamp", startOfTests - 1min);
   configure();
@@ -247,7 +225,7 @@ TEST_F(StartUp, instancesLeaveNoObserverBehind) {
   EXPECT_EQ(center->observers, 0);
 }
 
-TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
+TEST_F(StartUp, collaboratorsThatThrowWhatIsNoExceptionOrAreTakenAwayCostTheirEventOnly) {
   struct Manager final : ConversionTrackingManagerProtocol {
     void send(const ConversionValues::ConversionValue&, Window, bool) override { throw 1; }
   };
@@ -259,25 +237,38 @@ TEST_F(StartUp, seamsThatThrowWhatIsNoExceptionCostTheirEventOnly) {
       throw std::runtime_error("two\nlines");
     }
   };
+  using LogRepositories = std::shared_ptr<EventServerLogRepositoryProtocol>[];
+  using Managers = std::shared_ptr<ConversionTrackingManagerProtocol>[];
   configure();
+  const auto values = quillmar->conversionValuesRepository();
   const auto log = quillmar->eventServerLogRepository();
-  quillmar->setEventServerLogRepository(std::make_shared<LogRepository>());
-  send("session");
+  const auto manager = quillmar->conversionTrackingManager();
+  for (const auto& repository : LogRepositories{nullptr, std::make_shared<LogRepository>()}) {
+    quillmar->setEventServerLogRepository(repository);
+    send("session");
+  }
   EXPECT_TRUE(logged("error: Failed to log event to server: an error that is no std::exception"));
-  EXPECT_EQ(calls().size(), 1u) << "a failed log entry does not stop the event";
+  EXPECT_EQ(calls().size(), 2u) << "what is not logged counts all the same";
   send("other");
   EXPECT_EQ(printed.back(), "Failed to log event to server: two\\nlines");
+  EXPECT_THAT(eventNames(), IsEmpty());
   quillmar->setEventServerLogRepository(log);
-  const auto manager = quillmar->conversionTrackingManager();
-  quillmar->setConversionTrackingManager(std::make_shared<Manager>());
-  send("session");
+  for (const auto& other : Managers{nullptr, std::make_shared<Manager>()}) {
+    quillmar->setConversionTrackingManager(other);
+    send("session");
+  }
+  EXPECT_EQ(calls().size(), 3u) << "nobody tells the platform";
   quillmar->setConversionTrackingManager(manager);
+  quillmar->setConversionValuesRepository(nullptr);
+  send("purchase");
+  EXPECT_TRUE(logged("Could not obtain conversion values. Attempt 1 for event: purchase"));
+  quillmar->setConversionValuesRepository(values);
   simulated.http->setService([](const platform::HttpRequest&) -> simulated::InMemoryAnswer { throw 3; });
   advance(2h);
   activate();
   EXPECT_TRUE(logged("error: Failed to fetch conversion values: an error that is no std::exception. Attempt: 1"));
   send("session");
-  EXPECT_EQ(calls().size(), 3u);
+  EXPECT_EQ(calls().size(), 4u) << "all is as before";
   EXPECT_TRUE(quillmar->drain(std::chrono::milliseconds::max()));
 }
 
