@@ -174,18 +174,12 @@ TEST(Privacy, filesAreTheUsersAloneAndOnlyTheSettingsHoldTheKey) {
 }
 
 TEST(Privacy, theLogHoldsKeysAndPayloadsWhereTheyBelongOnly) {
-  const struct {
-    std::string line;  ///< how it begins
-    const std::string& secret;
-    LogLevel level;  ///< the lowest that shows it
-    bool whenRefused = true;
-  } rows[] = {
-      {"info: Starting configuration of Quillmar with appId: ", key, LogLevel::info},
-      {"info: Quillmar initialized with appId: ", key, LogLevel::info},
-      {"debug: Sending event: purchase with params: [\"revenue\": ", revenue, LogLevel::debug},
+  const std::tuple<std::string, std::string, LogLevel, bool> rows[] = {
+      {"info: Starting configuration of Quillmar with appId: ", key, LogLevel::info, true},
+      {"info: Quillmar initialized with appId: ", key, LogLevel::info, true},
+      {"debug: Sending event: purchase with params: [\"revenue\": ", revenue, LogLevel::debug, true},
       {"debug: EventTracker - Tracked event: purchase with parameters: ", revenue, LogLevel::debug, false},
-      {"error: PurchaseProcessor - Complete payload: {", transaction, LogLevel::error},
-  };
+      {"error: PurchaseProcessor - Complete payload: {", transaction, LogLevel::error, true}};
   for (const LogLevel level : {LogLevel::off, LogLevel::error, LogLevel::debug, LogLevel::info}) {
     for (const bool accepted : {true, false}) {
       SCOPED_TRACE((accepted ? "accepted, level " : "refused, level ") + std::to_string(static_cast<int>(level)));
@@ -199,9 +193,9 @@ TEST(Privacy, theLogHoldsKeysAndPayloadsWhereTheyBelongOnly) {
       EXPECT_EQ(lines.empty(), level == LogLevel::off);
       std::erase_if(lines, std::not_fn(holdsSecret));
       std::vector<Matcher<std::string>> expected;
-      for (const auto& row : rows) {
-        if (level >= row.level && (accepted || row.whenRefused)) {
-          expected.emplace_back(AllOf(StartsWith(row.line), HasSubstr(row.secret)));
+      for (const auto& [beginning, secret, lowest, whenRefused] : rows) {
+        if (level >= lowest && (accepted || whenRefused)) {
+          expected.emplace_back(AllOf(StartsWith(beginning), HasSubstr(secret)));
         }
       }
       EXPECT_THAT(lines, UnorderedElementsAreArray(expected));
