@@ -12,6 +12,7 @@
 #include "quillmar/Config.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
+#include "support/FaultyStores.h"
 #include "support/TemporaryFolder.h"
 
 namespace quillmar::platform {
@@ -71,17 +72,15 @@ TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
 }
 
 /// Takes so many writes and refuses the next one: whoever stops there leaves what a kill would.
-class Dying : public UserDefaults {
+class Dying : public test::MinimalUserDefaults {
  public:
-  Dying(std::shared_ptr<UserDefaults> store, int writes) : store_(std::move(store)), writes_(writes) {}
-  std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
+  Dying(std::shared_ptr<UserDefaults> store, int writes) : MinimalUserDefaults(std::move(store)), writes_(writes) {}
   std::error_code set(std::string_view key, Value value) override {
-    return writes_-- == 0 ? std::make_error_code(std::errc::no_space_on_device) : store_->set(key, std::move(value));
+    return writes_-- == 0 ? std::make_error_code(std::errc::no_space_on_device)
+                          : MinimalUserDefaults::set(key, std::move(value));
   }
-  std::error_code remove(std::string_view key) override { return store_->remove(key); }
 
  private:
-  std::shared_ptr<UserDefaults> store_;
   int writes_;
 };
 

@@ -6,6 +6,7 @@
 
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "support/FaultyStores.h"
 #include "support/TemporaryFolder.h"
 #include "support/ThroughC.h"
 
@@ -26,18 +27,6 @@ using Value = PropertyListValue;
 using Data = Value::Data;
 using std::chrono::nanoseconds;
 
-/// The minimum that a host's own store implements; the rest is the interface's standard implementation.
-class MinimalUserDefaults : public UserDefaults {
- public:
-  explicit MinimalUserDefaults(std::shared_ptr<UserDefaults> store) : store_(std::move(store)) {}
-  std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
-  std::error_code set(std::string_view key, Value value) override { return store_->set(key, std::move(value)); }
-  std::error_code remove(std::string_view key) override { return store_->remove(key); }
-
- private:
-  std::shared_ptr<UserDefaults> store_;
-};
-
 class UserDefaultsContract : public testing::TestWithParam<const char*> {
  protected:
   UserDefaultsContract() { reopen(); }
@@ -56,7 +45,7 @@ class UserDefaultsContract : public testing::TestWithParam<const char*> {
     }
     store_ = provider_->openSuite("suite");
     if (kind_ == "Minimal") {
-      store_ = std::make_shared<MinimalUserDefaults>(store_);
+      store_ = std::make_shared<test::MinimalUserDefaults>(store_);
     }
   }
 
