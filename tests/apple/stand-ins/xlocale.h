@@ -1,13 +1,6 @@
 // A stand-in, see README.md in this folder.
 #pragma once
-#include <ctype.h>
 #include <locale.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <time.h>
-#include <wchar.h>
-#include <wctype.h>
 typedef unsigned int __uint32_t;
 enum { _CTYPE_A = 0x100, _CTYPE_C = 0x200, _CTYPE_D = 0x400, _CTYPE_L = 0x1000, _CTYPE_P = 0x2000 };
 enum { _CTYPE_S = 0x4000, _CTYPE_U = 0x8000, _CTYPE_X = 0x10000, _CTYPE_B = 0x20000, _CTYPE_R = 0x40000 };
