@@ -21,6 +21,8 @@ class AttributionTracking : public Test, protected AttributionHarness {
 TEST_F(AttributionTracking, enablingStoresTheRecordThatTheServiceKnows) {
   enable();
   EXPECT_THAT(log.messages(), Contains("info: Successfully fetched and stored ASA attribution data"));
+  EXPECT_THAT(log.messages(), Not(Contains(ContainsRegex("^(debug|info): (QuillmarASA|PurchaseInterceptor)"))))
+      << "tells its steps at the error level, on purpose";
   EXPECT_EQ(readFile(), R"({"attribution":true,"campaignId":"12"})");
   EXPECT_TRUE(isIdle());
   const auto requests = simulated.http->requests();
