@@ -10,11 +10,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-namespace {
-
 constexpr std::size_t cutsAFile = 64;
-
-}  // namespace
 
 int main(int argc, char** argv) {
   std::vector<std::filesystem::path> files;

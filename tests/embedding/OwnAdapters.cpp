@@ -3,12 +3,10 @@
 #include <quillmar/QuillmarASAAttribution.h>
 #include <quillmar/simulated/SimulatedPlatform.h>
 
-namespace {
-quillmar::simulated::SimulatedPlatform& inMemory() {
+static quillmar::simulated::SimulatedPlatform& inMemory() {
   static quillmar::simulated::SimulatedPlatform platform(std::chrono::system_clock::now());
   return platform;
 }
-}  // namespace
 
 quillmar::platform::Platform quillmar::platform::makeDefaultPlatform(const DefaultPlatformOptions& /*options*/) {
   return inMemory().platform();

@@ -15,7 +15,6 @@
 
 using namespace quillmar;
 using testing::HasSubstr;
-using testing::StartsWith;
 using namespace std::string_literals;
 
 namespace {
@@ -122,7 +121,7 @@ TEST(JsonReader, errorsNameTheirKindAndTheirPlace) {
       {R"({"a":[{"b":{}}]})", deep, "keyNotFound: \"c\" is missing in a[0].b"},
   };
   for (const auto& [document, read, error] : rows) {
-    EXPECT_THAT(failure(document, read), StartsWith(error));
+    EXPECT_THAT(failure(document, read), testing::StartsWith(error));
   }
 }
 

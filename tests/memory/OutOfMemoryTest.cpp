@@ -23,10 +23,7 @@ void* allocate(std::size_t size, std::size_t alignment) {
   }
   const std::size_t whole = (std::max<std::size_t>(size, 1) + alignment - 1) / alignment * alignment;
   void* const memory = std::aligned_alloc(alignment, whole);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
+  return memory != nullptr ? memory : throw std::bad_alloc();
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <iostream>
 #include <random>
 #include <thread>
 
@@ -136,7 +135,6 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));
   EXPECT_EQ(lines_->count, 0);
-  std::cout << quillmar_->statistics().logged << " events logged\n";
 
   // The store is whole: another tracker reads what this one knows.
   EventTracker other(quillMarDefaults(platform_.userDefaults), platform_.clock);
