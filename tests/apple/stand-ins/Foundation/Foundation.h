@@ -53,9 +53,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @end
 
 @protocol NSFastEnumeration
-- (NSUInteger)countByEnumeratingWithState:(void*)state
-                                  objects:(id __unsafe_unretained[])buffer
-                                    count:(NSUInteger)count;
+- (NSUInteger)countByEnumeratingWithState:(void*)state objects:(id __unsafe_unretained[])buffer count:(NSUInteger)count;
 @end
 
 @interface NSArray : NSObject <NSFastEnumeration>
