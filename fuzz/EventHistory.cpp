@@ -1,11 +1,9 @@
 // The stored event history: JSON that the tracker appends to without reading it whole again.
 #include <algorithm>
-#include <array>
 
 #include "Conversion/EventTracker.h"
 #include "Json/Utf8.h"
 #include "Promises.h"
-#include "Target.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualClock.h"
 

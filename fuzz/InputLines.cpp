@@ -8,7 +8,6 @@
 
 #include "JsonMemberText.h"
 #include "Promises.h"
-#include "Target.h"
 
 using namespace quillmar;
 using namespace quillmar::cli;

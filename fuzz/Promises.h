@@ -1,19 +1,26 @@
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
+#include <cstdio>
+#include <cstdlib>
 
 #include "Json/Codable.h"
-#include "Json/CodingError.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
 
+/// A target: looks what the code makes of any bytes, and ends the process when a promise is broken. libFuzzer, or the
+/// replay of the corpus, calls it over and over in one process. The result is always 0; the name is libFuzzer's.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
 namespace quillmar::fuzz {
 
 /// Ends the process when a promise is broken; the caller of the target reports the input.
-void require(bool kept, const char* promise);
+inline void require(bool kept, const char* promise) {
+  if (!kept) {
+    std::fprintf(stderr, "Broken promise: %s\n", promise);
+    std::abort();
+  }
+}
 
 /// The decoded document; nothing when it is refused, which no other exception than `DecodingError` may do.
 template <class T>
@@ -21,10 +28,7 @@ std::optional<T> decoded(std::string_view text) {
   try {
     const boost::json::value document = parseJson(text);
     return Codable<T>::decode(JsonReader(document));
-  } catch (const DecodingError& error) {
-    require(error.code().category() == make_error_code(DecodingErrorCode::dataCorrupted).category(),
-            "a document is refused with one of the decoding errors");
-    require(!textualDescription(error).empty(), "a decoding error says what is wrong");
+  } catch (const DecodingError&) {
     return std::nullopt;
   }
 }

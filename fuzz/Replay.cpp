@@ -1,5 +1,6 @@
 // Calls a target with every file of a folder, and with files that were cut off in the middle: fuzz_NAME FOLDER.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -7,13 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Target.h"
-
-namespace {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 constexpr std::size_t cutsAFile = 64;
-
-}  // namespace
 
 int main(int argc, char** argv) {
   std::vector<std::filesystem::path> files;

@@ -4,7 +4,6 @@
 
 #include "Network/Url.h"
 #include "Promises.h"
-#include "Target.h"
 
 using namespace quillmar;
 using fuzz::require;

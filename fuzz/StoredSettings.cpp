@@ -4,7 +4,6 @@
 #include "Attribution/PropertyListJson.h"
 #include "Platform/PropertyListCoding.h"
 #include "Promises.h"
-#include "Target.h"
 
 using namespace quillmar;
 using fuzz::require;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <chrono>
 #include <fstream>
 
 #include "Platform/Apple/AppleFileManager.h"
@@ -12,8 +11,8 @@
 #include "Platform/Apple/HeldExecutor.h"
 #include "quillmar/Config.h"
 #include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
+#include "support/FaultyStores.h"
 #include "support/TemporaryFolder.h"
 
 namespace quillmar::platform {
@@ -53,18 +52,14 @@ TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
     const Value::Date date(std::chrono::microseconds(1'795'000'000'000'000));
     // In whole seconds, as GNUstep writes them to files.
     NSDate* const nativeDate = [NSDate dateWithTimeIntervalSinceReferenceDate:816'692'800];
+    const Value events = Value::Dictionary{{"events", Value::Array{"e"}}};
     const std::pair<id, Value> rows[] = {
         {nativeDate, date},
         {@"text", "text"},
         {[NSNumber numberWithBool:NO], false},
         {[NSNumber numberWithInt : 1], std::int64_t { 1 }},
         {[NSNumber numberWithDouble:10], 10.0},
-        {[NSDictionary dictionaryWithObject : [NSArray arrayWithObject:@"e"] forKey : @"events"],
-         Value::Dictionary {
-           {
-             "events", Value::Array{"e"}
-           }
-         }},
+        {[NSDictionary dictionaryWithObject:[NSArray arrayWithObject:@"e"] forKey:@"events"], events},
     };
     for (const auto& [object, value] : rows) {
       setNatively(native(folder), "earlier", object);
@@ -77,17 +72,15 @@ TEST(FoundationUserDefaults, smallValuesHaveTheirNativeTypesBothWays) {
 }
 
 /// Takes so many writes and refuses the next one: whoever stops there leaves what a kill would.
-class Dying : public UserDefaults {
+class Dying : public test::MinimalUserDefaults {
  public:
-  Dying(std::shared_ptr<UserDefaults> store, int writes) : store_(std::move(store)), writes_(writes) {}
-  std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
+  Dying(std::shared_ptr<UserDefaults> store, int writes) : MinimalUserDefaults(std::move(store)), writes_(writes) {}
   std::error_code set(std::string_view key, Value value) override {
-    return writes_-- == 0 ? std::make_error_code(std::errc::no_space_on_device) : store_->set(key, std::move(value));
+    return writes_-- == 0 ? std::make_error_code(std::errc::no_space_on_device)
+                          : MinimalUserDefaults::set(key, std::move(value));
   }
-  std::error_code remove(std::string_view key) override { return store_->remove(key); }
 
  private:
-  std::shared_ptr<UserDefaults> store_;
   int writes_;
 };
 

@@ -9,7 +9,6 @@
 
 #include "Platform/Posix/SystemClock.h"
 #include "quillmar/simulated/ManualClock.h"
-#include "support/ThroughC.h"
 
 namespace quillmar::platform {
 namespace {
@@ -18,20 +17,14 @@ using namespace std::chrono_literals;
 using simulated::ManualClock;
 using simulated::ManualExecutor;
 
-class ExecutorContract : public testing::TestWithParam<const char*> {
+class ExecutorContract : public testing::TestWithParam<bool> {
  protected:
-  ExecutorContract() {
-    if (GetParam() == std::string_view("C")) {
-      executor_ = test::throughC(&Platform::executor, std::move(executor_));
-    }
-  }
-
-  const bool manual_ = GetParam() == std::string_view("Manual");
+  const bool manual_ = GetParam();
   std::shared_ptr<Executor> executor_ =
       manual_ ? std::shared_ptr<Executor>(std::make_shared<ManualExecutor>()) : std::make_shared<ThreadPoolExecutor>(2);
 };
 
-INSTANTIATE_TEST_SUITE_P(Adapters, ExecutorContract, testing::Values("Pool", "Manual", "C"));
+INSTANTIATE_TEST_SUITE_P(PoolAndManual, ExecutorContract, testing::Bool());
 
 TEST_P(ExecutorContract, eachItemOfManyThreadsRunsOnceAndNotInsidePost) {
   std::vector<std::atomic<int>> runs(16'000);

@@ -1,16 +1,13 @@
 #include <gmock/gmock.h>
 
-#include <mutex>
+#include <condition_variable>
 #include <set>
-#include <thread>
 
 #include "Platform/Curl/CurlHttpTransport.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/ManualClock.h"
-#include "service/DevelopmentService.h"
-#include "support/Certificate.h"
-#include "support/Outcome.h"
+#include "support/LoopbackService.h"
 #include "support/ScriptedServer.h"
 #include "support/ThroughC.h"
 
@@ -25,14 +22,51 @@ using testing::ScriptedServer;
 
 constexpr auto kLong = 30s;  // nothing that is expected to happen takes so long
 
-using Outcome = test::Outcome<HttpResult>;
+/// Where a completion leaves its result for the thread that waits. A second call of it ends the test program.
+/// ThreadSanitizer sees all of this, which it cannot of a promise that is broken.
+class Outcome {
+ public:
+  HttpTransport::Completion completion() {
+    // The deleter runs when the last copy of the completion goes.
+    const std::shared_ptr<State> call(state_.get(), [owner = state_](State* state) { state->note({}); });
+    return [call](HttpResult result) { call->note(std::move(result)) ? void() : std::abort(); };
+  }
+
+  /// The result; nothing when the completion was destroyed without a call.
+  std::optional<HttpResult> await() const {
+    std::unique_lock lock(state_->mutex);
+    EXPECT_TRUE(state_->changed.wait_for(lock, 2 * kLong, [this] { return state_->end.has_value(); }));
+    return state_->end.value_or(std::nullopt);
+  }
+
+ private:
+  struct State {
+    /// False when it had ended before.
+    bool note(std::optional<HttpResult> result) {
+      const std::lock_guard lock(mutex);
+      const bool isFirst = !end;
+      if (isFirst) {
+        end.emplace(std::move(result));
+      }
+      changed.notify_all();
+      return isFirst;
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::optional<std::optional<HttpResult>> end;
+  };
+
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+};
 
 HttpRequest get(std::string url, std::map<std::string, std::string> headers = {}) {
   return {std::move(url), "GET", std::move(headers), {}, kLong, {}};
 }
 
-ServiceAnswer reply(int status, std::string body = {}, service::Headers headers = {}) {
-  return {status, std::move(body), "text/plain", std::move(headers), 0ms, {}, false};
+ServiceAnswer reply(int status, std::string body = {}, service::Headers headers = {},
+                    std::chrono::milliseconds delay = {}) {
+  return {status, std::move(body), "text/plain", std::move(headers), delay, {}, false};
 }
 
 /// A transport together with the service that it talks to, and what that has seen.
@@ -52,7 +86,7 @@ class Backend {
       return simulated::InMemoryAnswer{.result = {{}, {}, made.status, made.body}, .delay = made.delay};
     });
     if (inC) {
-      transport = test::throughC(&Platform::http, std::move(transport));
+      transport = test::throughC(transport);
     }
   }
   ~Backend() { transport.reset(); }
@@ -93,9 +127,7 @@ class HttpTransportContract : public ::testing::TestWithParam<const char*> {
   /// More requests than there are connections, which are not answered but at "/now".
   void startMany() {
     backend_.answer = [](const ServiceRequest& request) {
-      ServiceAnswer answer;
-      answer.delay = request.target == "/now" ? 0ms : 1h;
-      return answer;
+      return reply(200, {}, {}, request.target == "/now" ? 0ms : 1h);
     };
     for (Outcome& outcome : outcomes_) {
       identifiers_.insert(backend_.transport->start(get(backend_.url), outcome.completion()));
@@ -122,39 +154,34 @@ INSTANTIATE_TEST_SUITE_P(Adapters, HttpTransportContract, ::testing::Values("Cur
 
 TEST_P(HttpTransportContract, carriesTheExchangeUnchanged) {
   const std::string bytes("{\r\n\0\xff\r\n\r\n%", 10);
-  const struct {
-    const char* method;
-    std::map<std::string, std::string> headers;
-    std::string body;
-    int status;
-  } rows[] = {
+  const std::tuple<std::string, std::map<std::string, std::string>, std::string, int> rows[] = {
       {"GET", {{"Authorization", ""}, {"Content-Length", "0"}}, "", 404},
       {"POST", {{"Content-Type", "application/json"}, {"Content-Length", "10"}}, bytes, 201},
       {"PATCH", {{"Accept", "application/json"}, {"X-Odd", "a;b, \"c\""}}, std::string(3'000'000, 'p'), 600},
       {"DELETE", {}, "", 204},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.method) + " -> " + std::to_string(row.status));
-    const std::string body = row.status == 204 ? "" : bytes + std::to_string(row.status);
-    backend_.answer = [&](const ServiceRequest&) { return reply(row.status, body); };
-    HttpRequest request = get(backend_.url + "//a/../b?c=%20d", row.headers);
-    request.method = row.method;
-    request.body = row.body;
+  for (const auto& [method, headers, body, status] : rows) {
+    SCOPED_TRACE(method + " -> " + std::to_string(status));
+    const ServiceAnswer answer = reply(status, status == 204 ? "" : bytes + std::to_string(status));
+    backend_.answer = [&answer](const ServiceRequest&) { return answer; };
+    HttpRequest request = get(backend_.url + "//a/../b?c=%20d", headers);
+    request.method = method;
+    request.body = body;
     const HttpResult result = backend_.perform(request);
-    EXPECT_EQ(result.statusCode, row.status) << result.error.message();
-    EXPECT_EQ(result.body, body);
+    EXPECT_EQ(result.statusCode, status) << result.error.message();
+    EXPECT_EQ(result.body, answer.body);
     EXPECT_EQ(result.url, request.url);
 
     ServiceRequest seen = backend_.requests().back();
-    EXPECT_EQ(seen.method, row.method);
+    EXPECT_EQ(seen.method, method);
     EXPECT_EQ(seen.target, "//a/../b?c=%20d");
-    EXPECT_EQ(seen.body, row.body);
+    EXPECT_EQ(seen.body, body);
     // HTTP itself needs these; a second value of one of them would show up joined to the first.
     seen.headers.erase("Host");
     seen.headers.erase("Accept-Encoding");
-    service::Headers expected(row.headers.begin(), row.headers.end());
+    service::Headers expected(headers.begin(), headers.end());
     if (seen.headers.contains("Content-Length")) {
-      expected.emplace("Content-Length", std::to_string(row.body.size()));
+      expected.emplace("Content-Length", std::to_string(body.size()));
     }
     EXPECT_EQ(seen.headers, expected);
   }
@@ -218,10 +245,7 @@ TEST_P(HttpTransportContract, aCompletionMayDestroyTheTransport) {
 TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
   Backend backend;
   const std::string good = backend.url;
-  const struct {
-    URLError error;
-    std::string method, name, value, url;
-  } rows[] = {
+  const std::tuple<URLError, std::string, std::string, std::string, std::string> rows[] = {
       {URLError::unsupportedURL, "GET", "X", "a", ""},
       {URLError::badURL, "GET", "X", "a\nEvil: 1", good},
       {URLError::badURL, "GET", "X: 1\r\nEvil", "a", good},
@@ -231,10 +255,10 @@ TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
       {URLError::badURL, "GET", "X", "a", good + std::string("/\0", 2)},
       {URLError::unsupportedURL, "GET", "X", "a", "127.0.0.1/"},
   };
-  for (const auto& row : rows) {
-    HttpRequest request = get(row.url, {{row.name, row.value}});
-    request.method = row.method;
-    EXPECT_EQ(backend.perform(request).error, row.error) << row.method << row.name << row.value << row.url;
+  for (const auto& [error, method, name, value, url] : rows) {
+    HttpRequest request = get(url, {{name, value}});
+    request.method = method;
+    EXPECT_EQ(backend.perform(request).error, error) << method << name << value << url;
   }
   EXPECT_TRUE(backend.requests().empty());
 }
@@ -256,17 +280,13 @@ void performTogether(HttpTransport& transport, int count, const HttpRequest& req
 }
 
 TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneHasDied) {
-  const struct {
-    const char* method;
-    const char* body;
-    bool diesWhileIdle;
-    bool goesTwice;
-  } rows[] = {{"POST", "body", false, false}, {"POST", "", false, false}, {"DELETE", "", false, false},
-              {"GET", "body", false, false},  {"GET", "", false, true},   {"POST", "body", true, false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.method) + (row.diesWhileIdle ? " idle " : " ") + row.body);
-    const bool succeeds = row.diesWhileIdle || row.goesTwice;
-    const ScriptedServer server({.waitsForRequest = !row.diesWhileIdle,
+  const std::tuple<std::string, const char*, bool, bool> rows[] = {
+      {"POST", "body", false, false}, {"POST", "", false, false}, {"DELETE", "", false, false},
+      {"GET", "body", false, false},  {"GET", "", false, true},   {"POST", "body", true, false}};
+  for (const auto& [method, body, diesWhileIdle, goesTwice] : rows) {
+    SCOPED_TRACE(method + (diesWhileIdle ? " idle " : " ") + body);
+    const bool succeeds = diesWhileIdle || goesTwice;
+    const ScriptedServer server({.waitsForRequest = !diesWhileIdle,
                                  .answers = 2,
                                  .together = connections,
                                  .connections = (succeeds ? 2 : 1) * connections});
@@ -274,13 +294,13 @@ TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneH
     HttpRequest request = get(server.url());
     performTogether(transport, 2 * connections, request, {});
     const auto end = std::chrono::steady_clock::now() + kLong;
-    while (row.diesWhileIdle && server.closed() < connections && std::chrono::steady_clock::now() < end) {
+    while (diesWhileIdle && server.closed() < connections && std::chrono::steady_clock::now() < end) {
       std::this_thread::yield();
     }
-    request.method = row.method;
-    request.body = row.body;
+    request.method = method;
+    request.body = body;
     performTogether(transport, connections, request, succeeds ? std::error_code() : URLError::networkConnectionLost);
-    EXPECT_EQ(server.requests(), (row.goesTwice ? 4 : 3) * connections);
+    EXPECT_EQ(server.requests(), (goesTwice ? 4 : 3) * connections);
   }
 }
 
@@ -359,27 +379,24 @@ TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt
 }
 
 TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
-  const struct {
-    int status;
-    const char* method;
-    const char* then;
-  } rows[] = {{302, "POST", "GET"}, {302, "PUT", "PUT"}, {303, "DELETE", "GET"}, {308, "POST", "POST"}};
+  const std::tuple<int, std::string, std::string> rows[] = {
+      {302, "POST", "GET"}, {302, "PUT", "PUT"}, {303, "DELETE", "GET"}, {308, "POST", "POST"}};
   Backend backend;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.method);
+  for (const auto& [status, method, then] : rows) {
+    SCOPED_TRACE(method);
     backend.answer = [&](const ServiceRequest& request) {
-      return request.target == "/from" ? reply(row.status, "moved", {{"Location", "to?x=1"}}) : ServiceAnswer{};
+      return request.target == "/from" ? reply(status, "moved", {{"Location", "to?x=1"}}) : ServiceAnswer{};
     };
     HttpRequest request = get(backend.url + "/from", {{"Authorization", "key"}, {"Content-Type", "text/plain"}});
-    request.method = row.method;
+    request.method = method;
     request.body = "body";
     const HttpResult result = backend.perform(request);
     EXPECT_EQ(result.statusCode, 200);
     EXPECT_EQ(result.url, backend.url + "/to?x=1");
     EXPECT_EQ(result.body, "");
     const ServiceRequest seen = backend.requests().back();
-    const bool kept = std::string_view(row.method) == row.then;
-    EXPECT_EQ(seen.method, row.then);
+    const bool kept = method == then;
+    EXPECT_EQ(seen.method, then);
     EXPECT_EQ(seen.body, kept ? "body" : "");
     EXPECT_EQ(seen.headers.contains("Content-Type"), kept);
     EXPECT_EQ(seen.headers.at("Authorization"), "key");

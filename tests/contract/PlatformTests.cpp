@@ -16,21 +16,17 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(DefaultPlatform, dataFolderIsTheUsersOwn) {
-  const struct {
-    const char* chosen;
-    const char* data;
-    const char* documents;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"/chosen/./here/", "/data", "/chosen/here/documents"},
       {"/chosen/not/../here", "/data", "/chosen/here/documents"},
       {"", "/data", "/data/quillmar/documents"},
       {"", "relative", "/home/me/.local/share/quillmar/documents"},
       {"", "", "/home/me/.local/share/quillmar/documents"},
   };
-  for (const auto& row : rows) {
-    ::setenv("XDG_DATA_HOME", row.data, 1);
+  for (const auto& [chosen, data, documents] : rows) {
+    ::setenv("XDG_DATA_HOME", data, 1);
     ::setenv("HOME", "/home/me/", 1);
-    EXPECT_EQ(makeDefaultPlatform({row.chosen, {}, {}, {}}).files->documentsDirectory(), row.documents);
+    EXPECT_EQ(makeDefaultPlatform({chosen, {}, {}, {}}).files->documentsDirectory(), documents);
   }
 }
 

@@ -6,41 +6,26 @@
 
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
+#include "support/FaultyStores.h"
 #include "support/TemporaryFolder.h"
 #include "support/ThroughC.h"
 
 namespace quillmar::platform {
 #ifdef QUILLMAR_FOUNDATION  // built once more for the adapter of Apple systems
 std::shared_ptr<UserDefaultsProvider> openFoundation(const std::string& folder);
+constexpr const char* adapters[] = {"Foundation"};
 #else
 static std::shared_ptr<UserDefaultsProvider> openFoundation(const std::string&) {
   return nullptr;
 }
+constexpr const char* adapters[] = {"InMemory", "Sqlite", "Minimal", "C"};
 #endif
 
 namespace {
 
-#ifdef QUILLMAR_FOUNDATION
-constexpr const char* adapters[] = {"Foundation"};
-#else
-constexpr const char* adapters[] = {"InMemory", "Sqlite", "Minimal", "C"};
-#endif
-
 using Value = PropertyListValue;
 using Data = Value::Data;
 using std::chrono::nanoseconds;
-
-/// The minimum that a host's own store implements; the rest is the interface's standard implementation.
-class MinimalUserDefaults : public UserDefaults {
- public:
-  explicit MinimalUserDefaults(std::shared_ptr<UserDefaults> store) : store_(std::move(store)) {}
-  std::optional<Value> object(std::string_view key) const override { return store_->object(key); }
-  std::error_code set(std::string_view key, Value value) override { return store_->set(key, std::move(value)); }
-  std::error_code remove(std::string_view key) override { return store_->remove(key); }
-
- private:
-  std::shared_ptr<UserDefaults> store_;
-};
 
 class UserDefaultsContract : public testing::TestWithParam<const char*> {
  protected:
@@ -53,14 +38,14 @@ class UserDefaultsContract : public testing::TestWithParam<const char*> {
                                                                [](std::string_view text) { ADD_FAILURE() << text; });
     }
     if (kind_ == "C") {
-      provider_ = test::throughC(&Platform::userDefaults, stored_);
+      provider_ = test::throughC(stored_);
     }
     if (kind_ == "Foundation") {
       provider_ = openFoundation(folder_.path());
     }
     store_ = provider_->openSuite("suite");
     if (kind_ == "Minimal") {
-      store_ = std::make_shared<MinimalUserDefaults>(store_);
+      store_ = std::make_shared<test::MinimalUserDefaults>(store_);
     }
   }
 

@@ -2,16 +2,19 @@
 
 #include <gmock/gmock.h>
 
+#include "Conversion/ConversionValueResolver.h"
 #include "Conversion/LastWindowValue.h"
 #include "Conversion/RealSKAdNetwork.h"
+#include "Json/JsonParser.h"
+#include "Json/JsonReader.h"
 #include "Platform/SystemVersion.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
-#include "quillmar/simulated/ManualExecutor.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 #include "support/LogCapture.h"
 
 using namespace quillmar;
 using platform::PlatformError;
+using platform::PropertyListValue;
 using testing::ElementsAre;
 using Completion = platform::AdNetworkCompletion;
 using WindowValue = ConversionValues::WindowValue;
@@ -138,7 +141,7 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
   EXPECT_THAT(platform_->calls, ElementsAre(one)) << "registered once";
 }
 
-TEST_F(ConversionTrackingManagerTest, absentPartsAndHugeValuesAreSentSafely) {
+TEST_F(ConversionTrackingManagerTest, absentPartsHugeValuesAndAllCoarseOnesAreSentSafely) {
   constexpr std::int64_t huge = std::int64_t{1} << 40;
   send("17.0", {{}, medium});
   send("17.0", {fine7, {}});  // the interface without a coarse value does not take the lock request
@@ -146,9 +149,15 @@ TEST_F(ConversionTrackingManagerTest, absentPartsAndHugeValuesAreSentSafely) {
   send("15.4", {{{huge, {}}}, {}});
   send("14.0", {{{-huge, {}}}, {}});
   manager_->send({"rule", {{"window1", {fine7, {}}}}}, Window::window2, true);  // no call
-  EXPECT_THAT(platform_->calls,
-              ElementsAre("4 fine=0 coarse=1 lock=false", "3 fine=7", "kit fine=0 coarse=-1 lock=false",
-                          "3 fine=2147483647", "2 fine=-2147483648"));
+  for (const char* system : {"17.0", "18.0"}) {
+    send(system, {{}, {{CoarseValue::high, {}}}});
+    send(system, {{}, {{CoarseValue::low, {}}}});
+  }
+  EXPECT_THAT(
+      platform_->calls,
+      ElementsAre("4 fine=0 coarse=1 lock=false", "3 fine=7", "kit fine=0 coarse=-1 lock=false", "3 fine=2147483647",
+                  "2 fine=-2147483648", "4 fine=0 coarse=0 lock=false", "4 fine=0 coarse=2 lock=false",
+                  "kit fine=0 coarse=0 lock=false", "kit fine=0 coarse=2 lock=false"));
 }
 
 TEST_F(ConversionTrackingManagerTest, mergesEventsOfAllKeysAndTakesRevenueBoundsAsAPair) {
@@ -189,6 +198,59 @@ TEST_F(ConversionTrackingManagerTest, platformThatAnswersTwiceLateOrNeverDoesNoH
   }
   crank();
   EXPECT_TRUE(!last() && activity_->count() == 0);
+}
+
+const LastWindowValue whole{"k", 42, CoarseValue::medium, true, {"a", "b"}, 0.5, 9.0};
+const LastWindowValue least{"", -1, {}, false, {}, {}, {}};
+constexpr const char* wholeJson = R"({"key":"k","fineValue":42,"coarseValue":"medium","lockWindow":true,)"
+                                  R"("completedEvents":["a","b"],"revenueMin":0.5,"revenueMax":9})";
+
+TEST(LastWindowValue, isTheSameInItsDictionaryAndItsJson) {
+  EXPECT_EQ(LastWindowValue::decode(JsonReader(parseJson(wholeJson))), whole);
+  EXPECT_EQ(LastWindowValue::fromDictionary(whole.toDictionary()), whole);
+  EXPECT_EQ(LastWindowValue::fromDictionary(least.toDictionary()), least);
+  EXPECT_EQ(least.toDictionary().size(), 4u) << "what is absent is left out";
+  PropertyListValue::Dictionary integers = whole.toDictionary();
+  integers.insert_or_assign("revenueMax", std::int64_t{9});
+  EXPECT_EQ(LastWindowValue::fromDictionary(integers), whole) << "a store may turn 9.0 into 9";
+}
+
+TEST(LastWindowValue, dictionaryMustHaveTheRequiredEntriesInTheirTypes) {
+  for (const auto& [key, entry] : whole.toDictionary()) {
+    PropertyListValue::Dictionary dictionary = whole.toDictionary();
+    dictionary.erase(key);
+    const auto without = LastWindowValue::fromDictionary(dictionary);
+    dictionary.emplace(key, PropertyListValue::Array{"a", true});  // wrong for every one of them
+    EXPECT_EQ(LastWindowValue::fromDictionary(dictionary), without) << key;
+    const bool optional = key == "coarseValue" || key == "revenueMin" || key == "revenueMax";
+    EXPECT_EQ(without.has_value(), optional) << key;
+  }
+  PropertyListValue::Dictionary unknown = whole.toDictionary();
+  unknown.insert_or_assign("coarseValue", "HIGH");
+  EXPECT_FALSE(LastWindowValue::fromDictionary(unknown)->coarseValue);
+}
+
+TEST(ConversionValueResolver, fillsOnlyWhatIsMissingFromTheLastUpdate) {
+  const ConversionValues::FineValue filledFine{42, {}};
+  const ConversionValues::CoarseValueData low{CoarseValue::low, {{"b", 1.0, 2.0}}}, filled{CoarseValue::medium, {}};
+  PropertyListValue::Dictionary all = whole.toDictionary(), withoutCoarse = all;
+  withoutCoarse.erase("coarseValue");
+  const std::tuple<const char*, std::optional<PropertyListValue>, WindowValue, WindowValue> rows[] = {
+      {"fine", all, {{}, low}, {filledFine, low}},
+      {"coarse", all, {fine7, {}}, {fine7, filled}},
+      {"no coarse", withoutCoarse, {fine7, {}}, {fine7, {}}},
+      {"nothing", {}, {{}, low}, {{}, low}}};
+  for (const auto& [what, last, given, resolved] : rows) {
+    const auto store = std::make_shared<simulated::InMemoryUserDefaults>();
+    if (last) {
+      store->set("LastWindowValue", *last);
+    }
+    ConversionValueResolver resolver(store);
+    const ConversionValues::ConversionValue value{"rule", {{"window0", {}}, {"window1", given}}};
+    const ConversionValues::ConversionValue expected{"rule", {{"window0", {}}, {"window1", resolved}}};
+    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window1), expected) << what;
+    EXPECT_EQ(resolver.resolveConversionValue(value, Window::window2), value) << "it has none there";
+  }
 }
 
 }  // namespace

@@ -3,11 +3,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "Async/ActivityCounter.h"
-#include "Async/SerialExecutor.h"
-#include "Async/Task.h"
 #include "Async/TaskQueue.h"
-#include "quillmar/simulated/ManualExecutor.h"
 #include "support/LogCapture.h"
 
 using namespace quillmar;

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
-#include <utility>
 
-#include "quillmar/ConversionValuesRepositoryProtocol.h"
 #include "support/FacadeHarness.h"
 #include "support/FaultyStores.h"
 

@@ -98,18 +98,6 @@ TEST(ConversionValues, ranksByFineThenByCoarseWithNoneOnTop) {
       << "only one has a value there";
 }
 
-TEST(CoarseValue, isTheSameOnBothInterfacesOfThePlatform) {
-  using StoreKit = platform::SKAdNetworkCoarseConversionValue;
-  using AttributionKit = platform::AttributionKitCoarseValue;
-  for (const auto& [coarse, storeKit, attributionKit] :
-       {std::tuple(CoarseValue::high, StoreKit::high, AttributionKit::high),
-        {CoarseValue::medium, StoreKit::medium, AttributionKit::medium},
-        {CoarseValue::low, StoreKit::low, AttributionKit::low}}) {
-    EXPECT_EQ(toSKAdNetworkCoarseConversionValue(coarse), storeKit);
-    EXPECT_EQ(toAttributionKitCoarseValue(coarse), attributionKit);
-  }
-}
-
 // That an answer has the content of the document: fuzz/ConfigurationDocument.cpp.
 TEST(ConfigResponse, needsItsMembersInTheirTypes) {
   for (const char* text : {R"({"app_id":"42","sdk_enabled":1,"values":[],"lockWindows":{}})",

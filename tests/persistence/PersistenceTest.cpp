@@ -1,12 +1,11 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <functional>
-
-#include "Logging/ErrorDescription.h"
+#include "Persistence/ASADataPersistence.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
-#include "quillmar/simulated/ManualExecutor.h"
+#include "support/FailureOf.h"
 #include "support/FaultyStores.h"
+#include "support/LogCapture.h"
 
 namespace quillmar::test {
 namespace {
@@ -19,15 +18,6 @@ class Persistence : public ::testing::Test {
  protected:
   static ConversionValues document(const char* key) {
     return {{{key, {}}}, std::map<Window, ConversionValues::LockWindowConfiguration>()};
-  }
-
-  static std::string failure(const std::function<void()>& operation) {
-    try {
-      operation();
-      return {};
-    } catch (const std::exception& error) {
-      return textualDescription(error);
-    }
   }
 
   std::shared_ptr<FaultyFiles> makeFiles() {
@@ -45,7 +35,7 @@ class Persistence : public ::testing::Test {
 
 TEST_F(Persistence, readingBeforeSavingCreatesAnEmptyFileThatDoesNotDecode) {
   EXPECT_FALSE(item->exists());
-  EXPECT_EQ(failure([this] { persistence.getAllConversionValues(); }),
+  EXPECT_EQ(failureOf([this] { persistence.getAllConversionValues(); }),
             "dataCorrupted: not valid JSON at line 1, column 1: the document is empty");
   EXPECT_TRUE(item->exists());
 }
@@ -57,23 +47,23 @@ TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
   files->writeFile(path, R"({"values":[],"lockWindows":{}})", WriteMode::direct);
   EXPECT_TRUE(persistence.getAllConversionValues()->values.empty()) << "somebody else wrote the file";
   files->writeFile(path, "{", WriteMode::atomic);
-  EXPECT_NE(failure([this] { persistence.getAllConversionValues(); }), "");
+  EXPECT_NE(failureOf([this] { persistence.getAllConversionValues(); }), "");
 }
 
 TEST_F(Persistence, failuresAreToldApart) {
   persistence.save(document("kept"));
   failing = "removeItem";
-  EXPECT_EQ(failure([this] { persistence.save(document("new")); }), "No space left on device: " + path);
+  EXPECT_EQ(failureOf([this] { persistence.save(document("new")); }), "No space left on device: " + path);
   EXPECT_EQ(*item->read(), document("kept")) << "nothing is written when the deletion fails";
   files = makeFiles();
   PersistenceItem<ConversionValues> fresh(files, "x");
   failing = "createDirectory";
-  EXPECT_EQ(failure([&] { fresh.read(); }), "invalidFilename");
+  EXPECT_EQ(failureOf([&] { fresh.read(); }), "invalidFilename");
   failing = "createFile";
-  EXPECT_EQ(failure([&] { fresh.delete_(); }), "notFile");
+  EXPECT_EQ(failureOf([&] { fresh.delete_(); }), "notFile");
   PersistenceItem<ConversionValues> nowhere(std::make_shared<simulated::InMemoryFileManager>(std::nullopt), "x");
   EXPECT_FALSE(nowhere.exists());
-  EXPECT_EQ(failure([&] { nowhere.save(document("x")); }), "invalidFilename");
+  EXPECT_EQ(failureOf([&] { nowhere.save(document("x")); }), "invalidFilename");
 }
 
 struct ScriptedConfigClient : ConfigApiClientProtocol {
@@ -95,6 +85,62 @@ TEST_F(Persistence, verdictOfTheServiceIsStoredBeforeTheDocument) {
   EXPECT_EQ(failure, "No space left on device: " + path);
   EXPECT_EQ(defaults->string("ServerAppId"), "app-1");
   EXPECT_EQ(defaults->object("SdkEnabled"), platform::PropertyListValue(false));
+}
+
+const std::string asaPath = "/documents/asa_attribution_data.json";
+const std::string error = "error: ASADataPersistence - ";
+
+class ASADataPersistenceTest : public ::testing::Test {
+ protected:
+  ASADataPersistenceTest() { files->createDirectory("/documents"); }
+
+  const std::shared_ptr<simulated::InMemoryFileManager> files = std::make_shared<simulated::InMemoryFileManager>();
+  ASADataPersistence persistence{files};
+  LogCapture log;
+};
+
+TEST_F(ASADataPersistenceTest, recordAndDictionaryAreReadFromTheFilesThatHoldThem) {
+  const std::string large = R"({"orgId":"1"})" + std::string(1U << 20U, ' ');
+  const std::tuple<const char*, bool, bool> rows[] = {{nullptr, false, false},
+                                                      {"", false, false},
+                                                      {"[]", false, false},
+                                                      {large.c_str(), false, false},
+                                                      {R"({"orgId":1})", false, true},
+                                                      {R"({"orgId":"1"})", true, true}};
+  for (const auto& [content, isRecord, isDictionary] : rows) {
+    if (content != nullptr) {
+      files->writeFile(asaPath, content, platform::WriteMode::direct);
+    }
+    EXPECT_EQ(persistence.loadASAData().has_value(), isRecord);
+    EXPECT_EQ(persistence.loadASADataAsDictionary().has_value(), isDictionary);
+  }
+  EXPECT_THAT(log.messages(), ::testing::Contains(::testing::HasSubstr("A value has the wrong type: orgId")));
+}
+
+TEST_F(ASADataPersistenceTest, savesEveryField) {
+  persistence.saveASAData({true, "1", "2", "3", "4", "5", "6", "7", "8", "9", "\"10\""});
+  std::string content;
+  ASSERT_FALSE(files->readFile(asaPath, content));
+  EXPECT_EQ(
+      content,
+      R"({"attribution":true,"campaignId":"1","adGroupId":"2","keywordId":"3","countryOrRegion":"4",)"
+      R"("conversionType":"5","clickDate":"6","impressionDate":"7","adId":"8","orgId":"9","claimType":"\"10\""})");
+}
+
+TEST_F(ASADataPersistenceTest, placesThatCannotBeWrittenAreLoggedOnly) {
+  Log::setLogLevel(LogLevel::error);
+  persistence.saveASAData({true, std::string(1U << 20U, '1'), {}, {}, {}, {}, {}, {}, {}, {}, {}});
+  files->createDirectory(asaPath);  // in the way
+  persistence.saveASAData({});
+  ASADataPersistence homeless(std::make_shared<simulated::InMemoryFileManager>(std::nullopt));
+  homeless.saveASAData({});
+  homeless.clearASAData();
+  EXPECT_EQ(homeless.loadASAData(), std::nullopt);
+  EXPECT_THAT(log.messages(),
+              ::testing::ElementsAre(error + "Failed to save ASA data: File too large: " + asaPath,
+                                     error + "Failed to save ASA data: Is a directory: " + asaPath,
+                                     error + "There is no documents directory, ASA data is not kept",
+                                     error + "Failed to save ASA data: The file has no place to be stored in."));
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
-#include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/platform/InProcessNotificationCenter.h"
 #include "support/LogCapture.h"

@@ -1,24 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
-#include <iostream>
 #include <random>
 #include <thread>
-#include <vector>
 
-#include "Conversion/EventTracker.h"
-#include "Logging/Log.h"
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/SystemClock.h"
-#include "Platform/Posix/ThreadPoolExecutor.h"
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
-#include "Settings/QuillMarDefaults.h"
-#include "quillmar/Quillmar.h"
-#include "quillmar/QuillmarASAAttribution.h"
-#include "quillmar/QuillmarFactory.h"
 #include "support/AttributionHarness.h"
-#include "support/FacadeHarness.h"
 #include "support/TemporaryFolder.h"
 
 // Everything at once, from many threads: what this test is for shows under ThreadSanitizer.
@@ -146,7 +135,6 @@ TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));
   EXPECT_EQ(lines_->count, 0);
-  std::cout << quillmar_->statistics().logged << " events logged\n";
 
   // The store is whole: another tracker reads what this one knows.
   EventTracker other(quillMarDefaults(platform_.userDefaults), platform_.clock);

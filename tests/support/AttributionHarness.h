@@ -1,12 +1,6 @@
 #pragma once
 
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Attribution/QuillmarASAAttributionCore.h"
-#include "quillmar/QuillmarASAAttribution.h"
 #include "support/FacadeHarness.h"
 
 namespace quillmar::test {
@@ -59,16 +53,6 @@ class AttributionHarness : public FacadeHarness {
     std::string content = "no file";
     simulated.files->readFile(attributionFile, content);
     return content;
-  }
-
-  /// The log lines of the facade and of the listener, with their severities.
-  std::vector<std::string> listenerLines() const {
-    std::vector<std::string> lines = log.messages();
-    std::erase_if(lines, [](const std::string& line) {
-      return line.find(": QuillmarASAAttribution - ") == std::string::npos &&
-             line.find(": PurchaseInterceptor - ") == std::string::npos;
-    });
-    return lines;
   }
 
   int attributionStatus = 200;

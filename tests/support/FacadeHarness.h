@@ -1,17 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "Facade/QuillmarCore.h"
 #include "Settings/QuillMarDefaults.h"
-#include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "support/LogCapture.h"
@@ -22,17 +14,15 @@ inline const platform::Clock::TimePoint startOfTests = std::chrono::sys_days{std
 
 /// A configuration in which each window has a "Session" rule and a "Purchase" rule that wants a revenue of 10 to 50.
 inline std::string configuration(const std::string& lockWindows = "{}", bool enabled = true) {
-  const auto rule = [](const std::string& key, const std::string& fine, const std::string& coarse,
-                       const std::string& event) {
-    const std::string events = R"(,"requiredEvents":[{"name":)" + event + "}]}";
-    const std::string value =
-        R"({"fineValue":{"value":)" + fine + events + R"(,"coarseValue":{"value":")" + coarse + "\"" + events + "}";
-    return R"({"key":")" + key + R"(","windows":{"window0":)" + value + R"(,"window1":)" + value + R"(,"window2":)" +
-           value + "}}";
+  const auto rule = [](const char* key, int fine, const char* coarse, const char* event) {
+    const auto value = fmt::format(R"({{"fineValue":{{"value":{},{}}},"coarseValue":{{"value":"{}",{}}}}})", fine,
+                                   event, coarse, event);
+    return fmt::format(R"({{"key":"{0}","windows":{{"window0":{1},"window1":{1},"window2":{1}}}}})", key, value);
   };
-  return R"({"app_id":"app-1","sdk_enabled":)" + std::string(enabled ? "true" : "false") + R"(,"values":[)" +
-         rule("Purchase", "40", "high", R"("purchase","revenueMin":10,"revenueMax":50)") + "," +
-         rule("Session", "1", "low", R"("session")") + R"(],"lockWindows":)" + lockWindows + "}";
+  return fmt::format(
+      R"({{"app_id":"app-1","sdk_enabled":{},"values":[{},{}],"lockWindows":{}}})", enabled,
+      rule("Purchase", 40, "high", R"("requiredEvents":[{"name":"purchase","revenueMin":10,"revenueMax":50}])"),
+      rule("Session", 1, "low", R"("requiredEvents":[{"name":"session"}])"), lockWindows);
 }
 
 /// A host on a simulated platform, with a service in the same process. Time goes only by `advance`.
@@ -43,8 +33,6 @@ class FacadeHarness {
         log(LogLevel::info, simulated.clock),
         defaults(quillMarDefaults(simulated.userDefaults)) {
     simulated.logSink = log.sink();
-    Quillmar::resetStaticState();
-    Quillmar::setUseMock(false);
     restart();
   }
   virtual ~FacadeHarness() {

@@ -1,11 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <system_error>
-#include <utility>
 
 #include "Conversion/EventTracker.h"
 #include "quillmar/simulated/InMemoryFileManager.h"
@@ -43,6 +38,20 @@ class FaultyFiles final : public simulated::InMemoryFileManager {
 
  private:
   const Fault fault_;
+};
+
+/// The minimum that a host's own store implements; the rest is the interface's standard implementation.
+class MinimalUserDefaults : public platform::UserDefaults {
+ public:
+  explicit MinimalUserDefaults(std::shared_ptr<UserDefaults> store) : store_(std::move(store)) {}
+  std::optional<platform::PropertyListValue> object(std::string_view key) const override { return store_->object(key); }
+  std::error_code set(std::string_view key, platform::PropertyListValue value) override {
+    return store_->set(key, std::move(value));
+  }
+  std::error_code remove(std::string_view key) override { return store_->remove(key); }
+
+ private:
+  std::shared_ptr<UserDefaults> store_;
 };
 
 /// Keeps in memory what it cannot write, as the seam wants it; appends are all or nothing.

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "Logging/Log.h"
 #include "quillmar/simulated/ManualClock.h"
 #include "quillmar/simulated/RecordingLogSink.h"

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <cerrno>
@@ -10,10 +9,10 @@
 
 namespace quillmar::test {
 
-/// An empty folder of its own for one test; it goes with the object.
+/// An empty folder of its own; it goes with the object.
 class TemporaryFolder {
  public:
-  TemporaryFolder() : path_(testing::TempDir() + "quillmar-XXXXXX") {
+  TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "quillmar-XXXXXX") {
     if (::mkdtemp(path_.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), path_);
     }

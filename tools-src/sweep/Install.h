@@ -1,8 +1,6 @@
 #pragma once
 
 #include <map>
-#include <string>
-#include <vector>
 
 #include "Run.h"
 
@@ -42,13 +40,10 @@ struct Expectation {
   std::string attribution;    ///< likewise
   bool resets = false;        ///< the run forgets what the service sent and the events
   bool writesFailed = false;  ///< settings that could not be written may be the old ones
+  bool undisturbed = false;   ///< nothing may be the old one
 };
 
 /// What is wrong with the folder after the run; one text for each loss.
-std::vector<std::string> lossesAfterRun(const Expectation& expected, const Acknowledged& told, const Install& now);
-
-/// What is wrong after a further, undisturbed run that tracked `event`.
-std::vector<std::string> lossesAfterRestart(const Expectation& expected, const RunResult& restart,
-                                            const std::string& event, const Install& now);
+std::vector<std::string> lossesAfter(const Expectation& expected, const Acknowledged& told, const Install& now);
 
 }  // namespace quillmar::sweep

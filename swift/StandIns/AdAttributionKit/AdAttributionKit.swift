@@ -32,42 +32,32 @@ public enum StandInPostbacks {
     public var errorDescription: String? { "The value is refused." }
   }
 
+  private struct State {
+    var taken: [PostbackUpdate] = []
+    var begun = 0
+  }
   private static let lock = NSLock()
-  private nonisolated(unsafe) static var all: [PostbackUpdate] = []
-  private nonisolated(unsafe) static var hasBegun = false
+  private nonisolated(unsafe) static var state = State()
+
+  private static func with<Result>(_ body: (inout State) -> Result) -> Result {
+    lock.lock()
+    defer { lock.unlock() }
+    return body(&state)
+  }
 
   /// The first update takes the longest, so that those behind it would overtake it if they could. 63 is refused.
   static func receive(_ update: PostbackUpdate) async throws {
-    if begin() {
+    let isFirst = with { state in
+      state.begun += 1
+      return state.begun == 1
+    }
+    if isFirst {
       for _ in 0..<1000 { await Task.yield() }
     }
-    add(update)
+    with { $0.taken.append(update) }
     if update.fineConversionValue == 63 { throw Refused() }
   }
 
-  private static func begin() -> Bool {
-    lock.lock()
-    defer { lock.unlock() }
-    defer { hasBegun = true }
-    return !hasBegun
-  }
-
-  private static func add(_ update: PostbackUpdate) {
-    lock.lock()
-    all.append(update)
-    lock.unlock()
-  }
-
-  public static var taken: [PostbackUpdate] {
-    lock.lock()
-    defer { lock.unlock() }
-    return all
-  }
-
-  public static func clear() {
-    lock.lock()
-    all = []
-    hasBegun = false
-    lock.unlock()
-  }
+  public static var taken: [PostbackUpdate] { with { $0.taken } }
+  public static func clear() { with { $0 = State() } }
 }

@@ -31,18 +31,14 @@ public struct UUID: Hashable, Sendable {
   public init() {}
 }
 
-public struct Data: Hashable, Sendable {
+public struct Data: Collection, Hashable, Sendable {
   public init() {}
   public init(bytes: UnsafeRawPointer, count: Int) { fatalError() }
   public init<Bytes: Sequence>(_ elements: Bytes) where Bytes.Element == UInt8 { fatalError() }
-  public var count: Int { fatalError() }
-  public var isEmpty: Bool { fatalError() }
   public mutating func append(_ other: Data) { fatalError() }
   public func withUnsafeBytes<Result>(_ body: (UnsafeRawBufferPointer) throws -> Result) rethrows -> Result {
     fatalError()
   }
-}
-extension Data: Collection {
   public var startIndex: Int { fatalError() }
   public var endIndex: Int { fatalError() }
   public func index(after index: Int) -> Int { fatalError() }
@@ -59,43 +55,21 @@ public struct URL: Hashable, Sendable {
 }
 
 public struct URLError: Error {
-  public struct Code: Hashable, Sendable {
-    public static var cancelled: Code { fatalError() }
-    public static var badURL: Code { fatalError() }
-    public static var unsupportedURL: Code { fatalError() }
-    public static var timedOut: Code { fatalError() }
-    public static var cannotFindHost: Code { fatalError() }
-    public static var dnsLookupFailed: Code { fatalError() }
-    public static var cannotConnectToHost: Code { fatalError() }
-    public static var networkConnectionLost: Code { fatalError() }
-    public static var notConnectedToInternet: Code { fatalError() }
-    public static var dataNotAllowed: Code { fatalError() }
-    public static var internationalRoamingOff: Code { fatalError() }
-    public static var callIsActive: Code { fatalError() }
-    public static var secureConnectionFailed: Code { fatalError() }
-    public static var serverCertificateHasBadDate: Code { fatalError() }
-    public static var serverCertificateUntrusted: Code { fatalError() }
-    public static var serverCertificateHasUnknownRoot: Code { fatalError() }
-    public static var serverCertificateNotYetValid: Code { fatalError() }
-    public static var clientCertificateRejected: Code { fatalError() }
-    public static var clientCertificateRequired: Code { fatalError() }
-    public static var appTransportSecurityRequiresSecureConnection: Code { fatalError() }
-    public static var httpTooManyRedirects: Code { fatalError() }
-    public static var redirectToNonExistentLocation: Code { fatalError() }
-    public static var badServerResponse: Code { fatalError() }
-    public static var cannotDecodeRawData: Code { fatalError() }
-    public static var cannotDecodeContentData: Code { fatalError() }
-    public static var cannotParseResponse: Code { fatalError() }
-    public static var zeroByteResource: Code { fatalError() }
-    public static var dataLengthExceedsMaximum: Code { fatalError() }
+  public enum Code: Sendable {
+    case unknown, cancelled, badURL, unsupportedURL, timedOut, cannotFindHost, dnsLookupFailed, cannotConnectToHost
+    case networkConnectionLost, notConnectedToInternet, dataNotAllowed, internationalRoamingOff, callIsActive
+    case secureConnectionFailed, serverCertificateHasBadDate, serverCertificateUntrusted
+    case serverCertificateHasUnknownRoot, serverCertificateNotYetValid, clientCertificateRejected
+    case clientCertificateRequired, appTransportSecurityRequiresSecureConnection
+    case httpTooManyRedirects, redirectToNonExistentLocation, badServerResponse, cannotDecodeRawData
+    case cannotDecodeContentData, cannotParseResponse, zeroByteResource, dataLengthExceedsMaximum
   }
   public var code: Code { fatalError() }
 }
 
 public struct URLRequest: Sendable {
-  public enum CachePolicy: UInt, Sendable {
-    case useProtocolCachePolicy = 0
-    case reloadIgnoringLocalCacheData = 1
+  public enum CachePolicy: Sendable {
+    case useProtocolCachePolicy, reloadIgnoringLocalCacheData
   }
   public init(url: URL, cachePolicy: CachePolicy = .useProtocolCachePolicy, timeoutInterval: TimeInterval = 60) {}
   public var httpMethod: String?
@@ -106,11 +80,9 @@ public struct URLRequest: Sendable {
 open class URLResponse: NSObject, @unchecked Sendable {}
 open class HTTPURLResponse: URLResponse, @unchecked Sendable {
   public var statusCode: Int { fatalError() }
-  @available(iOS 13.0, *)
   public func value(forHTTPHeaderField field: String) -> String? { fatalError() }
 }
 
-open class Operation: NSObject, @unchecked Sendable {}
 open class OperationQueue: NSObject, @unchecked Sendable {
   public func addOperation(_ block: @escaping @Sendable () -> Void) { fatalError() }
 }

@@ -25,9 +25,8 @@ public struct Product: Sendable {
       public let jsonRepresentation: Data
     }
 
-    public struct RenewalState: RawRepresentable, Hashable, Sendable {
+    public struct RenewalState: Sendable {
       public let rawValue: Int
-      public init(rawValue: Int) { self.rawValue = rawValue }
     }
 
     public struct Status: Sendable {
@@ -35,17 +34,7 @@ public struct Product: Sendable {
       public let transaction: VerificationResult<Transaction>
       public let renewalInfo: VerificationResult<RenewalInfo>
 
-      public struct Statuses: AsyncSequence, Sendable {
-        public typealias Element = Status
-        public struct AsyncIterator: AsyncIteratorProtocol {
-          var inner: AsyncStream<Status>.AsyncIterator
-          public mutating func next() async -> Status? { await inner.next() }
-        }
-        public func makeAsyncIterator() -> AsyncIterator {
-          AsyncIterator(inner: StandInStore.subscribe().makeAsyncIterator())
-        }
-      }
-      public static var updates: Statuses { Statuses() }
+      public static var updates: AsyncStream<Status> { StandInStore.subscribe() }
     }
   }
 }
@@ -55,26 +44,22 @@ public enum StandInStore {
   private static let lock = NSLock()
   private nonisolated(unsafe) static var open: [UUID: AsyncStream<Product.SubscriptionInfo.Status>.Continuation] = [:]
 
+  private static func with<Result>(_ body: () -> Result) -> Result {
+    lock.lock()
+    defer { lock.unlock() }
+    return body()
+  }
+
   static func subscribe() -> AsyncStream<Product.SubscriptionInfo.Status> {
     AsyncStream { continuation in
       let id = UUID()
-      lock.lock()
-      open[id] = continuation
-      lock.unlock()
-      continuation.onTermination = { _ in
-        lock.lock()
-        open[id] = nil
-        lock.unlock()
-      }
+      with { open[id] = continuation }
+      continuation.onTermination = { _ in with { open[id] = nil } }
     }
   }
 
   /// How many are listening.
-  public static var listeners: Int {
-    lock.lock()
-    defer { lock.unlock() }
-    return open.count
-  }
+  public static var listeners: Int { with { open.count } }
 
   public static func post(
     id: UInt64, transaction: String, isVerified: Bool = true, renewalInfo: String = "{}",
@@ -86,9 +71,6 @@ public enum StandInStore {
       state: .init(rawValue: state),
       transaction: isVerified ? .verified(signed) : .unverified(signed, .invalidSignature),
       renewalInfo: isRenewalVerified ? .verified(renewal) : .unverified(renewal, .invalidSignature))
-    lock.lock()
-    let all = Array(open.values)
-    lock.unlock()
-    all.forEach { $0.yield(status) }
+    with { Array(open.values) }.forEach { $0.yield(status) }
   }
 }

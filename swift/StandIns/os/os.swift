@@ -10,9 +10,3 @@ public struct OSLogType: Hashable, Sendable {
   public static let error = OSLogType()
 }
 public func os_log(_ message: StaticString, log: OSLog, type: OSLogType, _ arguments: Any...) { fatalError() }
-
-/// Only to see that nobody uses it: it came with iOS 14.
-@available(iOS 14.0, *)
-public struct Logger {
-  public init(subsystem: String, category: String) { fatalError() }
-}

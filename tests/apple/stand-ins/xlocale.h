@@ -1,34 +1,13 @@
 // A stand-in, see README.md in this folder.
 #pragma once
-#include <ctype.h>
 #include <locale.h>
-#include <stdarg.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <time.h>
-#include <wchar.h>
-#include <wctype.h>
 typedef unsigned int __uint32_t;
-enum {
-  _CTYPE_A = 0x100,
-  _CTYPE_C = 0x200,
-  _CTYPE_D = 0x400,
-  _CTYPE_L = 0x1000,
-  _CTYPE_P = 0x2000,
-  _CTYPE_S = 0x4000,
-  _CTYPE_U = 0x8000,
-  _CTYPE_X = 0x10000,
-  _CTYPE_B = 0x20000,
-  _CTYPE_R = 0x40000
-};
+enum { _CTYPE_A = 0x100, _CTYPE_C = 0x200, _CTYPE_D = 0x400, _CTYPE_L = 0x1000, _CTYPE_P = 0x2000 };
+enum { _CTYPE_S = 0x4000, _CTYPE_U = 0x8000, _CTYPE_X = 0x10000, _CTYPE_B = 0x20000, _CTYPE_R = 0x40000 };
 extern "C" {
-int MB_CUR_MAX_L_function(locale_t);
-#define MB_CUR_MAX_L(locale) (static_cast<size_t>(MB_CUR_MAX_L_function(locale)))
+#define MB_CUR_MAX_L(locale) MB_CUR_MAX
 int snprintf_l(char*, size_t, locale_t, const char*, ...);
-int vsnprintf_l(char*, size_t, locale_t, const char*, va_list);
 int asprintf_l(char**, locale_t, const char*, ...);
-int vasprintf_l(char**, locale_t, const char*, va_list);
 int sscanf_l(const char*, locale_t, const char*, ...);
 size_t mbrtowc_l(wchar_t*, const char*, size_t, mbstate_t*, locale_t);
 size_t mbrlen_l(const char*, size_t, mbstate_t*, locale_t);

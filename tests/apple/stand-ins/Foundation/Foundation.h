@@ -17,10 +17,6 @@ __attribute__((objc_root_class))
 + (instancetype)alloc;
 - (instancetype)init;
 - (id)copy;
-- (instancetype)retain;
-- (oneway void)release;
-- (instancetype)autorelease;
-- (Class)class;
 + (Class)class;
 - (BOOL)isKindOfClass:(Class)aClass;
 @end
@@ -33,8 +29,6 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @interface NSString : NSObject
 - (instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)length encoding:(NSStringEncoding)encoding;
 - (NSData*)dataUsingEncoding:(NSStringEncoding)encoding;
-@end
-@interface NSConstantString : NSString
 @end
 
 @interface NSData : NSObject
@@ -58,16 +52,8 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property(readonly) NSTimeInterval timeIntervalSinceReferenceDate;
 @end
 
-typedef struct {
-  unsigned long state;
-  id __unsafe_unretained* itemsPtr;
-  unsigned long* mutationsPtr;
-  unsigned long extra[5];
-} NSFastEnumerationState;
 @protocol NSFastEnumeration
-- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
-                                  objects:(id __unsafe_unretained[])buffer
-                                    count:(NSUInteger)count;
+- (NSUInteger)countByEnumeratingWithState:(void*)state objects:(id __unsafe_unretained[])buffer count:(NSUInteger)count;
 @end
 
 @interface NSArray : NSObject <NSFastEnumeration>
@@ -133,9 +119,7 @@ typedef struct {
 @property(readonly) NSOperatingSystemVersion operatingSystemVersion STAND_IN_IOS(8.0);
 @end
 
-@class NSOperationQueue;
-@interface NSNotification : NSObject
-@end
+@class NSNotification, NSOperationQueue;
 @interface NSNotificationCenter : NSObject
 + (NSNotificationCenter*)defaultCenter;
 - (id)addObserverForName:(NSString*)name
