@@ -140,8 +140,7 @@ std::vector<const ConversionValues::ConversionValue*> EventTracker::findComplete
   std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
-    if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
-                                   (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
+    if (windowValue != nullptr && isComplete(*windowValue, index_)) {
       completed.push_back(&value);
     }
   }
@@ -170,10 +169,8 @@ std::error_code EventTracker::updateIndex() {
 }
 
 void EventTracker::addToIndex(const TrackedEvent& event) {
-  std::set<double>& revenues = index_[event.name];
-  if (const auto revenue = event.parameters.find("revenue"); revenue != event.parameters.end()) {
-    revenues.insert(revenue->second);
-  }
+  const auto revenue = event.parameters.find("revenue");
+  addEvent(index_, event.name, revenue != event.parameters.end() ? std::optional(revenue->second) : std::nullopt);
 }
 
 std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
@@ -211,21 +208,6 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);
   return {};
-}
-
-bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& events) const {
-  return std::all_of(events.begin(), events.end(), [this](const ConversionValues::RequiredEvent& event) {
-    const auto found = index_.find(std::string_view(event.name));
-    if (found == index_.end()) {
-      return false;
-    }
-    if (!event.revenueMin || !event.revenueMax) {
-      return true;  // a single bound is deliberately ignored
-    }
-    const std::set<double>& revenues = found->second;
-    const auto candidate = revenues.lower_bound(*event.revenueMin);
-    return candidate != revenues.end() && *candidate <= *event.revenueMax;
-  });
 }
 
 }  // namespace quillmar

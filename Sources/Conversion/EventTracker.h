@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,9 +9,9 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <unordered_map>
 #include <vector>
 
+#include "Conversion/Completion.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
 #include "quillmar/EventValue.h"
@@ -63,19 +62,11 @@ class EventTracker {
                                                                                       Window currentWindow);
 
  private:
-  struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-  };
-  /// The distinct revenues of the events of each name.
-  using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
-
   // These are called with the lock held.
   std::error_code store(const std::vector<TrackedEvent>& events);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
-  bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;
@@ -84,7 +75,7 @@ class EventTracker {
   /// what the other wrote.
   static std::mutex eventsQueue_;
 
-  Index index_;
+  RevenuesByName index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.

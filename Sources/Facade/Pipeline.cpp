@@ -1,7 +1,7 @@
-#include <algorithm>
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
+#include "Conversion/LowestRanked.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
@@ -27,31 +27,6 @@ constexpr std::int64_t windowStart(Window window) noexcept {
   }
 }
 constexpr std::int64_t lastDay = 35;
-
-using Values = std::vector<const ConversionValues::ConversionValue*>;
-
-/// The first of the completed values that none ranks below. The lowest wins deliberately, not the highest.
-///
-/// Values with and without a fine value rank in no consistent order: each may have one below it. Then it is what a
-/// stable sort by insertion puts first.
-const ConversionValues::ConversionValue* lowestRanked(const Values& completed, Window window) {
-  const auto isBelow = [window](const auto* a, const auto* b) { return a->compareWindowValue(*b, window) < 0; };
-  // In a consistent order this is the one. It is asked first, so that all others are done with at once.
-  const auto* const likely = *std::min_element(completed.begin(), completed.end(), isBelow);
-  for (const auto* const value : completed) {
-    const auto isBelowValue = [&](const auto* other) { return isBelow(other, value); };
-    if (!isBelowValue(likely) && std::none_of(completed.begin(), completed.end(), isBelowValue)) {
-      return value;
-    }
-  }
-  Values sorted;
-  for (const auto* const value : completed) {
-    const auto last =
-        std::find_if_not(sorted.rbegin(), sorted.rend(), [&](const auto* other) { return isBelow(value, other); });
-    sorted.insert(last.base(), value);
-  }
-  return sorted.front();
-}
 
 /// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
 bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value, Window window) {
