@@ -179,7 +179,7 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   StopSignal end;
   std::thread serving([&] {
     std::ofstream output(pipe);
-    ServeCommand({.failFirst = 1}, end).run(output);
+    ServeCommand({.failFirst = 1}, end).run(output, errors);
   });
   // Not a stream, which waits for a whole buffer in some standard libraries.
   const std::unique_ptr<FILE, int (*)(FILE*)> served(std::fopen(pipe.c_str(), "r"), std::fclose);

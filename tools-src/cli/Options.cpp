@@ -61,6 +61,14 @@ Without "at" it happens at the time of the line before. A line that is earlier t
 is left out. Automatic activations are listed only when they made the library call the platform. Of several completed
 values the library sends the lowest-ranked one, as it does in an app.)";
 
+constexpr const char* checkFooter =
+    R"(Says what is wrong with a configuration, as the service delivers it or as it is stored: which rules can never be sent,
+and by which events that shows; ranges that overlap or leave a gap; values that the platform refuses; locks that never
+come; and more. Each finding is an error (it cannot do what it says), a warning (it probably does something else than its
+author thinks) or a note (worth knowing), with a code, the line, the JSON path, what will happen and what to do.
+
+Exit status: 0 nothing but notes; 1 errors or warnings; 2 the configuration is unusable: the library would refuse it.)";
+
 const std::map<std::string, LogLevel> logLevels = {
     {"off", LogLevel::off}, {"error", LogLevel::error}, {"debug", LogLevel::debug}, {"info", LogLevel::info}};
 
@@ -277,12 +285,22 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
 }
 
+void addCheck(CLI::App& app, CheckOptions& check) {
+  CLI::App& command =
+      *app.add_subcommand("check", "What is wrong with a configuration, before users find out")->footer(checkFooter);
+  command.add_option("CONFIG", check.config, "the configuration, as JSON; -: standard input")
+      ->required()
+      ->check(CLI::Validator(inputFile, "FILE"));
+  command.add_flag("--json", check.json, "print JSON Lines in place of text");
+}
+
 }  // namespace
 
 Command parseCommandLine(std::vector<std::string> arguments) {
   RunOptions run;
   ServeOptions serve;
   SimulateOptions simulate;
+  CheckOptions check;
   CLI::App app("A host app in a box for the Quillmar library", "quillmar");
   app.set_version_flag("--version", "quillmar " QUILLMAR_VERSION);
   app.footer(
@@ -290,6 +308,7 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   std::string keyFile;
   addRun(app, run, keyFile);
   addSimulate(app, simulate);
+  addCheck(app, check);
   addServe(app, serve);
   std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
   try {
@@ -312,7 +331,10 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   if (app.got_subcommand("simulate")) {
     return simulate;
   }
-  throw UsageError("a command is expected: run, simulate or serve (see quillmar --help)");
+  if (app.got_subcommand("check")) {
+    return check;
+  }
+  throw UsageError("a command is expected: run, simulate, check or serve (see quillmar --help)");
 }
 
 }  // namespace quillmar::cli

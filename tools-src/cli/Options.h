@@ -52,12 +52,17 @@ struct SimulateOptions {
   bool json = false;
 };
 
+struct CheckOptions {
+  std::string config = {};  ///< a path, or "-" for standard input
+  bool json = false;
+};
+
 /// A text to print on standard output, and nothing else: --help, --version.
 struct Information {
   std::string text = {};
 };
 
-using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, Information>;
+using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, CheckOptions, Information>;
 
 /// Reads the arguments that follow the program's name. Throws `UsageError`.
 Command parseCommandLine(std::vector<std::string> arguments);
