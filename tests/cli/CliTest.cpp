@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "CheckCommand.h"
 #include "InputLines.h"
 #include "Options.h"
 #include "RunCommand.h"
@@ -154,6 +155,30 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }
 
+TEST(CheckCommand, tellsByItsStatusAndInBothForms) {
+  const auto check = [](const std::string& text, bool json = false) {
+    std::istringstream input(text);
+    std::ostringstream output;
+    const int status = CheckCommand({.config = "-", .json = json}).run(input, output);
+    return std::to_string(status) + "\n" + output.str();
+  };
+  EXPECT_EQ(check(R"({"values":[],"lockWindows":{}})"), "0\n0 errors, 0 warnings, 0 notes\n");
+  EXPECT_THAT(check(configuration),
+              AllOf(StartsWith("1\n"), HasSubstr("\n<stdin>:3: warning: The fine and the coarse "),
+                    HasSubstr(" [half-complete]\n    $.values[0].windows.window0: Let both ")));
+  EXPECT_THAT(check("{\n", true), StartsWith(R"(2
+{"finding":{"code":"unusable","severity":"error","path":"$","line":2,"message":"The library refuses the whole )"));
+  EXPECT_THAT(check(R"({"lockWindows":{},"values":[{"key":"a","windows":{"\u001b[1m":{}}}]})"),
+              AllOf(HasSubstr("\\u001b[1m"), Not(HasSubstr("\x1b"))));
+  const std::string rule =
+      R"({"key":"first","windows":{"window1":{"coarseValue":{"value":"low","requiredEvents":[]}}}})";
+  EXPECT_THAT(
+      check("{\"lockWindows\":{},\"values\":[" + rule + "," + rule + "]}", true),
+      AllOf(HasSubstr(R"("code":"unreachable","severity":"error","path":"$.values[1].windows.window1","line":1,)"),
+            HasSubstr(R"("shadowedBy":"first"}})"),
+            EndsWith("{\"summary\":{\"errors\":1,\"warnings\":3,\"notes\":3}}\n")));
+}
+
 TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   Quillmar::resetStaticState();
   const test::TemporaryFolder folder;
@@ -177,9 +202,11 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   const std::string pipe = folder / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   StopSignal end;
+  std::ostringstream warnings;
+  std::ofstream(options.dataDirectory + "/config") << configuration;
   std::thread serving([&] {
     std::ofstream output(pipe);
-    ServeCommand({.failFirst = 1}, end).run(output, errors);
+    ServeCommand({.config = options.dataDirectory + "/config", .failFirst = 1}, end).run(output, warnings);
   });
   // Not a stream, which waits for a whole buffer in some standard libraries.
   const std::unique_ptr<FILE, int (*)(FILE*)> served(std::fopen(pipe.c_str(), "r"), std::fclose);
@@ -201,6 +228,7 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   interrupt.join();
   end.raise();
   serving.join();
+  EXPECT_THAT(warnings.str(), AllOf(HasSubstr("/config:3: warning: "), Not(HasSubstr(": note: "))));
   std::string rest;
   while (std::fgets(line, sizeof line, served.get()) != nullptr) {
     rest += line;

@@ -27,7 +27,7 @@ _quillmar() {
     *) return ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
-  if grep -q '^  CONFIG FILE' <<<"$help"; then  # an argument without a name
+  if grep -q '^  CONFIG ' <<<"$help"; then  # an argument without a name
     compopt -o filenames 2>/dev/null
     mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$word")
   fi
