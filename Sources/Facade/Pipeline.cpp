@@ -2,6 +2,7 @@
 
 #include "Conversion/LastWindowValue.h"
 #include "Conversion/LowestRanked.h"
+#include "Conversion/PostbackWindows.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
@@ -14,19 +15,6 @@ namespace {
 
 /// How often in a row the configuration may be missing for events of one name.
 constexpr std::int64_t maxConfigurationAttempts = 2;
-
-/// The days since the first run at which the windows begin.
-constexpr std::int64_t windowStart(Window window) noexcept {
-  switch (window) {
-    case Window::window1:
-      return 3;
-    case Window::window2:
-      return 8;
-    default:
-      return 0;
-  }
-}
-constexpr std::int64_t lastDay = 35;
 
 /// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
 bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value, Window window) {
@@ -44,13 +32,7 @@ std::optional<Window> QuillmarCore::getCurrentWindow() const {
     return Window::window0;
   }
   const std::int64_t day = Calendar(*platform_.clock).wholeDays(*firstRun, platform_.clock->now());
-  if (day < 0 || day > lastDay) {
-    return std::nullopt;
-  }
-  if (day >= windowStart(Window::window2)) {
-    return Window::window2;
-  }
-  return day >= windowStart(Window::window1) ? Window::window1 : Window::window0;
+  return windowOfDay(day);
 }
 
 Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional<NamedParameters> params) {

@@ -4,19 +4,15 @@
 #include <array>
 #include <cstdint>
 
+#include "Conversion/PostbackWindows.h"
 #include "Insight/Checks.h"
 
 namespace quillmar::insight {
 
 namespace {
 
-/// How long a window lasts, in hours from where the library begins to count. The library counts whole days: 0 to 2, 3
-/// to 7, 8 to 35. The platform's windows are documented in hours since the first launch: 48, then 120, then 672.
-struct Length {
-  std::int64_t library;
-  std::int64_t platform;
-};
-constexpr std::array<Length, 3> lengths{{{72, 48}, {120, 48 + 120 - 72}, {672, 48 + 120 + 672 - 192}}};
+/// When the platform's windows are over, in hours since the first launch. They are documented to last 48, 120 and 672.
+constexpr std::array<std::int64_t, 3> platformEnds{48, 48 + 120, 48 + 120 + 672};
 
 void checkTime(const CheckedLock& lock, Window window, CheckReport& report) {
   if (!lock.value.value) {
@@ -26,21 +22,24 @@ void checkTime(const CheckedLock& lock, Window window, CheckReport& report) {
     return;
   }
   const std::int64_t hours = *lock.value.value;
-  const Length length = lengths[static_cast<std::size_t>(window)];
+  // The library counts whole days.
+  const std::int64_t start = windowStart(window) * 24;
+  const std::int64_t length = windowEnd(window) * 24 - start;
+  const std::int64_t platformLength = platformEnds[static_cast<std::size_t>(window)] - start;
   const Place place = lock.place.member("value");
-  if (hours >= length.library) {
+  if (hours >= length) {
     add(report, Severity::error, "lock-after-window", place,
-        fmt::format("The library counts {} for {} hours, so a lock after {} hours never comes.", lock.window,
-                    length.library, hours),
-        fmt::format("Choose less than {} hours.", length.platform));
-  } else if (hours >= length.platform) {
+        fmt::format("The library counts {} for {} hours, so a lock after {} hours never comes.", lock.window, length,
+                    hours),
+        fmt::format("Choose less than {} hours.", platformLength));
+  } else if (hours >= platformLength) {
     add(report, Severity::warning, "lock-after-window", place,
         fmt::format(
             "The platform, which counts in hours, ends {} {} hours after the library begins it. A lock after {} "
             "hours comes too late for it{}.",
-            lock.window, length.platform, hours,
+            lock.window, platformLength, hours,
             window == Window::window2 ? "" : ", and locks the next window with the value of this one"),
-        fmt::format("Choose less than {} hours.", length.platform));
+        fmt::format("Choose less than {} hours.", platformLength));
   } else if (hours <= 0) {
     add(report, Severity::warning, "lock-at-once", place,
         fmt::format("A lock after {} hours locks {} at the first refresh, with the value of the update before, "

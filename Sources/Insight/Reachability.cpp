@@ -177,7 +177,6 @@ ReachabilityAnalysis::ReachabilityAnalysis(std::vector<const Rule*> rules, Windo
 }
 
 void ReachabilityAnalysis::findEvents() {
-  std::set<std::string_view> names;
   struct Bounds {
     std::set<double> min;
     std::set<double> max;
@@ -186,7 +185,7 @@ void ReachabilityAnalysis::findEvents() {
   for (const auto* const value : values_) {
     for (const Requirements* const way : waysToComplete(*value)) {
       for (const Requirement& event : *way) {
-        names.insert(event.name);
+        names_.insert(event.name);
         if (hasRange(event)) {
           bounds[event.name].min.insert(*event.revenueMin);
           bounds[event.name].max.insert(*event.revenueMax);
@@ -194,7 +193,7 @@ void ReachabilityAnalysis::findEvents() {
       }
     }
   }
-  while (names.contains(otherEvent_)) {
+  while (names_.contains(otherEvent_)) {
     otherEvent_ += '!';
   }
   for (const auto& [name, ofName] : bounds) {
@@ -216,6 +215,19 @@ void ReachabilityAnalysis::findEvents() {
       }
     }
   }
+}
+
+std::vector<SampleEvent> ReachabilityAnalysis::events() const {
+  std::vector<SampleEvent> events{{otherEvent_, std::nullopt}};
+  for (const std::string& name : names_) {
+    events.push_back({name, std::nullopt});
+    if (const auto found = revenues_.find(name); found != revenues_.end()) {
+      for (const double revenue : found->second) {
+        events.push_back({name, revenue});
+      }
+    }
+  }
+  return events;
 }
 
 void ReachabilityAnalysis::findInconsistency() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -75,6 +76,9 @@ class ReachabilityAnalysis {
   /// The verdict on the rule at `index`. What it takes is taken from `effort`.
   Reachability decide(std::size_t index, Effort& effort) const;
 
+  /// An event that no rule requires, and of those that rules require one of each kind.
+  std::vector<SampleEvent> events() const;
+
   /// Three rules whose ranking is a circle. There are such wherever the ranking is inconsistent.
   struct Inconsistency {
     const Rule* lower;        ///< has the lower fine value of two
@@ -96,6 +100,7 @@ class ReachabilityAnalysis {
   const std::vector<const Rule*> rules_;
   const Window window_;
   std::vector<const ConversionValues::WindowValue*> values_;
+  std::set<std::string> names_;                                       ///< of the events that rules require
   std::map<std::string, std::vector<double>, std::less<>> revenues_;  ///< one of each class, by the name of the event
   std::string otherEvent_ = "any other event";                        ///< a name that no rule requires
   std::optional<Inconsistency> inconsistency_;

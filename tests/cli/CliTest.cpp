@@ -3,12 +3,14 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
 #include "CheckCommand.h"
 #include "InputLines.h"
+#include "InspectCommand.h"
 #include "Options.h"
 #include "RunCommand.h"
 #include "ServeCommand.h"
@@ -111,6 +113,8 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
     EXPECT_THAT(errors.str(), AllOf(StartsWith("quillmar: <stdin>:3: "), HasSubstr(row.wrong)));
   }
 }
+
+const std::string suiteName = "tech.quill-mar.quillmaruserdefaults";
 
 constexpr const char* configuration = R"({
   "values": [
@@ -236,6 +240,46 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   EXPECT_THAT(rest, AllOf(HasSubstr(R"("path":"/ios/config","status":503)"),
                           HasSubstr(R"("path":"/api/v1","status":200,"authorized":false,"bytes":5)"),
                           HasSubstr(R"("status":200,"event":"Purchase","authorized":true)")));
+}
+
+std::map<std::string, std::string> contents(const std::string& folder) {
+  std::map<std::string, std::string> contents;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    std::ifstream file(entry.path());
+    contents[entry.path()] = entry.is_regular_file() ? std::string(std::istreambuf_iterator<char>(file), {}) : "";
+  }
+  return contents;
+}
+
+TEST(InspectCommand, tellsOfAnInstallWithoutTouchingIt) {
+  const test::TemporaryFolder folder;
+  const auto inspect = [&](int status, bool json = false) {
+    const auto before = contents(folder.path());
+    std::ostringstream output;
+    EXPECT_EQ(InspectCommand({.dataDirectory = folder.path(), .json = json}).run(output), status);
+    EXPECT_EQ(contents(folder.path()), before);
+    return output.str();
+  };
+  EXPECT_THAT(inspect(1), HasSubstr("problem: There is no settings file"));
+  platform::DefaultPlatformOptions options;
+  options.dataDirectory = folder.path();
+  {
+    // Of a running host: what was written last is in the log beside the file.
+    const auto settings = platform::makeDefaultPlatform(options).userDefaults->openSuite(suiteName);
+    ASSERT_FALSE(settings->set("QuillmarId", "the-\x1b-identifier"));
+    std::filesystem::create_directories(folder / "documents/Quillmar");
+    std::ofstream(folder / "documents/Quillmar/quill-mar-conv-val.json") << configuration;
+    EXPECT_THAT(inspect(0),
+                AllOf(HasSubstr("Install          the-\\u001b-identifier\n"), HasSubstr("2 rules, fetched never"),
+                      HasSubstr(":3: warning: The fine and"), HasSubstr("Next event       any other: nothing"),
+                      HasSubstr("\"buy\": rule \"Buy\", fine 40, coarse high")));
+    EXPECT_THAT(inspect(0, true), AllOf(StartsWith("{\"install\":{\"identifier\":\"the-\\u001b-identifier\","),
+                                        HasSubstr("\"code\":\"half-complete\""), HasSubstr("\"problems\":[]")));
+  }
+  const std::string file = folder / ("settings/" + suiteName + ".sqlite");
+  std::filesystem::remove(file + "-wal");
+  std::ofstream(file) << std::string(4096, 'x');
+  EXPECT_THAT(inspect(1), HasSubstr("problem: The settings file " + file + " cannot be used: file is not a database."));
 }
 
 }  // namespace

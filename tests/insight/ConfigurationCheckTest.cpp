@@ -62,7 +62,8 @@ TEST(ConfigurationCheck, namesTheLineAndThePath) {
       {"{\"app_id\":\"a\",\"values\":[" + rule + "\"window0\":{\"fineValue\":\n" + half + "}" + end,
        {"unusable 1 $"},
        false},
-      {"{\"values\":[" + rule + "\"win\\u0064ow0\":{},\n\"window0\":{\"fineValue\":\n{\"value\":64" + half.substr(10) + "}" + end,
+      {"{\"values\":[" + rule + "\"win\\u0064ow0\":{},\n\"window0\":{\"fineValue\":\n{\"value\":64" + half.substr(10) +
+           "}" + end,
        {"key-repeated 3 $.values[0].windows.window0",
         "fine-value-out-of-range 4 $.values[0].windows.window0.fineValue.value"}},
       {"{\"values\":[" + rule + "\"" + std::string(100, 'w') + "\":{}" + end,

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <utility>
 
-#include "FindingsText.h"
+#include "FindingsOutput.h"
 #include "Insight/ConfigurationCheck.h"
 #include "JsonOutput.h"
 #include "ServiceConfiguration.h"
@@ -15,25 +15,11 @@
 namespace quillmar::cli {
 namespace {
 
-namespace json = boost::json;
 using insight::Severity;
 
 constexpr int clean = 0;
 constexpr int faulty = 1;
 constexpr int unusable = 2;
-
-json::object toJson(const insight::Finding& finding) {
-  json::object object{{"code", finding.code}, {"severity", nameOf(finding.severity)}, {"path", finding.path},
-                      {"line", finding.line}, {"message", finding.message},           {"advice", finding.advice}};
-  if (finding.shadowedBy) {
-    object["shadowedBy"] = *finding.shadowedBy;
-  }
-  return object;
-}
-
-std::string counted(std::size_t count, std::string_view what) {
-  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
-}
 
 }  // namespace
 

@@ -69,6 +69,15 @@ author thinks) or a note (worth knowing), with a code, the line, the JSON path, 
 
 Exit status: 0 nothing but notes; 1 errors or warnings; 2 the configuration is unusable: the library would refuse it.)";
 
+constexpr const char* inspectFooter =
+    R"(Says what an install has stored: since when it is there, the window and the days left, the configuration and what is wrong
+with it, the events by name, the last value that was sent, the attribution, which rules are complete, and what the next
+event would send. The folder is that of "quillmar run", or one copied from a device. Nothing in it is changed: the files
+are copied to a folder of their own first, also those of a running app.
+
+Exit status: 0 all could be read; 1 something is missing, damaged or another program's, and is named; 2 the options cannot
+be used.)";
+
 const std::map<std::string, LogLevel> logLevels = {
     {"off", LogLevel::off}, {"error", LogLevel::error}, {"debug", LogLevel::debug}, {"info", LogLevel::info}};
 
@@ -294,6 +303,15 @@ void addCheck(CLI::App& app, CheckOptions& check) {
   command.add_flag("--json", check.json, "print JSON Lines in place of text");
 }
 
+void addInspect(CLI::App& app, InspectOptions& inspect) {
+  CLI::App& command = *app.add_subcommand("inspect", "What an install has stored")->footer(inspectFooter);
+  command.add_option("--data", inspect.dataDirectory, "the folder for settings and documents")
+      ->required()
+      ->check(CLI::ExistingDirectory)
+      ->transform(CLI::Validator(dataDirectory, "DIR"));
+  command.add_flag("--json", inspect.json, "print one JSON line in place of text");
+}
+
 }  // namespace
 
 Command parseCommandLine(std::vector<std::string> arguments) {
@@ -301,6 +319,7 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   ServeOptions serve;
   SimulateOptions simulate;
   CheckOptions check;
+  InspectOptions inspect;
   CLI::App app("A host app in a box for the Quillmar library", "quillmar");
   app.set_version_flag("--version", "quillmar " QUILLMAR_VERSION);
   app.footer(
@@ -309,6 +328,7 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   addRun(app, run, keyFile);
   addSimulate(app, simulate);
   addCheck(app, check);
+  addInspect(app, inspect);
   addServe(app, serve);
   std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
   try {
@@ -334,7 +354,10 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   if (app.got_subcommand("check")) {
     return check;
   }
-  throw UsageError("a command is expected: run, simulate, check or serve (see quillmar --help)");
+  if (app.got_subcommand("inspect")) {
+    return inspect;
+  }
+  throw UsageError("a command is expected: run, simulate, check, inspect or serve (see quillmar --help)");
 }
 
 }  // namespace quillmar::cli

@@ -57,12 +57,17 @@ struct CheckOptions {
   bool json = false;
 };
 
+struct InspectOptions {
+  std::string dataDirectory = {};  ///< absolute
+  bool json = false;
+};
+
 /// A text to print on standard output, and nothing else: --help, --version.
 struct Information {
   std::string text = {};
 };
 
-using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, CheckOptions, Information>;
+using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, CheckOptions, InspectOptions, Information>;
 
 /// Reads the arguments that follow the program's name. Throws `UsageError`.
 Command parseCommandLine(std::vector<std::string> arguments);

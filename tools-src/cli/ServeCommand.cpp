@@ -4,7 +4,7 @@
 #include <ostream>
 #include <utility>
 
-#include "FindingsText.h"
+#include "FindingsOutput.h"
 #include "Insight/ConfigurationCheck.h"
 #include "JsonOutput.h"
 #include "ServiceConfiguration.h"

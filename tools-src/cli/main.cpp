@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "CheckCommand.h"
+#include "InspectCommand.h"
 #include "InterruptibleInput.h"
 #include "Logging/Controls.h"
 #include "Options.h"
@@ -81,6 +82,10 @@ int run(const SimulateOptions& options) {
 
 int run(const CheckOptions& options) {
   return CheckCommand(options).run(std::cin, std::cout);
+}
+
+int run(const InspectOptions& options) {
+  return InspectCommand(options).run(std::cout);
 }
 
 int run(const Information& information) {

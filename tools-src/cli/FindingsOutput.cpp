@@ -1,4 +1,4 @@
-#include "FindingsText.h"
+#include "FindingsOutput.h"
 
 #include <fmt/format.h>
 
@@ -18,6 +18,20 @@ void writeFindings(const std::string& file, const insight::CheckReport& report, 
              << withoutControls(fmt::format("    {}: {}", finding.path, finding.advice)) << '\n';
     }
   }
+}
+
+boost::json::object toJson(const insight::Finding& finding) {
+  boost::json::object object{{"code", finding.code},       {"severity", nameOf(finding.severity)},
+                             {"path", finding.path},       {"line", finding.line},
+                             {"message", finding.message}, {"advice", finding.advice}};
+  if (finding.shadowedBy) {
+    object["shadowedBy"] = *finding.shadowedBy;
+  }
+  return object;
+}
+
+std::string counted(std::size_t count, std::string_view what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
 
 }  // namespace quillmar::cli
