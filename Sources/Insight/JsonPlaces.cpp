@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <unordered_map>
 #include <utility>
 
 #include "Json/JsonParser.h"
@@ -46,7 +45,6 @@ struct Open {
   JsonNode* node;
   std::string path;
   bool expectsName;
-  std::unordered_map<std::string, std::size_t> lines = {};  ///< of the members by name
 };
 
 }  // namespace
@@ -60,12 +58,8 @@ Place Place::child(std::size_t index) const {
 }
 
 Place Place::member(std::string_view name) const {
-  for (std::size_t i = node_->isArray ? 0 : node_->children.size(); i > 0; --i) {
-    if (node_->children[i - 1].name == name) {
-      return child(i - 1);
-    }
-  }
-  return *this;
+  const auto found = node_->members.find(name);
+  return found != node_->members.end() ? child(found->second) : *this;
 }
 
 Place Place::element(std::size_t index) const {
@@ -80,11 +74,10 @@ Place Place::below(std::string_view readerPath) const {
     return index < node_->children.size() ? child(index).below(readerPath.substr(end + 1)) : *this;
   }
   readerPath.remove_prefix(readerPath.starts_with('.') ? 1 : 0);
-  for (std::size_t i = node_->isArray ? 0 : node_->children.size(); i > 0; --i) {
-    const std::string& name = node_->children[i - 1].name;
-    const std::string_view rest = readerPath.substr(std::min(name.size(), readerPath.size()));
-    if (readerPath.starts_with(name) && (rest.empty() || rest.front() == '.' || rest.front() == '[')) {
-      return child(i - 1).below(rest);
+  for (std::size_t end = 0; end < readerPath.size();) {  // a name may have such characters, too
+    end = std::min(readerPath.find_first_of(".[", end + 1), readerPath.size());
+    if (const auto found = node_->members.find(readerPath.substr(0, end)); found != node_->members.end()) {
+      return child(found->second).below(readerPath.substr(end));
     }
   }
   return *this;
@@ -123,16 +116,18 @@ JsonPlaces::JsonPlaces(std::string_view text) {
     }
     if (around != nullptr && around->expectsName) {
       around->expectsName = false;
-      around->node->children.push_back({nameIn(token), line, false, {}});
-      const auto [first, isNew] = around->lines.emplace(around->node->children.back().name, line);
+      JsonNode& object = *around->node;
+      const std::size_t index = object.children.size();
+      object.children.push_back({.name = nameIn(token), .line = line});
+      const auto [entry, isNew] = object.members.emplace(object.children.back().name, index);
       if (!isNew) {
-        const std::size_t last = around->node->children.size() - 1;
-        repeated_.push_back({pathOfChild(around->path, *around->node, last), first->second, line});
+        const std::size_t before = std::exchange(entry->second, index);
+        repeated_.push_back({pathOfChild(around->path, object, index), object.children[before].line, line});
       }
       continue;
     }
     if (around != nullptr && around->node->isArray) {
-      around->node->children.push_back({{}, line, false, {}});
+      around->node->children.push_back({.line = line});
     }
     JsonNode& node = around == nullptr ? root_ : around->node->children.back();
     node.line = around == nullptr ? line : node.line;

@@ -1,18 +1,23 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quillmar::insight {
 
 /// A value of a JSON document and where it begins. For a member, that is where its name is.
 struct JsonNode {
-  std::string name;  ///< of a member; empty for elements
+  std::string name = {};  ///< of a member; empty for elements
   std::size_t line = 1;
   bool isArray = false;
-  std::vector<JsonNode> children;
+  std::vector<JsonNode> children = {};
+  /// The members by name; of several the last, as the parser takes it.
+  std::map<std::string, std::size_t, std::less<>> members = {};
 };
 
 /// A name for a person to read: in quotes, and long ones are cut.
@@ -27,10 +32,10 @@ class Place {
   const std::string& path() const noexcept { return path_; }
   std::size_t line() const noexcept { return node_->line; }
 
-  /// A member, of several the last, as the parser takes it; this place itself when it has none of that name.
+  /// This place itself when it has no member of that name.
   Place member(std::string_view name) const;
 
-  /// This place itself when there is no such element.
+  /// Likewise.
   Place element(std::size_t index) const;
 
   /// The place that a reader's path, such as values[0].key, leads to from here, as far as it can be followed.

@@ -71,16 +71,22 @@ Contents contentsAtOneMoment(const fs::path& folder) {
 
 }  // namespace
 
-InstallFolder::InstallFolder(const fs::path& original) : original_(original) {
-  const Contents contents = contentsAtOneMoment(original);
+InstallFolder::InstallFolder() {
   std::string name = (fs::temp_directory_path() / "quillmar-inspect-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) {  // for this user alone
     throw std::system_error(errno, std::generic_category(), name);
   }
   copy_ = name;
-  for (const auto& [file, content] : contents) {
-    fs::create_directories((copy_ / file).parent_path());
-    std::ofstream(copy_ / file, std::ios::binary) << content;
+}
+
+InstallFolder::InstallFolder(const fs::path& original) : InstallFolder() {  // from here on the folder goes in any case
+  original_ = original;
+  for (const auto& [name, content] : contentsAtOneMoment(original)) {
+    fs::create_directories((copy_ / name).parent_path());
+    std::ofstream file(copy_ / name, std::ios::binary);
+    if (!(file << content << std::flush)) {
+      throw std::runtime_error("cannot write " + (copy_ / name).string());
+    }
   }
 }
 

@@ -27,6 +27,9 @@ class InstallFolder {
   std::string inOriginalNames(std::string text) const;
 
  private:
+  /// An empty folder for the copies.
+  InstallFolder();
+
   std::filesystem::path original_;
   std::filesystem::path copy_;
 };
