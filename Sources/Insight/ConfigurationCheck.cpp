@@ -136,9 +136,13 @@ CheckReport checkConfiguration(std::string_view text, Effort effort) {
   const std::vector<WindowVerdicts> verdicts = checkReachability(document, effort, report);
   checkLocks(document, verdicts, report);
   checkSystems(document, verdicts, report);
-  std::sort(report.findings.begin(), report.findings.end(), [](const Finding& a, const Finding& b) {
-    return std::tie(a.line, a.path, a.code, a.message) < std::tie(b.line, b.path, b.code, b.message);
-  });
+  const auto everything = [](const Finding& finding) {
+    return std::tie(finding.line, finding.path, finding.code, finding.message);
+  };
+  std::ranges::sort(report.findings, {}, everything);
+  // What is no object has neither of its members, for the same reason.
+  const auto repeated = std::ranges::unique(report.findings, {}, everything);
+  report.findings.erase(repeated.begin(), repeated.end());
   return report;
 }
 

@@ -41,7 +41,8 @@ void collect(RangesByEvent& ranges, const std::optional<Half>& half, const Check
   }
 }
 
-/// The ranges of one kind of value in one window. `told` are the pairs that were spoken of.
+/// Compares the ranges of one window, those of fine values and then those of coarse values. Of two rules it speaks
+/// once.
 class RangeCheck {
  public:
   RangeCheck(Window window, CheckReport& report) : window_(window), report_(report) {}

@@ -91,14 +91,15 @@ class ReachabilityAnalysis::Search {
         history.add(event.name, std::nullopt);
       }
     }
-    const Completed completed = analysis_.completedBy(history.revenues);
-    const std::size_t effort =
-        analysis_.rules_.size() + (analysis_.inconsistency_ ? completed.size() * completed.size() : 0);
-    if (depth == 0 || effort_ < effort) {
+    if (depth == 0 || !spend(analysis_.size_ + history.events.size())) {
       gaveUp_ = true;
       return std::nullopt;
     }
-    effort_ -= effort;
+    const Completed completed = analysis_.completedBy(history.revenues);
+    if (analysis_.inconsistency_ && !spend(completed.size() * completed.size())) {  // each is compared with each
+      gaveUp_ = true;
+      return std::nullopt;
+    }
     if (std::any_of(completed.begin(), completed.end(), [this](std::size_t other) { return isInTheWay(other); })) {
       return std::nullopt;
     }
@@ -124,6 +125,12 @@ class ReachabilityAnalysis::Search {
       }
     }
     return std::nullopt;
+  }
+
+  bool spend(std::size_t effort) {
+    const bool isThere = effort <= effort_;
+    effort_ -= isThere ? effort : 0;
+    return isThere;
   }
 
   bool isInTheWay(std::size_t other) const {
@@ -170,7 +177,10 @@ class ReachabilityAnalysis::Search {
 ReachabilityAnalysis::ReachabilityAnalysis(std::vector<const Rule*> rules, Window window)
     : rules_(std::move(rules)), window_(window) {
   for (const Rule* const rule : rules_) {
-    values_.push_back(rule->windowValue(window));
+    const auto* const value = rule->windowValue(window);
+    values_.push_back(value);
+    size_ += 1 + (value->fineValue ? value->fineValue->requiredEvents.size() : 0) +
+             (value->coarseValue ? value->coarseValue->requiredEvents.size() : 0);
   }
   findEvents();
   findInconsistency();

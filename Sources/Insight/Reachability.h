@@ -36,7 +36,7 @@ struct Reachability {
   const ConversionValues::ConversionValue* sentInstead = nullptr;
 };
 
-/// How much may be done for the verdicts of a document: so often may a rule be held against a history.
+/// How much may be done for the verdicts of a document: so many rules and required events may be looked at.
 struct Effort {
   std::size_t left = 20'000'000;
   std::size_t forOne = 1'000'000;  ///< for one verdict, so that a hard one leaves something for the others
@@ -100,6 +100,7 @@ class ReachabilityAnalysis {
   const std::vector<const Rule*> rules_;
   const Window window_;
   std::vector<const ConversionValues::WindowValue*> values_;
+  std::size_t size_ = 0;                                              ///< rules and their required events
   std::set<std::string> names_;                                       ///< of the events that rules require
   std::map<std::string, std::vector<double>, std::less<>> revenues_;  ///< one of each class, by the name of the event
   std::string otherEvent_ = "any other event";                        ///< a name that no rule requires

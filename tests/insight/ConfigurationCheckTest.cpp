@@ -53,7 +53,7 @@ TEST(ConfigurationCheck, namesTheLineAndThePath) {
     bool usable = true;
   } rows[] = {
       {"", {"unusable 1 $"}, false},
-      {"[]", {"unusable 1 $", "unusable 1 $", "unusable 1 $"}, false},
+      {"[]", {"unusable 1 $"}, false},
       {"{\n\"values\":[\n", {"unusable 3 $"}, false},
       {std::string((2U << 20U) + 1, ' '), {"unusable 1 $"}, false},
       {"{\"values\":[\n5,\n" + rule + "}},{\n\"windows\":{}" + end.substr(1),
