@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "Conversion/RuleExplanation.h"
 #include "Json/DecimalNumber.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
@@ -26,18 +27,6 @@ std::optional<double> numberOf(const EventValue& value) {
     std::optional<double> operator()(const std::string& text) const { return parseDecimal(text); }
   };
   return std::visit(Visitor{}, value.storage());
-}
-
-std::map<std::string, double> numbersOf(const std::optional<NamedParameters>& parameters) {
-  std::map<std::string, double> numbers;
-  if (parameters) {
-    for (const auto& [name, value] : *parameters) {
-      if (const std::optional<double> number = numberOf(value)) {
-        numbers.emplace(name, *number);
-      }
-    }
-  }
-  return numbers;
 }
 
 /// The event as JSON; nothing when there is no JSON for it that could be read back.
@@ -83,10 +72,31 @@ void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
   std::vector<TrackedEvent> tracked;
   tracked.reserve(events.size());
   for (const NewEvent& event : events) {
-    tracked.push_back({event.name, numbersOf(event.parameters), clock_->now()});
+    tracked.push_back({event.name, numbers(event.parameters), clock_->now()});
   }
-  const std::error_code error = store(tracked);
-  for (const TrackedEvent& event : tracked) {
+  static_cast<void>(track(tracked, {}));
+}
+
+std::error_code EventTracker::trackEvents(const std::vector<TrackedEvent>& events, Tails alongside) {
+  const std::lock_guard lock(eventsQueue_);
+  return track(events, std::move(alongside));
+}
+
+std::map<std::string, double> EventTracker::numbers(const std::optional<NamedParameters>& parameters) {
+  std::map<std::string, double> kept;
+  if (parameters) {
+    for (const auto& [name, value] : *parameters) {
+      if (const std::optional<double> number = numberOf(value)) {
+        kept.emplace(name, *number);
+      }
+    }
+  }
+  return kept;
+}
+
+std::error_code EventTracker::track(const std::vector<TrackedEvent>& events, Tails alongside) {
+  const std::error_code error = store(events, std::move(alongside));
+  for (const TrackedEvent& event : events) {
     if (error) {
       Log::error("EventTracker - Failed to store event: {}", error.message());
     } else if (Log::passes(LogLevel::debug)) {
@@ -94,6 +104,7 @@ void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
                  mapText(event.parameters, decimalText));
     }
   }
+  return error;
 }
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
@@ -134,15 +145,17 @@ void EventTracker::clearCompletedEvents() {
 }
 
 std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
-    const ConversionValues& values, Window currentWindow) {
+    const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules) {
   const std::lock_guard lock(eventsQueue_);
   static_cast<void>(updateIndex());
   std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
-    if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
-                                   (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
+    if (windowValue != nullptr && isComplete(*windowValue, index_)) {
       completed.push_back(&value);
+    }
+    if (windowValue != nullptr && rules != nullptr) {
+      rules->push_back(explained(value.key, *windowValue, index_));
     }
   }
   return completed;
@@ -162,21 +175,15 @@ std::error_code EventTracker::updateIndex() {
   } catch (const std::system_error& error) {
     return error.code();
   }
-  forEachStoredEvent(data, [this](TrackedEvent event) { addToIndex(event); }, [this] { index_.clear(); });
+  forEachStoredEvent(
+      data, [this](TrackedEvent event) { addEvent(index_, event.name, event.revenue()); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
   return {};
 }
 
-void EventTracker::addToIndex(const TrackedEvent& event) {
-  std::set<double>& revenues = index_[event.name];
-  if (const auto revenue = event.parameters.find("revenue"); revenue != event.parameters.end()) {
-    revenues.insert(revenue->second);
-  }
-}
-
-std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
+std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tails alongside) {
   std::string text;
   std::vector<const TrackedEvent*> storable;
   for (const TrackedEvent& event : events) {
@@ -187,7 +194,7 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
     }
   }
   if (storable.empty()) {
-    return {};
+    return alongside.empty() ? std::error_code{} : userDefaults_->replaceDataTails(alongside);
   }
   if (const std::error_code error = updateIndex()) {
     return error;
@@ -196,8 +203,16 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
   const std::optional<std::uint64_t> revision = std::exchange(indexedRevision_, std::nullopt);
   const bool first = appendAt_ == 0;
   text = (first ? "[" : ",") + text + "]";
-  const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
-                                      : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
+  std::error_code error;
+  if (alongside.empty()) {
+    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
+                  : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
+  } else {
+    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{""}) : std::error_code{};
+    // The history first: a store that takes one after the other then loses no event that is marked as tracked.
+    alongside.insert(alongside.begin(), {std::string(completedEventsKey), appendAt_, text});
+    error = error ? error : userDefaults_->replaceDataTails(alongside);
+  }
   if (error) {
     // The store holds on to what it could not set, or holds something else than was read from it: read it again.
     if (!first && error != std::errc::invalid_argument) {
@@ -206,26 +221,11 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
     return error;
   }
   for (const TrackedEvent* const event : storable) {
-    addToIndex(*event);
+    addEvent(index_, event->name, event->revenue());
   }
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);
   return {};
-}
-
-bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& events) const {
-  return std::all_of(events.begin(), events.end(), [this](const ConversionValues::RequiredEvent& event) {
-    const auto found = index_.find(std::string_view(event.name));
-    if (found == index_.end()) {
-      return false;
-    }
-    if (!event.revenueMin || !event.revenueMax) {
-      return true;  // a single bound is deliberately ignored
-    }
-    const std::set<double>& revenues = found->second;
-    const auto candidate = revenues.lower_bound(*event.revenueMin);
-    return candidate != revenues.end() && *candidate <= *event.revenueMax;
-  });
 }
 
 }  // namespace quillmar

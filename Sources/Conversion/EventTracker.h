@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,11 +11,12 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <unordered_map>
 #include <vector>
 
+#include "Conversion/Completion.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
+#include "quillmar/Decision.h"
 #include "quillmar/EventValue.h"
 #include "quillmar/platform/Clock.h"
 #include "quillmar/platform/UserDefaults.h"
@@ -47,6 +49,13 @@ class EventTracker {
   /// Appends events in their order, in one write: all are stored, or none.
   void trackEvents(const std::vector<NewEvent>& events);
 
+  /// The same for events that were stamped before, in one step with tails of other values of the store.
+  using Tails = std::vector<platform::UserDefaults::DataTail>;
+  std::error_code trackEvents(const std::vector<TrackedEvent>& events, Tails alongside);
+
+  /// What is kept of parameters.
+  static std::map<std::string, double> numbers(const std::optional<NamedParameters>& parameters);
+
   /// True when each of the names was tracked at least once.
   bool areEventsCompleted(const std::vector<std::string>& names);
 
@@ -58,24 +67,17 @@ class EventTracker {
   void clearCompletedEvents();
 
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
-  /// order of the configuration. They point into `values`.
-  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(const ConversionValues& values,
-                                                                                      Window currentWindow);
+  /// order of the configuration. They point into `values`. With `rules`, what is complete and what is missing of each
+  /// value in the window is added there.
+  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(
+      const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules = nullptr);
 
  private:
-  struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-  };
-  /// The distinct revenues of the events of each name.
-  using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
-
   // These are called with the lock held.
-  std::error_code store(const std::vector<TrackedEvent>& events);
+  std::error_code track(const std::vector<TrackedEvent>& events, Tails alongside);
+  std::error_code store(const std::vector<TrackedEvent>& events, Tails alongside);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
-  void addToIndex(const TrackedEvent& event);
-  bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;
@@ -84,7 +86,7 @@ class EventTracker {
   /// what the other wrote.
   static std::mutex eventsQueue_;
 
-  Index index_;
+  RevenuesByName index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.

@@ -1,7 +1,9 @@
-#include <algorithm>
 #include <utility>
 
+#include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/LastWindowValue.h"
+#include "Conversion/LowestRanked.h"
+#include "Conversion/PostbackWindows.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
@@ -15,50 +17,50 @@ namespace {
 /// How often in a row the configuration may be missing for events of one name.
 constexpr std::int64_t maxConfigurationAttempts = 2;
 
-/// The days since the first run at which the windows begin.
-constexpr std::int64_t windowStart(Window window) noexcept {
-  switch (window) {
-    case Window::window1:
-      return 3;
-    case Window::window2:
-      return 8;
-    default:
-      return 0;
-  }
-}
-constexpr std::int64_t lastDay = 35;
-
-using Values = std::vector<const ConversionValues::ConversionValue*>;
-
-/// The first of the completed values that none ranks below. The lowest wins deliberately, not the highest.
-///
-/// Values with and without a fine value rank in no consistent order: each may have one below it. Then it is what a
-/// stable sort by insertion puts first.
-const ConversionValues::ConversionValue* lowestRanked(const Values& completed, Window window) {
-  const auto isBelow = [window](const auto* a, const auto* b) { return a->compareWindowValue(*b, window) < 0; };
-  // In a consistent order this is the one. It is asked first, so that all others are done with at once.
-  const auto* const likely = *std::min_element(completed.begin(), completed.end(), isBelow);
-  for (const auto* const value : completed) {
-    const auto isBelowValue = [&](const auto* other) { return isBelow(other, value); };
-    if (!isBelowValue(likely) && std::none_of(completed.begin(), completed.end(), isBelowValue)) {
-      return value;
-    }
-  }
-  Values sorted;
-  for (const auto* const value : completed) {
-    const auto last =
-        std::find_if_not(sorted.rbegin(), sorted.rend(), [&](const auto* other) { return isBelow(value, other); });
-    sorted.insert(last.base(), value);
-  }
-  return sorted.front();
-}
-
 /// An event locks its window when that is what the configuration wants at "high" and the value itself says "high".
 bool locksWindow(const ConversionValues& configuration, const ConversionValues::ConversionValue& value, Window window) {
   const auto lock = configuration.lockWindows.find(rawValue(window));
   const auto& coarse = value.windowValue(window)->coarseValue;
   return lock != configuration.lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::high &&
          coarse && coarse->value == CoarseValue::high;
+}
+
+// What the record of an event is told; it may be null.
+
+void end(const std::shared_ptr<DecisionTrace>& trace, Decision::Outcome outcome) noexcept {
+  if (trace) {
+    trace->end(outcome);
+  }
+}
+
+void recordChoice(Decision& record, std::vector<const ConversionValues::ConversionValue*> completed,
+                  const ConversionValues::ConversionValue& chosen, Window window, bool locks) {
+  while (!completed.empty()) {
+    const auto* const lowest = lowestRanked(completed, window);
+    record.ranking.push_back(lowest->key);
+    std::erase(completed, lowest);
+  }
+  const auto& [fine, coarse] = *chosen.windowValue(window);
+  Decision::Choice& choice = record.choice.emplace();
+  choice.key = chosen.key;
+  choice.fineValue = fine ? std::optional(fine->value) : std::nullopt;
+  choice.coarseValue = coarse ? std::optional(coarse->value) : std::nullopt;
+  choice.locksWindow = locks;
+  choice.lockReason = locks ? "the window locks at high" : "";
+}
+
+void recordFilledIn(Decision::Choice& choice, const ConversionValues::WindowValue& resolved, std::string lastKey) {
+  choice.fineFilledIn = resolved.fineValue && !choice.fineValue;
+  choice.coarseFilledIn = resolved.coarseValue && !choice.coarseValue;
+  if (choice.fineFilledIn) {
+    choice.fineValue = resolved.fineValue->value;
+  }
+  if (choice.coarseFilledIn) {
+    choice.coarseValue = resolved.coarseValue->value;
+  }
+  if (choice.fineFilledIn || choice.coarseFilledIn) {
+    choice.filledInFrom = std::move(lastKey);
+  }
 }
 
 }  // namespace
@@ -69,13 +71,7 @@ std::optional<Window> QuillmarCore::getCurrentWindow() const {
     return Window::window0;
   }
   const std::int64_t day = Calendar(*platform_.clock).wholeDays(*firstRun, platform_.clock->now());
-  if (day < 0 || day > lastDay) {
-    return std::nullopt;
-  }
-  if (day >= windowStart(Window::window2)) {
-    return Window::window2;
-  }
-  return day >= windowStart(Window::window1) ? Window::window1 : Window::window0;
+  return windowOfDay(day);
 }
 
 Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional<NamedParameters> params) {
@@ -83,16 +79,19 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
+  const Trace trace = self->traceOf(name);
   if (SharedState::instance().getVerificationKeyInvalid()) {
     Log::error("Event processing skipped: verification key is considered invalid");
+    end(trace, Decision::Outcome::keyInvalid);
     co_return;
   }
   if (!self->isConfigurationReady()) {
     self->deferEvent(life, std::move(name), std::move(params));
+    end(trace, Decision::Outcome::parked);
     co_return;
   }
   self.reset();
-  if (!co_await logToService(life, name)) {
+  if (!co_await logToService(life, name, trace)) {
     co_return;
   }
   self = life.lock();
@@ -102,10 +101,16 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   const std::optional<Window> window = self->getCurrentWindow();
   if (!window) {
     Log::info("No event sent. The event window has expired.");
+    end(trace, Decision::Outcome::windowOver);
     co_return;
+  }
+  if (trace) {
+    trace->record.window = window;
   }
   const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(life, name);
   if (!configuration) {
+    end(trace, SharedState::instance().getVerificationKeyInvalid() ? Decision::Outcome::keyInvalid
+                                                                   : Decision::Outcome::noConfiguration);
     co_return;
   }
   Task<void> tracking = self->trackingQueue_->track(name, std::move(params), life.epoch);
@@ -115,36 +120,76 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
-  const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
-  if (completed.empty()) {
-    Log::debug("No completed conversion values found for event: {}", name);
-    co_return;
-  }
-  const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
-  const bool forceLockWindow = locksWindow(*configuration, *chosen, *window);
-  ConversionValues::ConversionValue value = *chosen;
+  std::optional<Chosen> chosen = self->choose(name, *configuration, *window, trace);
   self.reset();
-  co_await update(std::move(life), std::move(value), *window, forceLockWindow);
+  if (chosen) {
+    co_await update(std::move(life), std::move(chosen->value), *window, chosen->forceLockWindow, trace);
+  }
 }
 
+std::optional<QuillmarCore::Chosen> QuillmarCore::choose(const std::string& name, const ConversionValues& configuration,
+                                                         Window window, const Trace& trace) const {
+  const auto completed =
+      eventTracker_->findCompletedConversionValues(configuration, window, trace ? &trace->record.rules : nullptr);
+  if (completed.empty()) {
+    Log::debug("No completed conversion values found for event: {}", name);
+    end(trace, Decision::Outcome::nothingComplete);
+    return std::nullopt;
+  }
+  const ConversionValues::ConversionValue* const lowest = lowestRanked(completed, window);
+  const bool forceLockWindow = locksWindow(configuration, *lowest, window);
+  if (trace) {
+    recordChoice(trace->record, completed, *lowest, window, forceLockWindow);
+  }
+  return Chosen{*lowest, forceLockWindow};
+}
+
+// The rest of the pipeline for events that the outbox has put into the history.
+Task<void> QuillmarCore::decideAboutKept(Life life, std::string name,
+                                         std::shared_ptr<const ConversionValues> configuration, Window window) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  if (!self) {
+    co_return;
+  }
+  const Trace trace = self->traceOf(name);
+  if (trace) {
+    trace->record.window = window;
+  }
+  std::optional<Chosen> chosen = self->choose(name, *configuration, window, trace);
+  self.reset();
+  if (chosen) {
+    co_await update(std::move(life), std::move(chosen->value), window, chosen->forceLockWindow, trace);
+  }
+}
+
+namespace {
+
+using LogCall = std::function<void(EventServerLogRepositoryProtocol::Completion)>;
+
+Task<EventLogResult> resultOfLogging(LogCall call) {
+  EventLogResult result;
+  try {
+    result = co_await awaitCallback<EventLogResult>(std::move(call));
+  } catch (...) {
+    result.failure = std::current_exception();
+  }
+  co_return result;
+}
+
+}  // namespace
+
 // True when the event goes on: it was logged, or failed without being one failure too many.
-Task<bool> QuillmarCore::logToService(Life life, std::string name) {
+Task<bool> QuillmarCore::logToService(Life life, std::string name, Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
   const auto repository = self ? self->eventServerLogRepository() : nullptr;
   if (!repository) {
     co_return self != nullptr;
   }
   self.reset();
-  EventLogResult result;
-  std::function<void(EventServerLogRepositoryProtocol::Completion)> start =
-      [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
-        repository->logEvent(name, std::move(done));
-      };
-  try {
-    result = co_await awaitCallback<EventLogResult>(std::move(start));
-  } catch (...) {
-    result.failure = std::current_exception();
-  }
+  LogCall call = [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
+    repository->logEvent(name, std::move(done));
+  };
+  const EventLogResult result = co_await resultOfLogging(std::move(call));
   self = life.lock();
   if (!self) {
     co_return false;
@@ -156,16 +201,67 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
     }
     co_return true;
   }
-  self->counters_.failed.fetch_add(1, std::memory_order_relaxed);
-  const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
-  Log::error(line);
-  self->print(line);
+  self->noteFailure(result);
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
     self->invalidateVerificationKey(failures);
+    end(trace, Decision::Outcome::keyInvalid);
     co_return false;
   }
   co_return true;
+}
+
+void QuillmarCore::noteFailure(const EventLogResult& result) {
+  counters_.failed.fetch_add(1, std::memory_order_relaxed);
+  const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
+  Log::error(line);
+  print(line);
+}
+
+// One attempt to log an event of the outbox. Only a service that does not know the key counts against it.
+Task<void> QuillmarCore::deliver(Life life, OutboxRecord record, OutboxUserProtocol::Done done,
+                                 [[maybe_unused]] Activity activity) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  const auto repository = self ? self->eventServerLogRepository() : nullptr;
+  if (!repository) {
+    co_return;
+  }
+  self.reset();
+  LogCall call = [repository, record = std::move(record)](EventServerLogRepositoryProtocol::Completion completion) {
+    repository->logEventAs(record.event.name, record.id, std::move(completion));
+  };
+  const EventLogResult result = co_await resultOfLogging(std::move(call));
+  self = life.lock();
+  if (!self) {
+    co_return;
+  }
+  SendResult outcome;
+  if (result.failure) {
+    outcome = resultOf(result.cause ? result.cause : result.failure, self->platform_.clock->now());
+    self->noteFailure(result);
+  } else if (!result.accepted) {
+    outcome.verdict = SendResult::Verdict::notAsked;
+  }
+  SharedState& shared = SharedState::instance();
+  if (outcome.verdict == SendResult::Verdict::accepted) {
+    shared.resetConsecutiveAPIFailures();
+    self->counters_.logged.fetch_add(1, std::memory_order_relaxed);
+  } else if (outcome.verdict == SendResult::Verdict::unauthorized) {
+    const std::int64_t failures = shared.incrementConsecutiveAPIFailures();
+    if (failures >= Quillmar::maxConsecutiveFailures) {
+      self->invalidateVerificationKey(failures);
+    }
+  }
+  done(std::move(outcome));
+}
+
+std::shared_ptr<const ConversionValues> QuillmarCore::storedConfiguration() const {
+  try {
+    const auto repository = conversionValuesRepository();
+    return repository ? repository->fetchAllConversionValues() : nullptr;
+  } catch (...) {
+    return nullptr;  // told by the caller
+  }
 }
 
 // The configuration for an event of that name, or null when the event stops here.
@@ -210,25 +306,40 @@ void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
 namespace {
 
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
-                     ConversionValues::ConversionValue value, Window window, bool forceLockWindow) {
-  manager->send(value, window, forceLockWindow);
+                     ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
+                     std::shared_ptr<DecisionTrace> trace) {
+  // A manager of the host's does not tell what it calls.
+  if (auto* const own = trace ? dynamic_cast<ConversionTrackingManager*>(manager.get()) : nullptr) {
+    own->send(value, window, forceLockWindow, std::move(trace));
+  } else {
+    end(trace, Decision::Outcome::sent);
+    manager->send(value, window, forceLockWindow);
+  }
   co_return;
 }
 
 }  // namespace
 
-Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window,
-                                bool forceLockWindow) {
+Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
+                                Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
-  auto manager = self ? self->conversionTrackingManager() : nullptr;
+  if (!self) {
+    co_return;
+  }
+  end(trace, Decision::Outcome::nothingCalled);
+  auto manager = self->conversionTrackingManager();
   if (!manager) {
     co_return;
   }
+  std::string lastKey;
   ConversionValues::ConversionValue resolved =
-      self->conversionValueResolver_->resolveConversionValue(std::move(value), window);
+      self->conversionValueResolver_->resolveConversionValue(std::move(value), window, trace ? &lastKey : nullptr);
+  if (trace) {
+    recordFilledIn(*trace->record.choice, *resolved.windowValue(window), std::move(lastKey));
+  }
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
-  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow);
+  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, std::move(trace));
   co_await runOn(std::move(mainExecutor), std::move(send));
 }
 
@@ -271,7 +382,7 @@ Task<void> QuillmarCore::checkLockWindowHours(Life life) {
   locked.key = last->key;
   locked.windows.emplace(rawValue(*window), std::move(windowValue));
   self.reset();
-  co_await update(std::move(life), std::move(locked), *window, true);
+  co_await update(std::move(life), std::move(locked), *window, true, nullptr);
 }
 
 }  // namespace quillmar

@@ -43,6 +43,10 @@ void Quillmar::setLogLevel(LogLevel level) noexcept {
   guarded("setLogLevel", [&] { core_->setLogLevel(level); });
 }
 
+void Quillmar::setOptions(const QuillmarOptions& options) noexcept {
+  guarded("setOptions", [&] { core_->setOptions(options); });
+}
+
 void Quillmar::configure(std::string_view verificationKey) noexcept {
   guarded("configure", [&] { core_->configure(std::string(verificationKey)); });
 }
@@ -127,6 +131,10 @@ std::shared_ptr<ConversionTrackingManagerProtocol> Quillmar::conversionTrackingM
 }
 void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) noexcept {
   guarded("setConversionTrackingManager", [&] { core_->setConversionTrackingManager(std::move(manager)); });
+}
+
+void Quillmar::setDecisionObserver(DecisionObserver observer) noexcept {
+  guarded("setDecisionObserver", [&] { core_->setDecisionObserver(std::move(observer)); });
 }
 
 bool Quillmar::useMock() noexcept {

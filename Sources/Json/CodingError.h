@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "Logging/ErrorDescription.h"
 
@@ -23,8 +24,6 @@ enum class EncodingErrorCode {
 std::error_code make_error_code(DecodingErrorCode error) noexcept;
 std::error_code make_error_code(EncodingErrorCode error) noexcept;
 
-/// The detail names the place as a JSON path: values[0].windows.window1.fineValue.
-using DecodingError = DescribedError;
 using EncodingError = DescribedError;
 
 }  // namespace quillmar
@@ -33,3 +32,25 @@ template <>
 struct std::is_error_code_enum<quillmar::DecodingErrorCode> : std::true_type {};
 template <>
 struct std::is_error_code_enum<quillmar::EncodingErrorCode> : std::true_type {};
+
+namespace quillmar {
+
+/// Where in a document. Both are empty when all of it is meant.
+struct DecodingPlace {
+  std::string path = {};  ///< values[0].windows.window1.fineValue
+  std::size_t line = 0;   ///< of a text that is no JSON; counted from 1
+};
+
+/// The detail names the place, which is also there by itself.
+class DecodingError : public DescribedError {
+ public:
+  DecodingError(DecodingErrorCode code, std::string detail, DecodingPlace place = {})
+      : DescribedError(code, std::move(detail)), place_(std::move(place)) {}
+
+  const DecodingPlace& place() const noexcept { return place_; }
+
+ private:
+  DecodingPlace place_;
+};
+
+}  // namespace quillmar

@@ -172,10 +172,13 @@ Parsed parseBeyondLimits(std::string_view text) {
   return parse(parts.front(), BeyondLimits::failsWhenRead);  // incomplete if more than one are left
 }
 
-std::string placeOf(std::string_view text, std::size_t offset) {
+[[noreturn]] void refuse(std::string_view text, std::size_t offset, std::string_view where, std::string_view why) {
   const std::string_view before = text.substr(0, offset);
+  const auto line = static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
   const std::size_t lineStart = before.rfind('\n') + 1;  // npos + 1 is 0
-  return fmt::format("line {}, column {}", std::count(before.begin(), before.end(), '\n') + 1, offset - lineStart + 1);
+  throw DecodingError(DecodingErrorCode::dataCorrupted,
+                      fmt::format("not valid JSON {} line {}, column {}: {}", where, line, offset - lineStart + 1, why),
+                      {{}, line});
 }
 
 }  // namespace
@@ -197,9 +200,7 @@ json::value parseJson(std::string_view text, BeyondLimits beyondLimits) {
     where = "after";
   }
   if (parsed.error) {
-    throw DecodingError(DecodingErrorCode::dataCorrupted,
-                        fmt::format("not valid JSON {} {}: {}", where, placeOf(text, parsed.end),
-                                    text.empty() ? "the document is empty" : parsed.error.message()));
+    refuse(text, parsed.end, where, text.empty() ? "the document is empty" : parsed.error.message());
   }
   return *std::move(parsed.value);
 }

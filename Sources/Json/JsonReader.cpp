@@ -14,7 +14,7 @@ JsonReader JsonReader::required(std::string_view key) const {
   if (member == nullptr) {
     const std::string place = path();
     throw DecodingError(DecodingErrorCode::keyNotFound,
-                        fmt::format("\"{}\" is missing in {}", key, place.empty() ? "the document" : place));
+                        fmt::format("\"{}\" is missing in {}", key, place.empty() ? "the document" : place), {place});
   }
   const JsonReader reader(*member, this, key, 0);
   if (member->is_null()) {
@@ -127,7 +127,7 @@ void JsonReader::mismatch(std::string_view expected) const {
 
 void JsonReader::fail(DecodingErrorCode code, std::string_view why) const {
   const std::string place = path();
-  throw DecodingError(code, fmt::format("{}: {}", place.empty() ? "the document" : place, why));
+  throw DecodingError(code, fmt::format("{}: {}", place.empty() ? "the document" : place, why), {place});
 }
 
 std::string JsonReader::path() const {

@@ -99,16 +99,6 @@ void encodeWindowValue(JsonWriter& writer, const ConversionValues::WindowValue& 
   writer.endObject();
 }
 
-ConversionValues::ConversionValue decodeConversionValue(const JsonReader& reader) {
-  ConversionValues::ConversionValue value;
-  value.key = reader.required("key").string();
-  const JsonReader windows = reader.required("windows");
-  windows.forEachMember([&value](std::string_view name, const JsonReader& window) {
-    value.windows.insert_or_assign(std::string(name), decodeWindowValue(window));
-  });
-  return value;
-}
-
 std::string optionalText(std::optional<double> value) {
   return value ? decimalText(*value) : "nil";
 }
@@ -216,19 +206,37 @@ std::map<Window, ConversionValues::LockWindowConfiguration> ConversionValues::lo
   return byWindow(lockWindows);
 }
 
+ConversionValues::ConversionValue Codable<ConversionValues::ConversionValue>::decode(const JsonReader& reader) {
+  ConversionValues::ConversionValue value;
+  value.key = reader.required("key").string();
+  const JsonReader windows = reader.required("windows");
+  windows.forEachMember([&value](std::string_view name, const JsonReader& window) {
+    value.windows.insert_or_assign(std::string(name), decodeWindowValue(window));
+  });
+  return value;
+}
+
+ConversionValues::LockWindowConfiguration Codable<ConversionValues::LockWindowConfiguration>::decode(
+    const JsonReader& reader) {
+  ConversionValues::LockWindowConfiguration lock;
+  lock.type = decodeName(reader.required("type"), lockWindowTypeFromRawValue);
+  if (const auto hours = reader.optional("value")) {
+    lock.value = hours->integer();
+  }
+  return lock;
+}
+
 ConversionValues Codable<ConversionValues>::decode(const JsonReader& document) {
   ConversionValues result;
   const JsonReader values = document.required("values");
   result.values.reserve(values.elementCount());
-  values.forEachElement([&result](const JsonReader& value) { result.values.push_back(decodeConversionValue(value)); });
+  values.forEachElement([&result](const JsonReader& value) {
+    result.values.push_back(Codable<ConversionValues::ConversionValue>::decode(value));
+  });
   const JsonReader lockWindows = document.required("lockWindows");
   lockWindows.forEachMember([&result](std::string_view name, const JsonReader& lock) {
-    ConversionValues::LockWindowConfiguration configuration;
-    configuration.type = decodeName(lock.required("type"), lockWindowTypeFromRawValue);
-    if (const auto hours = lock.optional("value")) {
-      configuration.value = hours->integer();
-    }
-    result.lockWindows.insert_or_assign(std::string(name), configuration);
+    result.lockWindows.insert_or_assign(std::string(name),
+                                        Codable<ConversionValues::LockWindowConfiguration>::decode(lock));
   });
   return result;
 }

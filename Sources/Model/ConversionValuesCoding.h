@@ -16,6 +16,18 @@ struct Codable<ConversionValues> {
   static void encode(JsonWriter& writer, const ConversionValues& document);
 };
 
+// Parts of the document, which may be good in one that is not.
+
+template <>
+struct Codable<ConversionValues::ConversionValue> {
+  static ConversionValues::ConversionValue decode(const JsonReader& reader);
+};
+
+template <>
+struct Codable<ConversionValues::LockWindowConfiguration> {
+  static ConversionValues::LockWindowConfiguration decode(const JsonReader& reader);
+};
+
 /// Writes the members "values" and "lockWindows" of the object that is open.
 void encodeMembers(JsonWriter& writer, const std::vector<ConversionValues::ConversionValue>& values,
                    const std::map<std::string, ConversionValues::LockWindowConfiguration, std::less<>>& lockWindows);

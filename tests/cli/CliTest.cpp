@@ -3,11 +3,15 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "CheckCommand.h"
+#include "HtmlPage.h"
 #include "InputLines.h"
+#include "InspectCommand.h"
 #include "Options.h"
 #include "RunCommand.h"
 #include "ServeCommand.h"
@@ -39,6 +43,7 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
       {"run", "--clock-offset", {"", "-", "5", "2h3d", "1h1h", "1.5h", "--1h", "1h-2m", " 1h", "1H", "36526d"}},
       {"run", "--drain-timeout", {"-1", "nan", "1s"}},
       {"run", "--os-version", {"17.", "17..1", "iOS"}},
+      {"simulate", "--window-hours", {"48", "48,120", "0,1,1", "1,2,3,4", "-1,2,3"}},
       {"run", "--events", {"/nowhere/events", "/"}},
       {"run", "--data", {"", "/dev/null"}},
       {"run", "--key", {""}},
@@ -111,6 +116,8 @@ TEST(InputLines, reportsBadLinesAndKeepsTheGoodOnes) {
   }
 }
 
+const std::string suiteName = "tech.quill-mar.quillmaruserdefaults";
+
 constexpr const char* configuration = R"({
   "values": [
     {"key": "Buy", "windows": {"window0": {
@@ -135,8 +142,14 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
     EXPECT_EQ(SimulateCommand(options).run(input, output, errors), 1);
     return output.str();
   };
-  EXPECT_THAT(simulate(), AllOf(HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"),
-                                HasSubstr("4d          1       \\n\\u001b")));
+  const auto table = [](auto... lines) { return AllOf(ContainsRegex(lines)...); };
+  EXPECT_THAT(
+      simulate(),
+      table("2d +0 \\(1\\) +.app becomes active. +adAttributionKit: fine 40, coarse high, lock +accepted, locks "
+            "window 1: only a coarse value counts here\n",
+            "4d +1 +stay +Stay +adAttributionKit: fine 7, coarse high +ignored: the window is locked\n",
+            "4d +1 +.n.u001b", "1 +window at 2d +3d and 4d +no value +coarse high +fine 40 +fine 40\n",
+            "2 +lock at 2d +3d and 8d +- +coarse high +coarse high +coarse high\n"));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
                                   HasSubstr("quillmar: script:6: $.at: 37d is after the end")));
   options.json = true;
@@ -144,9 +157,14 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   EXPECT_EQ(simulate(), lines);
   const std::string kit = R"([{"platform":"adAttributionKit","fineValue":)";
   EXPECT_THAT(lines,
-              AllOf(HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":false,"at":"2026-01-01T10:00:00Z"}])"),
-                    HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":true,"at":"2026-01-03T09:00:00Z"}])"),
-                    HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z"}])")));
+              AllOf(HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":false,"at":"2026-01-01T10:00:00Z",)" +
+                              R"("verdict":"accepted","reason":null}])"),
+                    HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":true,"at":"2026-01-03T09:00:00Z",)" +
+                              R"("verdict":"accepted","reason":"coarseHalfOnly"}])"),
+                    HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z",)" +
+                              R"("verdict":"ignored","reason":"windowLocked"}])"),
+                    HasSubstr(R"({"postback":{"ad":"aak","index":0,"tier":2,"fineValue":40,"coarseValue":null,)"
+                              R"("finalizedBy":"window","earliest":"3d","latest":"4d"}})")));
   EXPECT_THAT(lines.substr(lines.find("{\"final\":")),
               AllOf(HasSubstr(R"("lockedAt":"2d")"), HasSubstr(R"("key":"Stay")"), HasSubstr(R"("last":null)"),
                     HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)")));
@@ -154,12 +172,68 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }
 
+TEST(CheckCommand, tellsByItsStatusAndInBothForms) {
+  const auto check = [](const std::string& text, bool json = false) {
+    std::istringstream input(text);
+    std::ostringstream output;
+    const int status = CheckCommand({.config = "-", .json = json}).run(input, output);
+    return std::to_string(status) + "\n" + output.str();
+  };
+  EXPECT_EQ(check(R"({"values":[],"lockWindows":{}})"), "0\n0 errors, 0 warnings, 0 notes\n");
+  EXPECT_THAT(check(configuration),
+              AllOf(StartsWith("1\n"), HasSubstr("\n<stdin>:3: warning: The fine and the coarse "),
+                    HasSubstr(" [half-complete]\n    $.values[0].windows.window0: Let both ")));
+  EXPECT_THAT(check("{\n", true), StartsWith(R"(2
+{"finding":{"code":"unusable","severity":"error","path":"$","line":2,"message":"The library refuses the whole )"));
+  EXPECT_THAT(check(R"({"lockWindows":{},"values":[{"key":"a","windows":{"\u001b[1m":{}}}]})"),
+              AllOf(HasSubstr("\\u001b[1m"), Not(HasSubstr("\x1b"))));
+  const std::string rule =
+      R"({"key":"first","windows":{"window1":{"coarseValue":{"value":"low","requiredEvents":[]}}}})";
+  EXPECT_THAT(
+      check("{\"lockWindows\":{},\"values\":[" + rule + "," + rule + "]}", true),
+      AllOf(HasSubstr(R"("code":"unreachable","severity":"error","path":"$.values[1].windows.window1","line":1,)"),
+            HasSubstr(R"("shadowedBy":"first"}})"),
+            EndsWith("{\"summary\":{\"errors\":1,\"warnings\":3,\"notes\":3}}\n")));
+}
+
+TEST(SimulateCommand, tellsWhyInWordsAsJsonAndOnAPageWhereNamesStayNames) {
+  const test::TemporaryFolder folder;
+  SimulateOptions options{.config = folder / "config.json", .events = "-", .days = 4};
+  options.explain = true;
+  options.html = folder / "life.html";
+  std::string hostile = configuration;
+  hostile.replace(hostile.find("Buy"), 3, "</script><img onerror>");
+  std::ofstream(options.config) << hostile;
+  const auto simulate = [&] {
+    std::istringstream input(R"({"at":"1h","event":"buy","params":{"revenue":4}})");
+    std::ostringstream output;
+    EXPECT_EQ(SimulateCommand(options).run(input, output, output), 0);
+    return output.str();
+  };
+  const std::string words =
+      "rule </script><img onerror> (fine 40, coarse high) is complete by its coarse half; buy: 4 seen, 5 to 10 wanted";
+  EXPECT_THAT(simulate(), AllOf(HasSubstr("| " + words + "\n"), HasSubstr("| chosen: </script><img onerror>\n"),
+                                HasSubstr("| sent through adAttributionKit, and the platform took it\n")));
+  std::ostringstream page;
+  page << std::ifstream(options.html).rdbuf();
+  EXPECT_THAT(page.str(), AllOf(HasSubstr(escaped(words)), HasSubstr("<td>3d and 4d</td>"), Not(HasSubstr("<img"))));
+  options.json = true;
+  EXPECT_THAT(simulate(), HasSubstr(R"({"decision":{"event":"buy","window":0,"rules":[{"key":"</script><img onerror>",)"
+                                    R"("complete":true,"fineValue":40,"fineComplete":false,"coarseValue":"high",)"
+                                    R"("coarseComplete":true,"missing":["buy: 4 seen, 5 to 10 wanted"]}],)"));
+  options.html = "/nowhere/page";
+  EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--html: cannot write /nowhere/page")));
+  writeConfiguration(page, {{insight::Severity::error, "code", "$", 2, "\"<\"", "&", {}}}, "a\r\n<b\t>");
+  EXPECT_THAT(page.str(), AllOf(HasSubstr("error [code]: &quot;&lt;&quot; &amp; <a href=\"#line-2\">line 2</a>"),
+                                HasSubstr("<span id=\"line-2\">&lt;b &gt;</span>")));
+}
+
 TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   Quillmar::resetStaticState();
   const test::TemporaryFolder folder;
   std::ostringstream errors;
   StopSignal stop;
-  RunOptions options{.key = "key", .dataDirectory = folder.path()};
+  RunOptions options{.key = "key", .dataDirectory = folder.path(), .explain = true};
   const auto run = [&](const std::string& script, int status = 0) {
     std::istringstream input(script);
     std::ostringstream output;
@@ -167,19 +241,22 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
     return output.str();
   };
   EXPECT_THAT(run("{\"event\":\"purchase\",\"params\":{\"revenue\":9.99}}\nnonsense\n{\"sleep\":0}\n", 1),
-              AllOf(StartsWith(R"({"platform":"adAttributionKit","fineValue":20,"coarseValue":"medium",)"),
+              AllOf(HasSubstr(R"({"platform":"adAttributionKit","fineValue":20,"coarseValue":"medium",)"),
                     HasSubstr("}\n{\"summary\":{\"drained\":true,\"events\":{\"sent\":1,\"dropped\":0,\"parked\":0,"
                               "\"logged\":1,\"failed\":0},"),
                     HasSubstr(R"("requests":{"GET /ios/config":1,"POST /ios/events":1},"state":{"window":0,)"),
+                    HasSubstr(R"("interface":"adAttributionKit","answer":"success","error":null,"outcome":"sent"}})"),
                     HasSubstr(R"("badLines":1}})")));
   EXPECT_THAT(errors.str(), HasSubstr("quillmar: <stdin>:2: not JSON"));
 
   const std::string pipe = folder / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   StopSignal end;
+  std::ostringstream warnings;
+  std::ofstream(options.dataDirectory + "/config") << configuration;
   std::thread serving([&] {
     std::ofstream output(pipe);
-    ServeCommand({.failFirst = 1}, end).run(output);
+    ServeCommand({.config = options.dataDirectory + "/config", .failFirst = 1}, end).run(output, warnings);
   });
   // Not a stream, which waits for a whole buffer in some standard libraries.
   const std::unique_ptr<FILE, int (*)(FILE*)> served(std::fopen(pipe.c_str(), "r"), std::fclose);
@@ -201,6 +278,7 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   interrupt.join();
   end.raise();
   serving.join();
+  EXPECT_THAT(warnings.str(), AllOf(HasSubstr("/config:3: warning: "), Not(HasSubstr(": note: "))));
   std::string rest;
   while (std::fgets(line, sizeof line, served.get()) != nullptr) {
     rest += line;
@@ -208,6 +286,46 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   EXPECT_THAT(rest, AllOf(HasSubstr(R"("path":"/ios/config","status":503)"),
                           HasSubstr(R"("path":"/api/v1","status":200,"authorized":false,"bytes":5)"),
                           HasSubstr(R"("status":200,"event":"Purchase","authorized":true)")));
+}
+
+std::map<std::string, std::string> contents(const std::string& folder) {
+  std::map<std::string, std::string> contents;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    std::ifstream file(entry.path());
+    contents[entry.path()] = entry.is_regular_file() ? std::string(std::istreambuf_iterator<char>(file), {}) : "";
+  }
+  return contents;
+}
+
+TEST(InspectCommand, tellsOfAnInstallWithoutTouchingIt) {
+  const test::TemporaryFolder folder;
+  const auto inspect = [&](int status, bool json = false) {
+    const auto before = contents(folder.path());
+    std::ostringstream output;
+    EXPECT_EQ(InspectCommand({.dataDirectory = folder.path(), .json = json}).run(output), status);
+    EXPECT_EQ(contents(folder.path()), before);
+    return output.str();
+  };
+  EXPECT_THAT(inspect(1), HasSubstr("problem: There is no settings file"));
+  platform::DefaultPlatformOptions options;
+  options.dataDirectory = folder.path();
+  {
+    // Of a running host: what was written last is in the log beside the file.
+    const auto settings = platform::makeDefaultPlatform(options).userDefaults->openSuite(suiteName);
+    ASSERT_FALSE(settings->set("QuillmarId", "the-\x1b-identifier"));
+    std::filesystem::create_directories(folder / "documents/Quillmar");
+    std::ofstream(folder / "documents/Quillmar/quill-mar-conv-val.json") << configuration;
+    EXPECT_THAT(inspect(0),
+                AllOf(HasSubstr("Install          the-\\u001b-identifier\n"), HasSubstr("2 rules, fetched never"),
+                      HasSubstr(":3: warning: The fine and"), HasSubstr("Next event       any other: nothing"),
+                      HasSubstr("\"buy\": rule \"Buy\", fine 40, coarse high")));
+    EXPECT_THAT(inspect(0, true), AllOf(StartsWith("{\"install\":{\"identifier\":\"the-\\u001b-identifier\","),
+                                        HasSubstr("\"code\":\"half-complete\""), HasSubstr("\"problems\":[]")));
+  }
+  const std::string file = folder / ("settings/" + suiteName + ".sqlite");
+  std::filesystem::remove(file + "-wal");
+  std::ofstream(file) << std::string(4096, 'x');
+  EXPECT_THAT(inspect(1), HasSubstr("problem: The settings file " + file + " cannot be used: file is not a database."));
 }
 
 }  // namespace

@@ -59,10 +59,35 @@ say when it happens, as the time since the first launch:
   {"at":"2d4h30m","event":"purchase","params":{"revenue":9.99}}
 Without "at" it happens at the time of the line before. A line that is earlier than the one before is an error; it
 is left out. Automatic activations are listed only when they made the library call the platform. Of several completed
-values the library sends the lowest-ranked one, as it does in an app.)";
+values the library sends the lowest-ranked one, as it does in an app.
+
+Each call is judged by the platform's rules, and in the end stands what the advertiser receives. An ad of version 4 or
+of AdAttributionKit (--ad) has three windows, which the platform counts in hours and the library in whole local days:
+where they disagree, the platform's window stands in brackets. Which tier an install gets is up to the platform.)";
+
+constexpr const char* checkFooter =
+    R"(Says what is wrong with a configuration, as the service delivers it or as it is stored: which rules can never be sent,
+and by which events that shows; ranges that overlap or leave a gap; values that the platform refuses; locks that never
+come; and more. Each finding is an error (it cannot do what it says), a warning (it probably does something else than its
+author thinks) or a note (worth knowing), with a code, the line, the JSON path, what will happen and what to do.
+
+Exit status: 0 nothing but notes; 1 errors or warnings; 2 the configuration is unusable: the library would refuse it.)";
+
+constexpr const char* inspectFooter =
+    R"(Says what an install has stored: since when it is there, the window and the days left, the configuration and what is wrong
+with it, the events by name, the last value that was sent, the attribution, which rules are complete, and what the next
+event would send. The folder is that of "quillmar run", or one copied from a device. Nothing in it is changed: the files
+are copied to a folder of their own first, also those of a running app.
+
+Exit status: 0 all could be read; 1 something is missing, damaged or another program's, and is named; 2 the options cannot
+be used.)";
 
 const std::map<std::string, LogLevel> logLevels = {
     {"off", LogLevel::off}, {"error", LogLevel::error}, {"debug", LogLevel::debug}, {"info", LogLevel::info}};
+
+const std::map<std::string, simulated::SignedAd> ads = {{"skan3", simulated::SignedAd::skAdNetwork3},
+                                                        {"skan4", simulated::SignedAd::skAdNetwork4},
+                                                        {"aak", simulated::SignedAd::adAttributionKit}};
 
 // What an option's value must be. Each returns what is wrong, or nothing; some replace the value by a plainer form.
 
@@ -130,6 +155,12 @@ std::string serviceUrl(std::string& text) {
   return {};
 }
 
+std::string windowHours(const std::string& text) {
+  static const std::regex form("[1-9][0-9]{0,4},[1-9][0-9]{0,4},[1-9][0-9]{0,4}");
+  return std::regex_match(text, form) ? std::string()
+                                      : "three numbers of hours such as 48,120,672 are expected, not \"" + text + "\"";
+}
+
 void addSeconds(CLI::App& command, const std::string& name, std::chrono::milliseconds& target,
                 const std::string& help) {
   command
@@ -144,6 +175,11 @@ void addSeconds(CLI::App& command, const std::string& name, std::chrono::millise
 
 void addSystemVersion(CLI::App& command, std::string& target) {
   command.add_option("--os-version", target, "the system version of the device")->check(version)->capture_default_str();
+}
+
+void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
+  command.add_flag("--reliable-delivery", options.reliableDelivery,
+                   "keep events and purchases on disk until the service has accepted them, and send them again");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {
@@ -232,6 +268,8 @@ void addRun(CLI::App& app, RunOptions& run, std::string& keyFile) {
   addSeconds(command, "--drain-timeout", run.drainTimeout, "how long to wait, at the end, for what is in flight");
   command.add_flag("--mock", run.mock,
                    "the library's mock mode: no service is asked, so events wait for a configuration");
+  command.add_flag("--explain", run.explain, "print, for each event, what became of it and why");
+  addLibraryOptions(command, run.library);
 }
 
 void addServe(CLI::App& app, ServeOptions& serve) {
@@ -274,7 +312,58 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
   command.add_option("--days", simulate.days, "how long the life is; later lines are errors")
       ->check(CLI::Range(1, 3650))
       ->capture_default_str();
+  command
+      .add_option_function<std::string>(
+          "--ad", [&simulate](const std::string& name) { simulate.ad = ads.at(name); },
+          "how the ad was signed that led to the install (default: aak from system 18.0 on, else skan4 from\n"
+          "16.1 on, else skan3)")
+      ->check(CLI::IsMember(ads));
+  command
+      .add_option_function<std::string>(
+          "--window-hours",
+          [&simulate](const std::string& text) {
+            std::istringstream hours(text);
+            for (auto& length : simulate.windowHours) {
+              int count = 0;
+              hours >> count;
+              hours.ignore();
+              length = std::chrono::hours(count);
+            }
+          },
+          "how long the platform's windows last")
+      ->check(CLI::Validator(windowHours, ""))
+      ->type_name("HOURS")
+      ->default_str("48,120,672");
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
+  command.add_option("--html", simulate.html, "write the life to this file, as a page for a browser")
+      ->check(notEmpty)
+      ->type_name("FILE");
+  command.add_flag("--explain", simulate.explain, "tell, below each event, what became of it and why");
+  command
+      .add_option_function<std::int64_t>(
+          "--service-down", [&simulate](std::int64_t count) { simulate.serviceDown = std::chrono::seconds(count); },
+          "how long, from the first launch on, the service answers with status 503, for example 10m")
+      ->transform(CLI::Validator(duration, ""))
+      ->type_name("DURATION");
+  addLibraryOptions(command, simulate.library);
+}
+
+void addCheck(CLI::App& app, CheckOptions& check) {
+  CLI::App& command =
+      *app.add_subcommand("check", "What is wrong with a configuration, before users find out")->footer(checkFooter);
+  command.add_option("CONFIG", check.config, "the configuration, as JSON; -: standard input")
+      ->required()
+      ->check(CLI::Validator(inputFile, "FILE"));
+  command.add_flag("--json", check.json, "print JSON Lines in place of text");
+}
+
+void addInspect(CLI::App& app, InspectOptions& inspect) {
+  CLI::App& command = *app.add_subcommand("inspect", "What an install has stored")->footer(inspectFooter);
+  command.add_option("--data", inspect.dataDirectory, "the folder for settings and documents")
+      ->required()
+      ->check(CLI::ExistingDirectory)
+      ->transform(CLI::Validator(dataDirectory, "DIR"));
+  command.add_flag("--json", inspect.json, "print one JSON line in place of text");
 }
 
 }  // namespace
@@ -283,6 +372,8 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   RunOptions run;
   ServeOptions serve;
   SimulateOptions simulate;
+  CheckOptions check;
+  InspectOptions inspect;
   CLI::App app("A host app in a box for the Quillmar library", "quillmar");
   app.set_version_flag("--version", "quillmar " QUILLMAR_VERSION);
   app.footer(
@@ -290,6 +381,8 @@ Command parseCommandLine(std::vector<std::string> arguments) {
   std::string keyFile;
   addRun(app, run, keyFile);
   addSimulate(app, simulate);
+  addCheck(app, check);
+  addInspect(app, inspect);
   addServe(app, serve);
   std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
   try {
@@ -310,9 +403,19 @@ Command parseCommandLine(std::vector<std::string> arguments) {
     return serve;
   }
   if (app.got_subcommand("simulate")) {
+    if (simulate.ad && !simulated::supports(simulate.osVersion, *simulate.ad)) {
+      throw UsageError("simulate: --ad: system " + simulate.osVersion + " does not know ads signed for " +
+                       std::string(rawValue(*simulate.ad)) + " (see --os-version)");
+    }
     return simulate;
   }
-  throw UsageError("a command is expected: run, simulate or serve (see quillmar --help)");
+  if (app.got_subcommand("check")) {
+    return check;
+  }
+  if (app.got_subcommand("inspect")) {
+    return inspect;
+  }
+  throw UsageError("a command is expected: run, simulate, check, inspect or serve (see quillmar --help)");
 }
 
 }  // namespace quillmar::cli

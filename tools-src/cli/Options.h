@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "quillmar/LogLevel.h"
+#include "quillmar/QuillmarOptions.h"
+#include "quillmar/simulated/PostbackRules.h"
 
 namespace quillmar::cli {
 
@@ -31,6 +33,8 @@ struct RunOptions {
   std::string caFile = {};
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
+  bool explain = false;
+  QuillmarOptions library = {};
 };
 
 struct ServeOptions {
@@ -45,10 +49,26 @@ struct ServeOptions {
 };
 
 struct SimulateOptions {
-  std::string config = {};
+  std::string config = {  std::chrono::seconds serviceDown{0};  ///< from the first launch on
+  QuillmarOptions library = {};
+};
   std::string events = {};
   std::string osVersion = "18.0";
   int days = 36;
+  std::optional<simulated::SignedAd> ad = {};  ///< nothing: the one that the library's calls count for
+  simulated::PostbackRules::WindowLengths windowHours = simulated::PostbackRules::usualLengths;
+  bool json = false;
+  std::string html = {};  ///< a file; empty: no page
+  bool explain = false;
+};
+
+struct CheckOptions {
+  std::string config = {};  ///< a path, or "-" for standard input
+  bool json = false;
+};
+
+struct InspectOptions {
+  std::string dataDirectory = {};  ///< absolute
   bool json = false;
 };
 
@@ -57,7 +77,7 @@ struct Information {
   std::string text = {};
 };
 
-using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, Information>;
+using Command = std::variant<RunOptions, ServeOptions, SimulateOptions, CheckOptions, InspectOptions, Information>;
 
 /// Reads the arguments that follow the program's name. Throws `UsageError`.
 Command parseCommandLine(std::vector<std::string> arguments);

@@ -4,6 +4,8 @@
 #include <ostream>
 #include <utility>
 
+#include "FindingsOutput.h"
+#include "Insight/ConfigurationCheck.h"
 #include "JsonOutput.h"
 #include "ServiceConfiguration.h"
 #include "service/DevelopmentService.h"
@@ -12,7 +14,7 @@ namespace quillmar::cli {
 
 ServeCommand::ServeCommand(ServeOptions options, const StopSignal& stop) : options_(std::move(options)), stop_(stop) {}
 
-void ServeCommand::run(std::ostream& output) {
+void ServeCommand::run(std::ostream& output, std::ostream& errors) {
   service::ServiceOptions answers;
   answers.forcedStatus = options_.status;
   answers.attributionStatus = options_.attributionStatus;
@@ -20,6 +22,10 @@ void ServeCommand::run(std::ostream& output) {
   answers.delay = options_.delay;
   service::ServiceLogic logic =
       options_.config.empty() ? service::ServiceLogic(answers) : makeServiceLogic("serve", options_.config, answers);
+  if (!options_.config.empty()) {
+    const std::string text = readConfiguration("serve: --config", options_.config);
+    writeFindings(options_.config, insight::checkConfiguration(text), insight::Severity::warning, errors);
+  }
 
   std::mutex mutex;
   const auto writeLine = [&](const std::string& line) {

@@ -12,8 +12,9 @@ class ServeCommand {
  public:
   ServeCommand(ServeOptions options, const StopSignal& stop);
 
-  /// Throws `UsageError` when the configuration or the certificate cannot be used.
-  void run(std::ostream& output);
+  /// `errors` gets what is wrong with the configuration. Throws `UsageError` when that or the certificate cannot be
+  /// used.
+  void run(std::ostream& output, std::ostream& errors);
 
  private:
   ServeOptions options_;

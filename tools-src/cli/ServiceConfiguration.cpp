@@ -1,21 +1,25 @@
 #include "ServiceConfiguration.h"
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "Options.h"
 
 namespace quillmar::cli {
 
+std::string readConfiguration(const std::string& option, const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string content{std::istreambuf_iterator<char>(file), {}};
+  if (!file.is_open() || file.bad()) {
+    throw UsageError(option + ": cannot read " + path);
+  }
+  return content;
+}
+
 service::ServiceLogic makeServiceLogic(const std::string& command, const std::string& path,
                                        service::ServiceOptions options) {
-  std::ostringstream content;
-  std::ifstream file(path, std::ios::binary);
-  if (!file || !(content << file.rdbuf())) {
-    throw UsageError(command + ": --config: cannot read " + path + ", or it is empty");
-  }
-  options.configuration = content.str();
+  options.configuration = readConfiguration(command + ": --config", path);
   options.configurationName = path;
   try {
     return service::ServiceLogic(options);

@@ -27,5 +27,9 @@ _quillmar() {
     *) return ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+  if grep -q '^  CONFIG ' <<<"$help"; then  # an argument without a name
+    compopt -o filenames 2>/dev/null
+    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$word")
+  fi
 }
 complete -F _quillmar quillmar

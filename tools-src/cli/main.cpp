@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "CheckCommand.h"
+#include "InspectCommand.h"
 #include "InterruptibleInput.h"
 #include "Logging/Controls.h"
 #include "Options.h"
@@ -66,7 +68,7 @@ int run(const RunOptions& options) {
 int run(const ServeOptions& options) {
   StopSignal stop;
   stop.listenForSignals();
-  ServeCommand(options, stop).run(std::cout);
+  ServeCommand(options, stop).run(std::cout, std::cerr);
   return 0;
 }
 
@@ -76,6 +78,14 @@ int run(const SimulateOptions& options) {
   InterruptibleInput buffer(file.descriptor(), never);
   std::istream input(&buffer);
   return SimulateCommand(options).run(input, std::cout, std::cerr);
+}
+
+int run(const CheckOptions& options) {
+  return CheckCommand(options).run(std::cin, std::cout);
+}
+
+int run(const InspectOptions& options) {
+  return InspectCommand(options).run(std::cout);
 }
 
 int run(const Information& information) {

@@ -12,7 +12,7 @@ page() {
       return (text ~ /^[.\047]/ ? "\\&" : "") text
     }
     function isHead(text) {
-      return text ~ /^  (-[a-z],)?--[a-z-]+( [A-Z]+(:[A-Z]+|:INT in \[[0-9]+ - [0-9]+\]|:\{[a-z0-9,]+\})?(=[^ ]+)?)?( REQUIRED| Excludes: [a-z -]+| Needs: [a-z -]+)? *$/
+      return text ~ /^  ((-[a-z],)?--[a-z-]+|[A-Z]+)( [A-Z]+(:[A-Z]+|:INT in \[[0-9]+ - [0-9]+\]|:\{[a-z0-9,]+\})?(=[^ ]+)?)?( REQUIRED| Excludes: [a-z -]+| Needs: [a-z -]+)? *$/
     }
     function head(text) {
       value = text
@@ -28,11 +28,11 @@ page() {
       print ".TP\n\\fB" plain(word[1]) "\\fR" (value == "" ? "" : " " plain(value))
     }
     /^Usage: / {next}
-    /^Options:$/ {options = 1; next}
+    /^(Positionals|Options):$/ {options = 1; next}
     /^Subcommands:$/ {exit}
     /^$/ {if (blanks++) print ".PP"; options = 0; next}  # the first is before the options
     options && isHead($0) {head($0); next}
-    options && /^  -/ && isHead(substr($0, 1, 30)) {head(substr($0, 1, 30)); print plain(substr($0, 31)); next}
+    options && /^  [-A-Z]/ && isHead(substr($0, 1, 30)) {head(substr($0, 1, 30)); print plain(substr($0, 31)); next}
     options && /^                              / {print plain(substr($0, 31)); next}
     options {print "manual.sh: cannot read: " $0 >"/dev/stderr"; exit 1}
     {

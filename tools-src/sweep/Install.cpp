@@ -1,15 +1,17 @@
 #include "Install.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "Conversion/EventTracker.h"
 #include "Conversion/LastWindowValue.h"
 #include "Platform/PropertyListCoding.h"
-#include "Platform/Sqlite/SqliteDatabase.h"
 #include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
@@ -23,10 +25,16 @@ using platform::PropertyListValue;
 
 /// SQLite's own opinion.
 bool isWhole(const std::string& file) {
-  platform::SqliteDatabase database;
-  std::int64_t isOk = 0;
-  return database.open(file) == SQLITE_OK &&
-         database.readInteger("SELECT integrity_check = 'ok' FROM pragma_integrity_check", isOk) == SQLITE_OK && isOk;
+  sqlite3* database = nullptr;
+  std::string answer;
+  const auto read = [](void* target, int, char** columns, char**) {
+    *static_cast<std::string*>(target) += columns[0];
+    return 0;
+  };
+  sqlite3_open(file.c_str(), &database);  // the question fails if this does
+  sqlite3_exec(database, "PRAGMA integrity_check", read, &answer, nullptr);
+  sqlite3_close(database);
+  return answer == "ok";
 }
 
 std::string encoded(const PropertyListValue& value) {
@@ -114,11 +122,15 @@ Acknowledged::Acknowledged(const RunResult& run) {
   for (std::string line; std::getline(log, line);) {
     const auto says = [&line](std::string_view text) { return line.find(text) != std::string::npos; };
     constexpr std::string_view tracked = "EventTracker - Tracked event: ";
+    constexpr std::string_view kept = "Outbox - Kept event: ";
     if (says(tracked)) {
       const std::size_t at = line.find(tracked) + tracked.size();
       events.push_back(line.substr(at, line.find(" with parameters", at) - at));
+    } else if (says(kept)) {
+      keptEvents.push_back(line.substr(line.find(kept) + kept.size()));
     } else if (says("EventTracker - Cleared all tracked events")) {
       cleared = true;
+      keptEvents.clear();
       clearedEvents.insert(clearedEvents.end(), events.begin(), events.end());
       events.clear();
     } else if (says("ConversionTrackingManager - Saved last window value")) {
@@ -129,6 +141,7 @@ Acknowledged::Acknowledged(const RunResult& run) {
   }
   if (standInStore) {
     events.clear();  // these are in the other store, or were in memory
+    keptEvents.clear();
     cleared = false;
   }
   std::istringstream output = completeLines(run.output);
@@ -142,7 +155,7 @@ Acknowledged::Acknowledged(const RunResult& run) {
   }
 }
 
-std::vector<std::string> lossesAfter(const Expectation& expected, const Acknowledged& told, const Install& now) {
+std::vector<std::string> lossesAfterRun(const Expectation& expected, const Acknowledged& told, const Install& now) {
   Losses losses;
   const Install& before = expected.before;
   losses.expectSound(before, now);
@@ -165,9 +178,8 @@ std::vector<std::string> lossesAfter(const Expectation& expected, const Acknowle
 
   const auto expectOldOr = [&](std::string_view key, const std::string& added) {
     const std::string value = now.settings.at(key);
-    const bool mayBeOld = value == before.settings.at(key) || (value.empty() && expected.resets);
-    losses.expect(value == added || (!expected.undisturbed && mayBeOld),
-                  std::string(key) + " is not what it should be");
+    losses.expect(value == before.settings.at(key) || value == added || (value.empty() && expected.resets),
+                  std::string(key) + " is neither the old nor the new one");
   };
   expectOldOr(Config::quillmarVerificationKey, encoded(expected.key));
   expectOldOr(Config::serverAppId, encoded("development-app"));
@@ -184,13 +196,29 @@ std::vector<std::string> lossesAfter(const Expectation& expected, const Acknowle
   losses.expect(std::find(values.begin() + static_cast<std::ptrdiff_t>(first), values.end(), value) != values.end(),
                 "the last window value is \"" + value + "\", neither the old nor the new one");
 
-  const bool mayBeConfiguration = now.configuration.empty() || now.configuration == before.configuration;
-  losses.expect(now.configuration == expected.configuration || (!expected.undisturbed && mayBeConfiguration),
+  losses.expect(now.configuration.empty() || now.configuration == before.configuration ||
+                    now.configuration == expected.configuration,
                 "the configuration file is torn");
-  losses.expect(!now.settings.at(Config::firstRunDateKey).empty() || !expected.undisturbed,
-                "there is no install identifier");
   losses.expect(now.attribution == before.attribution || expected.attribution.rfind(now.attribution, 0) == 0,
                 "the attribution file has strange content");
+  return losses.texts;
+}
+
+std::vector<std::string> lossesAfterRestart(const Expectation& expected, const RunResult& restart,
+                                            const std::string& event, const Install& now) {
+  Losses losses;
+  losses.expect(restart.hasDrained(), "the next start did not end well: " + restart.output);
+  losses.expect(!Acknowledged(restart).standInStore, "the next start could not use the settings");
+  losses.expectSound(expected.before, now);
+  losses.expectEvents(now, expected.before.history, "at the next start");
+  losses.expectEvents(now, {event}, "of the next start");
+  losses.expect(!now.settings.at(Config::firstRunDateKey).empty(), "the next start has no install identifier");
+  losses.expect(now.settings.at(Config::quillmarVerificationKey) == encoded(expected.key),
+                "the next start has another key");
+  losses.expect(now.settings.at(Config::serverAppId) == encoded("development-app") &&
+                    now.settings.at(Config::sdkEnabled) == encoded(true),
+                "the next start has not stored what the service sent");
+  losses.expect(now.configuration == expected.configuration, "the next fetch did not mend the configuration");
   return losses.texts;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <map>
+#include <string>
+#include <vector>
 
 #include "Run.h"
 
@@ -26,6 +28,7 @@ struct Acknowledged {
 
   std::vector<std::string> events;         ///< tracked since the history was last cleared
   std::vector<std::string> clearedEvents;  ///< tracked before that
+  std::vector<std::string> keptEvents;     ///< in the outbox, since the history was last cleared
   bool cleared = false;
   std::size_t windowValues = 0;            ///< how many last window values were saved
   std::vector<std::string> platformCalls;  ///< fine and coarse value of each call to the ad network, in order
@@ -40,10 +43,13 @@ struct Expectation {
   std::string attribution;    ///< likewise
   bool resets = false;        ///< the run forgets what the service sent and the events
   bool writesFailed = false;  ///< settings that could not be written may be the old ones
-  bool undisturbed = false;   ///< nothing may be the old one
 };
 
 /// What is wrong with the folder after the run; one text for each loss.
-std::vector<std::string> lossesAfter(const Expectation& expected, const Acknowledged& told, const Install& now);
+std::vector<std::string> lossesAfterRun(const Expectation& expected, const Acknowledged& told, const Install& now);
+
+/// What is wrong after a further, undisturbed run that tracked `event`.
+std::vector<std::string> lossesAfterRestart(const Expectation& expected, const RunResult& restart,
+                                            const std::string& event, const Install& now);
 
 }  // namespace quillmar::sweep

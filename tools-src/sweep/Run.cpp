@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,8 +29,8 @@ void redirect(int descriptor, const std::string& file) {
 
 }  // namespace
 
-bool RunResult::wasKilled() const {
-  return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+bool RunResult::wasEndedBy(int signal) const {
+  return WIFSIGNALED(status) && WTERMSIG(status) == signal;
 }
 
 bool RunResult::hasDrained() const {
@@ -40,7 +41,8 @@ std::string readFile(const std::string& path) {
   return (std::ostringstream() << std::ifstream(path).rdbuf()).str();
 }
 
-RunResult run(const std::vector<std::string>& command, const std::string& scratch, const Injection& injection) {
+RunResult run(const std::vector<std::string>& command, const std::string& scratch, const Injection& injection,
+              std::chrono::microseconds longest) {
   const std::string plan = fmt::format("{} {} {} {} {:d} {}", static_cast<int>(injection.kind), injection.first,
                                        injection.count, injection.variant, injection.reads, injection.folder);
   std::vector<char*> arguments;
@@ -60,7 +62,10 @@ RunResult run(const std::vector<std::string>& command, const std::string& scratc
       ::setenv("LD_PRELOAD", QUILLMAR_INTERPOSER, 1);
       ::setenv(Injection::variable, plan.c_str(), 1);
     }
-    ::alarm(60);  // goes on in the command
+    itimerval timer{};  // goes on in the command
+    timer.it_value.tv_sec = longest / std::chrono::seconds(1);
+    timer.it_value.tv_usec = longest % std::chrono::seconds(1) / std::chrono::microseconds(1);
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
     ::execv(arguments[0], arguments.data());
     ::_exit(127);
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -33,13 +34,14 @@ struct RunResult {
   std::string errors;    ///< standard error, which is the log
   std::string firstHit;  ///< the call that was hit first, and its file; empty: none
 
-  bool wasKilled() const;
+  bool wasEndedBy(int signal) const;
   bool hasDrained() const;  ///< ended well, with everything done
 };
 
-/// Runs the command; what is left of it after a minute is ended by SIGALRM. Its output goes through files below the
+/// Runs the command; what is left of it after `longest` is ended by SIGALRM. Its output goes through files below the
 /// folder `scratch`.
-RunResult run(const std::vector<std::string>& command, const std::string& scratch, const Injection& injection);
+RunResult run(const std::vector<std::string>& command, const std::string& scratch, const Injection& injection,
+              std::chrono::microseconds longest = std::chrono::minutes(1));
 
 /// The content of the file; nothing when there is none.
 std::string readFile(const std::string& path);

@@ -1,14 +1,27 @@
 #include <fmt/format.h>
+#include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <tuple>
 
 #include "Install.h"
-#include "support/TemporaryFolder.h"
+#include "service/DevelopmentService.h"
+#include "service/ServiceLogic.h"
 
 namespace quillmar::sweep {
 
@@ -34,6 +47,14 @@ std::string events(const std::string& prefix, int count, const std::string& betw
   return lines;
 }
 
+std::string makeFolder() {
+  std::string name = (fs::temp_directory_path() / "quillmar-sweep-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no temporary folder");
+  }
+  return name;
+}
+
 struct Path {
   const char* name;
   const char* folder;
@@ -57,11 +78,44 @@ std::vector<Path> paths(const char* longFolder) {
   return result;
 }
 
+/// A service that outlives the runs and knows what it got from them.
+class Service {
+ public:
+  Service() : service_({}, [this](const auto& request) { return answer(request); }) { service_.start(); }
+
+  std::string url() const { return service_.url(); }
+  /// The identifiers under which each event came since the last call.
+  std::map<std::string, std::vector<std::string>> received() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(received_, {});
+  }
+
+  std::atomic<int> delay{0};  ///< of its answers to events, in milliseconds
+
+ private:
+  service::ServiceAnswer answer(const service::ServiceRequest& request) {
+    service::ServiceAnswer answer = logic_.handle(request);
+    if (answer.event && answer.status == 200) {
+      const std::lock_guard lock(mutex_);
+      received_[*answer.event].emplace_back(boost::json::parse(request.body).at("event_id").as_string());
+      answer.delay = std::chrono::milliseconds(delay);
+    }
+    return answer;
+  }
+
+  std::mutex mutex_;
+  std::map<std::string, std::vector<std::string>> received_;
+  service::ServiceLogic logic_;
+  service::DevelopmentService service_;
+};
+
 /// Ends or disturbs runs of the command in turn, each on a copy of a prepared data folder, and looks at what is stored
 /// afterwards.
 class Sweep {
  public:
-  Sweep(std::string executable, std::size_t every) : executable_(std::move(executable)), every_(every) {
+  /// With `delay`, runs have the outbox, and the service takes so long for each of their answers.
+  Sweep(std::string executable, std::size_t every, std::optional<int> delay)
+      : executable_(std::move(executable)), every_(every), delay_(delay) {
     fs::create_directory(folder_ + "/fresh");
     const RunResult run = runQuillmar(sweptKey, enable);
     const Install whole(data_, copy_);
@@ -71,15 +125,45 @@ class Sweep {
     configuration_ = whole.configuration;
     attribution_ = whole.attribution;
   }
+  ~Sweep() {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+  Sweep(const Sweep&) = delete;
+  Sweep& operator=(const Sweep&) = delete;
 
   void killAtEachCall() {
     for (const Path& path : paths("long")) {
-      hitEachCall(path, {.kind = Injection::kill}, "kill", every_);
-      hitEachCall(path, {.kind = Injection::tear}, "kill in mid-write", every_);
+      hitEachCall(path, {.kind = Injection::kill}, "kill");
+      hitEachCall(path, {.kind = Injection::tear}, "kill in mid-write");
     }
-    // The calls differ from run to run, so more of them are hit.
-    const Path load{"load", "used", events("run-", 150) + enable + events("more-", 150)};
-    hitEachCall(load, {.kind = Injection::kill}, "kill", 1 + every_ / 10);
+  }
+
+  void killAtRandom(std::size_t times, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    const auto load = [this](std::size_t i) {
+      if (delay_) {
+        return events(fmt::format("run-{}-", i), 300, "{\"sleep\":0.001}\n");
+      }
+      return events(fmt::format("run-{}-", i), 150) + enable + events(fmt::format("more-{}-", i), 150);
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    runQuillmar(sweptKey, load(times));
+    const std::chrono::duration<double, std::micro> whole = std::chrono::steady_clock::now() - begin;
+    std::uniform_real_distribution<double> moment(1, whole.count());
+    useCopyOf(folder_ + "/fresh");
+    for (std::size_t i = 0; i < times; ++i) {
+      const bool fresh = i < times / 2;
+      if (fresh) {
+        useCopyOf(folder_ + "/fresh");
+      }
+      const Expectation expected = expectation(sweptKey);
+      const std::chrono::microseconds longest(static_cast<std::int64_t>(moment(random)));
+      const RunResult run = runQuillmar(sweptKey, load(i), {}, longest);
+      const bool killed = run.wasEndedBy(SIGALRM);
+      judge(fmt::format("kill at random under load, {} folder", fresh ? "fresh" : "used"), fmt::format("run {}", i),
+            expected, run, killed, killed || run.hasDrained());
+    }
   }
 
   void failEachCall() {
@@ -88,7 +172,7 @@ class Sweep {
     for (const Path& path : paths("merged")) {
       for (const auto& [name, count, variant] : spells) {
         hitEachCall(path, {.kind = Injection::fail, .count = count, .variant = variant, .reads = true},
-                    std::string("fail ") + name, every_);
+                    std::string("fail ") + name);
       }
     }
   }
@@ -100,6 +184,7 @@ class Sweep {
     for (const auto& [title, tally] : tallies_) {
       fmt::print(row, title, tally.hits, tally.losses, tally.standIns);
     }
+    fmt::print("of {} kept events, {} came once more under the same identifier\n", keptEvents_, duplicates_);
     return tallies_["all"].losses == 0 && tallies_["all"].hits > 0;
   }
 
@@ -110,11 +195,18 @@ class Sweep {
     std::size_t standIns = 0;  ///< runs that could not use the settings suite
   };
 
-  RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {}) const {
+  RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {},
+                        std::chrono::microseconds longest = std::chrono::minutes(1)) {
+    service_.delay = key == sweptKey ? delay_.value_or(0) : 0;
     const std::string file = folder_ + "/script";
     std::ofstream(file) << script;
-    return run({executable_, "run", "--key", key, "--data", data_, "--events", file, "--log-level", "debug"}, folder_,
-               injection);
+    std::vector<std::string> command{executable_, "run",      "--key", key,           "--data",
+                                     data_,       "--events", file,    "--log-level", "debug"};
+    if (delay_) {
+      command.insert(command.end(),
+                     {"--reliable-delivery", "--service", service_.url(), "--attribution-token", "token"});
+    }
+    return run(command, folder_, injection, longest);
   }
 
   void useCopyOf(const std::string& folder) const {
@@ -123,7 +215,7 @@ class Sweep {
   }
 
   /// A folder that each run gets a copy of; made when it is first wanted.
-  std::string preparedFolder(const std::string& kind) const {
+  std::string preparedFolder(const std::string& kind) {
     std::string folder = folder_ + "/" + kind;
     if (fs::exists(folder)) {
       return folder;
@@ -148,7 +240,7 @@ class Sweep {
   }
 
   /// Hits one call after the other, until a run ends without reaching its call.
-  void hitEachCall(const Path& path, Injection injection, const std::string& what, std::size_t every) {
+  void hitEachCall(const Path& path, Injection injection, const std::string& what) {
     const std::string title = fmt::format("{}: {}, {} folder", what, path.name, path.folder);
     const std::string prepared = preparedFolder(path.folder);
     useCopyOf(prepared);
@@ -156,49 +248,59 @@ class Sweep {
     expected.resets = path.resets;
     expected.writesFailed = injection.kind == Injection::fail;
     injection.folder = data_;
-    injection.first = 1 + tallies_.size() % every;
-    for (bool hit = true; hit; injection.first += every) {
+    injection.first = 1 + tallies_.size() % every_;
+    for (bool hit = true; hit; injection.first += every_) {
       useCopyOf(prepared);
       const RunResult run = runQuillmar(sweptKey, path.script, injection);
       hit = !run.firstHit.empty();
-      const bool isKilled = hit && injection.kind != Injection::fail;
-      const std::string where = fmt::format("call {}, {}", injection.first, run.firstHit);
-      const Acknowledged told(run);
-      std::vector<std::string> losses = lossesAfter(expected, told, Install(data_, copy_));
-      if (isKilled ? !run.wasKilled() : !run.hasDrained()) {
-        losses.push_back(fmt::format("the run ended with status {:#x}: {}", run.status, run.output));
-      }
-      for (const std::string& loss : lossesAfterRestart("after " + where)) {
-        losses.push_back("at the next start: " + loss);
-      }
-      if (!losses.empty() && tallies_["all"].losses < 20) {
-        fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
-      }
-      for (Tally* tally : {&tallies_[title], &tallies_["all"]}) {
-        tally->hits += hit ? 1 : 0;
-        tally->losses += losses.size();
-        tally->standIns += told.standInStore ? 1 : 0;
-      }
+      judge(title, fmt::format("call {}, {}", injection.first, run.firstHit), expected, run, hit,
+            hit && injection.kind != Injection::fail ? run.wasEndedBy(SIGKILL) : run.hasDrained());
     }
   }
 
-  /// Of a further run, which tracks that event.
-  std::vector<std::string> lossesAfterRestart(const std::string& name) const {
-    Expectation expected = expectation(laterKey);
-    expected.undisturbed = true;
-    const RunResult run = runQuillmar(laterKey, event(name));
+  void judge(const std::string& title, const std::string& where, const Expectation& expected, const RunResult& run,
+             bool hit, bool endedAsItShould) {
     const Acknowledged told(run);
-    std::vector<std::string> losses = lossesAfter(expected, told, Install(data_, copy_));
-    if (!run.hasDrained() || told.events != std::vector{name}) {
-      losses.push_back("it did not end well: " + run.output);
+    std::vector<std::string> losses = lossesAfterRun(expected, told, Install(data_, copy_));
+    if (!endedAsItShould) {
+      losses.push_back(fmt::format("the run ended with status {:#x}: {}", run.status, run.output));
     }
-    return losses;
+    const Expectation restarted = expectation(laterKey);
+    const std::string next = "after " + where;
+    const RunResult restart = runQuillmar(laterKey, event(next));
+    for (std::string& loss : lossesAfterRestart(restarted, restart, next, Install(data_, copy_))) {
+      losses.push_back(std::move(loss));
+    }
+    // A reset that was begun may have forgotten what was kept.
+    auto received = service_.received();
+    if (delay_ && (told.cleared || !expected.resets)) {
+      const std::vector<std::string> history = Install(data_, copy_).history;
+      for (const std::string& kept : told.keptEvents) {
+        const std::set identifiers(received[kept].begin(), received[kept].end());
+        if (identifiers.size() != 1 || std::count(history.begin(), history.end(), kept) != 1) {
+          losses.push_back(fmt::format("kept, and sent under {} identifiers: {}", identifiers.size(), kept));
+        }
+        duplicates_ += received[kept].size() - 1;
+      }
+      keptEvents_ += told.keptEvents.size();
+    }
+    if (!losses.empty() && tallies_["all"].losses < 20) {
+      fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
+    }
+    for (Tally* tally : {&tallies_[title], &tallies_["all"]}) {
+      tally->hits += hit ? 1 : 0;
+      tally->losses += losses.size();
+      tally->standIns += told.standInStore ? 1 : 0;
+    }
   }
 
   const std::string executable_;  ///< the command
   const std::size_t every_;       ///< only each n-th call
-  const test::TemporaryFolder scratch_;
-  const std::string folder_ = scratch_.path();
+  const std::optional<int> delay_;
+  Service service_;
+  std::size_t keptEvents_ = 0;
+  std::size_t duplicates_ = 0;
+  const std::string folder_ = makeFolder();
   const std::string data_ = folder_ + "/data";
   const std::string copy_ = folder_ + "/copy";
   std::string configuration_;  ///< what the whole file looks like
@@ -218,16 +320,26 @@ int main(int argc, char** argv) {
   std::string command;
   bool kills = false;
   bool fails = false;
+  std::size_t randomKills = 0;
   std::size_t every = 1;
+  std::uint32_t seed = 1;
+  std::optional<int> delay;
   app.add_option("command", command, "the quillmar command")->required()->check(CLI::ExistingFile);
   app.add_flag("--kill", kills, "kill at each such call, and in the middle of each write");
   app.add_flag("--fail", fails, "an error at each such call, and each that reads: once, for a while, from there on");
+  app.add_option("--random", randomKills, "so many kills at random moments under load");
   app.add_option("--every", every, "only each n-th call")->check(CLI::PositiveNumber);
+  app.add_option("--seed", seed, "for the random moments");
+  app.add_option("--reliable", delay,
+                 "with --reliable-delivery; the service takes so many ms for a disturbed run's answers");
   CLI11_PARSE(app, argc, argv);
   try {
-    quillmar::sweep::Sweep sweep(command, every);
+    quillmar::sweep::Sweep sweep(command, every, delay);
     if (kills) {
       sweep.killAtEachCall();
+    }
+    if (randomKills > 0) {
+      sweep.killAtRandom(randomKills, seed);
     }
     if (fails) {
       sweep.failEachCall();
