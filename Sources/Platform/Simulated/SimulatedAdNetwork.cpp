@@ -36,7 +36,9 @@ void SimulatedDevice::setSystemVersion(std::string systemVersion) {
 }
 
 SimulatedAdNetwork::SimulatedAdNetwork(std::shared_ptr<platform::Clock> clock, std::shared_ptr<platform::Device> device)
-    : clock_(std::move(clock)), device_(std::move(device)) {}
+    : clock_(std::move(clock)),
+      device_(std::move(device)),
+      rules_(adReachedOn(device_->systemVersion()), clock_->now()) {}
 
 void SimulatedAdNetwork::registerAppForAdNetworkAttribution() {
   record({"registration", std::nullopt, std::nullopt, std::nullopt, clock_->now()}, nullptr);
@@ -70,6 +72,16 @@ void SimulatedAdNetwork::updateConversionValue(const platform::PostbackUpdate& u
          completion);
 }
 
+void SimulatedAdNetwork::setRules(PostbackRules rules) {
+  const std::lock_guard lock(mutex_);
+  rules_ = std::move(rules);
+}
+
+PostbackRules SimulatedAdNetwork::rules() const {
+  const std::lock_guard lock(mutex_);
+  return rules_;
+}
+
 void SimulatedAdNetwork::setObserver(std::function<void(const PlatformCall&)> observer) {
   const std::lock_guard lock(mutex_);
   observer_ = std::move(observer);
@@ -88,13 +100,20 @@ std::vector<PlatformCall> SimulatedAdNetwork::calls() const {
 void SimulatedAdNetwork::record(PlatformCall call, const platform::AdNetworkCompletion& completion) {
   std::function<void(const PlatformCall&)> observer;
   std::optional<platform::PlatformError> error;
+  const std::string systemVersion = device_->systemVersion();
   {
     const std::lock_guard lock(mutex_);
-    calls_.push_back(call);
-    observer = observer_;
     if (error_) {
       error = platform::PlatformError{*error_};
+      call.verdict = {Verdict::Outcome::refused, Verdict::Reason::platformError, rules_.windowAt(call.at)};
+    } else {
+      call.verdict = rules_.judge(call, systemVersion);
+      if (call.verdict.outcome == Verdict::Outcome::refused) {
+        error = platform::PlatformError{std::string(description(call.verdict.reason))};
+      }
     }
+    calls_.push_back(call);
+    observer = observer_;
   }
   if (observer) {
     observer(call);

@@ -11,20 +11,9 @@
 #include "quillmar/platform/Clock.h"
 #include "quillmar/platform/Device.h"
 #include "quillmar/platform/StoreKitAdNetwork.h"
+#include "quillmar/simulated/PostbackRules.h"
 
 namespace quillmar::simulated {
-
-/// One call to the platform's ad attribution.
-struct PlatformCall {
-  /// "adAttributionKit", "skAdNetwork4", "skAdNetwork4WithoutCoarse", "skAdNetwork3", "skAdNetwork2" or
-  /// "registration".
-  std::string interface;
-  // What the interface does not take is absent.
-  std::optional<int> fineValue;
-  std::optional<std::string> coarseValue;  ///< "high", "medium" or "low"
-  std::optional<bool> lockWindow;
-  platform::Clock::TimePoint at;
-};
 
 /// A device with a system version that can be chosen.
 class SimulatedDevice : public platform::Device {
@@ -40,11 +29,13 @@ class SimulatedDevice : public platform::Device {
   std::string systemVersion_;
 };
 
-/// Stands in for StoreKit and AdAttributionKit: remembers each call and completes it at once, with success or with
-/// the error that it was given.
+/// Stands in for StoreKit and AdAttributionKit: remembers each call, judges it by the platform's rules, and completes
+/// it at once. A call that the rules refuse is answered with an error, as the platform does; others succeed, with
+/// effect or without, unless the ad network was told to fail.
 class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::AdAttributionKit {
  public:
-  /// Calls are stamped with the clock's time; the device's version tells which interface a call belongs to.
+  /// Calls are stamped with the clock's time; the device's version tells which interface a call belongs to. The first
+  /// launch is now, and the ad one that the library's calls count for on this device.
   SimulatedAdNetwork(std::shared_ptr<platform::Clock> clock, std::shared_ptr<platform::Device> device);
 
   void registerAppForAdNetworkAttribution() override;
@@ -54,13 +45,19 @@ class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::
                                      bool lockWindow, platform::AdNetworkCompletion completion) override;
   void updateConversionValue(const platform::PostbackUpdate& update, platform::AdNetworkCompletion completion) override;
 
+  /// Judges by other rules from now on: another ad, another first launch, windows of another length.
+  void setRules(PostbackRules rules);
+
+  /// The rules with all calls so far, for the postbacks. Any thread.
+  PostbackRules rules() const;
+
   /// Called with each call as it is made, on the thread that makes it.
   void setObserver(std::function<void(const PlatformCall&)> observer);
 
   /// Lets the following calls fail with this description; nothing lets them succeed again.
   void setError(std::optional<std::string> localizedDescription);
 
-  /// Every call so far, in order. Any thread.
+  /// Every call so far, in order, with its verdict. Any thread.
   std::vector<PlatformCall> calls() const;
 
  private:
@@ -69,6 +66,7 @@ class SimulatedAdNetwork : public platform::StoreKitAdNetwork, public platform::
   mutable std::mutex mutex_;
   std::shared_ptr<platform::Clock> clock_;
   std::shared_ptr<platform::Device> device_;
+  PostbackRules rules_;
   std::vector<PlatformCall> calls_;
   std::function<void(const PlatformCall&)> observer_;
   std::optional<std::string> error_;

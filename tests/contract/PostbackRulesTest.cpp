@@ -1,0 +1,134 @@
+#include "quillmar/simulated/PostbackRules.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include "quillmar/simulated/SimulatedPlatform.h"
+
+namespace quillmar::simulated {
+namespace {
+
+using namespace std::chrono_literals;
+using Strings = std::vector<std::string>;
+
+struct Call {
+  double hour;
+  int fine;
+  const char* coarse = nullptr;
+  bool lock = false;
+  const char* verdict = "accepted";
+  const char* interface = nullptr;  // null: the ad's own
+};
+
+struct Life {
+  const char* what;
+  SignedAd ad;
+  std::vector<Call> calls;
+  Strings postbacks;
+  PostbackRules::WindowLengths lengths = PostbackRules::usualLengths;
+};
+
+constexpr auto three = SignedAd::skAdNetwork3, four = SignedAd::skAdNetwork4, kit = SignedAd::adAttributionKit;
+constexpr const char* partly = "accepted coarseHalfOnly";
+constexpr const char* locked = "ignored windowLocked";
+
+std::string text(const Postback& postback) {
+  const auto hours = [](auto time) { return std::chrono::duration<double, std::ratio<3600>>(time).count(); };
+  return fmt::format("{}/{} {} {} {} {}-{}", postback.index, postback.tier,
+                     postback.fineValue ? std::to_string(*postback.fineValue) : "-", postback.coarseValue.value_or("-"),
+                     rawValue(postback.finalizedBy), hours(postback.earliest), hours(postback.latest));
+}
+
+TEST(PostbackRules, judgeEachCallAndTellWhatIsReceived) {
+  const Life rows[] = {
+      {"nothing was called", four, {}, {}},
+      {"up and down until the window ends, then the next",
+       four,
+       {{1, 9, "high"}, {47.9, 3, "low"}, {48, 63, "medium", false, partly}, {167.9, 0, "low", false, partly}},
+       {"0/0 - - window 72-96", "0/1 - low window 72-96", "0/2 3 - window 72-96", "0/3 3 - window 72-96",
+        "1/1 - low window 192-312", "1/2 - low window 192-312", "1/3 - low window 192-312"}},
+      {"a lock ends its window only",
+       kit,
+       {{10, 9, "low", true},
+        {11, 8, "high", false, locked},
+        {47, 8, "high", true, locked},
+        {50, 1, "high", true, partly},
+        {51, 1, "low", false, locked}},
+       {"0/0 - - lock 34-58", "0/1 - low lock 34-58", "0/2 9 - lock 34-58", "0/3 9 - lock 34-58",
+        "1/1 - high lock 74-194", "1/2 - high lock 74-194", "1/3 - high lock 74-194"}},
+      {"a later window hears of no fine value",
+       kit,
+       {{50, 5, nullptr, false, "ignored coarseHalfOnly"},
+        {170, 5, nullptr, true, partly},
+        {171, 5, "low", false, locked},
+        {840, 1, "low", false, "ignored windowsOver"}},
+       {}},
+      {"a first update after 60 days is none",
+       four,
+       {{1440, 1, "low", false, partly}},
+       {"1/1 - low window 1644-1764", "1/2 - low window 1644-1764", "1/3 - low window 1644-1764"},
+       {720h, 900h, 672h}},
+      {"and a moment later", four, {{1440.1, 1, "low", false, "ignored firstUpdateLate"}}, {}, {720h, 900h, 672h}},
+      {"refused, or for others",
+       four,
+       {{1, 64, "low", true, "refused valueOutOfRange"},
+        {1, -1, "low", false, "refused valueOutOfRange"},
+        {1, 5, "low", true, "ignored otherFramework", "adAttributionKit"},
+        {1, 5, nullptr, false, "ignored noValue", "registration"}},
+       {}},
+      {"greater values start the timer again",
+       three,
+       {{0, 0, nullptr, false, "accepted", "registration"},
+        {23, 0},
+        {24, 0, nullptr, false, "ignored notGreater"},
+        {46.5, 7, "high", true, "accepted fineHalfOnly", "skAdNetwork4"},
+        {47, 5, nullptr, false, "ignored notGreater"},
+        {48, 64, nullptr, false, "refused valueOutOfRange"},
+        {70.5, 9, nullptr, false, "ignored timerOver"}},
+       {"0/0 - - timer 70.5-94.5", "0/1 - - timer 70.5-94.5", "0/2 7 - timer 70.5-94.5", "0/3 7 - timer 70.5-94.5"}},
+  };
+  for (const Life& row : rows) {
+    SCOPED_TRACE(row.what);
+    const platform::Clock::TimePoint start{1'795'000'000s};
+    PostbackRules rules(row.ad, start, row.lengths);
+    for (const Call& call : row.calls) {
+      const std::string own = row.ad == kit ? "adAttributionKit" : row.ad == four ? "skAdNetwork4" : "skAdNetwork2";
+      PlatformCall made{call.interface ? call.interface : own, call.fine, {}, call.lock, start};
+      made.at += std::chrono::minutes(static_cast<int>(call.hour * 60));
+      if (made.interface == "registration") {
+        made.fineValue.reset();
+      }
+      if (call.coarse) {
+        made.coarseValue = call.coarse;
+      }
+      const Verdict verdict = rules.judge(made, "18.0");
+      EXPECT_EQ(fmt::format("{} {}", rawValue(verdict.outcome), rawValue(verdict.reason)),
+                std::string(call.verdict) + (verdict.reason == Verdict::Reason::none ? " " : ""))
+          << call.hour;
+    }
+    Strings postbacks;
+    for (const Postback& postback : rules.postbacks()) {
+      postbacks.push_back(text(postback));
+    }
+    EXPECT_EQ(postbacks, row.postbacks);
+  }
+}
+
+TEST(SimulatedAdNetwork, refusesWhatThePlatformRefuses) {
+  SimulatedPlatform simulated(platform::Clock::TimePoint{1'795'000'000s}, "17.4");
+  Strings answers;
+  const auto update = [&](int fine) {
+    simulated.adNetwork->updatePostbackConversionValue(
+        fine, platform::SKAdNetworkCoarseConversionValue::low, false,
+        [&](const auto& error) { answers.push_back(error ? error->localizedDescription : "good"); });
+  };
+  update(64);
+  update(63);
+  simulated.device->setSystemVersion("16.0");
+  update(63);
+  EXPECT_THAT(answers, testing::ElementsAre("a fine value is 0 to 63", "good", "this system has no such interface"));
+  EXPECT_EQ(simulated.adNetwork->rules().postbacks().size(), 4U);
+}
+
+}  // namespace
+}  // namespace quillmar::simulated
