@@ -56,17 +56,35 @@ std::optional<CoarseValue> ConversionTrackingManager::Update::coarse() const noe
   return windowValue.coarseValue ? std::optional(windowValue.coarseValue->value) : std::nullopt;
 }
 
+void ConversionTrackingManager::Update::calls(const char* interface) const {
+  if (trace) {
+    trace->record.interface = interface;
+    trace->end(Decision::Outcome::sent);
+  }
+}
+
 /// A call to the platform that has not been answered. Lives in the completion, so that it also ends with that.
 class ConversionTrackingManager::OpenCall {
  public:
-  explicit OpenCall(Activity activity) noexcept : activity_(std::move(activity)) {}
+  OpenCall(Activity activity, std::shared_ptr<DecisionTrace> trace) noexcept
+      : activity_(std::move(activity)), trace_(std::move(trace)) {}
 
   /// True for the first answer only: a platform that answers twice must not be recorded twice.
   bool answer() noexcept { return !answered_.exchange(true); }
-  void end() noexcept { activity_.end(); }
+  void record(const std::optional<platform::PlatformError>& error) {
+    if (trace_) {
+      trace_->record.answer = error ? Decision::Answer::failure : Decision::Answer::success;
+      trace_->record.error = error ? error->localizedDescription : "";
+    }
+  }
+  void end() noexcept {
+    trace_.reset();
+    activity_.end();
+  }
 
  private:
   Activity activity_;
+  std::shared_ptr<DecisionTrace> trace_;
   std::atomic<bool> answered_{false};
 };
 
@@ -97,6 +115,11 @@ void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
                                      bool forceLockWindow) {
+  send(conversionValue, window, forceLockWindow, nullptr);
+}
+
+void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
+                                     bool forceLockWindow, std::shared_ptr<DecisionTrace> trace) {
   Log::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
              rawValue(window));
   const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
@@ -105,7 +128,7 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
                conversionValue.key);
     return;
   }
-  startUpdate({*windowValue, conversionValue.key, forceLockWindow});
+  startUpdate({*windowValue, conversionValue.key, forceLockWindow, std::move(trace)});
 }
 
 void ConversionTrackingManager::startUpdate(const Update& update) {
@@ -128,6 +151,7 @@ void ConversionTrackingManager::startUpdate(const Update& update) {
 }
 
 void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update) {
+  update.calls("adAttributionKit");
   platform::PostbackUpdate postback{update.platformFine(), update.forceLockWindow, std::nullopt};
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
     postback.coarseConversionValue = toAttributionKitCoarseValue(*coarse);
@@ -148,16 +172,19 @@ void ConversionTrackingManager::sendEventSKAdNetwork4(const Update& update) {
                          {"ConversionTrackingManager - SKAdNetwork 4.0 update failed: ",
                           "ConversionTrackingManager - SKAdNetwork 4.0 update successful"});
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
+    update.calls("skAdNetwork4");
     std::any coarseValue = toSKAdNetworkCoarseConversionValue(*coarse);
     skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithCoarse(update.platformFine(), std::move(coarseValue),
                                                                    update.forceLockWindow, std::move(done));
   } else {
+    update.calls("skAdNetwork4WithoutCoarse");
     skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithoutCoarse(update.platformFine(), update.forceLockWindow,
                                                                       std::move(done));
   }
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
+  update.calls("skAdNetwork3");
   auto done = completion(update, false,
                          {"ConversionTrackingManager - SKAdNetwork 3.0 update failed: ",
                           "ConversionTrackingManager - SKAdNetwork 3.0 update successful"});
@@ -165,6 +192,7 @@ void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork2(const Update& update) {
+  update.calls("skAdNetwork2");
   skAdNetwork_->updateConversionValue_iOS14_0(update.platformFine());
   saveLastWindowValue(update, false);
   Log::debug("ConversionTrackingManager - SKAdNetwork 2.0 update successful");
@@ -174,20 +202,23 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   if (userDefaults_->boolean(adNetworkRegisteredKey)) {
     return;
   }
+  update.calls("registration");
   skAdNetwork_->registerAppForAdNetworkAttribution();
   saveLastWindowValue(update, false);
   storeSetting(*userDefaults_, adNetworkRegisteredKey, true);
   Log::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
-platform::AdNetworkCompletion ConversionTrackingManager::completion(const Update& update, bool lockWindow,
+platform::AdNetworkCompletion ConversionTrackingManager::completion(Update update, bool lockWindow,
                                                                     OutcomeLines lines) {
-  return [weakSelf = weak_from_this(), update, lockWindow, lines,
-          call = std::make_shared<OpenCall>(Activity(activity_))](const std::optional<platform::PlatformError>& error) {
+  auto open = std::make_shared<OpenCall>(Activity(activity_), std::move(update.trace));
+  return [weakSelf = weak_from_this(), update = std::move(update), lockWindow, lines,
+          call = std::move(open)](const std::optional<platform::PlatformError>& error) {
     guarded("The answer of the platform", [&] {
       if (!call->answer()) {
         return;
       }
+      call->record(error);
       if (error) {
         Log::error("{}{}", lines.failed, error->localizedDescription);
       } else if (const auto self = weakSelf.lock()) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Async/ActivityCounter.h"
+#include "Conversion/DecisionTrace.h"
 #include "Conversion/SKAdNetworkProtocol.h"
 #include "quillmar/ConversionTrackingManagerProtocol.h"
 #include "quillmar/platform/AdAttributionKit.h"
@@ -34,6 +35,9 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
 
   /// Sends a value, resolved before.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow) override;
+  /// The same for an event whose way is recorded: the interface and the platform's answer, too.
+  void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow,
+            std::shared_ptr<DecisionTrace> trace);
 
   /// Stands in for the device's system version in the choice of the interface, as long as the device itself is new
   /// enough for it. For tests; holds for the process.
@@ -46,11 +50,14 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     ConversionValues::WindowValue windowValue;
     std::string key;
     bool forceLockWindow = false;
+    std::shared_ptr<DecisionTrace> trace;  ///< may be null
 
     std::int64_t fine() const noexcept { return windowValue.fineValue ? windowValue.fineValue->value : 0; }
     /// The fine value in the platform's type; the document may hold numbers far beyond.
     int platformFine() const noexcept;
     std::optional<CoarseValue> coarse() const noexcept;
+    /// Records which interface is called.
+    void calls(const char* interface) const;
   };
   class OpenCall;
 
@@ -68,7 +75,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     std::string_view successful;  ///< empty: nothing is said
   };
   /// The completion of an update: records a success, and logs either end.
-  platform::AdNetworkCompletion completion(const Update& update, bool lockWindow, OutcomeLines lines);
+  platform::AdNetworkCompletion completion(Update update, bool lockWindow, OutcomeLines lines);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SKAdNetworkProtocol> skAdNetwork_;

@@ -11,7 +11,7 @@ ConversionValueResolver::ConversionValueResolver(std::shared_ptr<platform::UserD
     : userDefaults_(std::move(userDefaults)) {}
 
 ConversionValues::ConversionValue ConversionValueResolver::resolveConversionValue(
-    ConversionValues::ConversionValue value, Window window) {
+    ConversionValues::ConversionValue value, Window window, std::string* lastKey) {
   const std::lock_guard lock(resolverQueue_);
   const auto entry = value.windows.find(rawValue(window));
   if (entry == value.windows.end()) {
@@ -20,6 +20,9 @@ ConversionValues::ConversionValue ConversionValueResolver::resolveConversionValu
   }
   auto& [fine, coarse] = entry->second;
   if (const std::optional<LastWindowValue> last = readLastWindowValue(*userDefaults_)) {
+    if (lastKey != nullptr) {
+      *lastKey = last->key;
+    }
     if (!fine) {
       fine = {last->fineValue, {}};
     }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "quillmar/ConversionValues.h"
 #include "quillmar/platform/UserDefaults.h"
@@ -15,8 +16,10 @@ class ConversionValueResolver {
   explicit ConversionValueResolver(std::shared_ptr<platform::UserDefaults> userDefaults) noexcept;
 
   /// `value` with the missing part of its window value filled from the last update that succeeded, whichever value and
-  /// window that was for; unchanged when it has no value for the window. Any thread; blocks.
-  ConversionValues::ConversionValue resolveConversionValue(ConversionValues::ConversionValue value, Window window);
+  /// window that was for; unchanged when it has no value for the window. With `lastKey`, the key of that update is put
+  /// there, if there was one. Any thread; blocks.
+  ConversionValues::ConversionValue resolveConversionValue(ConversionValues::ConversionValue value, Window window,
+                                                           std::string* lastKey = nullptr);
 
  private:
   const std::shared_ptr<platform::UserDefaults> userDefaults_;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "Conversion/RuleExplanation.h"
 #include "Json/DecimalNumber.h"
 #include "Json/JsonParser.h"
 #include "Json/JsonReader.h"
@@ -134,15 +135,17 @@ void EventTracker::clearCompletedEvents() {
 }
 
 std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
-    const ConversionValues& values, Window currentWindow) {
+    const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules) {
   const std::lock_guard lock(eventsQueue_);
   static_cast<void>(updateIndex());
   std::vector<const ConversionValues::ConversionValue*> completed;
   for (const auto& value : values.values) {
     const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
-    if (windowValue != nullptr && ((windowValue->fineValue && allMet(windowValue->fineValue->requiredEvents)) ||
-                                   (windowValue->coarseValue && allMet(windowValue->coarseValue->requiredEvents)))) {
+    if (windowValue != nullptr && isComplete(*windowValue, index_)) {
       completed.push_back(&value);
+    }
+    if (windowValue != nullptr && rules != nullptr) {
+      rules->push_back(explained(value.key, *windowValue, index_));
     }
   }
   return completed;
@@ -170,10 +173,8 @@ std::error_code EventTracker::updateIndex() {
 }
 
 void EventTracker::addToIndex(const TrackedEvent& event) {
-  std::set<double>& revenues = index_[event.name];
-  if (const auto revenue = event.parameters.find("revenue"); revenue != event.parameters.end()) {
-    revenues.insert(revenue->second);
-  }
+  const auto revenue = event.parameters.find("revenue");
+  addEvent(index_, event.name, revenue != event.parameters.end() ? std::optional(revenue->second) : std::nullopt);
 }
 
 std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
@@ -211,21 +212,6 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);
   return {};
-}
-
-bool EventTracker::allMet(const std::vector<ConversionValues::RequiredEvent>& events) const {
-  return std::all_of(events.begin(), events.end(), [this](const ConversionValues::RequiredEvent& event) {
-    const auto found = index_.find(std::string_view(event.name));
-    if (found == index_.end()) {
-      return false;
-    }
-    if (!event.revenueMin || !event.revenueMax) {
-      return true;  // a single bound is deliberately ignored
-    }
-    const std::set<double>& revenues = found->second;
-    const auto candidate = revenues.lower_bound(*event.revenueMin);
-    return candidate != revenues.end() && *candidate <= *event.revenueMax;
-  });
 }
 
 }  // namespace quillmar

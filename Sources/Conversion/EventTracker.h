@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,11 +9,12 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <unordered_map>
 #include <vector>
 
+#include "Conversion/Completion.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
+#include "quillmar/Decision.h"
 #include "quillmar/EventValue.h"
 #include "quillmar/platform/Clock.h"
 #include "quillmar/platform/UserDefaults.h"
@@ -58,24 +58,17 @@ class EventTracker {
   void clearCompletedEvents();
 
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
-  /// order of the configuration. They point into `values`.
-  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(const ConversionValues& values,
-                                                                                      Window currentWindow);
+  /// order of the configuration. They point into `values`. With `rules`, what is complete and what is missing of each
+  /// value in the window is added there.
+  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(
+      const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules = nullptr);
 
  private:
-  struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-  };
-  /// The distinct revenues of the events of each name.
-  using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
-
   // These are called with the lock held.
   std::error_code store(const std::vector<TrackedEvent>& events);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);
-  bool allMet(const std::vector<ConversionValues::RequiredEvent>& events) const;
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;
@@ -84,7 +77,7 @@ class EventTracker {
   /// what the other wrote.
   static std::mutex eventsQueue_;
 
-  Index index_;
+  RevenuesByName index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.

@@ -67,6 +67,9 @@ std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(std::string event, 
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
     Log::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
     counters_.dropped.fetch_add(1, std::memory_order_relaxed);
+    if (const Trace trace = traceOf(accepted.name)) {
+      trace->end(Decision::Outcome::switchedOff);
+    }
     return std::nullopt;
   }
   accepted.params = namedParameters(std::move(params));

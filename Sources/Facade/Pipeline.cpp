@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/LastWindowValue.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
@@ -61,6 +62,44 @@ bool locksWindow(const ConversionValues& configuration, const ConversionValues::
          coarse && coarse->value == CoarseValue::high;
 }
 
+// What the record of an event is told; it may be null.
+
+void end(const std::shared_ptr<DecisionTrace>& trace, Decision::Outcome outcome) noexcept {
+  if (trace) {
+    trace->end(outcome);
+  }
+}
+
+void recordChoice(Decision& record, std::vector<const ConversionValues::ConversionValue*> completed,
+                  const ConversionValues::ConversionValue& chosen, Window window, bool locks) {
+  while (!completed.empty()) {
+    const auto* const lowest = lowestRanked(completed, window);
+    record.ranking.push_back(lowest->key);
+    std::erase(completed, lowest);
+  }
+  const auto& [fine, coarse] = *chosen.windowValue(window);
+  Decision::Choice& choice = record.choice.emplace();
+  choice.key = chosen.key;
+  choice.fineValue = fine ? std::optional(fine->value) : std::nullopt;
+  choice.coarseValue = coarse ? std::optional(coarse->value) : std::nullopt;
+  choice.locksWindow = locks;
+  choice.lockReason = locks ? "the window locks at high" : "";
+}
+
+void recordFilledIn(Decision::Choice& choice, const ConversionValues::WindowValue& resolved, std::string lastKey) {
+  choice.fineFilledIn = resolved.fineValue && !choice.fineValue;
+  choice.coarseFilledIn = resolved.coarseValue && !choice.coarseValue;
+  if (choice.fineFilledIn) {
+    choice.fineValue = resolved.fineValue->value;
+  }
+  if (choice.coarseFilledIn) {
+    choice.coarseValue = resolved.coarseValue->value;
+  }
+  if (choice.fineFilledIn || choice.coarseFilledIn) {
+    choice.filledInFrom = std::move(lastKey);
+  }
+}
+
 }  // namespace
 
 std::optional<Window> QuillmarCore::getCurrentWindow() const {
@@ -83,16 +122,19 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
+  const Trace trace = self->traceOf(name);
   if (SharedState::instance().getVerificationKeyInvalid()) {
     Log::error("Event processing skipped: verification key is considered invalid");
+    end(trace, Decision::Outcome::keyInvalid);
     co_return;
   }
   if (!self->isConfigurationReady()) {
     self->deferEvent(life, std::move(name), std::move(params));
+    end(trace, Decision::Outcome::parked);
     co_return;
   }
   self.reset();
-  if (!co_await logToService(life, name)) {
+  if (!co_await logToService(life, name, trace)) {
     co_return;
   }
   self = life.lock();
@@ -102,10 +144,16 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   const std::optional<Window> window = self->getCurrentWindow();
   if (!window) {
     Log::info("No event sent. The event window has expired.");
+    end(trace, Decision::Outcome::windowOver);
     co_return;
+  }
+  if (trace) {
+    trace->record.window = window;
   }
   const std::shared_ptr<const ConversionValues> configuration = self->configurationFor(life, name);
   if (!configuration) {
+    end(trace, SharedState::instance().getVerificationKeyInvalid() ? Decision::Outcome::keyInvalid
+                                                                   : Decision::Outcome::noConfiguration);
     co_return;
   }
   Task<void> tracking = self->trackingQueue_->track(name, std::move(params), life.epoch);
@@ -115,20 +163,25 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
-  const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
+  const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window,
+                                                                            trace ? &trace->record.rules : nullptr);
   if (completed.empty()) {
     Log::debug("No completed conversion values found for event: {}", name);
+    end(trace, Decision::Outcome::nothingComplete);
     co_return;
   }
   const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
   const bool forceLockWindow = locksWindow(*configuration, *chosen, *window);
+  if (trace) {
+    recordChoice(trace->record, completed, *chosen, *window, forceLockWindow);
+  }
   ConversionValues::ConversionValue value = *chosen;
   self.reset();
-  co_await update(std::move(life), std::move(value), *window, forceLockWindow);
+  co_await update(std::move(life), std::move(value), *window, forceLockWindow, trace);
 }
 
 // True when the event goes on: it was logged, or failed without being one failure too many.
-Task<bool> QuillmarCore::logToService(Life life, std::string name) {
+Task<bool> QuillmarCore::logToService(Life life, std::string name, Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
   const auto repository = self ? self->eventServerLogRepository() : nullptr;
   if (!repository) {
@@ -163,6 +216,7 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
     self->invalidateVerificationKey(failures);
+    end(trace, Decision::Outcome::keyInvalid);
     co_return false;
   }
   co_return true;
@@ -210,25 +264,40 @@ void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
 namespace {
 
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
-                     ConversionValues::ConversionValue value, Window window, bool forceLockWindow) {
-  manager->send(value, window, forceLockWindow);
+                     ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
+                     std::shared_ptr<DecisionTrace> trace) {
+  // A manager of the host's does not tell what it calls.
+  if (auto* const own = trace ? dynamic_cast<ConversionTrackingManager*>(manager.get()) : nullptr) {
+    own->send(value, window, forceLockWindow, std::move(trace));
+  } else {
+    end(trace, Decision::Outcome::sent);
+    manager->send(value, window, forceLockWindow);
+  }
   co_return;
 }
 
 }  // namespace
 
-Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window,
-                                bool forceLockWindow) {
+Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
+                                Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
-  auto manager = self ? self->conversionTrackingManager() : nullptr;
+  if (!self) {
+    co_return;
+  }
+  end(trace, Decision::Outcome::nothingCalled);
+  auto manager = self->conversionTrackingManager();
   if (!manager) {
     co_return;
   }
+  std::string lastKey;
   ConversionValues::ConversionValue resolved =
-      self->conversionValueResolver_->resolveConversionValue(std::move(value), window);
+      self->conversionValueResolver_->resolveConversionValue(std::move(value), window, trace ? &lastKey : nullptr);
+  if (trace) {
+    recordFilledIn(*trace->record.choice, *resolved.windowValue(window), std::move(lastKey));
+  }
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
-  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow);
+  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, std::move(trace));
   co_await runOn(std::move(mainExecutor), std::move(send));
 }
 
@@ -271,7 +340,7 @@ Task<void> QuillmarCore::checkLockWindowHours(Life life) {
   locked.key = last->key;
   locked.windows.emplace(rawValue(*window), std::move(windowValue));
   self.reset();
-  co_await update(std::move(life), std::move(locked), *window, true);
+  co_await update(std::move(life), std::move(locked), *window, true, nullptr);
 }
 
 }  // namespace quillmar

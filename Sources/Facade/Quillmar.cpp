@@ -129,6 +129,10 @@ void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingMa
   guarded("setConversionTrackingManager", [&] { core_->setConversionTrackingManager(std::move(manager)); });
 }
 
+void Quillmar::setDecisionObserver(DecisionObserver observer) noexcept {
+  guarded("setDecisionObserver", [&] { core_->setDecisionObserver(std::move(observer)); });
+}
+
 bool Quillmar::useMock() noexcept {
   return MockSwitch::isOn();
 }

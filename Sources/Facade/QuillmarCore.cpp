@@ -114,6 +114,26 @@ void QuillmarCore::setConversionTrackingManager(std::shared_ptr<ConversionTracki
   conversionTrackingManager_.swap(manager);
 }
 
+void QuillmarCore::setDecisionObserver(DecisionObserver observer) {
+  auto shared = observer ? std::make_shared<const DecisionObserver>(std::move(observer)) : nullptr;
+  const std::lock_guard lock(collaboratorsMutex_);
+  isObserved_.store(shared != nullptr, std::memory_order_relaxed);
+  decisionObserver_.swap(shared);
+}
+
+QuillmarCore::Trace QuillmarCore::traceOf(const std::string& event) const {
+  if (!isObserved_.load(std::memory_order_relaxed)) {
+    return nullptr;
+  }
+  std::shared_ptr<const DecisionObserver> observer;
+  {
+    const std::lock_guard lock(collaboratorsMutex_);
+    observer = decisionObserver_;
+  }
+  return observer ? std::make_shared<DecisionTrace>(event, std::move(observer), eventExecutor_, Activity(activity_))
+                  : nullptr;
+}
+
 bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
   const auto deadline = deadlineAfter(timeout);
   // Each begins what the other then waits for: a fetch replays events, an event may start a fetch.

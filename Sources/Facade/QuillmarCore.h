@@ -16,6 +16,7 @@
 #include "Async/Task.h"
 #include "Async/TaskQueue.h"
 #include "Conversion/ConversionValueResolver.h"
+#include "Conversion/DecisionTrace.h"
 #include "Conversion/EventTracker.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
@@ -109,6 +110,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager() const;
   void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager);
 
+  void setDecisionObserver(DecisionObserver observer);
+
   const std::shared_ptr<EventTracker>& eventTracker() const noexcept { return eventTracker_; }
 
  private:
@@ -153,10 +156,14 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void emptyPendingEvents();
 
   // Pipeline.
-  static Task<bool> logToService(Life life, std::string name);
+  using Trace = std::shared_ptr<DecisionTrace>;
+  /// The record of an event that begins its way; null when nobody observes.
+  Trace traceOf(const std::string& event) const;
+  static Task<bool> logToService(Life life, std::string name, Trace trace);
   std::shared_ptr<const ConversionValues> configurationFor(const Life& life, const std::string& name);
   void invalidateVerificationKey(std::int64_t failures);
-  static Task<void> update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow);
+  static Task<void> update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
+                           Trace trace);
 
   /// Posts `work` so that it does nothing once the life has ended, and counts as in flight until it has run.
   void postInLife(platform::Executor& executor, const Life& life, std::function<void(QuillmarCore&)> work);
@@ -179,7 +186,10 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::atomic<std::size_t> pendingEventCount_{0};
   std::atomic<bool> hasFetchedConversionValues_{false};
 
+  std::atomic<bool> isObserved_{false};  ///< spares events the mutex
+
   mutable std::mutex collaboratorsMutex_;
+  std::shared_ptr<const DecisionObserver> decisionObserver_;
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository_;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;
   std::shared_ptr<EventServerLogRepositoryProtocol> eventServerLogRepository_;

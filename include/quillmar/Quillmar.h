@@ -10,6 +10,7 @@
 #include "quillmar/ASEventParam.h"
 #include "quillmar/ConversionTrackingManagerProtocol.h"
 #include "quillmar/ConversionValuesRepositoryProtocol.h"
+#include "quillmar/Decision.h"
 #include "quillmar/EventServerLogRepositoryProtocol.h"
 #include "quillmar/Export.h"
 #include "quillmar/LogLevel.h"
@@ -140,6 +141,12 @@ class QUILLMAR_API Quillmar {
   std::shared_ptr<ConversionTrackingManagerProtocol> conversionTrackingManager() const noexcept;
   void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager) noexcept;
   /// @}
+
+  /// Observes what becomes of each event from now on, and why; null: nobody does. Called on the event queue, one call
+  /// at a time, when the event has left the pipeline: after the platform's answer, if it was sent. An event that a
+  /// reset overtakes leaves no record. The records of earlier events may still come to the observer that was there
+  /// before. What the observer throws is logged. Without one, nothing is recorded, and nothing costs anything.
+  void setDecisionObserver(DecisionObserver observer) noexcept;
 
   /// Answers every request with a built-in document instead of asking the service, and configures on the calling
   /// thread. The document is no answer to the configuration request: events stay parked. It shows that a host is wired

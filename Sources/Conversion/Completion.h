@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "quillmar/ConversionValues.h"
+
+namespace quillmar {
+
+struct NameHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
+};
+
+/// What counts of a history of events: the distinct revenues of the events of each name.
+using RevenuesByName = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
+
+void addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
+
+/// An event of that name was tracked; if there are both bounds, one with a revenue within them. A single bound is
+/// deliberately ignored.
+bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history);
+
+/// One half has all its required events.
+bool isComplete(const ConversionValues::WindowValue& value, const RevenuesByName& history);
+
+}  // namespace quillmar
