@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "HtmlPage.h"
 #include "InputLines.h"
 #include "Options.h"
 #include "RunCommand.h"
@@ -39,6 +40,7 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
       {"run", "--clock-offset", {"", "-", "5", "2h3d", "1h1h", "1.5h", "--1h", "1h-2m", " 1h", "1H", "36526d"}},
       {"run", "--drain-timeout", {"-1", "nan", "1s"}},
       {"run", "--os-version", {"17.", "17..1", "iOS"}},
+      {"simulate", "--window-hours", {"48", "48,120", "0,1,1", "1,2,3,4", "-1,2,3"}},
       {"run", "--events", {"/nowhere/events", "/"}},
       {"run", "--data", {"", "/dev/null"}},
       {"run", "--key", {""}},
@@ -135,8 +137,14 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
     EXPECT_EQ(SimulateCommand(options).run(input, output, errors), 1);
     return output.str();
   };
-  EXPECT_THAT(simulate(), AllOf(HasSubstr("adAttributionKit: fine 40, coarse high, lock -> window 0 is locked"),
-                                HasSubstr("4d          1       \\n\\u001b")));
+  const auto table = [](auto... lines) { return AllOf(ContainsRegex(lines)...); };
+  EXPECT_THAT(
+      simulate(),
+      table("2d +0 \\(1\\) +.app becomes active. +adAttributionKit: fine 40, coarse high, lock +accepted, locks "
+            "window 1: only a coarse value counts here\n",
+            "4d +1 +stay +Stay +adAttributionKit: fine 7, coarse high +ignored: the window is locked\n",
+            "4d +1 +.n.u001b", "1 +window at 2d +3d and 4d +no value +coarse high +fine 40 +fine 40\n",
+            "2 +lock at 2d +3d and 8d +- +coarse high +coarse high +coarse high\n"));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
                                   HasSubstr("quillmar: script:6: $.at: 37d is after the end")));
   options.json = true;
@@ -144,9 +152,14 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   EXPECT_EQ(simulate(), lines);
   const std::string kit = R"([{"platform":"adAttributionKit","fineValue":)";
   EXPECT_THAT(lines,
-              AllOf(HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":false,"at":"2026-01-01T10:00:00Z"}])"),
-                    HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":true,"at":"2026-01-03T09:00:00Z"}])"),
-                    HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z"}])")));
+              AllOf(HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":false,"at":"2026-01-01T10:00:00Z",)" +
+                              R"("verdict":"accepted","reason":null}])"),
+                    HasSubstr(kit + R"(40,"coarseValue":"high","lockWindow":true,"at":"2026-01-03T09:00:00Z",)" +
+                              R"("verdict":"accepted","reason":"coarseHalfOnly"}])"),
+                    HasSubstr(kit + R"(7,"coarseValue":"high","lockWindow":false,"at":"2026-01-05T09:00:00Z",)" +
+                              R"("verdict":"ignored","reason":"windowLocked"}])"),
+                    HasSubstr(R"({"postback":{"ad":"aak","index":0,"tier":2,"fineValue":40,"coarseValue":null,)"
+                              R"("finalizedBy":"window","earliest":"3d","latest":"4d"}})")));
   EXPECT_THAT(lines.substr(lines.find("{\"final\":")),
               AllOf(HasSubstr(R"("lockedAt":"2d")"), HasSubstr(R"("key":"Stay")"), HasSubstr(R"("last":null)"),
                     HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)")));
@@ -154,12 +167,44 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }
 
+TEST(SimulateCommand, tellsWhyInWordsAsJsonAndOnAPageWhereNamesStayNames) {
+  const test::TemporaryFolder folder;
+  SimulateOptions options{.config = folder / "config.json", .events = "-", .days = 4};
+  options.explain = true;
+  options.html = folder / "life.html";
+  std::string hostile = configuration;
+  hostile.replace(hostile.find("Buy"), 3, "</script><img onerror>");
+  std::ofstream(options.config) << hostile;
+  const auto simulate = [&] {
+    std::istringstream input(R"({"at":"1h","event":"buy","params":{"revenue":4}})");
+    std::ostringstream output;
+    EXPECT_EQ(SimulateCommand(options).run(input, output, output), 0);
+    return output.str();
+  };
+  const std::string words =
+      "rule </script><img onerror> (fine 40, coarse high) is complete by its coarse half; buy: 4 seen, 5 to 10 wanted";
+  EXPECT_THAT(simulate(), AllOf(HasSubstr("| " + words + "\n"), HasSubstr("| chosen: </script><img onerror>\n"),
+                                HasSubstr("| sent through adAttributionKit, and the platform took it\n")));
+  std::ostringstream page;
+  page << std::ifstream(options.html).rdbuf();
+  EXPECT_THAT(page.str(), AllOf(HasSubstr(escaped(words)), HasSubstr("<td>3d and 4d</td>"), Not(HasSubstr("<img"))));
+  options.json = true;
+  EXPECT_THAT(simulate(), HasSubstr(R"({"decision":{"event":"buy","window":0,"rules":[{"key":"</script><img onerror>",)"
+                                    R"("complete":true,"fineValue":40,"fineComplete":false,"coarseValue":"high",)"
+                                    R"("coarseComplete":true,"missing":["buy: 4 seen, 5 to 10 wanted"]}],)"));
+  options.html = "/nowhere/page";
+  EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--html: cannot write /nowhere/page")));
+  writeConfiguration(page, {{"error", "code", 2, "\"<\"", "&"}}, "a\r\n<b\t>");
+  EXPECT_THAT(page.str(), AllOf(HasSubstr("error [code]: &quot;&lt;&quot; &amp; <a href=\"#line-2\">line 2</a>"),
+                                HasSubstr("<span id=\"line-2\">&lt;b &gt;</span>")));
+}
+
 TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
   Quillmar::resetStaticState();
   const test::TemporaryFolder folder;
   std::ostringstream errors;
   StopSignal stop;
-  RunOptions options{.key = "key", .dataDirectory = folder.path()};
+  RunOptions options{.key = "key", .dataDirectory = folder.path(), .explain = true};
   const auto run = [&](const std::string& script, int status = 0) {
     std::istringstream input(script);
     std::ostringstream output;
@@ -167,10 +212,11 @@ TEST(RunCommand, livesWithAServiceOfItsOwnAndWithOneThatIsServed) {
     return output.str();
   };
   EXPECT_THAT(run("{\"event\":\"purchase\",\"params\":{\"revenue\":9.99}}\nnonsense\n{\"sleep\":0}\n", 1),
-              AllOf(StartsWith(R"({"platform":"adAttributionKit","fineValue":20,"coarseValue":"medium",)"),
+              AllOf(HasSubstr(R"({"platform":"adAttributionKit","fineValue":20,"coarseValue":"medium",)"),
                     HasSubstr("}\n{\"summary\":{\"drained\":true,\"events\":{\"sent\":1,\"dropped\":0,\"parked\":0,"
                               "\"logged\":1,\"failed\":0},"),
                     HasSubstr(R"("requests":{"GET /ios/config":1,"POST /ios/events":1},"state":{"window":0,)"),
+                    HasSubstr(R"("interface":"adAttributionKit","answer":"success","error":null,"outcome":"sent"}})"),
                     HasSubstr(R"("badLines":1}})")));
   EXPECT_THAT(errors.str(), HasSubstr("quillmar: <stdin>:2: not JSON"));
 

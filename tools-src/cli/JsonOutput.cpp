@@ -1,20 +1,13 @@
 #include "JsonOutput.h"
 
 #include <boost/json/serialize.hpp>
+#include <boost/json/value_from.hpp>
 #include <ctime>
 #include <ostream>
 
 namespace quillmar::cli {
-namespace {
 
 namespace json = boost::json;
-
-template <class Value>
-json::value orNull(const std::optional<Value>& value) {
-  return value ? json::value(*value) : json::value(nullptr);
-}
-
-}  // namespace
 
 JsonLineWriter::JsonLineWriter(std::ostream& output) : output_(&output) {}
 
@@ -45,6 +38,71 @@ json::object toJson(const simulated::PlatformCall& call) {
           {"coarseValue", orNull(call.coarseValue)},
           {"lockWindow", orNull(call.lockWindow)},
           {"at", timestamp(call.at)}};
+}
+
+namespace {
+
+json::value orNull(const std::optional<CoarseValue>& value) {
+  return value ? json::value(rawValue(*value)) : json::value(nullptr);
+}
+
+json::value orNull(const std::string& text) {
+  return text.empty() ? json::value(nullptr) : json::value(text);
+}
+
+json::value toJson(const Decision::Choice& choice) {
+  json::array filledIn;
+  if (choice.fineFilledIn) {
+    filledIn.emplace_back("fineValue");
+  }
+  if (choice.coarseFilledIn) {
+    filledIn.emplace_back("coarseValue");
+  }
+  return json::object{{"key", choice.key},
+                      {"fineValue", cli::orNull(choice.fineValue)},
+                      {"coarseValue", orNull(choice.coarseValue)},
+                      {"filledIn", std::move(filledIn)},
+                      {"filledInFrom", orNull(choice.filledInFrom)},
+                      {"lockWindow", choice.locksWindow},
+                      {"lockReason", orNull(choice.lockReason)}};
+}
+
+const char* name(Decision::Answer answer) {
+  switch (answer) {
+    case Decision::Answer::success:
+      return "success";
+    case Decision::Answer::failure:
+      return "failure";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+json::object toJson(const Decision& decision) {
+  json::array rules;
+  for (const Decision::Rule& rule : decision.rules) {
+    rules.push_back(json::object{{"key", rule.key},
+                                 {"complete", rule.fineComplete || rule.coarseComplete},
+                                 {"fineValue", cli::orNull(rule.fineValue)},
+                                 {"fineComplete", rule.fineComplete},
+                                 {"coarseValue", orNull(rule.coarseValue)},
+                                 {"coarseComplete", rule.coarseComplete},
+                                 {"missing", json::value_from(rule.missing)}});
+  }
+  const char* const answer = name(decision.answer);
+  json::object record;
+  record["event"] = decision.event;
+  record["window"] = decision.window ? json::value(static_cast<int>(*decision.window)) : json::value(nullptr);
+  record["rules"] = std::move(rules);
+  record["ranking"] = json::value_from(decision.ranking);
+  record["chosen"] = decision.choice ? toJson(*decision.choice) : json::value(nullptr);
+  record["interface"] = orNull(decision.interface);
+  record["answer"] = answer != nullptr ? json::value(answer) : json::value(nullptr);
+  record["error"] = orNull(decision.error);
+  record["outcome"] = rawValue(decision.outcome);
+  return {{"decision", std::move(record)}};
 }
 
 json::object toJson(const QuillmarStatistics& statistics) {

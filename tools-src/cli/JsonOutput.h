@@ -1,10 +1,12 @@
 #pragma once
 
 #include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
 #include <cstdint>
 #include <iosfwd>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "quillmar/Quillmar.h"
@@ -29,11 +31,18 @@ class JsonLineWriter {
   std::ostream* output_;
 };
 
+template <class Value>
+boost::json::value orNull(const std::optional<Value>& value) {
+  return value ? boost::json::value(*value) : boost::json::value(nullptr);
+}
+
 /// "2026-11-21T09:30:00Z".
 std::string timestamp(platform::Clock::TimePoint instant);
 
 /// A call to the platform; what its interface does not take is null.
 boost::json::object toJson(const simulated::PlatformCall& call);
+/// What became of an event; the line is {"decision":{...}}.
+boost::json::object toJson(const Decision& decision);
 boost::json::object toJson(const QuillmarStatistics& statistics);
 boost::json::object toJson(const QuillmarASAAttributionStatistics& statistics);
 boost::json::object toJson(const QuillmarState& state);

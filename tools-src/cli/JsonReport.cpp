@@ -27,7 +27,7 @@ json::value valueJson(const std::optional<SentValue>& value) {
   }
   return json::object{{"key", value->key},
                       {"fineValue", value->fineValue},
-                      {"coarseValue", value->coarseValue ? json::value(*value->coarseValue) : json::value(nullptr)},
+                      {"coarseValue", orNull(value->coarseValue)},
                       {"completedEvents", json::value_from(value->completedEvents)}};
 }
 
@@ -36,10 +36,13 @@ class JsonReport final : public SimulationReport {
  public:
   explicit JsonReport(std::ostream& output) : writer_(output) {}
 
-  void begin(const std::string& osVersion, int days) override {
+  void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
+    explain_ = options.explain;
     json::object line;
-    line["simulation"] = json::object{
-        {"osVersion", osVersion}, {"days", days}, {"firstLaunch", timestamp(SimulatedInstall::firstLaunch())}};
+    line["simulation"] = json::object{{"osVersion", options.osVersion},
+                                      {"days", options.days},
+                                      {"firstLaunch", timestamp(SimulatedInstall::firstLaunch())},
+                                      {"ad", rawValue(install.rules().ad())}};
     writer_.write(line);
   }
 
@@ -47,7 +50,8 @@ class JsonReport final : public SimulationReport {
     json::object line;
     line["at"] = formatDuration(result.at);
     line["time"] = timestamp(SimulatedInstall::firstLaunch() + result.at);
-    line["window"] = result.window ? json::value(*result.window) : json::value(nullptr);
+    line["window"] = orNull(result.window);
+    line["platformWindow"] = orNull(result.platformWindow);
     line["step"] = name;
     if (event != nullptr) {
       line["event"] = event->name;
@@ -57,14 +61,37 @@ class JsonReport final : public SimulationReport {
     line["sent"] = valueJson(result.sent);
     json::array calls;
     for (const simulated::PlatformCall& call : result.calls) {
-      calls.push_back(toJson(call));
+      json::object object = toJson(call);
+      object["verdict"] = rawValue(call.verdict.outcome);
+      const std::string_view reason = rawValue(call.verdict.reason);
+      object["reason"] = reason.empty() ? json::value(nullptr) : json::value(reason);
+      calls.push_back(std::move(object));
     }
     line["calls"] = std::move(calls);
     line["locked"] = locks(result);
     writer_.write(line);
+    if (explain_) {
+      for (const Decision& decision : result.decisions) {
+        writer_.write(toJson(decision));
+      }
+    }
   }
 
   void end(const SimulatedInstall& install) override {
+    const simulated::PostbackRules rules = install.rules();
+    for (const simulated::Postback& postback : rules.postbacks()) {
+      json::object line;
+      line["postback"] =
+          json::object{{"ad", rawValue(rules.ad())},
+                       {"index", postback.index},
+                       {"tier", postback.tier},
+                       {"fineValue", orNull(postback.fineValue)},
+                       {"coarseValue", orNull(postback.coarseValue)},
+                       {"finalizedBy", rawValue(postback.finalizedBy)},
+                       {"earliest", formatDuration(std::chrono::floor<std::chrono::seconds>(postback.earliest))},
+                       {"latest", formatDuration(std::chrono::floor<std::chrono::seconds>(postback.latest))}};
+      writer_.write(line);
+    }
     json::array lives;
     for (std::size_t index = 0; index < windows().size(); ++index) {
       const Window& window = windows()[index];
@@ -87,6 +114,7 @@ class JsonReport final : public SimulationReport {
 
  private:
   JsonLineWriter writer_;
+  bool explain_ = false;
 };
 
 }  // namespace

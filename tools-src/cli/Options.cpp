@@ -59,10 +59,18 @@ say when it happens, as the time since the first launch:
   {"at":"2d4h30m","event":"purchase","params":{"revenue":9.99}}
 Without "at" it happens at the time of the line before. A line that is earlier than the one before is an error; it
 is left out. Automatic activations are listed only when they made the library call the platform. Of several completed
-values the library sends the lowest-ranked one, as it does in an app.)";
+values the library sends the lowest-ranked one, as it does in an app.
+
+Each call is judged by the platform's rules, and in the end stands what the advertiser receives. An ad of version 4 or
+of AdAttributionKit (--ad) has three windows, which the platform counts in hours and the library in whole local days:
+where they disagree, the platform's window stands in brackets. Which tier an install gets is up to the platform.)";
 
 const std::map<std::string, LogLevel> logLevels = {
     {"off", LogLevel::off}, {"error", LogLevel::error}, {"debug", LogLevel::debug}, {"info", LogLevel::info}};
+
+const std::map<std::string, simulated::SignedAd> ads = {{"skan3", simulated::SignedAd::skAdNetwork3},
+                                                        {"skan4", simulated::SignedAd::skAdNetwork4},
+                                                        {"aak", simulated::SignedAd::adAttributionKit}};
 
 // What an option's value must be. Each returns what is wrong, or nothing; some replace the value by a plainer form.
 
@@ -128,6 +136,12 @@ std::string serviceUrl(std::string& text) {
     text.pop_back();
   }
   return {};
+}
+
+std::string windowHours(const std::string& text) {
+  static const std::regex form("[1-9][0-9]{0,4},[1-9][0-9]{0,4},[1-9][0-9]{0,4}");
+  return std::regex_match(text, form) ? std::string()
+                                      : "three numbers of hours such as 48,120,672 are expected, not \"" + text + "\"";
 }
 
 void addSeconds(CLI::App& command, const std::string& name, std::chrono::milliseconds& target,
@@ -232,6 +246,7 @@ void addRun(CLI::App& app, RunOptions& run, std::string& keyFile) {
   addSeconds(command, "--drain-timeout", run.drainTimeout, "how long to wait, at the end, for what is in flight");
   command.add_flag("--mock", run.mock,
                    "the library's mock mode: no service is asked, so events wait for a configuration");
+  command.add_flag("--explain", run.explain, "print, for each event, what became of it and why");
 }
 
 void addServe(CLI::App& app, ServeOptions& serve) {
@@ -274,7 +289,33 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
   command.add_option("--days", simulate.days, "how long the life is; later lines are errors")
       ->check(CLI::Range(1, 3650))
       ->capture_default_str();
+  command
+      .add_option_function<std::string>(
+          "--ad", [&simulate](const std::string& name) { simulate.ad = ads.at(name); },
+          "how the ad was signed that led to the install (default: aak from system 18.0 on, else skan4 from\n"
+          "16.1 on, else skan3)")
+      ->check(CLI::IsMember(ads));
+  command
+      .add_option_function<std::string>(
+          "--window-hours",
+          [&simulate](const std::string& text) {
+            std::istringstream hours(text);
+            for (auto& length : simulate.windowHours) {
+              int count = 0;
+              hours >> count;
+              hours.ignore();
+              length = std::chrono::hours(count);
+            }
+          },
+          "how long the platform's windows last")
+      ->check(CLI::Validator(windowHours, ""))
+      ->type_name("HOURS")
+      ->default_str("48,120,672");
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
+  command.add_option("--html", simulate.html, "write the life to this file, as a page for a browser")
+      ->check(notEmpty)
+      ->type_name("FILE");
+  command.add_flag("--explain", simulate.explain, "tell, below each event, what became of it and why");
 }
 
 }  // namespace
@@ -310,6 +351,10 @@ Command parseCommandLine(std::vector<std::string> arguments) {
     return serve;
   }
   if (app.got_subcommand("simulate")) {
+    if (simulate.ad && !simulated::supports(simulate.osVersion, *simulate.ad)) {
+      throw UsageError("simulate: --ad: system " + simulate.osVersion + " does not know ads signed for " +
+                       std::string(rawValue(*simulate.ad)) + " (see --os-version)");
+    }
     return simulate;
   }
   throw UsageError("a command is expected: run, simulate or serve (see quillmar --help)");

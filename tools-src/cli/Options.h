@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "quillmar/LogLevel.h"
+#include "quillmar/simulated/PostbackRules.h"
 
 namespace quillmar::cli {
 
@@ -31,6 +32,7 @@ struct RunOptions {
   std::string caFile = {};
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
+  bool explain = false;
 };
 
 struct ServeOptions {
@@ -49,7 +51,11 @@ struct SimulateOptions {
   std::string events = {};
   std::string osVersion = "18.0";
   int days = 36;
+  std::optional<simulated::SignedAd> ad = {};  ///< nothing: the one that the library's calls count for
+  simulated::PostbackRules::WindowLengths windowHours = simulated::PostbackRules::usualLengths;
   bool json = false;
+  std::string html = {};  ///< a file; empty: no page
+  bool explain = false;
 };
 
 /// A text to print on standard output, and nothing else: --help, --version.

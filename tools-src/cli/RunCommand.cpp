@@ -99,6 +99,9 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   if (!quillmar || !attribution) {
     throw std::bad_alloc();
   }
+  if (options_.explain) {
+    quillmar->setDecisionObserver([writer](const Decision& decision) { writer->write(toJson(decision)); });
+  }
   const Host host{*quillmar, *attribution, *notifications, *subscriptionUpdates};
   configure(*quillmar, options_.key);
   InputLines lines(input, errors, options_.events, InputTime::real);

@@ -1,8 +1,11 @@
 #include "SimulateCommand.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -68,12 +71,17 @@ std::string nameOf(const Step& step) {
   return std::holds_alternative<ResetStep>(step) ? "reset" : "configure";
 }
 
+std::string fileContent(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 }  // namespace
 
 SimulateCommand::SimulateCommand(SimulateOptions options) : options_(std::move(options)) {}
 
 int SimulateCommand::run(std::istream& input, std::ostream& output, std::ostream& errors) {
-  SimulatedInstall install(makeServiceLogic("simulate", options_.config, {}), options_.osVersion);
+  SimulatedInstall install(makeServiceLogic("simulate", options_.config, {}), options_);
   const seconds end = options_.days * day;
   InputLines lines(input, errors, options_.events, InputTime::script);
   std::vector<ScriptStep> script = readScript(lines, end);
@@ -84,20 +92,38 @@ int SimulateCommand::run(std::istream& input, std::ostream& output, std::ostream
     addActivations(script, end);
   }
 
-  const auto report = options_.json ? makeJsonReport(output) : makeTextReport(output);
+  std::vector<std::unique_ptr<SimulationReport>> reports;
+  reports.push_back(options_.json ? makeJsonReport(output) : makeTextReport(output));
+  std::ofstream page;
+  if (!options_.html.empty()) {
+    page.open(options_.html);
+    if (!page) {
+      throw UsageError("simulate: --html: cannot write " + options_.html);
+    }
+    reports.push_back(makeHtmlReport(page, fileContent(options_.config)));
+  }
   const auto tell = [&](const std::string& name, const EventStep* event, const StepResult& result, bool evenIfQuiet) {
-    if (evenIfQuiet || !result.calls.empty()) {
-      report->step(name, event, result, install.quillmar().state());
+    for (const auto& report : reports) {
+      if (evenIfQuiet || !result.calls.empty()) {
+        report->step(name, event, result, install.quillmar().state());
+      }
     }
   };
-  report->begin(options_.osVersion, options_.days);
+  for (const auto& report : reports) {
+    report->begin(options_, install);
+  }
   tell("first launch", nullptr, install.perform(ConfigureStep{"simulated-key"}), true);
   for (const ScriptStep& step : script) {
     tell("meanwhile", nullptr, install.advanceTo(step.at), false);
     tell(nameOf(step.step), std::get_if<EventStep>(&step.step), install.perform(step.step), !step.automatic);
   }
   tell("meanwhile", nullptr, install.advanceTo(end), false);
-  report->end(install);
+  for (const auto& report : reports) {
+    report->end(install);
+  }
+  if (!page.flush()) {
+    throw std::runtime_error("simulate: --html: cannot write " + options_.html);
+  }
   return lines.badLines() == 0 ? 0 : 1;
 }
 

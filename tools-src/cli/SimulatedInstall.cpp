@@ -68,10 +68,12 @@ platform::Clock::TimePoint SimulatedInstall::firstLaunch() {
   return platform::Clock::TimePoint(std::chrono::seconds(1767258000));  // 2026-01-01T09:00:00Z
 }
 
-SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion)
-    : simulated_(firstLaunch(), osVersion, inProcess(std::move(logic))),
+SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const SimulateOptions& options)
+    : simulated_(firstLaunch(), options.osVersion, inProcess(std::move(logic))),
       transport_(std::make_shared<CountingTransport>(simulated_.http)),
       settings_(std::make_shared<simulated::InMemoryUserDefaults>()) {
+  const simulated::SignedAd ad = options.ad.value_or(simulated::adReachedOn(options.osVersion));
+  simulated_.adNetwork->setRules({ad, firstLaunch(), options.windowHours});
   platform::Platform platform = simulated_.platform();
   platform.http = transport_;
   platform.userDefaults = std::make_shared<OneStoreProvider>(settings_);
@@ -84,6 +86,7 @@ SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::strin
   if (!quillmar_) {
     throw std::bad_alloc();
   }
+  quillmar_->setDecisionObserver([this](const Decision& decision) { decisions_.push_back(decision); });
 }
 
 StepResult SimulatedInstall::advanceTo(std::chrono::seconds at) {
@@ -113,6 +116,7 @@ StepResult SimulatedInstall::settle() {
   StepResult result;
   result.at = std::chrono::duration_cast<std::chrono::seconds>(simulated_.clock->now() - firstLaunch());
   result.window = quillmar_->state().window;
+  result.platformWindow = simulated_.adNetwork->rules().windowAt(simulated_.clock->now());
 
   const QuillmarStatistics before = std::exchange(statistics_, quillmar_->statistics());
   result.change = {statistics_.sent - before.sent, statistics_.dropped - before.dropped,
@@ -122,6 +126,7 @@ StepResult SimulatedInstall::settle() {
   const std::vector<simulated::PlatformCall> calls = simulated_.adNetwork->calls();
   result.calls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsSeen_), calls.end());
   callsSeen_ = calls.size();
+  result.decisions = std::exchange(decisions_, {});
 
   const std::optional<std::uint64_t> revision = settings_->revision(lastWindowValue);
   if (revision != std::exchange(valueSeen_, revision)) {

@@ -8,6 +8,7 @@
 
 #include "CountingTransport.h"
 #include "InputLines.h"
+#include "Options.h"
 #include "quillmar/Quillmar.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "service/ServiceLogic.h"
@@ -26,9 +27,11 @@ struct SentValue {
 struct StepResult {
   std::chrono::seconds at{0};  ///< since the first launch
   std::optional<int> window;
-  QuillmarStatistics change;  ///< what the step added
+  std::optional<int> platformWindow;  ///< nothing for ads that have no windows
+  QuillmarStatistics change;          ///< what the step added
   std::vector<simulated::PlatformCall> calls;
-  std::optional<SentValue> sent;  ///< when the remembered value was replaced
+  std::vector<Decision> decisions;  ///< on the events that left the pipeline
+  std::optional<SentValue> sent;    ///< when the remembered value was replaced
 };
 
 /// An install on a virtual clock, with its service in the same process.
@@ -37,7 +40,7 @@ class SimulatedInstall {
   static platform::Clock::TimePoint firstLaunch();
 
   /// Replaces the process's shared platform.
-  SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion);
+  SimulatedInstall(service::ServiceLogic logic, const SimulateOptions& options);
 
   /// Lets the time pass, up to `at` after the first launch; what the library does on its own meanwhile is the result.
   StepResult advanceTo(std::chrono::seconds at);
@@ -46,6 +49,8 @@ class SimulatedInstall {
   StepResult perform(const Step& step);
 
   const Quillmar& quillmar() const noexcept { return *quillmar_; }
+  /// The platform's rules, with all calls so far.
+  simulated::PostbackRules rules() const { return simulated_.adNetwork->rules(); }
   std::map<std::string, std::uint64_t> requestCounts() const { return transport_->counts(); }
 
  private:
@@ -58,6 +63,7 @@ class SimulatedInstall {
   QuillmarStatistics statistics_;
   std::size_t callsSeen_ = 0;
   std::optional<std::uint64_t> valueSeen_;
+  std::vector<Decision> decisions_;
 };
 
 }  // namespace quillmar::cli

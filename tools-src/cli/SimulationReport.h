@@ -8,6 +8,7 @@
 #include <string>
 
 #include "InputLines.h"
+#include "Options.h"
 #include "SimulatedInstall.h"
 
 namespace quillmar::cli {
@@ -21,7 +22,7 @@ class SimulationReport {
   /// the event, if it was one.
   void step(const std::string& name, const EventStep* event, const StepResult& result, const QuillmarState& state);
 
-  virtual void begin(const std::string& osVersion, int days) = 0;
+  virtual void begin(const SimulateOptions& options, const SimulatedInstall& install) = 0;
   virtual void end(const SimulatedInstall& install) = 0;
 
  protected:
@@ -43,6 +44,9 @@ class SimulationReport {
 
 /// JSON Lines, the last of which is {"final":{...}}. The stream must outlive the report, of this and of the next.
 std::unique_ptr<SimulationReport> makeJsonReport(std::ostream& output);
+
+/// A page for a browser, written at the end. `configuration` is its text as the user wrote it.
+std::unique_ptr<SimulationReport> makeHtmlReport(std::ostream& output, std::string configuration);
 
 /// A table to read.
 std::unique_ptr<SimulationReport> makeTextReport(std::ostream& output);

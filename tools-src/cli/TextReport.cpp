@@ -2,95 +2,67 @@
 
 #include <ostream>
 #include <utility>
-#include <variant>
+#include <vector>
 
 #include "Duration.h"
 #include "JsonOutput.h"
 #include "Logging/Controls.h"
+#include "ReportText.h"
 #include "SimulationReport.h"
 
 namespace quillmar::cli {
 namespace {
-
-std::string describe(const EventStep& event) {
-  std::string text = event.name;
-  for (const auto& [param, value] : event.params.value_or(EventParameters{})) {
-    text += fmt::format(" {}={}", key(param),
-                        std::visit([](const auto& content) { return fmt::format("{}", content); }, value.storage()));
-  }
-  return text;
-}
-
-std::string describe(const simulated::PlatformCall& call) {
-  std::string text = call.interface;
-  auto append = [&text, first = true](const std::string& part) mutable {
-    text += (first ? ": " : ", ") + part;
-    first = false;
-  };
-  if (call.fineValue) {
-    append(fmt::format("fine {}", *call.fineValue));
-  }
-  if (call.coarseValue) {
-    append("coarse " + *call.coarseValue);
-  }
-  if (call.lockWindow.value_or(false)) {
-    append("lock");
-  }
-  return text;
-}
-
-/// What there is to say about an event that led to no call of the platform.
-std::string fate(const StepResult& result) {
-  if (result.change.dropped > 0) {
-    return "dropped: the service has switched the library off";
-  }
-  if (result.change.parked > 0) {
-    return "waits for the configuration";
-  }
-  if (result.change.failed > 0) {
-    return "could not be logged to the service";
-  }
-  return result.window ? "nothing to send" : "nothing to send: the last window is over";
-}
 
 /// The report as a table to read.
 class TextReport final : public SimulationReport {
  public:
   explicit TextReport(std::ostream& output) : output_(output) {}
 
-  void begin(const std::string& osVersion, int days) override {
-    line("{} days of an install on system version {}, first launched at {}", days, osVersion,
-         timestamp(SimulatedInstall::firstLaunch()));
+  void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
+    ad_ = install.rules().ad();
+    explain_ = options.explain;
+    line("{} days of an install on system version {}, first launched at {}, by an ad signed for {}", options.days,
+         options.osVersion, timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
+    if (ad_ != simulated::SignedAd::skAdNetwork3) {
+      const auto& [first, second, third] = install.rules().lengths();
+      line(
+          "WINDOW is the library's (local days 0 to 2, 3 to 7, 8 to 35), in brackets the platform's ({}, {} and {} "
+          "hours) "
+          "where that is another.",
+          first.count(), second.count(), third.count());
+    }
     line("");
-    line("{:<11} {:<7} {:<24} {:<18} {}", "TIME", "WINDOW", "STEP", "COMPLETED", "SENT");
+    row("TIME", "WINDOW", "STEP", "COMPLETED", "SENT", "PLATFORM");
   }
 
   void write(const std::string& name, const EventStep* event, const StepResult& result,
              const QuillmarState& state) override {
-    std::string outcome;
-    for (const simulated::PlatformCall& call : result.calls) {
-      outcome += (outcome.empty() ? "" : "; ") + describe(call);
+    std::string window = windowText(result.window);
+    if (ad_ != simulated::SignedAd::skAdNetwork3 && result.platformWindow != result.window) {
+      window += " (" + windowText(result.platformWindow) + ")";
     }
-    // Checks after the lock time send the lock again; it is told of once.
-    if (locks(result) && result.window &&
-        windows().at(static_cast<std::size_t>(*result.window)).lockedAt == result.at) {
-      outcome += fmt::format(" -> window {} is locked", *result.window);
-    }
-    if (outcome.empty() && event != nullptr) {
-      outcome = fate(result);
-    } else if (outcome.empty() && name == "first launch") {
-      outcome = state.appId ? "configuration fetched, the app is \"" + *state.appId + "\"" : "no configuration";
-    }
+    const std::string time = formatDuration(result.at);
+    const std::string step = stepText(name, event);
     const std::string completed = event != nullptr && result.sent ? result.sent->key : "";
-    line("{:<11} {:<7} {:<24} {:<18} {}", formatDuration(result.at),
-         result.window ? std::to_string(*result.window) : "over",
-         event != nullptr ? describe(*event) : "[" + (name == "activate" ? "app becomes active" : name) + "]",
-         completed, outcome);
+    if (result.calls.empty()) {
+      row(time, window, step, completed, outcomeText(name, event, result, state), "");
+    }
+    bool first = true;
+    for (const simulated::PlatformCall& call : result.calls) {
+      row(first ? time : "", first ? window : "", first ? step : "", first ? completed : "", callText(call),
+          verdictText(call));
+      first = false;
+    }
+    for (const Decision& decision : explain_ ? result.decisions : std::vector<Decision>()) {
+      for (const std::string& reason : explain(decision)) {
+        line("{:<20} | {}", "", reason);
+      }
+    }
   }
 
   void end(const SimulatedInstall& install) override {
     line("");
-    line("{:<7} {:<18} {:<6} {:<8} {:<6} {}", "WINDOW", "LAST VALUE", "FINE", "COARSE", "CALLS", "LOCKED AT");
+    line("{:<7} {:<18} {:<6} {:<8} {:<6} {}", "WINDOW", "LAST VALUE", "FINE", "COARSE", "CALLS", "LOCK SENT");
     for (std::size_t index = 0; index < windows().size(); ++index) {
       const Window& window = windows()[index];
       line("{:<7} {:<18} {:<6} {:<8} {:<6} {}", index, window.last ? window.last->key : "-",
@@ -98,6 +70,7 @@ class TextReport final : public SimulationReport {
            window.last ? window.last->coarseValue.value_or("-") : "-", window.calls,
            window.lockedAt ? formatDuration(*window.lockedAt) : "-");
     }
+    tellPostbacks(install.rules().postbacks());
     const QuillmarStatistics events = install.quillmar().statistics();
     line("");
     line("Events: {} sent, {} logged, {} failed, {} dropped, {} parked", events.sent, events.logged, events.failed,
@@ -111,13 +84,37 @@ class TextReport final : public SimulationReport {
   }
 
  private:
+  void tellPostbacks(const std::vector<simulated::Postback>& postbacks) {
+    line("");
+    line("What the advertiser receives: it depends on the tier, which the platform assigns");
+    if (postbacks.empty()) {
+      line("no postback: no call counted");
+      return;
+    }
+    line("{:<9} {:<16} {:<20} {:<12} {:<12} {:<12} {}", "POSTBACK", "FINAL BY", "SENT BETWEEN", "TIER 0", "TIER 1",
+         "TIER 2", "TIER 3");
+    for (const PostbackRow& postback : postbackRows(postbacks)) {
+      line("{:<9} {:<16} {:<20} {:<12} {:<12} {:<12} {}", postback.number, postback.finalBy, postback.sentBetween,
+           postback.tiers[0], postback.tiers[1], postback.tiers[2], postback.tiers[3]);
+    }
+  }
+
+  void row(const std::string& time, const std::string& window, const std::string& step, const std::string& completed,
+           const std::string& sent, const std::string& verdict) {
+    line("{:<11} {:<8} {:<24} {:<18} {:<46} {}", time, window, step, completed, sent, verdict);
+  }
+
   /// Names come from the input and the service, so the line is written without what would break out of it.
   template <class... Content>
   void line(fmt::format_string<Content...> format, Content&&... content) {
-    output_ << withoutControls(fmt::format(format, std::forward<Content>(content)...)) << '\n';
+    std::string text = withoutControls(fmt::format(format, std::forward<Content>(content)...));
+    text.erase(text.find_last_not_of(' ') + 1);  // of the last columns, when they are empty
+    output_ << text << '\n';
   }
 
   std::ostream& output_;
+  bool explain_ = false;
+  simulated::SignedAd ad_ = simulated::SignedAd::skAdNetwork3;
 };
 
 }  // namespace
