@@ -18,9 +18,7 @@ DecisionTrace::~DecisionTrace() {
   }
   guarded("The record of a decision", [this] {
     queue_->post([decision = std::move(record), observer = std::move(observer_),
-                  activity = std::make_shared<Activity>(std::move(activity_))] {
-      guarded("The observer of decisions", [&] { (*observer)(decision); });
-    });
+                  activity = std::make_shared<Activity>(std::move(activity_))] { (*observer)(decision); });
   });
 }
 

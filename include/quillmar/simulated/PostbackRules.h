@@ -91,8 +91,10 @@ class PostbackRules {
  public:
   /// How long windows 0, 1 and 2 last.
   using WindowLengths = std::array<std::chrono::hours, 3>;
+  /// Two, five and 28 days.
   static constexpr WindowLengths usualLengths{std::chrono::hours(48), std::chrono::hours(120), std::chrono::hours(672)};
 
+  /// Nothing was called yet.
   PostbackRules(SignedAd ad, platform::Clock::TimePoint firstLaunch, WindowLengths lengths = usualLengths);
 
   /// Judges a call on a system of this version and counts it, if it counts. What the call's own `verdict` says is not
@@ -107,9 +109,11 @@ class PostbackRules {
   /// tiers 1 and 2: there the fine value begins with version 4.
   std::vector<Postback> postbacks() const;
 
+  /// What it was made with.
+  /// @{
   SignedAd ad() const noexcept { return ad_; }
-  platform::Clock::TimePoint firstLaunch() const noexcept { return firstLaunch_; }
   const WindowLengths& lengths() const noexcept { return lengths_; }
+  /// @}
 
  private:
   using Time = std::chrono::nanoseconds;  // since the first launch
