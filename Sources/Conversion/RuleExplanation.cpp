@@ -1,10 +1,10 @@
 #include "Conversion/RuleExplanation.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <iterator>
 #include <utility>
+
+#include "Json/DecimalNumber.h"
 
 namespace quillmar {
 
@@ -16,11 +16,11 @@ std::string seen(const std::set<double>& revenues, double wanted) {
     return "seen without a revenue";
   }
   const auto above = revenues.lower_bound(wanted);
-  if (above == revenues.begin()) {
-    return fmt::format("{} seen", *above);
+  std::string text = above == revenues.begin() ? "" : decimalText(*std::prev(above));
+  if (above != revenues.end()) {
+    text += (text.empty() ? "" : " and ") + decimalText(*above);
   }
-  const double below = *std::prev(above);
-  return above == revenues.end() ? fmt::format("{} seen", below) : fmt::format("{} and {} seen", below, *above);
+  return text + " seen";
 }
 
 /// What an event that is not met waits for.
@@ -29,9 +29,8 @@ std::string missing(const ConversionValues::RequiredEvent& event, const Revenues
   if (!event.revenueMin || !event.revenueMax) {
     return event.name + ": not seen";
   }
-  return fmt::format("{}: {}, {} to {} wanted", event.name,
-                     found == history.end() ? "not seen" : seen(found->second, *event.revenueMin), *event.revenueMin,
-                     *event.revenueMax);
+  return event.name + ": " + (found == history.end() ? "not seen" : seen(found->second, *event.revenueMin)) + ", " +
+         decimalText(*event.revenueMin) + " to " + decimalText(*event.revenueMax) + " wanted";
 }
 
 }  // namespace
