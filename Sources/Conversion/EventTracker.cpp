@@ -165,16 +165,12 @@ std::error_code EventTracker::updateIndex() {
   } catch (const std::system_error& error) {
     return error.code();
   }
-  forEachStoredEvent(data, [this](TrackedEvent event) { addToIndex(event); }, [this] { index_.clear(); });
+  forEachStoredEvent(
+      data, [this](TrackedEvent event) { addEvent(index_, event.name, event.revenue()); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
   appendAt_ = index_.empty() ? 0 : data->rfind(']');
   indexedRevision_ = revision;
   return {};
-}
-
-void EventTracker::addToIndex(const TrackedEvent& event) {
-  const auto revenue = event.parameters.find("revenue");
-  addEvent(index_, event.name, revenue != event.parameters.end() ? std::optional(revenue->second) : std::nullopt);
 }
 
 std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
@@ -207,7 +203,7 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
     return error;
   }
   for (const TrackedEvent* const event : storable) {
-    addToIndex(*event);
+    addEvent(index_, event->name, event->revenue());
   }
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);

@@ -68,7 +68,6 @@ class EventTracker {
   std::error_code store(const std::vector<TrackedEvent>& events);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
-  void addToIndex(const TrackedEvent& event);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;

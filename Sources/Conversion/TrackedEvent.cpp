@@ -23,6 +23,11 @@ TimePoint timeOf(double secondsSinceReference) {
 
 }  // namespace
 
+std::optional<double> TrackedEvent::revenue() const {
+  const auto found = parameters.find("revenue");
+  return found != parameters.end() ? std::optional(found->second) : std::nullopt;
+}
+
 void TrackedEvent::encode(JsonWriter& writer) const {
   writer.beginObject().member("name", name).key("parameters").beginObject();
   for (const auto& [parameter, value] : parameters) {
