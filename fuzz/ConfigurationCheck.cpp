@@ -6,7 +6,6 @@
 #include "Model/ConfigResponse.h"
 #include "Model/ConversionValuesCoding.h"
 #include "Promises.h"
-#include "Target.h"
 
 using namespace quillmar;
 using fuzz::require;

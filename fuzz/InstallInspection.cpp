@@ -7,7 +7,6 @@
 #include "Model/ConversionValuesCoding.h"
 #include "Platform/PropertyListCoding.h"
 #include "Promises.h"
-#include "Target.h"
 #include "quillmar/Config.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 

@@ -3,7 +3,6 @@
 
 #include "Delivery/OutboxStore.h"
 #include "Promises.h"
-#include "Target.h"
 
 using namespace quillmar;
 using fuzz::require;

@@ -55,7 +55,7 @@ completions() {
   _quillmar "$quillmar"
   printf '%s\n' "${COMPREPLY[@]}"
 }
-help="$(for command in "" run simulate serve; do "$quillmar" $command --help; done | grep '^  -' | options)"
+help="$(for command in "" run simulate check inspect serve; do "$quillmar" $command --help; done | grep '^  -' | options)"
 groff -man -Tascii -ww -P-cbou "$scratch/prefix/share/man/man1/quillmar.1" >"$scratch/manual" 2>"$scratch/warnings"
 diff "$scratch/warnings" /dev/null
 diff <(echo "$help") <(grep -E '^ {7}-' "$scratch/manual" | options)

@@ -100,6 +100,10 @@ class Races : public testing::TestWithParam<bool> {
           passing->configure("key three");
           passing->sendEvent("session");
         },
+        [&] {
+          const auto observe = [seen = decided_](const Decision& decision) { *seen += decision.rules.size(); };
+          quillmar_->setDecisionObserver(random() % 4 == 0 ? DecisionObserver() : observe);
+        },
         [&] { QuillmarFactory::createQuillmarASAAttribution(platform_)->enableASAAttributionTracking(); },
         [&] {
           quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
@@ -120,6 +124,7 @@ class Races : public testing::TestWithParam<bool> {
   std::shared_ptr<SuspiciousLines> lines_ = std::make_shared<SuspiciousLines>();
   std::shared_ptr<Quillmar> quillmar_;
   std::shared_ptr<QuillmarASAAttribution> attribution_;
+  std::shared_ptr<std::atomic<std::size_t>> decided_ = std::make_shared<std::atomic<std::size_t>>(0);
 };
 
 INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Races, testing::Bool());

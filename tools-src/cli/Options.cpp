@@ -362,7 +362,7 @@ void addInspect(CLI::App& app, InspectOptions& inspect) {
   command.add_option("--data", inspect.dataDirectory, "the folder for settings and documents")
       ->required()
       ->check(CLI::ExistingDirectory)
-      ->transform(CLI::Validator(dataDirectory, "DIR"));
+      ->transform(CLI::Validator(dataDirectory, ""));
   command.add_flag("--json", inspect.json, "print one JSON line in place of text");
 }
 

@@ -49,14 +49,14 @@ struct ServeOptions {
 };
 
 struct SimulateOptions {
-  std::string config = {  std::chrono::seconds serviceDown{0};  ///< from the first launch on
-  QuillmarOptions library = {};
-};
+  std::string config = {};
   std::string events = {};
   std::string osVersion = "18.0";
   int days = 36;
   std::optional<simulated::SignedAd> ad = {};  ///< nothing: the one that the library's calls count for
   simulated::PostbackRules::WindowLengths windowHours = simulated::PostbackRules::usualLengths;
+  std::chrono::seconds serviceDown{0};  ///< from the first launch on
+  QuillmarOptions library = {};
   bool json = false;
   std::string html = {};  ///< a file; empty: no page
   bool explain = false;
