@@ -1,5 +1,6 @@
 #include <set>
 #include <system_error>
+#include <vector>
 
 #include "C/Bytes.h"
 #include "C/PlatformHandle.h"
@@ -81,6 +82,21 @@ class TableUserDefaults final : public platform::UserDefaults {
     }
     return errorOf(table_->call<&quillmar_user_defaults::replace_tail>(
         suite_.c_str(), name.c_str(), keep + 1, static_cast<const void*>(tail.data()), tail.size()));
+  }
+
+  std::error_code replaceDataTails(const std::vector<DataTail>& tails) override {
+    if (!table_->has<&quillmar_user_defaults::replace_tails>()) {
+      return UserDefaults::replaceDataTails(tails);
+    }
+    std::vector<quillmar_data_tail> given;
+    for (const auto& [key, keep, tail] : tails) {
+      if (!isData(key)) {
+        return std::make_error_code(std::errc::invalid_argument);
+      }
+      given.push_back({key.c_str(), keep + 1, tail.data(), tail.size()});
+    }
+    return errorOf(table_->call<&quillmar_user_defaults::replace_tails>(
+        suite_.c_str(), static_cast<const quillmar_data_tail*>(given.data()), given.size()));
   }
 
  private:

@@ -20,6 +20,15 @@ std::error_code UserDefaults::replaceDataTail(std::string_view key, std::size_t 
   return set(key, PropertyListValue::Data{std::move(*bytes)});
 }
 
+std::error_code UserDefaults::replaceDataTails(const std::vector<DataTail>& tails) {
+  for (const DataTail& change : tails) {
+    if (const std::error_code error = replaceDataTail(change.key, change.keep, change.tail)) {
+      return error;
+    }
+  }
+  return {};
+}
+
 bool PropertyListValue::boolean() const noexcept {
   if (const auto* flag = as<bool>()) {
     return *flag;

@@ -27,6 +27,9 @@ class LazyUserDefaults final : public platform::UserDefaults {
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
     return store().replaceDataTail(key, keep, tail);
   }
+  std::error_code replaceDataTails(const std::vector<DataTail>& tails) override {
+    return store().replaceDataTails(tails);
+  }
 
  private:
   platform::UserDefaults& store() const {

@@ -128,6 +128,22 @@ TEST_P(UserDefaultsContract, tailIsReplacedInDataThatIsLongEnough) {
   }
 }
 
+TEST_P(UserDefaultsContract, tailsAreReplacedTogetherOrNotAtAll) {
+  ASSERT_FALSE(store_->set("a", Data{"a1"}));
+  ASSERT_FALSE(store_->set("b", Data{"b1"}));
+  ASSERT_FALSE(store_->replaceDataTails({{"a", 1, "2"}, {"b", 2, std::string("\0more", 5)}}));
+  ASSERT_FALSE(store_->replaceDataTails({}));
+  for (const char* refused : {"b", "absent"}) {
+    EXPECT_EQ(store_->replaceDataTails({{"a", 2, "3"}, {refused, 8, ""}}), std::errc::invalid_argument) << refused;
+  }
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(store_->data("a"), kind_ == "Minimal" ? "a23" : "a2")
+        << "one after the other in a store that has no more";
+    EXPECT_EQ(store_->data("b"), std::string("b1\0more", 7));
+    reopen();
+  }
+}
+
 TEST_P(UserDefaultsContract, revisionIsANewOneAfterEachChange) {
   const auto other = store_->revision("other");
   const std::function<std::error_code()> changes[] = {

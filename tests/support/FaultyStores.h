@@ -69,6 +69,9 @@ class FaultyDefaults final : public simulated::InMemoryUserDefaults {
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
     return unless(fault_("replaceDataTail"), [&] { return InMemoryUserDefaults::replaceDataTail(key, keep, tail); });
   }
+  std::error_code replaceDataTails(const std::vector<DataTail>& tails) override {
+    return unless(fault_("replaceDataTails"), [&] { return InMemoryUserDefaults::replaceDataTails(tails); });
+  }
 
  private:
   const Fault fault_;

@@ -154,7 +154,8 @@ void setHttp(quillmar_platform* target, const Platform& from) {
                                        result.statusCode.value_or(-1),
                                        result.url.c_str(),
                                        result.body.data(),
-                                       result.body.size()};
+                                       result.body.size(),
+                                       result.retryAfter.c_str()};
       quillmar_http_completion_call(std::exchange(*owned, nullptr), &given);
     });
   };
@@ -188,6 +189,13 @@ void setDefaults(quillmar_platform* target, const Platform& from) {
   defaults.replace_tail = [](void* c, const char* suite, const char* key, size_t keep, const void* tail,
                              size_t size) -> int32_t {
     return store(c, suite)->replaceDataTail(key, keep, {static_cast<const char*>(tail), size}).value();
+  };
+  defaults.replace_tails = [](void* c, const char* suite, const quillmar_data_tail* tails, size_t count) -> int32_t {
+    std::vector<UserDefaults::DataTail> taken;
+    for (size_t i = 0; i < count; ++i) {
+      taken.push_back({tails[i].key, tails[i].keep, {static_cast<const char*>(tails[i].tail), tails[i].size}});
+    }
+    return store(c, suite)->replaceDataTails(taken).value();
   };
   defaults.revision = [](void* c, const char* suite, const char* key) {
     return store(c, suite)->revision(key).value_or(0);

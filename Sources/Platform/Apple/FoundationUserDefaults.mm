@@ -115,6 +115,16 @@ std::error_code FoundationUserDefaults::replaceDataTail(std::string_view key, st
   }
 }
 
+std::error_code FoundationUserDefaults::replaceDataTails(const std::vector<DataTail>& tails) {
+  @autoreleasepool {
+    const std::lock_guard lock(mutex_);
+    for (const DataTail& change : tails) {
+      static_cast<void>(moveData(change.key));
+    }
+    return beside_->replaceDataTails(tails);
+  }
+}
+
 /// Moves the data value of the key, if there is one in the user defaults. Throws when the one beside cannot be read.
 std::error_code FoundationUserDefaults::moveData(std::string_view key) const {
   if (movedKeys_.contains(key)) {

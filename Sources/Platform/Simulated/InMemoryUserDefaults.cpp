@@ -35,22 +35,36 @@ std::optional<std::uint64_t> InMemoryUserDefaults::revision(std::string_view key
 }
 
 std::error_code InMemoryUserDefaults::replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) {
+  return InMemoryUserDefaults::replaceDataTails({{std::string(key), keep, std::string(tail)}});
+}
+
+std::error_code InMemoryUserDefaults::replaceDataTails(const std::vector<DataTail>& tails) {
   const std::lock_guard lock(mutex_);
+  // What may fail or needs memory comes first: either all of it happens or nothing.
+  for (const auto& [key, keep, tail] : tails) {
+    std::string* const bytes = dataOf(key, keep);
+    if (bytes == nullptr) {
+      return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (bytes->capacity() < keep + tail.size()) {
+      bytes->reserve(std::max(keep + tail.size(), 2 * bytes->capacity()));
+    }
+    revisions_.try_emplace(key);
+  }
+  for (const auto& [key, keep, tail] : tails) {
+    std::string& bytes = *dataOf(key, keep);
+    bytes.resize(keep);
+    bytes.append(tail);
+    ++revisions_.find(key)->second;
+  }
+  return {};
+}
+
+std::string* InMemoryUserDefaults::dataOf(std::string_view key, std::size_t least) {
   const auto found = values_.find(key);
   const auto* data = found == values_.end() ? nullptr : found->second.as<PropertyListValue::Data>();
-  if (data == nullptr || data->bytes.size() < keep) {
-    return std::make_error_code(std::errc::invalid_argument);
-  }
   // The bytes are this store's own and not const; changing them in place keeps an append from copying the value.
-  std::string& bytes = const_cast<std::string&>(data->bytes);
-  // What needs memory comes first: either all of it happens or nothing.
-  if (bytes.capacity() < keep + tail.size()) {
-    bytes.reserve(std::max(keep + tail.size(), 2 * bytes.capacity()));
-  }
-  ++revisions_[std::string(key)];
-  bytes.resize(keep);
-  bytes.append(tail);
-  return {};
+  return data == nullptr || data->bytes.size() < least ? nullptr : const_cast<std::string*>(&data->bytes);
 }
 
 std::shared_ptr<platform::UserDefaults> InMemoryUserDefaultsProvider::openSuite(const std::string& name) {

@@ -443,17 +443,30 @@ std::optional<std::uint64_t> SqliteUserDefaults::revision(std::string_view key) 
 }
 
 std::error_code SqliteUserDefaults::replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) {
-  const std::lock_guard lock(writeMutex_);
-  const auto found = entries_.find(key);
-  if (found == entries_.end() || !found->second.dataLength || *found->second.dataLength < keep) {
-    return std::make_error_code(std::errc::invalid_argument);
-  }
-  const Tail change{key, keep, tail};
-  return commit(&change);
+  Tail change{key, keep, tail};
+  return replace({&change, 1});
 }
 
-/// Writes the dirty entries and the tail, or nothing.
-std::error_code SqliteUserDefaults::commit(const Tail* tail) {
+std::error_code SqliteUserDefaults::replaceDataTails(const std::vector<DataTail>& tails) {
+  std::vector<Tail> changes;
+  changes.reserve(tails.size());
+  for (const DataTail& change : tails) {
+    changes.push_back({change.key, change.keep, change.tail});
+  }
+  return replace(changes);
+}
+
+std::error_code SqliteUserDefaults::replace(std::span<Tail> tails) {
+  const std::lock_guard lock(writeMutex_);
+  const bool fit = std::all_of(tails.begin(), tails.end(), [this](const Tail& tail) {
+    const auto found = entries_.find(tail.key);
+    return found != entries_.end() && found->second.dataLength && *found->second.dataLength >= tail.keep;
+  });
+  return fit ? commit(tails) : std::make_error_code(std::errc::invalid_argument);
+}
+
+/// Writes the dirty entries and the tails, or nothing.
+std::error_code SqliteUserDefaults::commit(std::span<Tail> tails) {
   const NoWriteSignals noSignals;
   // Allocated now, since nothing may fail between the commit and the update of the entries.
   std::vector<std::optional<PropertyListValue>> released(dirty_.size());
@@ -464,10 +477,10 @@ std::error_code SqliteUserDefaults::commit(const Tail* tail) {
       result = writeEntry(*key, entry->second);
     }
   }
-  if (result == SQLITE_OK && tail != nullptr) {
+  for (auto tail = tails.begin(); result == SQLITE_OK && tail != tails.end(); ++tail) {
     result = insertSegment(tail->key, tail->keep, tail->bytes);
+    tail->sequence = database_.lastInsertedRow();
   }
-  const std::int64_t tailSequence = database_.lastInsertedRow();
   if (result == SQLITE_OK) {
     result = transaction->commit();
   }
@@ -476,7 +489,6 @@ std::error_code SqliteUserDefaults::commit(const Tail* tail) {
     return sqliteError(result);
   }
   auto slot = released.begin();
-  Entry* appended = nullptr;
   {
     const std::lock_guard lock(cacheMutex_);
     for (const std::string& key : dirty_) {
@@ -486,16 +498,19 @@ std::error_code SqliteUserDefaults::commit(const Tail* tail) {
       }
     }
     dirty_.clear();
-    if (tail != nullptr) {
-      appended = &entries_.find(tail->key)->second;
-      appended->dataLength = tail->keep + tail->bytes.size();
-      ++appended->revision;
-      noteSegment(*appended, tailSequence, tail->bytes.size());
+    for (const Tail& tail : tails) {
+      Entry& appended = entries_.find(tail.key)->second;
+      appended.dataLength = tail.keep + tail.bytes.size();
+      ++appended.revision;
+      noteSegment(appended, tail.sequence, tail.bytes.size());
     }
   }
-  if (appended != nullptr && appended->smallSegments >= smallSegmentLimit) {
-    appended->smallSegments = 0;
-    putSmallSegmentsTogether(tail->key, appended->firstSmall);
+  for (const Tail& tail : tails) {
+    Entry& appended = entries_.find(tail.key)->second;
+    if (appended.smallSegments >= smallSegmentLimit) {
+      appended.smallSegments = 0;
+      putSmallSegmentsTogether(tail.key, appended.firstSmall);
+    }
   }
   return {};
 }

@@ -8,8 +8,10 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/Sqlite/SqliteDatabase.h"
 #include "quillmar/platform/UserDefaults.h"
@@ -49,6 +51,7 @@ class SqliteUserDefaults : public UserDefaults {
   std::error_code remove(std::string_view key) override;
   std::optional<std::uint64_t> revision(std::string_view key) const override;
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override;
+  std::error_code replaceDataTails(const std::vector<DataTail>& tails) override;
 
  private:
   /// What is known of a key. Absent: neither member is there.
@@ -68,6 +71,7 @@ class SqliteUserDefaults : public UserDefaults {
     std::string_view key;
     std::size_t keep;
     std::string_view bytes;
+    std::int64_t sequence = 0;  ///< of its segment, once that is written
   };
 
   class Transaction;
@@ -90,7 +94,8 @@ class SqliteUserDefaults : public UserDefaults {
   void putSmallSegmentsTogether(std::string_view key, std::int64_t first);
   int mergeSegments(std::string_view key, std::int64_t first);
 
-  std::error_code commit(const Tail* tail = nullptr);
+  std::error_code replace(std::span<Tail> tails);
+  std::error_code commit(std::span<Tail> tails = {});
   void reportDamage(std::string_view key) const;
 
   const std::string file_;

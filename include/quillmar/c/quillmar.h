@@ -134,6 +134,15 @@ QUILLMAR_API quillmar_log_level quillmar_get_log_level(const quillmar_instance* 
 /// `level`: one of `quillmar_log_level`.
 QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance, quillmar_log_level level);
 
+/// What goes beyond the library's usual behaviour; see `quillmar::QuillmarOptions`.
+typedef struct quillmar_options {
+  size_t size;
+  bool reliable_delivery;
+} quillmar_options;
+
+/// Before `quillmar_configure`.
+QUILLMAR_API quillmar_status quillmar_set_options(quillmar_instance* instance, const quillmar_options* options);
+
 /// Starts the library with the key that the event service knows the app by. Returns at once.
 QUILLMAR_API quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key);
 
@@ -180,6 +189,11 @@ typedef struct quillmar_statistics {
   uint64_t parked;
   uint64_t logged;
   uint64_t failed;
+  uint64_t kept;  ///< this and what follows: with `quillmar_options.reliable_delivery`
+  uint64_t unsent;
+  uint64_t refused;
+  uint64_t expired;
+  uint64_t displaced;
 } quillmar_statistics;
 
 /// Fills `statistics` as far as its size goes.
@@ -194,6 +208,7 @@ typedef struct quillmar_state {
   bool has_fetched_conversion_values;
   bool enabled;
   bool verification_key_valid;
+  uint64_t kept;  ///< events in the outbox
 } quillmar_state;
 
 /// May open the settings store on the calling thread.
@@ -251,6 +266,10 @@ QUILLMAR_API void quillmar_attribution_retain(quillmar_attribution* attribution)
 /// One reference less. With the last one the listening ends.
 QUILLMAR_API void quillmar_attribution_release(quillmar_attribution* attribution);
 
+/// Before `quillmar_attribution_enable`.
+QUILLMAR_API quillmar_status quillmar_attribution_set_options(quillmar_attribution* attribution,
+                                                              const quillmar_options* options);
+
 /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet.
 QUILLMAR_API quillmar_status quillmar_attribution_enable(quillmar_attribution* attribution);
 
@@ -268,6 +287,7 @@ typedef struct quillmar_attribution_statistics {
   uint64_t unverified;
   uint64_t skipped;
   uint64_t dropped;
+  uint64_t unsent;  ///< with `quillmar_options.reliable_delivery`
 } quillmar_attribution_statistics;
 
 /// Fills `statistics` as far as its size goes.
@@ -444,6 +464,7 @@ typedef struct quillmar_http_result {
   const char* url;            ///< where the response came from, after redirects; may be null
   const void* body;           ///< may be null when `body_size` is 0
   size_t body_size;
+  const char* retry_after;  ///< the response's header "Retry-After"; may be null
 } quillmar_http_result;
 
 /// An unusable `result` counts as `QUILLMAR_HTTP_UNKNOWN`.
@@ -475,6 +496,14 @@ typedef struct quillmar_bytes quillmar_bytes;
 /// Copies them. `data` may be null when `size` is 0.
 QUILLMAR_API quillmar_status quillmar_bytes_set(quillmar_bytes* bytes, const void* data, size_t size);
 
+/// A value with all behind its first `keep` bytes replaced by `tail`.
+typedef struct quillmar_data_tail {
+  const char* key;
+  size_t keep;
+  const void* tail;
+  size_t size;  ///< of `tail`
+} quillmar_data_tail;
+
 /// Keeps settings: bytes by suite and key, whatever they are. Reads are answered from memory. Writes return when they
 /// will survive the end of the process. Errors are those of the system (errno), or 0.
 typedef struct quillmar_user_defaults {
@@ -498,6 +527,10 @@ typedef struct quillmar_user_defaults {
   /// A number that is another one after each change of the value. May be null: the value is read and decoded anew at
   /// each use then.
   uint64_t (*revision)(void* context, const char* suite, const char* key);
+  /// Replaces the tails of several values, each key at most once, in one step: all of them or, on an error, none. May
+  /// be null: one is replaced after the other, and with `quillmar_options.reliable_delivery` an event may be in the
+  /// history twice after a kill.
+  int32_t (*replace_tails)(void* context, const char* suite, const quillmar_data_tail* tails, size_t count);
 } quillmar_user_defaults;
 
 /// Puts the table in the place of the system's settings stores.

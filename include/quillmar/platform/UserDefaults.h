@@ -107,6 +107,21 @@ class QUILLMAR_API UserDefaults {
   /// there is no data value of at least `keep` bytes; else those of the store.
   virtual std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail);
 
+  /// What `replaceDataTail` is told.
+  struct DataTail {
+    std::string key;
+    std::size_t keep = 0;
+    std::string tail;
+  };
+
+  /// Replaces the tails of several data values, each key at most once, in one step: a kill leaves all of them replaced
+  /// or none, and so does an error. Errors are those of `replaceDataTail`.
+  ///
+  /// The standard implementation replaces one after the other and stops at the first error: what was replaced by then
+  /// stays so. With it, an event may be in the history twice after a kill when `QuillmarOptions::reliableDelivery` is
+  /// on.
+  virtual std::error_code replaceDataTails(const std::vector<DataTail>& tails);
+
   /// The Boolean under `key`; false when absent.
   bool boolean(std::string_view key) const;
 

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "quillmar/platform/UserDefaults.h"
 
@@ -19,8 +20,12 @@ class InMemoryUserDefaults : public platform::UserDefaults {
   std::error_code remove(std::string_view key) override;
   std::optional<std::uint64_t> revision(std::string_view key) const override;
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override;
+  std::error_code replaceDataTails(const std::vector<DataTail>& tails) override;
 
  private:
+  /// The bytes of a data value of at least that length; null when there is none. Called with the lock held.
+  std::string* dataOf(std::string_view key, std::size_t least);
+
   mutable std::mutex mutex_;
   std::map<std::string, platform::PropertyListValue, std::less<>> values_;
   std::map<std::string, std::uint64_t, std::less<>> revisions_;
