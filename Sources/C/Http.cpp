@@ -92,6 +92,7 @@ platform::HttpResult resultOf(const quillmar_http_result* given) {
   } else {
     made.statusCode = result.status_code >= 0 ? std::optional<int>(result.status_code) : std::nullopt;
     made.body.assign(static_cast<const char*>(result.body), result.body_size);
+    made.retryAfter = orEmpty(result.retry_after);
   }
   return made;
 }

@@ -15,9 +15,9 @@ EventServerLogApiClient::EventServerLogApiClient(std::shared_ptr<NetworkManagerP
     : BaseApiClient(std::move(networkManager), std::move(quillmarVerificationKey), std::move(baseUrl)),
       quillMarDefaults_(std::move(quillMarDefaults)) {}
 
-Task<EventServerLogResponse> EventServerLogApiClient::logEvent(std::string event) {
+Task<EventServerLogResponse> EventServerLogApiClient::logEvent(std::string event, std::string eventId) {
   Log::debug("EventServerLogApiClient - Building request to log event");
-  EventServerLogRequest record = EventServerLogRequest::make(std::move(event), *quillMarDefaults_);
+  EventServerLogRequest record = EventServerLogRequest::make(std::move(event), std::move(eventId), *quillMarDefaults_);
   return performExchange<EventServerLogResponse>(
       networkManager(), createRequestBuilder().post("ios/events").json(std::move(record)).build(),
       {"EventServerLogApiClient - Performing network request", nullptr,

@@ -17,7 +17,7 @@ class EventServerLogApiClient final : public BaseApiClient, public EventServerLo
                           std::shared_ptr<platform::UserDefaults> quillMarDefaults,
                           std::string baseUrl = std::string(Config::urlString));
 
-  Task<EventServerLogResponse> logEvent(std::string event) override;
+  Task<EventServerLogResponse> logEvent(std::string event, std::string eventId) override;
 
  private:
   const std::shared_ptr<platform::UserDefaults> quillMarDefaults_;

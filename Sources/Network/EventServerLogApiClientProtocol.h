@@ -11,8 +11,9 @@ class EventServerLogApiClientProtocol {
  public:
   virtual ~EventServerLogApiClientProtocol() = default;
 
-  /// Logs an event by its name. Throws the errors of building, transport and decoding; judges no answer.
-  virtual Task<EventServerLogResponse> logEvent(std::string event) = 0;
+  /// Logs an event by its name, under an identifier; empty: a fresh one. Throws the errors of building, transport and
+  /// decoding; judges no answer.
+  virtual Task<EventServerLogResponse> logEvent(std::string event, std::string eventId) = 0;
 };
 
 }  // namespace quillmar

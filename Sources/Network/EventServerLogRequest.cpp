@@ -9,8 +9,9 @@
 
 namespace quillmar {
 
-EventServerLogRequest EventServerLogRequest::make(std::string event, const platform::UserDefaults& quillMarDefaults) {
-  return {makeUuid(),
+EventServerLogRequest EventServerLogRequest::make(std::string event, std::string eventId,
+                                                  const platform::UserDefaults& quillMarDefaults) {
+  return {eventId.empty() ? makeUuid() : std::move(eventId),
           std::move(event),
           quillMarDefaults.string(Config::quillMarId).value_or("Unknown"),
           quillMarDefaults.string(Config::serverAppId).value_or("Unknown"),

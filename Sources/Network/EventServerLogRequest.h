@@ -11,7 +11,7 @@ class JsonWriter;
 
 /// The record of one reported event, as the service takes it.
 struct EventServerLogRequest {
-  std::string eventId;     ///< a fresh UUID
+  std::string eventId;     ///< a UUID, the same at each attempt
   std::string eventName;   ///< unchanged
   std::string quillMarId;  ///< the install identifier, "Unknown" when there is none
   std::string appId;       ///< the app's identifier at the service, "Unknown" when there is none
@@ -19,8 +19,10 @@ struct EventServerLogRequest {
   std::string sdkVersion;
   bool operator==(const EventServerLogRequest&) const = default;
 
-  /// The record of an event by that name, with the identifiers that the store holds now.
-  static EventServerLogRequest make(std::string event, const platform::UserDefaults& quillMarDefaults);
+  /// The record of an event by that name, with the identifiers that the store holds now. `eventId`: empty for a fresh
+  /// one.
+  static EventServerLogRequest make(std::string event, std::string eventId,
+                                    const platform::UserDefaults& quillMarDefaults);
 
   static EventServerLogRequest decode(const JsonReader& document);
   void encode(JsonWriter& writer) const;

@@ -44,14 +44,14 @@ Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
   }
   if (status >= 400 && status <= 499) {
     Log::error("NetworkManager - Client error: {}", status);
-    throw std::system_error(NetworkManagerError::invalidRequest);
+    throw HttpStatusError(NetworkManagerError::invalidRequest, status, std::move(result.retryAfter));
   }
   if (status >= 500 && status <= 599) {
     Log::error("NetworkManager - Server error: {}", status);
-    throw std::system_error(NetworkManagerError::serverError);
+    throw HttpStatusError(NetworkManagerError::serverError, status, std::move(result.retryAfter));
   }
   Log::error("NetworkManager - Unexpected status code: {}", status);
-  throw std::system_error(NetworkManagerError::unexpectedStatusCode);
+  throw HttpStatusError(NetworkManagerError::unexpectedStatusCode, status, std::move(result.retryAfter));
 }
 
 std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<platform::HttpTransport> transport) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <system_error>
+#include <utility>
 
 #include "Network/NetworkManagerProtocol.h"
 
@@ -14,6 +16,21 @@ enum class NetworkManagerError {
 };
 
 std::error_code make_error_code(NetworkManagerError error) noexcept;
+
+/// A status that is no success; its code is a `NetworkManagerError`.
+class HttpStatusError : public std::system_error {
+ public:
+  HttpStatusError(NetworkManagerError error, int status, std::string retryAfter)
+      : system_error(make_error_code(error)), status_(status), retryAfter_(std::move(retryAfter)) {}
+
+  int status() const noexcept { return status_; }
+  /// The header of that name, as it came.
+  const std::string& retryAfter() const noexcept { return retryAfter_; }
+
+ private:
+  int status_;
+  std::string retryAfter_;
+};
 
 /// Sends requests through the HTTP seam and tells success from failure by the status.
 class NetworkManager final : public NetworkManagerProtocol {

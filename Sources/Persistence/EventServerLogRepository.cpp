@@ -22,30 +22,34 @@ EventServerLogRepository::EventServerLogRepository(std::shared_ptr<EventServerLo
     : apiClient_(std::move(apiClient)), userDefaults_(std::move(userDefaults)), executor_(std::move(executor)) {}
 
 void EventServerLogRepository::logEvent(std::string event, Completion completion) {
+  logEventAs(std::move(event), "", std::move(completion));
+}
+
+void EventServerLogRepository::logEventAs(std::string event, std::string identifier, Completion completion) {
   if (!isSDKEnabled(*userDefaults_, "EventServerLogRepository - SDK enabled status")) {
     Log::debug("EventServerLogRepository - SDK is disabled by server configuration, skipping event: {}", event);
     completion({nullptr, false});
     return;
   }
-  spawn(executor_, logTask(shared_from_this(), std::move(event), std::move(completion)));
+  spawn(executor_, logTask(shared_from_this(), std::move(event), std::move(identifier), std::move(completion)));
 }
 
 Task<void> EventServerLogRepository::logTask(std::shared_ptr<EventServerLogRepository> self, std::string event,
-                                             Completion completion) {
+                                             std::string identifier, Completion completion) {
   const std::system_error notLogged(EventServerLogRepositoryError::failedToLogEvent);
   EventServerLogResponse answer;
-  std::string failure = textualDescription(notLogged);
+  std::exception_ptr cause = std::make_exception_ptr(notLogged);
   try {
-    answer = co_await self->apiClient_->logEvent(std::move(event));
+    answer = co_await self->apiClient_->logEvent(std::move(event), std::move(identifier));
   } catch (...) {
-    failure = textualDescription(std::current_exception());
+    cause = std::current_exception();
   }
   if (answer.status == "success") {
     Log::debug("EventServerLogRepository - Event logged successfully: {}", answer.message.value_or(""));
     completion({});
   } else {
-    Log::error("EventServerLogRepository - Error logging event: {}", failure);
-    completion({std::make_exception_ptr(notLogged), false});
+    Log::error("EventServerLogRepository - Error logging event: {}", textualDescription(cause));
+    completion({std::make_exception_ptr(notLogged), false, std::move(cause)});
   }
 }
 

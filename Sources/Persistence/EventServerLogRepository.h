@@ -26,9 +26,11 @@ class EventServerLogRepository final : public EventServerLogRepositoryProtocol,
                            std::shared_ptr<platform::Executor> executor) noexcept;
 
   void logEvent(std::string event, Completion completion) override;
+  void logEventAs(std::string event, std::string identifier, Completion completion) override;
 
  private:
-  static Task<void> logTask(std::shared_ptr<EventServerLogRepository> self, std::string event, Completion completion);
+  static Task<void> logTask(std::shared_ptr<EventServerLogRepository> self, std::string event, std::string identifier,
+                            Completion completion);
 
   const std::shared_ptr<EventServerLogApiClientProtocol> apiClient_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;

@@ -80,7 +80,7 @@ TEST_F(Client, eventLogCarriesTheIdentifiersAndAFreshIdEachTime) {
   EventServerLogApiClient client(manager, "abc", defaults, "https://a.example");
   std::set<std::string> ids;
   for (const auto& [id, appId] : {std::pair("Unknown", "Unknown"), {"id-1", "app-1"}}) {
-    EXPECT_EQ(failureOf(client.logEvent("a \"quoted\" name"), clock), "");
+    EXPECT_EQ(failureOf(client.logEvent("a \"quoted\" name", ""), clock), "");
     const auto sent = RequestDecoder::decode<EventServerLogRequest>({"", 200, transport->requests().back().body});
     EXPECT_TRUE(ids.insert(sent.eventId).second);
     EXPECT_EQ(sent, (EventServerLogRequest{sent.eventId, "a \"quoted\" name", id, appId, "MANUAL", "2.0.0"}));

@@ -299,6 +299,7 @@ std::optional<HttpResult> CurlExchange::conclude(CURL* easy, CURLcode code) {
   HttpResult result{{}, std::move(request_.url), std::nullopt, std::move(body_)};
   if (status != 0) {
     result.statusCode = static_cast<int>(status);
+    result.retryAfter.assign(retryAfter_.data(), retryAfterSize_);
   }
   return result;
 }
@@ -371,8 +372,15 @@ int CurlExchange::beforeSending(void* context, char*, char*, int, int) noexcept 
 std::size_t CurlExchange::receiveHeadLine(char* data, std::size_t, std::size_t size, void* context) noexcept {
   auto& exchange = *static_cast<CurlExchange*>(context);
   const std::string_view line(data, size);
+  constexpr std::string_view retryAfter = "Retry-After:";
   if (line.starts_with("HTTP/")) {
     exchange.headEnded_ = false;
+    exchange.retryAfterSize_ = 0;
+  } else if (startsWithIgnoringCase(line, retryAfter)) {
+    std::string_view value = line.substr(retryAfter.size());
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    value = value.substr(0, value.find_last_not_of(" \t\r\n") + 1);
+    exchange.retryAfterSize_ = value.copy(exchange.retryAfter_.data(), exchange.retryAfter_.size());
   } else if (line == "\r\n" || line == "\n") {
     exchange.headEnded_ = true;
   }

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -66,7 +67,9 @@ class CurlExchange {
   bool headEnded_ = false;          // the final response's head is complete
   std::size_t maxBodyBytes_ = 0;
   std::string body_;
-  std::error_code bodyError_;  // why the body was refused
+  std::error_code bodyError_;          // why the body was refused
+  std::array<char, 64> retryAfter_{};  // the header of that name; none that can be read is longer
+  std::size_t retryAfterSize_ = 0;
 };
 
 }  // namespace quillmar::platform

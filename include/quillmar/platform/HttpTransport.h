@@ -35,6 +35,7 @@ struct HttpResult {
   /// The HTTP status. Nothing when the response did not come over HTTP.
   std::optional<int> statusCode;
   std::string body;
+  std::string retryAfter = {};  ///< the response's header "Retry-After" as it came; empty when there is none
 };
 
 /// Performs HTTP exchanges. On Apple systems: the shared URL session.

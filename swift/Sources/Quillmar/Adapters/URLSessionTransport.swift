@@ -16,6 +16,7 @@ final class URLSessionTransport: Sendable {
     /// -1 when it did not come over HTTP.
     let status: Int
     let body: Data
+    var retryAfter = ""
   }
 
   /// Called once, on the session's queue: with nil when the transport has gone before the exchange was over.
@@ -212,8 +213,10 @@ private final class Exchanges: NSObject, URLSessionDataDelegate, Sendable {
         let answer = task.response as? HTTPURLResponse
         guard let answer, let next = try exchange.request.followed(answer) else {
           let url = exchange.request.url.absoluteString
+          let retryAfter = answer?.value(forHTTPHeaderField: "Retry-After") ?? ""
           return .end(
-            exchange.completion, .success(.init(url: url, status: answer?.statusCode ?? -1, body: exchange.body)))
+            exchange.completion,
+            .success(.init(url: url, status: answer?.statusCode ?? -1, body: exchange.body, retryAfter: retryAfter)))
         }
         exchange.redirects += 1
         if exchange.redirects > 20 { throw TransportError.tooManyRedirects }
@@ -249,10 +252,13 @@ private func complete(_ completion: Handle, _ end: Result<URLSessionTransport.An
     result.status_code = Int32(answer.status)
     answer.url.withCString { url in
       answer.body.withUnsafeBytes { body in
-        result.url = url
-        result.body = body.baseAddress
-        result.body_size = body.count
-        quillmar_http_completion_call(completion.pointer, &result)
+        answer.retryAfter.withCString { retryAfter in
+          result.url = url
+          result.body = body.baseAddress
+          result.body_size = body.count
+          result.retry_after = retryAfter
+          quillmar_http_completion_call(completion.pointer, &result)
+        }
       }
     }
   }
