@@ -19,7 +19,7 @@ void CorrelatedPayload::encode(JsonWriter& writer) const {
   if (quillmarId) {
     writer.key("quillmar_id").raw(*quillmarId);
   }
-  writer.member("app_id", appId).member("event_name", "Purchase").member("event_type", "AUTOMATIC");
+  writer.member("app_id", appId).member("event_name", eventName).member("event_type", "AUTOMATIC");
   writer.key("transaction_details").beginObject();
   encodeOptional(writer, "transaction", transaction);
   encodeOptional(writer, "renewal_info", renewalInfo);

@@ -44,11 +44,12 @@ std::error_code make_error_code(PurchaseProcessorError error) noexcept {
 PurchaseProcessor::PurchaseProcessor(
     std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> asaAttributionTrackingRepository,
     std::shared_ptr<EventsRepositoryProtocol> eventsRepository, std::shared_ptr<platform::UserDefaults> userDefaults,
-    std::shared_ptr<PurchaseCounters> counters) noexcept
+    std::shared_ptr<PurchaseCounters> counters, std::shared_ptr<Outbox> outbox) noexcept
     : asaAttributionTrackingRepository_(std::move(asaAttributionTrackingRepository)),
       eventsRepository_(std::move(eventsRepository)),
       userDefaults_(std::move(userDefaults)),
-      counters_(std::move(counters)) {}
+      counters_(std::move(counters)),
+      outbox_(std::move(outbox)) {}
 
 Task<void> PurchaseProcessor::processPurchase(platform::SubscriptionTransaction transaction,
                                               platform::SubscriptionRenewalInfo renewalInfo, std::int64_t state) {
@@ -103,6 +104,10 @@ Task<void> PurchaseProcessor::sendToServer(CorrelatedPayload payload) {
   }
   try {
     std::string bytes = serialised(payload, JsonWriter::Format::compact);
+    if (outbox_) {
+      outbox_->keepPurchase(std::move(payload.eventId), std::string(CorrelatedPayload::eventName), std::move(bytes));
+      co_return;
+    }
     if (eventsRepository_) {
       co_await eventsRepository_->send(std::move(bytes));
       counters_->sent.fetch_add(1, std::memory_order_relaxed);

@@ -7,6 +7,7 @@
 #include "Attribution/CorrelatedPayload.h"
 #include "Attribution/PurchaseCounters.h"
 #include "Attribution/PurchaseProcessorProtocol.h"
+#include "Delivery/Outbox.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
 #include "quillmar/platform/UserDefaults.h"
@@ -20,7 +21,8 @@ enum class PurchaseProcessorError {
 
 std::error_code make_error_code(PurchaseProcessorError error) noexcept;
 
-/// Joins a purchase with the stored attribution and sends both. It tries once: what cannot be sent is lost.
+/// Joins a purchase with the stored attribution and sends both. It tries once: what cannot be sent is lost, unless there
+/// is an outbox, which it is handed to instead.
 class PurchaseProcessor final : public PurchaseProcessorProtocol {
  public:
   /// Without the first repository purchases have no attribution; without the second they are dropped and yet reported
@@ -28,7 +30,8 @@ class PurchaseProcessor final : public PurchaseProcessorProtocol {
   PurchaseProcessor(std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> asaAttributionTrackingRepository,
                     std::shared_ptr<EventsRepositoryProtocol> eventsRepository,
                     std::shared_ptr<platform::UserDefaults> userDefaults,
-                    std::shared_ptr<PurchaseCounters> counters = std::make_shared<PurchaseCounters>()) noexcept;
+                    std::shared_ptr<PurchaseCounters> counters = std::make_shared<PurchaseCounters>(),
+                    std::shared_ptr<Outbox> outbox = nullptr) noexcept;
 
   Task<void> processPurchase(platform::SubscriptionTransaction transaction,
                              platform::SubscriptionRenewalInfo renewalInfo, std::int64_t state) override;
@@ -44,6 +47,7 @@ class PurchaseProcessor final : public PurchaseProcessorProtocol {
   const std::shared_ptr<EventsRepositoryProtocol> eventsRepository_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<PurchaseCounters> counters_;
+  const std::shared_ptr<Outbox> outbox_;
 };
 
 }  // namespace quillmar

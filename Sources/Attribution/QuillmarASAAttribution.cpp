@@ -36,6 +36,10 @@ QuillmarASAAttribution::~QuillmarASAAttribution() {
   letGo(core_);
 }
 
+void QuillmarASAAttribution::setOptions(const QuillmarOptions& options) noexcept {
+  guarded("setOptions", [&] { core_->setOptions(options); });
+}
+
 void QuillmarASAAttribution::enableASAAttributionTracking() noexcept {
   guarded("enableASAAttributionTracking", [this] { core_->enableASAAttributionTracking(); });
 }

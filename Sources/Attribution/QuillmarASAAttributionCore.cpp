@@ -3,9 +3,11 @@
 #include <utility>
 #include <variant>
 
+#include "Attribution/KeptPurchases.h"
 #include "Attribution/PurchaseInterceptor.h"
 #include "Attribution/PurchaseProcessor.h"
 #include "Logging/ErrorDescription.h"
+#include "Logging/Guarded.h"
 #include "Logging/Log.h"
 #include "Network/AppleSearchAdsApiClient.h"
 #include "Network/EventsApiClient.h"
@@ -24,6 +26,8 @@ namespace quillmar {
 
 namespace {
 
+constexpr const char* outboxKey = "com.quillmar.purchaseOutbox";
+
 Task<platform::AttributionTokenResult> requestToken(std::shared_ptr<platform::AttributionTokenProvider> provider) {
   std::function<void(platform::AttributionTokenProvider::Completion)> start =
       [provider = std::move(provider)](platform::AttributionTokenProvider::Completion done) {
@@ -40,8 +44,46 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       activity_(std::make_shared<ActivityCounter>()),
       counters_(std::make_shared<PurchaseCounters>()),
       bundle_(std::move(bundle)),
-      userDefaults_(std::move(userDefaults)) {
+      userDefaults_(std::move(userDefaults)),
+      outboxExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.purchaseOutbox")),
+      outbox_(std::make_shared<Outbox>(
+          Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, std::make_shared<Epoch>(), activity_,
+                               std::make_shared<ActivityCounter>()},
+          outboxKey)) {
   Log::setSink(platform_.logSink, platform_.clock);
+}
+
+QuillmarASAAttributionCore::~QuillmarASAAttributionCore() {
+  for (const auto observer : observers_) {
+    platform_.notifications->removeObserver(observer);
+  }
+}
+
+void QuillmarASAAttributionCore::setOptions(const QuillmarOptions& options) {
+  const std::lock_guard lock(mutex_);
+  if (options.reliableDelivery && !outbox_->isStarted()) {
+    outbox_->start(std::make_unique<KeptPurchases>(weak_from_this()));
+  }
+  deliversReliably_ = options.reliableDelivery;
+}
+
+// An activation wakes what waits for its next attempt.
+void QuillmarASAAttributionCore::observeActivations() {
+  if (!get(observers_).empty()) {
+    return;
+  }
+  std::vector<platform::NotificationCenter::ObserverId> observers;
+  for (const auto notification :
+       {platform::Notification::applicationDidBecomeActive, platform::Notification::sceneDidActivate}) {
+    observers.push_back(platform_.notifications->addObserver(notification, [weak = weak_from_this()] {
+      guarded("activation", [&] {
+        if (const auto self = weak.lock()) {
+          self->outbox_->wake();
+        }
+      });
+    }));
+  }
+  set(observers_, std::move(observers));
 }
 
 void QuillmarASAAttributionCore::enableASAAttributionTracking() {
@@ -57,8 +99,13 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
   }
   set(quillmarVerificationKey_, *key);
   buildRepositories(*key);
+  const bool reliably = get(deliversReliably_) && outbox_->isMine();
   set(purchaseProcessor_, std::make_shared<PurchaseProcessor>(asaAttributionTrackingRepository(), eventsRepository(),
-                                                              userDefaults_, counters_));
+                                                              userDefaults_, counters_, reliably ? outbox_ : nullptr));
+  if (reliably) {
+    observeActivations();
+    outbox_->wake();  // what an earlier run has left
+  }
   const auto processor = purchaseProcessor();
   if (!processor) {  // disabled meanwhile, on another thread
     Log::error("Failed to initialize PurchaseInterceptor: purchaseProcessor is nil");
@@ -176,8 +223,10 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const noexcept {
-  return {counters_->sent.load(), counters_->failed.load(), counters_->unverified.load(), counters_->skipped.load(),
-          counters_->dropped.load()};
+  const Outbox::Counts& outbox = outbox_->counts();
+  const std::uint64_t lost = outbox.refused.load() + outbox.expired.load() + outbox.displaced.load();
+  return {counters_->sent.load(),    counters_->failed.load() + lost, counters_->unverified.load(),
+          counters_->skipped.load(), counters_->dropped.load(),       outbox_->unsent()};
 }
 
 std::shared_ptr<VerificationKeyRepositoryProtocol> QuillmarASAAttributionCore::verificationKeyRepository() const {

@@ -4,13 +4,16 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "Async/ActivityCounter.h"
+#include "Async/SerialExecutor.h"
 #include "Async/Task.h"
 #include "Async/TaskHandle.h"
 #include "Attribution/PurchaseCounters.h"
 #include "Attribution/PurchaseInterceptorProtocol.h"
 #include "Attribution/PurchaseProcessorProtocol.h"
+#include "Delivery/Outbox.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
 #include "quillmar/QuillmarASAAttribution.h"
@@ -28,6 +31,11 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                              const platform::Platform& platform);
 
+  ~QuillmarASAAttributionCore();
+  QuillmarASAAttributionCore(const QuillmarASAAttributionCore&) = delete;
+  QuillmarASAAttributionCore& operator=(const QuillmarASAAttributionCore&) = delete;
+
+  void setOptions(const QuillmarOptions& options);
   void enableASAAttributionTracking();
   void disableASAAttributionTracking();
 
@@ -43,6 +51,8 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   std::string quillmarVerificationKey() const;
 
  private:
+  friend class KeptPurchases;
+
   void buildRepositories(const std::string& verificationKey);
   void startListener();
   void fetchAttributionIfAbsent();
@@ -71,6 +81,8 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
     return slot;
   }
 
+  void observeActivations();
+
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
   const std::shared_ptr<PurchaseCounters> counters_;
@@ -86,6 +98,10 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
 
   const platform::Bundle bundle_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
+  const std::shared_ptr<SerialExecutor> outboxExecutor_;
+  const std::shared_ptr<Outbox> outbox_;
+  bool deliversReliably_ = false;                                        // guarded by mutex_
+  std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise
 };
 
 }  // namespace quillmar

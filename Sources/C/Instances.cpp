@@ -104,6 +104,15 @@ std::optional<EventParameters> parametersOf(const quillmar_parameter* given, std
   return parameters;
 }
 
+template <class Handle>
+quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexcept {
+  const auto chosen = received(given);
+  if (!chosen) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  return with(handle, [&](auto& object) { object.setOptions({chosen->reliable_delivery}); });
+}
+
 /// The whole range of the interface's numbers; the library bounds what a clock cannot count.
 std::chrono::milliseconds timeout(std::int64_t milliseconds) noexcept {
   return std::chrono::milliseconds(std::max<std::int64_t>(milliseconds, 0));
@@ -138,6 +147,9 @@ quillmar_status quillmar_set_log_level(quillmar_instance* instance, quillmar_log
                 : QUILLMAR_ERROR_INVALID_ARGUMENT;
 }
 
+quillmar_status quillmar_set_options(quillmar_instance* instance, const quillmar_options* options) {
+  return setOptions(instance, options);
+}
 quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key) {
   return verification_key != nullptr ? with(instance, [&](Quillmar& object) { object.configure(verification_key); })
                                      : QUILLMAR_ERROR_INVALID_ARGUMENT;
@@ -188,7 +200,9 @@ quillmar_status quillmar_get_statistics(const quillmar_instance* instance, quill
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   const QuillmarStatistics now = instance->object->statistics();
-  return hand(quillmar_statistics{0, now.sent, now.dropped, now.parked, now.logged, now.failed}, statistics);
+  return hand(quillmar_statistics{0, now.sent, now.dropped, now.parked, now.logged, now.failed, now.kept, now.unsent,
+                                  now.refused, now.expired, now.displaced},
+              statistics);
 }
 
 quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state) {
@@ -198,7 +212,7 @@ quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_s
   const Quillmar& object = *instance->object;
   const QuillmarState now = object.state();
   return hand(quillmar_state{0, now.window.value_or(-1), object.isInitialized(), object.hasFetchedConversionValues(),
-                             now.enabled, now.verificationKeyValid},
+                             now.enabled, now.verificationKeyValid, now.kept},
               state);
 }
 
@@ -258,6 +272,9 @@ void quillmar_attribution_retain(quillmar_attribution* attribution) {
 void quillmar_attribution_release(quillmar_attribution* attribution) {
   release(attribution);
 }
+quillmar_status quillmar_attribution_set_options(quillmar_attribution* attribution, const quillmar_options* options) {
+  return setOptions(attribution, options);
+}
 quillmar_status quillmar_attribution_enable(quillmar_attribution* attribution) {
   return with(attribution, [](QuillmarASAAttribution& object) { object.enableASAAttributionTracking(); });
 }
@@ -274,6 +291,7 @@ quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* 
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   const QuillmarASAAttributionStatistics now = attribution->object->statistics();
-  return hand(quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped},
+  return hand(quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped,
+                                              now.unsent},
               statistics);
 }

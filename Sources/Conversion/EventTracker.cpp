@@ -28,18 +28,6 @@ std::optional<double> numberOf(const EventValue& value) {
   return std::visit(Visitor{}, value.storage());
 }
 
-std::map<std::string, double> numbersOf(const std::optional<NamedParameters>& parameters) {
-  std::map<std::string, double> numbers;
-  if (parameters) {
-    for (const auto& [name, value] : *parameters) {
-      if (const std::optional<double> number = numberOf(value)) {
-        numbers.emplace(name, *number);
-      }
-    }
-  }
-  return numbers;
-}
-
 /// The event as JSON; nothing when there is no JSON for it that could be read back.
 std::optional<std::string> encoded(const TrackedEvent& event) {
   try {
@@ -83,10 +71,31 @@ void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
   std::vector<TrackedEvent> tracked;
   tracked.reserve(events.size());
   for (const NewEvent& event : events) {
-    tracked.push_back({event.name, numbersOf(event.parameters), clock_->now()});
+    tracked.push_back({event.name, numbers(event.parameters), clock_->now()});
   }
-  const std::error_code error = store(tracked);
-  for (const TrackedEvent& event : tracked) {
+  static_cast<void>(track(tracked, {}));
+}
+
+std::error_code EventTracker::trackEvents(const std::vector<TrackedEvent>& events, Tails alongside) {
+  const std::lock_guard lock(eventsQueue_);
+  return track(events, std::move(alongside));
+}
+
+std::map<std::string, double> EventTracker::numbers(const std::optional<NamedParameters>& parameters) {
+  std::map<std::string, double> kept;
+  if (parameters) {
+    for (const auto& [name, value] : *parameters) {
+      if (const std::optional<double> number = numberOf(value)) {
+        kept.emplace(name, *number);
+      }
+    }
+  }
+  return kept;
+}
+
+std::error_code EventTracker::track(const std::vector<TrackedEvent>& events, Tails alongside) {
+  const std::error_code error = store(events, std::move(alongside));
+  for (const TrackedEvent& event : events) {
     if (error) {
       Log::error("EventTracker - Failed to store event: {}", error.message());
     } else if (Log::passes(LogLevel::debug)) {
@@ -94,6 +103,7 @@ void EventTracker::trackEvents(const std::vector<NewEvent>& events) {
                  mapText(event.parameters, decimalText));
     }
   }
+  return error;
 }
 
 bool EventTracker::areEventsCompleted(const std::vector<std::string>& names) {
@@ -176,7 +186,7 @@ void EventTracker::addToIndex(const TrackedEvent& event) {
   }
 }
 
-std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
+std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tails alongside) {
   std::string text;
   std::vector<const TrackedEvent*> storable;
   for (const TrackedEvent& event : events) {
@@ -187,7 +197,7 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
     }
   }
   if (storable.empty()) {
-    return {};
+    return alongside.empty() ? std::error_code{} : userDefaults_->replaceDataTails(alongside);
   }
   if (const std::error_code error = updateIndex()) {
     return error;
@@ -196,8 +206,17 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events) {
   const std::optional<std::uint64_t> revision = std::exchange(indexedRevision_, std::nullopt);
   const bool first = appendAt_ == 0;
   text = (first ? "[" : ",") + text + "]";
-  const std::error_code error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
-                                      : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
+  std::error_code error;
+  if (alongside.empty()) {
+    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
+                  : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
+  } else {
+    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{"[]"}) : std::error_code{};
+    // The history first: a store that takes one after the other then loses no event that is marked as tracked.
+    alongside.insert(alongside.begin(),
+                     {std::string(completedEventsKey), first ? 1 : appendAt_, first ? text.substr(1) : text});
+    error = error ? error : userDefaults_->replaceDataTails(alongside);
+  }
   if (error) {
     // The store holds on to what it could not set, or holds something else than was read from it: read it again.
     if (!first && error != std::errc::invalid_argument) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,6 +48,13 @@ class EventTracker {
   /// Appends events in their order, in one write: all are stored, or none.
   void trackEvents(const std::vector<NewEvent>& events);
 
+  /// The same for events that were stamped before, in one step with tails of other values of the store.
+  using Tails = std::vector<platform::UserDefaults::DataTail>;
+  std::error_code trackEvents(const std::vector<TrackedEvent>& events, Tails alongside);
+
+  /// What is kept of parameters.
+  static std::map<std::string, double> numbers(const std::optional<NamedParameters>& parameters);
+
   /// True when each of the names was tracked at least once.
   bool areEventsCompleted(const std::vector<std::string>& names);
 
@@ -71,7 +79,8 @@ class EventTracker {
   using Index = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
   // These are called with the lock held.
-  std::error_code store(const std::vector<TrackedEvent>& events);
+  std::error_code track(const std::vector<TrackedEvent>& events, Tails alongside);
+  std::error_code store(const std::vector<TrackedEvent>& events, Tails alongside);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
   void addToIndex(const TrackedEvent& event);

@@ -46,6 +46,10 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
 void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
   counters_.sent.fetch_add(1, std::memory_order_relaxed);
   TaskQueue::MakeTask makeTask;
+  if (deliversReliably()) {
+    keep(std::move(event), std::move(params));
+    return;
+  }
   if (userDefaults_->isOpen()) {
     std::optional<NamedEvent> accepted = accept(std::move(event), std::move(params));
     if (!accepted) {
@@ -63,19 +67,30 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
 }
 
 std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(std::string event, std::optional<EventParameters> params) {
-  NamedEvent accepted{repairedUtf8(std::move(event)), std::nullopt};
+  NamedEvent named{repairedUtf8(std::move(event)), namedParameters(std::move(params))};
+  return isAccepted(named.name, named.params) ? std::optional(std::move(named)) : std::nullopt;
+}
+
+bool QuillmarCore::isAccepted(const std::string& name, const std::optional<NamedParameters>& params) {
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
-    Log::debug("SDK is disabled by server configuration, skipping event: {}", accepted.name);
+    Log::debug("SDK is disabled by server configuration, skipping event: {}", name);
     counters_.dropped.fetch_add(1, std::memory_order_relaxed);
-    return std::nullopt;
+    return false;
   }
-  accepted.params = namedParameters(std::move(params));
   if (Log::passes(LogLevel::debug)) {
     const NamedParameters none;
-    Log::debug("Sending event: {} with params: {}", accepted.name,
-               mapText(accepted.params ? *accepted.params : none, description));
+    Log::debug("Sending event: {} with params: {}", name, mapText(params ? *params : none, description));
   }
-  return accepted;
+  return true;
+}
+
+// To the outbox, which writes it on our own thread before anything else happens to it.
+void QuillmarCore::keep(std::string event, std::optional<EventParameters> params) {
+  Intake::Event named{repairedUtf8(std::move(event)), namedParameters(std::move(params)), platform_.clock->now(),
+                      userDefaults_->isOpen()};
+  if (!named.accepted || isAccepted(named.name, named.parameters)) {
+    outbox_->put(named);
+  }
 }
 
 Task<void> QuillmarCore::acceptEvent(Life life, std::string event, std::optional<EventParameters> params) {
@@ -112,6 +127,7 @@ void QuillmarCore::deferEvent(const Life& life, std::string name, std::optional<
 }
 
 void QuillmarCore::processPendingEvents(const Life& life) {
+  wakeOutbox();
   postInLife(*pendingEventsQueue_, life, [life](QuillmarCore& self) {
     std::deque<NamedEvent> taken;
     taken.swap(self.pendingEvents_);

@@ -115,17 +115,50 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
-  const auto completed = self->eventTracker_->findCompletedConversionValues(*configuration, *window);
+  std::optional<Decision> decision = self->decide(name, *configuration, *window);
+  self.reset();
+  if (decision) {
+    co_await update(std::move(life), std::move(decision->value), *window, decision->forceLockWindow);
+  }
+}
+
+std::optional<QuillmarCore::Decision> QuillmarCore::decide(const std::string& name,
+                                                           const ConversionValues& configuration, Window window) const {
+  const auto completed = eventTracker_->findCompletedConversionValues(configuration, window);
   if (completed.empty()) {
     Log::debug("No completed conversion values found for event: {}", name);
-    co_return;
+    return std::nullopt;
   }
-  const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, *window);
-  const bool forceLockWindow = locksWindow(*configuration, *chosen, *window);
-  ConversionValues::ConversionValue value = *chosen;
-  self.reset();
-  co_await update(std::move(life), std::move(value), *window, forceLockWindow);
+  const ConversionValues::ConversionValue* const chosen = lowestRanked(completed, window);
+  return Decision{*chosen, locksWindow(configuration, *chosen, window)};
 }
+
+// The rest of the pipeline for events that the outbox has put into the history.
+Task<void> QuillmarCore::decideAboutKept(Life life, std::string name,
+                                         std::shared_ptr<const ConversionValues> configuration, Window window) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  std::optional<Decision> decision = self ? self->decide(name, *configuration, window) : std::nullopt;
+  self.reset();
+  if (decision) {
+    co_await update(std::move(life), std::move(decision->value), window, decision->forceLockWindow);
+  }
+}
+
+namespace {
+
+using LogCall = std::function<void(EventServerLogRepositoryProtocol::Completion)>;
+
+Task<EventLogResult> resultOfLogging(LogCall call) {
+  EventLogResult result;
+  try {
+    result = co_await awaitCallback<EventLogResult>(std::move(call));
+  } catch (...) {
+    result.failure = std::current_exception();
+  }
+  co_return result;
+}
+
+}  // namespace
 
 // True when the event goes on: it was logged, or failed without being one failure too many.
 Task<bool> QuillmarCore::logToService(Life life, std::string name) {
@@ -135,16 +168,10 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
     co_return self != nullptr;
   }
   self.reset();
-  EventLogResult result;
-  std::function<void(EventServerLogRepositoryProtocol::Completion)> start =
-      [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
-        repository->logEvent(name, std::move(done));
-      };
-  try {
-    result = co_await awaitCallback<EventLogResult>(std::move(start));
-  } catch (...) {
-    result.failure = std::current_exception();
-  }
+  LogCall call = [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
+    repository->logEvent(name, std::move(done));
+  };
+  const EventLogResult result = co_await resultOfLogging(std::move(call));
   self = life.lock();
   if (!self) {
     co_return false;
@@ -156,16 +183,66 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name) {
     }
     co_return true;
   }
-  self->counters_.failed.fetch_add(1, std::memory_order_relaxed);
-  const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
-  Log::error(line);
-  self->print(line);
+  self->noteFailure(result);
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
     self->invalidateVerificationKey(failures);
     co_return false;
   }
   co_return true;
+}
+
+void QuillmarCore::noteFailure(const EventLogResult& result) {
+  counters_.failed.fetch_add(1, std::memory_order_relaxed);
+  const std::string line = "Failed to log event to server: " + textualDescription(result.failure);
+  Log::error(line);
+  print(line);
+}
+
+// One attempt to log an event of the outbox. Only a service that does not know the key counts against it.
+Task<void> QuillmarCore::deliver(Life life, OutboxRecord record, OutboxUserProtocol::Done done,
+                                 [[maybe_unused]] Activity activity) {
+  std::shared_ptr<QuillmarCore> self = life.lock();
+  const auto repository = self ? self->eventServerLogRepository() : nullptr;
+  if (!repository) {
+    co_return;
+  }
+  self.reset();
+  LogCall call = [repository, record = std::move(record)](EventServerLogRepositoryProtocol::Completion completion) {
+    repository->logEventAs(record.event.name, record.id, std::move(completion));
+  };
+  const EventLogResult result = co_await resultOfLogging(std::move(call));
+  self = life.lock();
+  if (!self) {
+    co_return;
+  }
+  SendResult outcome;
+  if (result.failure) {
+    outcome = resultOf(result.cause ? result.cause : result.failure, self->platform_.clock->now());
+    self->noteFailure(result);
+  } else if (!result.accepted) {
+    outcome.verdict = SendResult::Verdict::notAsked;
+  }
+  SharedState& shared = SharedState::instance();
+  if (outcome.verdict == SendResult::Verdict::accepted) {
+    shared.resetConsecutiveAPIFailures();
+    self->counters_.logged.fetch_add(1, std::memory_order_relaxed);
+  } else if (outcome.verdict == SendResult::Verdict::unauthorized) {
+    const std::int64_t failures = shared.incrementConsecutiveAPIFailures();
+    if (failures >= Quillmar::maxConsecutiveFailures) {
+      self->invalidateVerificationKey(failures);
+    }
+  }
+  done(std::move(outcome));
+}
+
+std::shared_ptr<const ConversionValues> QuillmarCore::storedConfiguration() const {
+  try {
+    const auto repository = conversionValuesRepository();
+    return repository ? repository->fetchAllConversionValues() : nullptr;
+  } catch (...) {
+    return nullptr;  // told by the caller
+  }
 }
 
 // The configuration for an event of that name, or null when the event stops here.

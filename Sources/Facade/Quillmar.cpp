@@ -43,6 +43,10 @@ void Quillmar::setLogLevel(LogLevel level) noexcept {
   guarded("setLogLevel", [&] { core_->setLogLevel(level); });
 }
 
+void Quillmar::setOptions(const QuillmarOptions& options) noexcept {
+  guarded("setOptions", [&] { core_->setOptions(options); });
+}
+
 void Quillmar::configure(std::string_view verificationKey) noexcept {
   guarded("configure", [&] { core_->configure(std::string(verificationKey)); });
 }

@@ -5,6 +5,7 @@
 
 #include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/RealSKAdNetwork.h"
+#include "Facade/KeptEvents.h"
 #include "Logging/Controls.h"
 #include "Logging/Log.h"
 #include "Platform/CompletePlatform.h"
@@ -17,6 +18,8 @@ namespace {
 
 /// How many events are on their way through the pipeline at a time; the others wait as names and parameters.
 constexpr std::size_t eventsInFlight = 64;
+
+constexpr const char* outboxKey = "com.quillmar.outbox";
 
 }  // namespace
 
@@ -38,7 +41,10 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
       trackingQueue_(std::make_shared<TrackingQueue>(eventTracker_, eventExecutor_, epoch_)),
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
-      eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)) {
+      eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)),
+      outbox_(std::make_shared<Outbox>(
+          Outbox::Surroundings{userDefaults_, platform.clock, eventExecutor_, epoch_, activity_, fetches_},
+          outboxKey)) {
   Log::setSink(platform_.logSink, platform_.clock);
 }
 
@@ -53,14 +59,24 @@ std::shared_ptr<QuillmarCore> QuillmarCore::Life::lock() const {
   return locked && locked->epoch_->current() == epoch ? std::move(locked) : nullptr;
 }
 
+void QuillmarCore::setOptions(const QuillmarOptions& options) {
+  const std::lock_guard lock(collaboratorsMutex_);
+  if (options.reliableDelivery && !outbox_->isStarted()) {
+    outbox_->start(std::make_unique<KeptEvents>(weak_from_this()));
+  }
+  reliableDelivery_.store(options.reliableDelivery, std::memory_order_release);
+}
+
 std::string QuillmarCore::quillmarVerificationKey() const {
   const std::lock_guard lock(collaboratorsMutex_);
   return quillmarVerificationKey_;
 }
 
 QuillmarStatistics QuillmarCore::statistics() const {
-  return {counters_.sent.load(), counters_.dropped.load(), pendingEventCount(), counters_.logged.load(),
-          counters_.failed.load()};
+  const Outbox::Counts& outbox = outbox_->counts();
+  return {counters_.sent.load(),   counters_.dropped.load(), pendingEventCount(), counters_.logged.load(),
+          counters_.failed.load(), outbox.kept.load(),       outbox_->unsent(),   outbox.refused.load(),
+          outbox.expired.load(),   outbox.displaced.load()};
 }
 
 QuillmarState QuillmarCore::state() const {
@@ -71,6 +87,7 @@ QuillmarState QuillmarCore::state() const {
   state.appId = userDefaults_->string(Config::serverAppId);
   state.enabled = isSDKEnabled(*userDefaults_);
   state.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
+  state.kept = outbox_->unsent();
   return state;
 }
 
@@ -114,12 +131,20 @@ void QuillmarCore::setConversionTrackingManager(std::shared_ptr<ConversionTracki
   conversionTrackingManager_.swap(manager);
 }
 
+void QuillmarCore::wakeOutbox() {
+  if (deliversReliably()) {
+    outbox_->wake();
+  }
+}
+
 bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
   const auto deadline = deadlineAfter(timeout);
   // Each begins what the other then waits for: a fetch replays events, an event may start a fetch.
   while (fetches_->waitUntilIdle(deadline) && activity_->waitUntilIdle(deadline)) {
     if (fetches_->count() == 0) {
-      return counters_.logged.load() == counters_.sent.load();
+      const QuillmarStatistics now = statistics();
+      return deliversReliably() ? now.unsent + now.dropped + now.refused + now.expired + now.displaced == 0
+                                : now.logged == now.sent;
     }
   }
   return false;

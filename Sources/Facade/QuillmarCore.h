@@ -17,6 +17,7 @@
 #include "Async/TaskQueue.h"
 #include "Conversion/ConversionValueResolver.h"
 #include "Conversion/EventTracker.h"
+#include "Delivery/Outbox.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
 #include "quillmar/Quillmar.h"
@@ -51,6 +52,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   static QuillmarCore& of(Quillmar& facade) noexcept { return *facade.core_; }
 
   Life thisLife() { return {weak_from_this(), epoch_->current()}; }
+
+  void setOptions(const QuillmarOptions& options);
 
   // Start-up (StartUp.cpp).
   void configure(std::string verificationKey);
@@ -112,6 +115,10 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<EventTracker>& eventTracker() const noexcept { return eventTracker_; }
 
  private:
+  friend class KeptEvents;
+
+  bool deliversReliably() const { return reliableDelivery_.load(std::memory_order_acquire) && outbox_->isMine(); }
+
   struct NamedEvent {
     std::string name;
     std::optional<NamedParameters> params;
@@ -147,6 +154,10 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   // Intake.
   /// What the host reported as it goes on; nothing when the service has switched the library off.
   std::optional<NamedEvent> accept(std::string event, std::optional<EventParameters> params);
+  /// The same for one that has its name and parameters; says so in the log.
+  bool isAccepted(const std::string& name, const std::optional<NamedParameters>& params);
+  void keep(std::string event, std::optional<EventParameters> params);
+  void wakeOutbox();
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
   static Task<void> replayEvent(Life life, NamedEvent event);
   void deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params);
@@ -154,8 +165,20 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   // Pipeline.
   static Task<bool> logToService(Life life, std::string name);
+  void noteFailure(const EventLogResult& result);
+  /// What the history and the configuration say now.
+  struct Decision {
+    ConversionValues::ConversionValue value;
+    bool forceLockWindow;
+  };
+  std::optional<Decision> decide(const std::string& name, const ConversionValues& configuration, Window window) const;
+  /// The configuration of the last good fetch; null when there is none that can be read.
+  std::shared_ptr<const ConversionValues> storedConfiguration() const;
   std::shared_ptr<const ConversionValues> configurationFor(const Life& life, const std::string& name);
   void invalidateVerificationKey(std::int64_t failures);
+  static Task<void> decideAboutKept(Life life, std::string name, std::shared_ptr<const ConversionValues> configuration,
+                                    Window window);
+  static Task<void> deliver(Life life, OutboxRecord record, OutboxUserProtocol::Done done, Activity activity);
   static Task<void> update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow);
 
   /// Posts `work` so that it does nothing once the life has ended, and counts as in flight until it has run.
@@ -195,6 +218,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<TrackingQueue> trackingQueue_;
   const std::shared_ptr<ConversionValueResolver> conversionValueResolver_;
   const std::shared_ptr<TaskQueue> eventProcessingQueue_;
+  const std::shared_ptr<Outbox> outbox_;
+  std::atomic<bool> reliableDelivery_{false};  ///< set when the outbox has been started, which it publishes
 
   struct Counters {
     std::atomic<std::uint64_t> sent{0};

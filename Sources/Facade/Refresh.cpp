@@ -26,6 +26,7 @@ void QuillmarCore::sceneDidActivate() {
 }
 
 void QuillmarCore::handleAppBecomeActive(const Life& life) {
+  wakeOutbox();
   // The test runs again inside the fetch; both runs log.
   if (shouldRefreshConversionValues()) {
     Log::debug("App became active, fetching conversion values...");

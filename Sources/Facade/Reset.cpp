@@ -28,6 +28,9 @@ void QuillmarCore::reset() {
       removeSetting(*userDefaults_, key);
     }
     SharedState::instance().reset();
+    if (deliversReliably()) {
+      outbox_->clear();  // before the history: what a kill leaves must not come back there
+    }
     eventTracker_->clearCompletedEvents();
   });
   for (const auto observer : observers) {

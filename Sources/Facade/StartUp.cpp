@@ -119,6 +119,7 @@ void QuillmarCore::finishConfiguring(const std::string& verificationKey, std::ui
   } else {
     fetchAndSaveConversionValues(life);
   }
+  wakeOutbox();
   Log::info("Quillmar initialized with appId: {}", verificationKey);
 }
 

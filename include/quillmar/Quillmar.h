@@ -13,6 +13,7 @@
 #include "quillmar/EventServerLogRepositoryProtocol.h"
 #include "quillmar/Export.h"
 #include "quillmar/LogLevel.h"
+#include "quillmar/QuillmarOptions.h"
 #include "quillmar/VerificationKeyRepositoryProtocol.h"
 #include "quillmar/platform/Platform.h"
 
@@ -26,7 +27,13 @@ struct QuillmarStatistics {
   std::uint64_t dropped = 0;  ///< refused because the service switched the library off, or memory ran out
   std::uint64_t parked = 0;   ///< waiting for the configuration right now
   std::uint64_t logged = 0;   ///< accepted by the event service
-  std::uint64_t failed = 0;   ///< could not be logged to the event service
+  std::uint64_t failed = 0;   ///< could not be logged to the event service; with `reliableDelivery`: attempts
+  // The following are counted with `QuillmarOptions::reliableDelivery`.
+  std::uint64_t kept = 0;       ///< written to the outbox
+  std::uint64_t unsent = 0;     ///< in the outbox right now; until a part of it is read, a full part is assumed
+  std::uint64_t refused = 0;    ///< dropped because the service refused them for good
+  std::uint64_t expired = 0;    ///< dropped because they were 36 days old
+  std::uint64_t displaced = 0;  ///< dropped because too many waited
 };
 
 /// Where the instance stands.
@@ -37,6 +44,7 @@ struct QuillmarState {
   std::optional<std::string> appId;
   bool enabled = true;               ///< the service's switch
   bool verificationKeyValid = true;  ///< false after too many failures in a row
+  std::uint64_t kept = 0;            ///< events in the outbox; see `QuillmarStatistics::unsent`
 };
 
 /// Reports app events to the event service and keeps the platform's conversion value up to date.
@@ -71,6 +79,10 @@ class QUILLMAR_API Quillmar {
   void setLogLevel(LogLevel level) noexcept;
   /// @}
 
+  /// Chooses what goes beyond the usual behaviour. Before the first event and `configure`; what was begun by then goes
+  /// on as it was.
+  void setOptions(const QuillmarOptions& options) noexcept;
+
   /// Starts the library with the key that the event service knows the app by. Returns at once.
   ///
   /// On the first run the install identifier and the date are recorded. When the first run lies more than 37 days
@@ -94,7 +106,7 @@ class QUILLMAR_API Quillmar {
 
   /// Back to the unconfigured state. The first-run date and the install identifier are kept; what the service sent
   /// and the tracked events are forgotten. Whatever was begun before ends without effect: `configure`, a fetch, events
-  /// on their way. Writes the settings store on the calling thread.
+  /// on their way, events in the outbox. Writes the settings store on the calling thread.
   void reset() noexcept;
 
   /// Forgets the tracked events. Writes the settings store on the calling thread.
@@ -114,12 +126,15 @@ class QUILLMAR_API Quillmar {
 
   /// Waits until the service has accepted every event sent so far, for at most `timeout`. True when it has. False when
   /// the time is over, or as soon as waiting cannot help: an event failed or was dropped, or is parked and no fetch of
-  /// the configuration is under way. For command-line hosts, before they exit; not for the main thread of an app.
+  /// the configuration is under way. When `QuillmarOptions::reliableDelivery` is on, until the outbox is empty,
+  /// attempts that are yet to come included. For command-line hosts, before they exit; not for the main thread of an
+  /// app.
   bool waitUntilDelivered(std::chrono::milliseconds timeout) noexcept;
 
   /// Waits until no event, request or platform call of this instance is in flight, for at most `timeout`; true when
   /// none is. That says nothing about success: a fetch that waits for its next attempt is not waited for, nor are
-  /// events that are parked. Inside a callback of the library it waits for itself, until the time is over. For tests.
+  /// events that are parked, or in the outbox for a later attempt. Inside a callback of the library it waits for
+  /// itself, until the time is over. For tests.
   bool drain(std::chrono::milliseconds timeout) noexcept;
 
   /// The counts so far.

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "quillmar/Export.h"
+#include "quillmar/QuillmarOptions.h"
 #include "quillmar/platform/Platform.h"
 
 namespace quillmar {
@@ -19,6 +20,9 @@ struct QuillmarASAAttributionStatistics {
   std::uint64_t unverified = 0;  ///< dropped because the platform's signature did not hold
   std::uint64_t skipped = 0;     ///< not sent because the service switched the library off
   std::uint64_t dropped = 0;     ///< still waiting for their turn when the listening ended
+  /// In the outbox right now when `QuillmarOptions::reliableDelivery` is on, those of earlier runs included, and in
+  /// none of the other counts. One that the service refuses for good, or that got too old, counts as failed.
+  std::uint64_t unsent = 0;
 };
 
 /// Fetches the search-ads attribution of the installation, once, and reports subscription purchases together with it.
@@ -44,6 +48,9 @@ class QUILLMAR_API QuillmarASAAttribution {
   ~QuillmarASAAttribution();
   QuillmarASAAttribution(const QuillmarASAAttribution&) = delete;
   QuillmarASAAttribution& operator=(const QuillmarASAAttribution&) = delete;
+
+  /// Chooses what goes beyond the usual behaviour. Before `enableASAAttributionTracking`.
+  void setOptions(const QuillmarOptions& options) noexcept;
 
   /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet. Reads the
   /// settings store, and looks for the stored attribution, on the calling thread; the rest is done on the platform's

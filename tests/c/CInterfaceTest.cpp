@@ -145,7 +145,7 @@ TEST_F(CInterface, tablesAndStructuresOfOtherVersionsAreTakenAsFarAsTheyGo) {
   platform->members.executor = nullptr;
   EXPECT_EQ(released, 1);
 
-  quillmar_statistics older{offsetof(quillmar_statistics, parked), 7, 7, 7, 7, 7};
+  quillmar_statistics older{offsetof(quillmar_statistics, parked), 7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
   EXPECT_EQ(quillmar_get_statistics(instance, &older), QUILLMAR_OK);
   EXPECT_TRUE(older.dropped == 0 && older.parked == 7 && older.size == offsetof(quillmar_statistics, parked));
 }
@@ -162,7 +162,7 @@ TEST_F(CInterface, completionsThatOutliveTheirTransportDoNothing) {
     platform->members.http->start({}, [this, alive](const platform::HttpResult& result) { error = result.error; });
   };
   start();
-  quillmar_http_result result{sizeof result, 99, 200, nullptr, nullptr, 0};
+  quillmar_http_result result{sizeof result, 99, 200, nullptr, nullptr, 0, nullptr};
   quillmar_http_completion_call(kept, &result);
   EXPECT_EQ(error, platform::URLError::unknown);
   start();

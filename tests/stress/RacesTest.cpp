@@ -65,7 +65,7 @@ simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
   return answer;
 }
 
-class Races : public testing::Test {
+class Races : public testing::TestWithParam<bool> {
  protected:
   Races() {
     Quillmar::resetStaticState();
@@ -82,6 +82,7 @@ class Races : public testing::Test {
     platform_.logSink = lines_;
     quillmar_ = make();
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
+    attribution_->setOptions({GetParam()});
   }
   ~Races() override {
     Log::setSink(nullptr, platform_.clock);
@@ -91,6 +92,7 @@ class Races : public testing::Test {
   std::shared_ptr<Quillmar> make() const {
     auto quillmar = QuillmarFactory::createQuillmar(platform_);
     quillmar->setLogLevel(LogLevel::info);
+    quillmar->setOptions({GetParam()});
     return quillmar;
   }
 
@@ -131,7 +133,9 @@ class Races : public testing::Test {
   std::shared_ptr<QuillmarASAAttribution> attribution_;
 };
 
-TEST_F(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
+INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Races, testing::Bool());
+
+TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   std::vector<std::jthread> threads;
   for (unsigned seed = 0; seed < threadCount; ++seed) {
     threads.emplace_back([this, seed] {

@@ -30,6 +30,12 @@ public final class Quillmar: Sendable {
     set { quillmar_set_log_level(handle.pointer, newValue.rawValue) }
   }
 
+  /// Chooses what goes beyond the usual behaviour. Before the first event and `configure`.
+  public func setOptions(_ options: QuillmarOptions) {
+    var options = options.forC
+    quillmar_set_options(handle.pointer, &options)
+  }
+
   /// Starts the library with the key that the event service knows the app by. Returns at once.
   ///
   /// On the first run the install identifier and the date are recorded. When the first run lies more than 37 days back,

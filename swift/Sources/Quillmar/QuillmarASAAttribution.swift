@@ -23,6 +23,12 @@ public final class QuillmarASAAttribution: Sendable {
     quillmar_attribution_release(handle.pointer)
   }
 
+  /// Chooses what goes beyond the usual behaviour. Before `enableASAAttributionTracking`.
+  public func setOptions(_ options: QuillmarOptions) {
+    var options = options.forC
+    quillmar_attribution_set_options(handle.pointer, &options)
+  }
+
   /// Starts to listen for subscription updates (from iOS 15), and fetches the attribution if it is not stored yet.
   /// Reads the settings on the calling thread. Enabling again starts anew; updates that wait for their turn are
   /// dropped then.

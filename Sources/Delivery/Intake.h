@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "quillmar/EventValue.h"
+#include "quillmar/platform/Clock.h"
+
+namespace quillmar {
+
+/// Events between the host's call and the outbox. As bytes in blocks: an event of usual size takes some thirty, so that
+/// a burst which is faster than the disk stays small. Any thread may put, one at a time may take.
+class Intake {
+ public:
+  struct Event {
+    std::string name;
+    std::optional<NamedParameters> parameters;
+    platform::Clock::TimePoint at;
+    bool accepted = true;  ///< false: the service's switch has yet to be looked at
+  };
+
+  void put(const Event& event);
+
+  /// The oldest event; nothing when none waits.
+  std::optional<Event> take();
+  bool empty();
+  void clear();
+
+ private:
+  std::mutex mutex_;  ///< short, and rarely taken by the taker: callers may be on a main thread
+  std::deque<std::string> incoming_;
+  std::deque<std::string> taken_;  ///< what came before `incoming_`; the taker's
+  std::size_t readUpTo_ = 0;       ///< in the first block of `taken_`
+};
+
+}  // namespace quillmar

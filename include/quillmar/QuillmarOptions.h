@@ -1,0 +1,18 @@
+#pragma once
+
+namespace quillmar {
+
+/// What goes beyond the library's usual behaviour. All of it is off at first.
+struct QuillmarOptions {
+  /// Keeps each event, and each purchase, on disk until the service has accepted it, over restarts too. What fails for
+  /// a reason that passes is sent again, under the same identifier ("event_id"). An event counts for the conversion
+  /// value when it happened, whether the service can be reached or not.
+  ///
+  /// One instance over a settings store can do it; others over that store say in the log that they do not.
+  ///
+  /// At most some 131,000 events wait, for at most 36 days; then the oldest go. An answer that a kill loses means that
+  /// the service gets the event twice, with one identifier.
+  bool reliableDelivery = false;
+};
+
+}  // namespace quillmar
