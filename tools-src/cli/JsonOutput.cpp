@@ -55,6 +55,14 @@ json::object toJson(const QuillmarStatistics& statistics) {
           {"failed", statistics.failed}};
 }
 
+json::object outboxToJson(const QuillmarStatistics& statistics) {
+  return {{"kept", statistics.kept},
+          {"unsent", statistics.unsent},
+          {"refused", statistics.refused},
+          {"expired", statistics.expired},
+          {"displaced", statistics.displaced}};
+}
+
 json::object toJson(const QuillmarASAAttributionStatistics& statistics) {
   return {{"sent", statistics.sent},
           {"failed", statistics.failed},

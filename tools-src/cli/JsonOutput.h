@@ -35,6 +35,8 @@ std::string timestamp(platform::Clock::TimePoint instant);
 /// A call to the platform; what its interface does not take is null.
 boost::json::object toJson(const simulated::PlatformCall& call);
 boost::json::object toJson(const QuillmarStatistics& statistics);
+/// What is counted with `QuillmarOptions::reliableDelivery`.
+boost::json::object outboxToJson(const QuillmarStatistics& statistics);
 boost::json::object toJson(const QuillmarASAAttributionStatistics& statistics);
 boost::json::object toJson(const QuillmarState& state);
 boost::json::object toJson(const std::map<std::string, std::uint64_t>& counts);

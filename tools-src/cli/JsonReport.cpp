@@ -77,7 +77,11 @@ class JsonReport final : public SimulationReport {
     }
     json::object final;
     final["windows"] = std::move(lives);
-    final["events"] = toJson(install.quillmar().statistics());
+    const QuillmarStatistics events = install.quillmar().statistics();
+    final["events"] = toJson(events);
+    if (events.kept > 0) {
+      final["outbox"] = outboxToJson(events);
+    }
     final["requests"] = toJson(install.requestCounts());
     final["state"] = toJson(install.quillmar().state());
     json::object line;

@@ -146,6 +146,11 @@ void addSystemVersion(CLI::App& command, std::string& target) {
   command.add_option("--os-version", target, "the system version of the device")->check(version)->capture_default_str();
 }
 
+void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
+  command.add_flag("--reliable-delivery", options.reliableDelivery,
+                   "keep events and purchases on disk until the service has accepted them, and send them again");
+}
+
 std::string keyFromFile(const std::string& path, const std::string& events) {
   if (path == "-" && events == "-") {
     throw UsageError("run: --key-file: standard input has the events; take them from elsewhere with --events");
@@ -232,6 +237,7 @@ void addRun(CLI::App& app, RunOptions& run, std::string& keyFile) {
   addSeconds(command, "--drain-timeout", run.drainTimeout, "how long to wait, at the end, for what is in flight");
   command.add_flag("--mock", run.mock,
                    "the library's mock mode: no service is asked, so events wait for a configuration");
+  addLibraryOptions(command, run.library);
 }
 
 void addServe(CLI::App& app, ServeOptions& serve) {
@@ -275,6 +281,13 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
       ->check(CLI::Range(1, 3650))
       ->capture_default_str();
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
+  command
+      .add_option_function<std::int64_t>(
+          "--service-down", [&simulate](std::int64_t count) { simulate.serviceDown = std::chrono::seconds(count); },
+          "how long, from the first launch on, the service answers with status 503, for example 10m")
+      ->transform(CLI::Validator(duration, ""))
+      ->type_name("DURATION");
+  addLibraryOptions(command, simulate.library);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "quillmar/LogLevel.h"
+#include "quillmar/QuillmarOptions.h"
 
 namespace quillmar::cli {
 
@@ -31,6 +32,7 @@ struct RunOptions {
   std::string caFile = {};
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
+  QuillmarOptions library = {};
 };
 
 struct ServeOptions {
@@ -50,6 +52,8 @@ struct SimulateOptions {
   std::string osVersion = "18.0";
   int days = 36;
   bool json = false;
+  std::chrono::seconds serviceDown{0};  ///< from the first launch on
+  QuillmarOptions library = {};
 };
 
 /// A text to print on standard output, and nothing else: --help, --version.

@@ -99,6 +99,8 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   if (!quillmar || !attribution) {
     throw std::bad_alloc();
   }
+  quillmar->setOptions(options_.library);
+  attribution->setOptions(options_.library);
   const Host host{*quillmar, *attribution, *notifications, *subscriptionUpdates};
   configure(*quillmar, options_.key);
   InputLines lines(input, errors, options_.events, InputTime::real);
@@ -122,6 +124,10 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   summary["requests"] = toJson(transport->counts());
   summary["state"] = toJson(quillmar->state());
   summary["badLines"] = lines.badLines();
+  if (options_.library.reliableDelivery) {
+    summary["outbox"] = outboxToJson(quillmar->statistics());
+    summary["purchasesUnsent"] = attribution->statistics().unsent;
+  }
   boost::json::object line;
   line["summary"] = std::move(summary);
   writer->write(line);

@@ -73,7 +73,8 @@ std::string nameOf(const Step& step) {
 SimulateCommand::SimulateCommand(SimulateOptions options) : options_(std::move(options)) {}
 
 int SimulateCommand::run(std::istream& input, std::ostream& output, std::ostream& errors) {
-  SimulatedInstall install(makeServiceLogic("simulate", options_.config, {}), options_.osVersion);
+  SimulatedInstall install(makeServiceLogic("simulate", options_.config, {}), options_.osVersion, options_.serviceDown,
+                           options_.library);
   const seconds end = options_.days * day;
   InputLines lines(input, errors, options_.events, InputTime::script);
   std::vector<ScriptStep> script = readScript(lines, end);

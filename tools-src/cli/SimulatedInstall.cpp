@@ -68,10 +68,13 @@ platform::Clock::TimePoint SimulatedInstall::firstLaunch() {
   return platform::Clock::TimePoint(std::chrono::seconds(1767258000));  // 2026-01-01T09:00:00Z
 }
 
-SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion)
-    : simulated_(firstLaunch(), osVersion, inProcess(std::move(logic))),
+SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion,
+                                   std::chrono::seconds serviceDown, const QuillmarOptions& options)
+    : simulated_(firstLaunch(), osVersion),
       transport_(std::make_shared<CountingTransport>(simulated_.http)),
       settings_(std::make_shared<simulated::InMemoryUserDefaults>()) {
+  const auto service = inProcess(std::move(logic));
+  simulated_.http->setService(service);
   platform::Platform platform = simulated_.platform();
   platform.http = transport_;
   platform.userDefaults = std::make_shared<OneStoreProvider>(settings_);
@@ -83,6 +86,15 @@ SimulatedInstall::SimulatedInstall(service::ServiceLogic logic, const std::strin
   quillmar_ = QuillmarFactory::createQuillmar(platform);
   if (!quillmar_) {
     throw std::bad_alloc();
+  }
+  quillmar_->setOptions(options);
+  if (serviceDown.count() > 0) {
+    simulated_.http->setService(
+        [clock = simulated_.clock, upAt = firstLaunch() + serviceDown, service](const platform::HttpRequest& request) {
+          simulated::InMemoryAnswer down;
+          down.result.statusCode = 503;
+          return clock->now() < upAt ? down : service(request);
+        });
   }
 }
 
@@ -115,9 +127,12 @@ StepResult SimulatedInstall::settle() {
   result.window = quillmar_->state().window;
 
   const QuillmarStatistics before = std::exchange(statistics_, quillmar_->statistics());
-  result.change = {statistics_.sent - before.sent, statistics_.dropped - before.dropped,
-                   std::max(statistics_.parked, before.parked) - before.parked, statistics_.logged - before.logged,
-                   statistics_.failed - before.failed};
+  result.change = {statistics_.sent - before.sent,
+                   statistics_.dropped - before.dropped,
+                   std::max(statistics_.parked, before.parked) - before.parked,
+                   statistics_.logged - before.logged,
+                   statistics_.failed - before.failed,
+                   statistics_.kept - before.kept};
 
   const std::vector<simulated::PlatformCall> calls = simulated_.adNetwork->calls();
   result.calls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsSeen_), calls.end());

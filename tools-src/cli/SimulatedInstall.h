@@ -36,8 +36,9 @@ class SimulatedInstall {
  public:
   static platform::Clock::TimePoint firstLaunch();
 
-  /// Replaces the process's shared platform.
-  SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion);
+  /// The service is down for so long. Replaces the process's shared platform.
+  SimulatedInstall(service::ServiceLogic logic, const std::string& osVersion, std::chrono::seconds serviceDown,
+                   const QuillmarOptions& options);
 
   /// Lets the time pass, up to `at` after the first launch; what the library does on its own meanwhile is the result.
   StepResult advanceTo(std::chrono::seconds at);

@@ -47,6 +47,9 @@ std::string fate(const StepResult& result) {
   if (result.change.parked > 0) {
     return "waits for the configuration";
   }
+  if (result.change.kept > result.change.logged) {
+    return "waits in the outbox";
+  }
   if (result.change.failed > 0) {
     return "could not be logged to the service";
   }
@@ -102,6 +105,10 @@ class TextReport final : public SimulationReport {
     line("");
     line("Events: {} sent, {} logged, {} failed, {} dropped, {} parked", events.sent, events.logged, events.failed,
          events.dropped, events.parked);
+    if (events.kept > 0) {
+      line("Outbox: {} kept, {} unsent, {} refused, {} expired, {} displaced", events.kept, events.unsent,
+           events.refused, events.expired, events.displaced);
+    }
     std::string requests;
     for (const auto& [endpoint, count] : install.requestCounts()) {
       requests += fmt::format("{} {} x {}", requests.empty() ? "" : ",", count, endpoint);
