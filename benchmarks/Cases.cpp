@@ -241,7 +241,7 @@ void addLogRequest() {
     const auto manager = std::make_shared<NetworkManager>(std::make_shared<InstantTransport>(executor));
     const auto client = std::make_shared<EventServerLogApiClient>(manager, "bench-key", store, "http://127.0.0.1:1");
     const auto log = [](std::shared_ptr<EventServerLogApiClient> api) -> Task<void> {
-      static_cast<void>(co_await api->logEvent(eventName));
+      static_cast<void>(co_await api->logEvent(eventName, ""));
     };
     for (auto _ : state) {
       spawn(executor, log(client));
@@ -258,6 +258,7 @@ void addPipeline() {
   platform.executor = executor;
   platform.http = std::make_shared<InstantTransport>(executor);
   const auto quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setOptions(chosenOptions());
   quillmar->configure("bench-key");
   executor->runUntilIdle();
   add("pipeline", [folder, executor, quillmar](State& state) {

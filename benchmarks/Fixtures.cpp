@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -125,9 +126,14 @@ platform::Platform makePlatform(const std::string& folder, const std::string& se
   return platform;
 }
 
+QuillmarOptions chosenOptions() {
+  return {std::getenv("QUILLMAR_BENCH_RELIABLE") != nullptr};
+}
+
 std::shared_ptr<Quillmar> makeReady(const platform::Platform& platform) {
   platform::setSharedPlatform(platform);
   auto quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setOptions(chosenOptions());
   quillmar->configure("bench-key");
   if (!quillmar->drain(std::chrono::seconds(30)) || !quillmar->state().appId) {
     throw std::runtime_error("the configuration was not fetched");

@@ -67,7 +67,10 @@ class InstantTransport final : public platform::HttpTransport {
 /// that goes nowhere. An empty address: an `InstantTransport`.
 platform::Platform makePlatform(const std::string& folder, const std::string& serviceUrl);
 
-/// An instance over that platform, configured, with the configuration fetched.
+/// With QUILLMAR_BENCH_RELIABLE in the environment, reliable delivery.
+QuillmarOptions chosenOptions();
+
+/// An instance over that platform, configured, with the configuration fetched and the chosen options.
 std::shared_ptr<Quillmar> makeReady(const platform::Platform& platform);
 
 /// Fails the run when an event was lost.

@@ -340,6 +340,7 @@ Figures parked(std::size_t events) {
   platform.http = gate;
   platform::setSharedPlatform(platform);
   const auto quillmar = QuillmarFactory::createQuillmar(platform);
+  quillmar->setOptions(chosenOptions());
   quillmar->configure("bench-key");
   const auto deadline = SteadyClock::now() + patience;
   const auto waitFor = [deadline](const std::function<bool()>& reached) {
@@ -356,7 +357,7 @@ Figures parked(std::size_t events) {
   for (std::size_t i = 0; i < events; ++i) {
     quillmar->sendEvent(fmt::format("event-{}", i), eventParameters());
   }
-  waitFor([&] { return quillmar->statistics().parked == events; });
+  waitFor([&] { return quillmar->statistics().parked + quillmar->statistics().kept == events; });
   const double parkedPeak = ownMiB("VmHWM") - idle;
   gate->open();
   drain(*quillmar);
@@ -365,6 +366,29 @@ Figures parked(std::size_t events) {
           {"MiB", ownMiB("VmHWM") - idle},
           {"out of order", static_cast<double>(gate->outOfOrder)},
           {"threads", threadCount()}};
+}
+
+/// What an earlier process has left in the outbox, from the start to the last answer.
+Figures leftOver(std::size_t events) {
+  const FastServer server;
+  const Folder folder;
+  platform::Platform platform = makePlatform(folder.path(), "http://127.0.0.1:1");  // nobody there
+  {
+    const auto offline = QuillmarFactory::createQuillmar(platform);
+    offline->setOptions({true});
+    for (std::size_t i = 0; i < events; ++i) {
+      offline->sendEvent(eventName, eventParameters());
+    }
+    drain(*offline);
+  }
+  platform.serviceUrl = server.url();
+  const double cpu = cpuSeconds();
+  const auto begin = SteadyClock::now();
+  const auto quillmar = makeReady(platform);
+  drain(*quillmar);
+  const double seconds = secondsSince(begin);
+  requireAllLogged(*quillmar, events);
+  return {{"seconds", seconds}, {"cpu", 1e6 * (cpuSeconds() - cpu) / static_cast<double>(events)}};
 }
 
 /// A host that has reported an event and has nothing more to do: its memory, and how often its threads woke up.
@@ -406,6 +430,9 @@ Figures driver(const std::vector<std::string>& arguments) {
   }
   if (name == "parked") {
     return parked(number(1));
+  }
+  if (name == "left-over") {
+    return leftOver(number(1));
   }
   if (name == "idle") {
     return idle(std::chrono::seconds(number(1)));

@@ -133,6 +133,12 @@ int run(const std::vector<std::string>& arguments) {
     printFigures(driver({arguments.begin() + 1, arguments.end()}));
     return 0;
   }
+  if (arguments.size() == 2 && arguments[0] == "--cases") {  // the operations whose names match, alone
+    for (const auto& [name, seconds] : runCases(arguments[1])) {
+      fmt::print("{}={}\n", name, micro * seconds);
+    }
+    return 0;
+  }
   std::string json;
   std::string library;
   for (std::size_t i = 0; i + 1 < arguments.size(); i += 2) {

@@ -122,11 +122,15 @@ Acknowledged::Acknowledged(const RunResult& run) {
   for (std::string line; std::getline(log, line);) {
     const auto says = [&line](std::string_view text) { return line.find(text) != std::string::npos; };
     constexpr std::string_view tracked = "EventTracker - Tracked event: ";
+    constexpr std::string_view kept = "Outbox - Kept event: ";
     if (says(tracked)) {
       const std::size_t at = line.find(tracked) + tracked.size();
       events.push_back(line.substr(at, line.find(" with parameters", at) - at));
+    } else if (says(kept)) {
+      keptEvents.push_back(line.substr(line.find(kept) + kept.size()));
     } else if (says("EventTracker - Cleared all tracked events")) {
       cleared = true;
+      keptEvents.clear();
       clearedEvents.insert(clearedEvents.end(), events.begin(), events.end());
       events.clear();
     } else if (says("ConversionTrackingManager - Saved last window value")) {
@@ -137,6 +141,7 @@ Acknowledged::Acknowledged(const RunResult& run) {
   }
   if (standInStore) {
     events.clear();  // these are in the other store, or were in memory
+    keptEvents.clear();
     cleared = false;
   }
   std::istringstream output = completeLines(run.output);

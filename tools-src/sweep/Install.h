@@ -28,6 +28,7 @@ struct Acknowledged {
 
   std::vector<std::string> events;         ///< tracked since the history was last cleared
   std::vector<std::string> clearedEvents;  ///< tracked before that
+  std::vector<std::string> keptEvents;     ///< in the outbox, since the history was last cleared
   bool cleared = false;
   std::size_t windowValues = 0;            ///< how many last window values were saved
   std::vector<std::string> platformCalls;  ///< fine and coarse value of each call to the ad network, in order

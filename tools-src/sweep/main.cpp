@@ -2,6 +2,9 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -9,11 +12,16 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <tuple>
 
 #include "Install.h"
+#include "service/DevelopmentService.h"
+#include "service/ServiceLogic.h"
 
 namespace quillmar::sweep {
 
@@ -70,11 +78,44 @@ std::vector<Path> paths(const char* longFolder) {
   return result;
 }
 
+/// A service that outlives the runs and knows what it got from them.
+class Service {
+ public:
+  Service() : service_({}, [this](const auto& request) { return answer(request); }) { service_.start(); }
+
+  std::string url() const { return service_.url(); }
+  /// The identifiers under which each event came since the last call.
+  std::map<std::string, std::vector<std::string>> received() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(received_, {});
+  }
+
+  std::atomic<int> delay{0};  ///< of its answers to events, in milliseconds
+
+ private:
+  service::ServiceAnswer answer(const service::ServiceRequest& request) {
+    service::ServiceAnswer answer = logic_.handle(request);
+    if (answer.event && answer.status == 200) {
+      const std::lock_guard lock(mutex_);
+      received_[*answer.event].emplace_back(boost::json::parse(request.body).at("event_id").as_string());
+      answer.delay = std::chrono::milliseconds(delay);
+    }
+    return answer;
+  }
+
+  std::mutex mutex_;
+  std::map<std::string, std::vector<std::string>> received_;
+  service::ServiceLogic logic_;
+  service::DevelopmentService service_;
+};
+
 /// Ends or disturbs runs of the command in turn, each on a copy of a prepared data folder, and looks at what is stored
 /// afterwards.
 class Sweep {
  public:
-  Sweep(std::string executable, std::size_t every) : executable_(std::move(executable)), every_(every) {
+  /// With `delay`, runs have the outbox, and the service takes so long for each of their answers.
+  Sweep(std::string executable, std::size_t every, std::optional<int> delay)
+      : executable_(std::move(executable)), every_(every), delay_(delay) {
     fs::create_directory(folder_ + "/fresh");
     const RunResult run = runQuillmar(sweptKey, enable);
     const Install whole(data_, copy_);
@@ -100,7 +141,10 @@ class Sweep {
 
   void killAtRandom(std::size_t times, std::uint32_t seed) {
     std::mt19937 random(seed);
-    const auto load = [](std::size_t i) {
+    const auto load = [this](std::size_t i) {
+      if (delay_) {
+        return events(fmt::format("run-{}-", i), 300, "{\"sleep\":0.001}\n");
+      }
       return events(fmt::format("run-{}-", i), 150) + enable + events(fmt::format("more-{}-", i), 150);
     };
     const auto begin = std::chrono::steady_clock::now();
@@ -140,6 +184,7 @@ class Sweep {
     for (const auto& [title, tally] : tallies_) {
       fmt::print(row, title, tally.hits, tally.losses, tally.standIns);
     }
+    fmt::print("of {} kept events, {} came once more under the same identifier\n", keptEvents_, duplicates_);
     return tallies_["all"].losses == 0 && tallies_["all"].hits > 0;
   }
 
@@ -151,11 +196,17 @@ class Sweep {
   };
 
   RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {},
-                        std::chrono::microseconds longest = std::chrono::minutes(1)) const {
+                        std::chrono::microseconds longest = std::chrono::minutes(1)) {
+    service_.delay = key == sweptKey ? delay_.value_or(0) : 0;
     const std::string file = folder_ + "/script";
     std::ofstream(file) << script;
-    return run({executable_, "run", "--key", key, "--data", data_, "--events", file, "--log-level", "debug"}, folder_,
-               injection, longest);
+    std::vector<std::string> command{executable_, "run",      "--key", key,           "--data",
+                                     data_,       "--events", file,    "--log-level", "debug"};
+    if (delay_) {
+      command.insert(command.end(),
+                     {"--reliable-delivery", "--service", service_.url(), "--attribution-token", "token"});
+    }
+    return run(command, folder_, injection, longest);
   }
 
   void useCopyOf(const std::string& folder) const {
@@ -164,7 +215,7 @@ class Sweep {
   }
 
   /// A folder that each run gets a copy of; made when it is first wanted.
-  std::string preparedFolder(const std::string& kind) const {
+  std::string preparedFolder(const std::string& kind) {
     std::string folder = folder_ + "/" + kind;
     if (fs::exists(folder)) {
       return folder;
@@ -220,6 +271,19 @@ class Sweep {
     for (std::string& loss : lossesAfterRestart(restarted, restart, next, Install(data_, copy_))) {
       losses.push_back(std::move(loss));
     }
+    // A reset that was begun may have forgotten what was kept.
+    auto received = service_.received();
+    if (delay_ && (told.cleared || !expected.resets)) {
+      const std::vector<std::string> history = Install(data_, copy_).history;
+      for (const std::string& kept : told.keptEvents) {
+        const std::set identifiers(received[kept].begin(), received[kept].end());
+        if (identifiers.size() != 1 || std::count(history.begin(), history.end(), kept) != 1) {
+          losses.push_back(fmt::format("kept, and sent under {} identifiers: {}", identifiers.size(), kept));
+        }
+        duplicates_ += received[kept].size() - 1;
+      }
+      keptEvents_ += told.keptEvents.size();
+    }
     if (!losses.empty() && tallies_["all"].losses < 20) {
       fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
     }
@@ -232,6 +296,10 @@ class Sweep {
 
   const std::string executable_;  ///< the command
   const std::size_t every_;       ///< only each n-th call
+  const std::optional<int> delay_;
+  Service service_;
+  std::size_t keptEvents_ = 0;
+  std::size_t duplicates_ = 0;
   const std::string folder_ = makeFolder();
   const std::string data_ = folder_ + "/data";
   const std::string copy_ = folder_ + "/copy";
@@ -255,15 +323,18 @@ int main(int argc, char** argv) {
   std::size_t randomKills = 0;
   std::size_t every = 1;
   std::uint32_t seed = 1;
+  std::optional<int> delay;
   app.add_option("command", command, "the quillmar command")->required()->check(CLI::ExistingFile);
   app.add_flag("--kill", kills, "kill at each such call, and in the middle of each write");
   app.add_flag("--fail", fails, "an error at each such call, and each that reads: once, for a while, from there on");
   app.add_option("--random", randomKills, "so many kills at random moments under load");
   app.add_option("--every", every, "only each n-th call")->check(CLI::PositiveNumber);
   app.add_option("--seed", seed, "for the random moments");
+  app.add_option("--reliable", delay,
+                 "with --reliable-delivery; the service takes so many ms for a disturbed run's answers");
   CLI11_PARSE(app, argc, argv);
   try {
-    quillmar::sweep::Sweep sweep(command, every);
+    quillmar::sweep::Sweep sweep(command, every, delay);
     if (kills) {
       sweep.killAtEachCall();
     }
