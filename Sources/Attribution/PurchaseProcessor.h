@@ -21,8 +21,8 @@ enum class PurchaseProcessorError {
 
 std::error_code make_error_code(PurchaseProcessorError error) noexcept;
 
-/// Joins a purchase with the stored attribution and sends both. It tries once: what cannot be sent is lost, unless there
-/// is an outbox, which it is handed to instead.
+/// Joins a purchase with the stored attribution and sends both. It tries once: what cannot be sent is lost, unless
+/// there is an outbox, which it is handed to instead.
 class PurchaseProcessor final : public PurchaseProcessorProtocol {
  public:
   /// Without the first repository purchases have no attribution; without the second they are dropped and yet reported

@@ -100,7 +100,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
   const std::shared_ptr<Outbox> outbox_;
-  bool deliversReliably_ = false;                                        // guarded by mutex_
+  bool deliversReliably_ = false;                                    // guarded by mutex_
   std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise
 };
 

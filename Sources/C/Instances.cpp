@@ -291,7 +291,7 @@ quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* 
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   const QuillmarASAAttributionStatistics now = attribution->object->statistics();
-  return hand(quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped,
-                                              now.unsent},
-              statistics);
+  return hand(
+      quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped, now.unsent},
+      statistics);
 }
