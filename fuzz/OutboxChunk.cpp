@@ -10,8 +10,6 @@ using fuzz::require;
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   const OutboxChunk chunk = OutboxChunk::parse(input, 3);
-  const auto lines = static_cast<std::size_t>(std::count(input.begin(), input.end(), '\n')) + (chunk.whole ? 0 : 1);
-  require(chunk.records.size() + chunk.problems.size() <= lines, "a line gives one record or one problem");
   std::string good;
   for (const OutboxRecord& record : chunk.records) {
     require(record.place.chunk == 3 && record.place.number < chunk.next, "the next number is free");

@@ -208,9 +208,10 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tai
     error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{text})
                   : userDefaults_->replaceDataTail(completedEventsKey, appendAt_, text);
   } else {
-    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{""}) : std::error_code{};
+    error = first ? userDefaults_->set(completedEventsKey, platform::PropertyListValue::Data{"[]"}) : std::error_code{};
     // The history first: a store that takes one after the other then loses no event that is marked as tracked.
-    alongside.insert(alongside.begin(), {std::string(completedEventsKey), appendAt_, text});
+    alongside.insert(alongside.begin(),
+                     {std::string(completedEventsKey), first ? 1 : appendAt_, first ? text.substr(1) : text});
     error = error ? error : userDefaults_->replaceDataTails(alongside);
   }
   if (error) {

@@ -127,8 +127,9 @@ class QUILLMAR_API Quillmar {
 
   /// Waits until the service has accepted every event sent so far, for at most `timeout`. True when it has. False when
   /// the time is over, or as soon as waiting cannot help: an event failed or was dropped, or is parked and no fetch of
-  /// the configuration is under way. With `QuillmarOptions::reliableDelivery`: until the outbox is empty, attempts that
-  /// are yet to come included. For command-line hosts, before they exit; not for the main thread of an app.
+  /// the configuration is under way. When `QuillmarOptions::reliableDelivery` is on, until the outbox is empty,
+  /// attempts that are yet to come included. For command-line hosts, before they exit; not for the main thread of an
+  /// app.
   bool waitUntilDelivered(std::chrono::milliseconds timeout) noexcept;
 
   /// Waits until no event, request or platform call of this instance is in flight, for at most `timeout`; true when

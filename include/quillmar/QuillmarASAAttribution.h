@@ -20,8 +20,8 @@ struct QuillmarASAAttributionStatistics {
   std::uint64_t unverified = 0;  ///< dropped because the platform's signature did not hold
   std::uint64_t skipped = 0;     ///< not sent because the service switched the library off
   std::uint64_t dropped = 0;     ///< still waiting for their turn when the listening ended
-  /// With `QuillmarOptions::reliableDelivery`: in the outbox right now, those of earlier runs included, and in none of
-  /// the other counts. One that the service refuses for good, or that got too old, counts as failed.
+  /// In the outbox right now when `QuillmarOptions::reliableDelivery` is on, those of earlier runs included, and in
+  /// none of the other counts. One that the service refuses for good, or that got too old, counts as failed.
   std::uint64_t unsent = 0;
 };
 

@@ -5,8 +5,8 @@ namespace quillmar {
 /// What goes beyond the library's usual behaviour. All of it is off at first.
 struct QuillmarOptions {
   /// Keeps each event, and each purchase, on disk until the service has accepted it, over restarts too. What fails for
-  /// a reason that passes is sent again, under the same `event_id`. An event counts for the conversion value when it
-  /// happened, whether the service can be reached or not.
+  /// a reason that passes is sent again, under the same identifier ("event_id"). An event counts for the conversion
+  /// value when it happened, whether the service can be reached or not.
   ///
   /// One instance over a settings store can do it; others over that store say in the log that they do not.
   ///

@@ -149,9 +149,9 @@ TEST(Reachability, agreesWithThePipelineOnRandomConfigurations) {
     }
     inconsistent += analysis.inconsistency() ? 1 : 0;
   }
-  EXPECT_GT(verdicts[Verdict::dead], 100);
-  EXPECT_GT(verdicts[Verdict::neverComplete], 10);
-  EXPECT_GT(inconsistent, 50);
+  EXPECT_GT(verdicts[Verdict::dead], QUILLMAR_RANDOM_CONFIGURATIONS / 10);
+  EXPECT_GT(verdicts[Verdict::neverComplete], QUILLMAR_RANDOM_CONFIGURATIONS / 100);
+  EXPECT_GT(inconsistent, QUILLMAR_RANDOM_CONFIGURATIONS / 20);
 }
 
 TEST(Reachability, givesUpWithoutAVerdict) {

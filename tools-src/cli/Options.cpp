@@ -107,6 +107,11 @@ std::string dataDirectory(std::string& path) {
   return {};
 }
 
+std::string existingDataDirectory(std::string& path) {
+  const std::string wrong = CLI::ExistingDirectory(path);
+  return wrong.empty() ? dataDirectory(path) : wrong;
+}
+
 std::string version(const std::string& text) {
   static const std::regex form("[0-9]+(\\.[0-9]+)*");
   return std::regex_match(text, form) && text.size() <= 20
@@ -361,8 +366,7 @@ void addInspect(CLI::App& app, InspectOptions& inspect) {
   CLI::App& command = *app.add_subcommand("inspect", "What an install has stored")->footer(inspectFooter);
   command.add_option("--data", inspect.dataDirectory, "the folder for settings and documents")
       ->required()
-      ->check(CLI::ExistingDirectory)
-      ->transform(CLI::Validator(dataDirectory, ""));
+      ->transform(CLI::Validator(existingDataDirectory, "DIR"));
   command.add_flag("--json", inspect.json, "print one JSON line in place of text");
 }
 
