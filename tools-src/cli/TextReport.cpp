@@ -24,11 +24,10 @@ class TextReport final : public SimulationReport {
     line("{} days of an install on system version {}, first launched at {}, by an ad signed for {}", options.days,
          options.osVersion, timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
     if (ad_ != simulated::SignedAd::skAdNetwork3) {
-      const auto& [first, second, third] = install.rules().lengths();
+      const auto [first, second, third] = install.rules().lengths();
       line(
           "WINDOW is the library's (local days 0 to 2, 3 to 7, 8 to 35), in brackets the platform's ({}, {} and {} "
-          "hours) "
-          "where that is another.",
+          "hours) where that is another.",
           first.count(), second.count(), third.count());
     }
     line("");
