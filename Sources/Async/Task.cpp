@@ -1,5 +1,9 @@
 #include "Async/Task.h"
 
+#include <boost/asio/associated_executor.hpp>
+#include <boost/asio/async_result.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/use_awaitable.hpp>
 #include <exception>
 
 #include "Logging/ErrorDescription.h"
@@ -11,15 +15,43 @@ namespace {
 
 // The clock is held weakly while its timer holds the task, so that the two do not keep each other alive.
 Task<void> sleepOn(std::weak_ptr<platform::Clock> weakClock, std::chrono::nanoseconds duration) {
-  std::function<void(std::function<void(bool)>)> start = [weakClock, duration](std::function<void(bool)> wake) {
+  std::function<void(std::function<void()>)> start = [weakClock, duration](std::function<void()> wake) {
     if (const auto clock = weakClock.lock()) {
-      clock->after(duration, [wake = std::move(wake)] { wake(true); });
+      clock->after(duration, std::move(wake));
     }
   };
-  co_await awaitCallback<bool>(std::move(start));
+  co_await awaitSignal(std::move(start));
 }
 
 }  // namespace
+
+Task<void> awaitSignal(std::function<void(std::function<void()>)> start) {
+  using Token = boost::asio::use_awaitable_t<TaskExecutor>;
+  return boost::asio::async_initiate<const Token, void(std::exception_ptr)>(
+      [](auto handler, std::function<void(std::function<void()>)> begin) {
+        using Handler = decltype(handler);
+        struct Waiting {
+          explicit Waiting(Handler h) : executor(boost::asio::get_associated_executor(h)), handler(std::move(h)) {}
+          void goOn(std::exception_ptr failure) noexcept {
+            if (!called.exchange(true)) {
+              executor.execute([resumed = std::move(handler), failure = std::move(failure)]() mutable {
+                std::move(resumed)(std::move(failure));
+              });
+            }
+          }
+          TaskExecutor executor;
+          Handler handler;
+          std::atomic<bool> called{false};
+        };
+        auto waiting = std::make_shared<Waiting>(std::move(handler));
+        try {
+          begin([waiting] { waiting->goOn(nullptr); });
+        } catch (...) {
+          waiting->goOn(std::current_exception());
+        }
+      },
+      Token(), std::move(start));
+}
 
 Task<void> sleepFor(std::shared_ptr<platform::Clock> clock, std::chrono::nanoseconds duration) {
   return sleepOn(clock, duration);

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <boost/asio/associated_executor.hpp>
-#include <boost/asio/async_result.hpp>
+#include <atomic>
 #include <boost/asio/awaitable.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <chrono>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -28,38 +24,26 @@ using Task = boost::asio::awaitable<T, TaskExecutor>;
 /// own executor, when the callback is first called, and is destroyed when the callback is destroyed uncalled. The
 /// callback may come on any thread, also inside `start`; further calls are ignored, and it never throws. What `start`
 /// throws is thrown to the task.
+Task<void> awaitSignal(std::function<void(std::function<void()>)> start);
+
+/// The same for a callback that brings a result.
 template <class Result>
 Task<Result> awaitCallback(std::function<void(std::function<void(Result)>)> start) {
-  using Token = boost::asio::use_awaitable_t<TaskExecutor>;
-  const Token token;
-  std::optional<Result> outcome =
-      co_await boost::asio::async_initiate<const Token, void(std::exception_ptr, std::optional<Result>)>(
-          [](auto handler, std::function<void(std::function<void(Result)>)> begin) {
-            using Handler = decltype(handler);
-            struct Waiting {
-              explicit Waiting(Handler h) : executor(boost::asio::get_associated_executor(h)), handler(std::move(h)) {}
-              void goOn(std::exception_ptr failure, std::optional<Result> result) noexcept {
-                if (called.exchange(true)) {
-                  return;
-                }
-                executor.execute(
-                    [resumed = std::move(handler), failure = std::move(failure), value = std::move(result)]() mutable {
-                      std::move(resumed)(std::move(failure), std::move(value));
-                    });
-              }
-              TaskExecutor executor;
-              Handler handler;
-              std::atomic<bool> called{false};
-            };
-            auto waiting = std::make_shared<Waiting>(std::move(handler));
-            try {
-              begin([waiting](Result result) { waiting->goOn(nullptr, std::move(result)); });
-            } catch (...) {
-              waiting->goOn(std::current_exception(), std::nullopt);
-            }
-          },
-          token, std::move(start));
-  co_return std::move(*outcome);
+  struct Outcome {
+    std::atomic<bool> isThere{false};
+    std::optional<Result> result;
+  };
+  const auto outcome = std::make_shared<Outcome>();
+  std::function<void(std::function<void()>)> signalled = [outcome, start = std::move(start)](auto goOn) {
+    start([outcome, goOn = std::move(goOn)](Result result) {
+      if (!outcome->isThere.exchange(true)) {
+        outcome->result = std::move(result);
+        goOn();
+      }
+    });
+  };
+  co_await awaitSignal(std::move(signalled));
+  co_return std::move(*outcome->result);
 }
 
 /// Lets time pass. A task that sleeps on a clock that is destroyed is dropped.

@@ -17,11 +17,11 @@ Task<void> TrackingQueue::track(std::string name, std::optional<NamedParameters>
 
 Task<void> TrackingQueue::trackTask(std::shared_ptr<TrackingQueue> self, EventTracker::NewEvent event,
                                     std::uint64_t begun) {
-  std::function<void(std::function<void(bool)>)> start = [self, event, begun](std::function<void(bool)> done) mutable {
+  std::function<void(std::function<void()>)> start = [self, event, begun](std::function<void()> done) mutable {
     self->add({std::move(event), begun, std::move(done)});
   };
   self.reset();
-  co_await awaitCallback<bool>(std::move(start));
+  co_await awaitSignal(std::move(start));
 }
 
 void TrackingQueue::add(Waiting waiting) {
@@ -58,7 +58,7 @@ void TrackingQueue::trackWaiting() {
     Log::error("EventTracker - Failed to store event: {}", textualDescription(std::current_exception()));
   }
   for (const Waiting& entry : waiting) {
-    entry.done(true);
+    entry.done();
   }
 }
 

@@ -29,7 +29,7 @@ class TrackingQueue : public std::enable_shared_from_this<TrackingQueue> {
   struct Waiting {
     EventTracker::NewEvent event;
     std::uint64_t begun;
-    std::function<void(bool)> done;
+    std::function<void()> done;
   };
 
   static Task<void> trackTask(std::shared_ptr<TrackingQueue> self, EventTracker::NewEvent event, std::uint64_t begun);

@@ -66,8 +66,8 @@ const std::string_view MockNetworkManager::conversionValues = R"({
 
 Task<NetworkResponse> MockNetworkManager::perform(platform::HttpRequest request) {
   // A plain suspension point: callers see the same asynchrony as with the network.
-  std::function<void(std::function<void(bool)>)> hop = [](const std::function<void(bool)>& resume) { resume(true); };
-  co_await awaitCallback<bool>(std::move(hop));
+  std::function<void(std::function<void()>)> hop = [](const std::function<void()>& resume) { resume(); };
+  co_await awaitSignal(std::move(hop));
   if (request.url.empty()) {
     throw std::system_error(RequestBuilderError::invalidURL);
   }
