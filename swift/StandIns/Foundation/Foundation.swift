@@ -89,6 +89,10 @@ open class OperationQueue: NSObject, @unchecked Sendable {
 
 open class URLSessionConfiguration: NSObject, @unchecked Sendable {
   public class var `default`: URLSessionConfiguration { fatalError() }
+  public var httpMaximumConnectionsPerHost: Int {
+    get { fatalError() }
+    set { fatalError() }
+  }
 }
 open class URLSessionTask: NSObject, @unchecked Sendable {
   public var taskIdentifier: Int { fatalError() }
