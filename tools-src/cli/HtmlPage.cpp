@@ -78,7 +78,7 @@ void writeConfiguration(std::ostream& output, const std::vector<insight::Finding
     }
     output << "</ul>\n";
   }
-  output << "<details class=\"screen\"><summary>The configuration</summary>\n<div class=\"wide\"><pre>";
+  output << "<details class=\"screen\" open><summary>The configuration</summary>\n<div class=\"wide\"><pre>";
   int line = 0;
   while (!configuration.empty()) {
     std::string text(configuration.substr(0, configuration.find('\n')));

@@ -8,13 +8,8 @@ const show = (ids) => {
   for (const mark of marks) mark.classList.toggle("shown", ids.includes(idOf(mark)));
 };
 const showTarget = () => {
-  const target = document.getElementById(location.hash.slice(1));
-  if (target?.matches("#steps > li")) show([target.id]);
-  const closed = target?.closest("details:not([open])");
-  if (closed) {
-    closed.open = true;
-    target.scrollIntoView();
-  }
+  const id = location.hash.slice(1);
+  if (document.getElementById(id)?.matches("#steps > li")) show([id]);
 };
 document.documentElement.classList.add("js");
 for (const mark of marks) {
