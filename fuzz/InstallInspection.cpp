@@ -21,6 +21,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (const auto value = platform::decodePropertyList(text)) {
     files.settings->set(Config::lastWindowValue, *value);
     files.settings->set(Config::firstRunDateKey, *value);
+    files.settings->set(Config::lastConversionValuesFetchTimestamp, *value);
   }
   const insight::InstallReport report = insight::inspectInstall(files, *simulated.clock);
   std::set<std::string> names;
@@ -30,6 +31,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
   require(names == EventTracker(files.settings, simulated.clock).getTrackedEventNames(), "the tracker reads the same");
   require(report.rules.has_value() == fuzz::decoded<ConversionValues>(text).has_value(), "so does the configuration's");
+  require(report.age().has_value() == report.fetched.has_value(), "what was fetched has an age");
   require(report.complete.empty() || report.next.empty() || report.next.front().sent, "what is complete is sent next");
   return 0;
 }

@@ -60,6 +60,7 @@ class Inspection {
   }
 
   void readSettings() {
+    report_.now = clock_.now();
     report_.identifier = setting<std::string>(Config::quillMarId);
     report_.hasKey = setting<std::string>(Config::quillmarVerificationKey).has_value();
     report_.appId = setting<std::string>(Config::serverAppId);
@@ -68,7 +69,7 @@ class Inspection {
     report_.firstRun = setting<InstallReport::TimePoint>(Config::firstRunDateKey);
     report_.window = Window::window0;  // also without a first run
     if (report_.firstRun) {
-      report_.day = Calendar(clock_).wholeDays(*report_.firstRun, clock_.now());
+      report_.day = Calendar(clock_).wholeDays(*report_.firstRun, report_.now);
       report_.window = windowOfDay(*report_.day);
     }
     if (report_.window) {

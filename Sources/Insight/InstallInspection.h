@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -54,6 +55,7 @@ struct InstallReport {
     std::optional<SentRule> sent;  ///< nothing: no rule is complete then
   };
 
+  TimePoint now;  ///< of which moment all this is
   std::optional<std::string> identifier;
   std::optional<TimePoint> firstRun;
   std::optional<std::int64_t> day;  ///< whole days since the first run
@@ -74,6 +76,16 @@ struct InstallReport {
 
   /// What is damaged, and what the library makes of that.
   std::vector<std::string> problems;
+
+  /// Of the configuration, since it was last fetched; negative when that is ahead of the clock.
+  std::optional<std::chrono::seconds> age() const {
+    return fetched ? std::optional(between(*fetched, now)) : std::nullopt;
+  }
+
+  /// Any two: also those that are further apart than a clock can count in its own units.
+  static std::chrono::seconds between(TimePoint from, TimePoint to) {
+    return std::chrono::floor<std::chrono::seconds>(to) - std::chrono::floor<std::chrono::seconds>(from);
+  }
 };
 
 /// Says what an install has stored, as the library would read it at this moment of the clock. Writes nothing.

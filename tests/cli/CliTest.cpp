@@ -213,7 +213,7 @@ TEST(SimulateCommand, tellsWhyInWordsAsJsonAndOnAPageWhereNamesStayNames) {
   const std::string words =
       "rule </script><img onerror> (fine 40, coarse high) is complete by its coarse half; buy: 4 seen, 5 to 10 wanted";
   EXPECT_THAT(simulate(), AllOf(HasSubstr("| " + words + "\n"), HasSubstr("| chosen: </script><img onerror>\n"),
-                                HasSubstr("| sent through adAttributionKit, and the platform took it\n")));
+                                HasSubstr("| sent through adAttributionKit; the platform answered with success\n")));
   std::ostringstream page;
   page << std::ifstream(options.html).rdbuf();
   EXPECT_THAT(page.str(), AllOf(HasSubstr(escaped(words)), HasSubstr("<td>3d and 4d</td>"), Not(HasSubstr("<img"))));
@@ -299,10 +299,12 @@ std::map<std::string, std::string> contents(const std::string& folder) {
 
 TEST(InspectCommand, tellsOfAnInstallWithoutTouchingIt) {
   const test::TemporaryFolder folder;
+  const test::TemporaryFolder pages;
+  const std::string page = pages / "page";
   const auto inspect = [&](int status, bool json = false) {
     const auto before = contents(folder.path());
     std::ostringstream output;
-    EXPECT_EQ(InspectCommand({.dataDirectory = folder.path(), .json = json}).run(output), status);
+    EXPECT_EQ(InspectCommand({.dataDirectory = folder.path(), .json = json, .html = page}).run(output), status);
     EXPECT_EQ(contents(folder.path()), before);
     return output.str();
   };
@@ -312,20 +314,26 @@ TEST(InspectCommand, tellsOfAnInstallWithoutTouchingIt) {
   {
     // Of a running host: what was written last is in the log beside the file.
     const auto settings = platform::makeDefaultPlatform(options).userDefaults->openSuite(suiteName);
-    ASSERT_FALSE(settings->set("QuillmarId", "the-\x1b-identifier"));
+    ASSERT_FALSE(settings->set("QuillmarId", "the-\x1b-<b>"));
+    ASSERT_FALSE(settings->set("QuillmarFirstRunDate", std::chrono::system_clock::now()));
     std::filesystem::create_directories(folder / "documents/Quillmar");
     std::ofstream(folder / "documents/Quillmar/quill-mar-conv-val.json") << configuration;
     EXPECT_THAT(inspect(0),
-                AllOf(HasSubstr("Install          the-\\u001b-identifier\n"), HasSubstr("2 rules, fetched never"),
+                AllOf(HasSubstr("Install          the-\\u001b-<b>\n"), HasSubstr("2 rules, fetched never"),
                       HasSubstr(":3: warning: The fine and"), HasSubstr("Next event       any other: nothing"),
                       HasSubstr("\"buy\": rule \"Buy\", fine 40, coarse high")));
-    EXPECT_THAT(inspect(0, true), AllOf(StartsWith("{\"install\":{\"identifier\":\"the-\\u001b-identifier\","),
+    EXPECT_THAT(contents(pages.path())[page],
+                AllOf(HasSubstr("An install on day 0"), HasSubstr("the-\\u001b-&lt;b&gt;"), Not(HasSubstr("<b>")),
+                      HasSubstr("&quot;buy&quot;</th><td>rule &quot;Buy&quot;, fine 40, coarse high</td>"),
+                      HasSubstr("fetched never"), HasSubstr(">now</text>"), HasSubstr("#line-3\">line 3</a>")));
+    EXPECT_THAT(inspect(0, true), AllOf(StartsWith("{\"install\":{\"identifier\":\"the-\\u001b-<b>\","),
                                         HasSubstr("\"code\":\"half-complete\""), HasSubstr("\"problems\":[]")));
   }
   const std::string file = folder / ("settings/" + suiteName + ".sqlite");
   std::filesystem::remove(file + "-wal");
   std::ofstream(file) << std::string(4096, 'x');
   EXPECT_THAT(inspect(1), HasSubstr("problem: The settings file " + file + " cannot be used: file is not a database."));
+  EXPECT_THAT(contents(pages.path())[page], HasSubstr("cannot be used: file is not a database.</li>"));
 }
 
 }  // namespace

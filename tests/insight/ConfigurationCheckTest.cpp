@@ -39,7 +39,7 @@ TEST(ConfigurationCheck, findsInEachBadExampleWhatItIsNamedAfterAndNothingInTheG
     }
     ++count;
   }
-  EXPECT_EQ(count, 48U);
+  EXPECT_EQ(count, 52U);
 }
 
 TEST(ConfigurationCheck, namesTheLineAndThePath) {

@@ -34,6 +34,7 @@ TEST(InstallInspection, tellsWhatIsStoredAndWhatComesNext) {
                            R"({"attribution":true})"};
   files.settings->set(Config::quillMarId, "the-identifier");
   files.settings->set(Config::firstRunDateKey, firstRun);
+  files.settings->set(Config::lastConversionValuesFetchTimestamp, firstRun);
   files.settings->set("com.quillmar.completedEvents",
                       Data{R"([{"name":"purchase","parameters":{"revenue":60},"timestamp":10},)"
                            R"({"name":"purchase","parameters":{"revenue":5,"x":1},"timestamp":30},)"
@@ -48,6 +49,7 @@ TEST(InstallInspection, tellsWhatIsStoredAndWhatComesNext) {
   EXPECT_EQ(report.day, 7);
   EXPECT_EQ(report.window, Window::window1);
   EXPECT_EQ(report.daysLeft, 1);
+  EXPECT_EQ(report.age(), std::chrono::hours(24 * 7));
   EXPECT_EQ(report.rules, 2U);
   ASSERT_EQ(report.history.size(), 1U);
   const InstallReport::Events& purchases = report.history.front();
@@ -66,6 +68,8 @@ TEST(InstallInspection, tellsWhatIsStoredAndWhatComesNext) {
   files.settings->set(Config::sdkEnabled, false);
   EXPECT_THAT(inspectInstall(files, *simulated.clock).next, IsEmpty());
   simulated.clock->advance(std::chrono::hours(24 * 29));
+  files.settings->set(Config::lastConversionValuesFetchTimestamp, platform::Clock::TimePoint::min());
+  EXPECT_GT(inspectInstall(files, *simulated.clock).age(), std::chrono::hours(24 * 365 * 340));
   EXPECT_EQ(inspectInstall(files, *simulated.clock).window, std::nullopt);
 }
 

@@ -48,6 +48,25 @@ void endPage(std::ostream& output) {
   output << "<script nonce=\"page\">\n" << kPageScript << "</script>\n</body>\n</html>\n";
 }
 
+void writeTable(std::ostream& output, const std::vector<std::string>& head,
+                const std::vector<std::vector<std::string>>& rows) {
+  output << "<div class=\"wide\"><table>\n";
+  if (!head.empty()) {
+    output << "<tr>";
+    for (const std::string& name : head) {
+      output << "<th scope=\"col\">" << escaped(name) << "</th>";
+    }
+    output << "</tr>\n";
+  }
+  for (const std::vector<std::string>& row : rows) {
+    output << "<tr><th scope=\"row\">" << escaped(row.front()) << "</th>";
+    std::for_each(row.begin() + 1, row.end(),
+                  [&output](const std::string& cell) { output << "<td>" << escaped(cell) << "</td>"; });
+    output << "</tr>\n";
+  }
+  output << "</table></div>\n";
+}
+
 void writeConfiguration(std::ostream& output, const std::vector<insight::Finding>& findings,
                         std::string_view configuration) {
   if (!findings.empty()) {
@@ -59,7 +78,7 @@ void writeConfiguration(std::ostream& output, const std::vector<insight::Finding
     }
     output << "</ul>\n";
   }
-  output << "<details class=\"screen\"><summary>The configuration</summary>\n<div class=\"wide\"><pre>";
+  output << "<details class=\"screen\" open><summary>The configuration</summary>\n<div class=\"wide\"><pre>";
   int line = 0;
   while (!configuration.empty()) {
     std::string text(configuration.substr(0, configuration.find('\n')));

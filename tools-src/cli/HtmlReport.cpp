@@ -1,17 +1,23 @@
-#include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <algorithm>
-#include <iterator>
+#include <array>
+#include <chrono>
+#include <optional>
 #include <ostream>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Duration.h"
+#include "FindingsOutput.h"
 #include "HtmlPage.h"
 #include "Insight/ConfigurationCheck.h"
 #include "JsonOutput.h"
 #include "ReportText.h"
 #include "SimulationReport.h"
+#include "Timeline.h"
 
 namespace quillmar::cli {
 namespace {
@@ -19,38 +25,16 @@ namespace {
 using std::chrono::seconds;
 using Outcome = simulated::Verdict::Outcome;
 
-constexpr seconds day{86400};
-/// Where the library's windows begin, and the last ends.
-constexpr seconds libraryBounds[] = {0 * day, 3 * day, 8 * day, 36 * day};
-
-constexpr double left = 110, right = 990, afterwards = 870;  // what comes after the windows has the rest
+constexpr double left = Timeline::left, right = Timeline::right;
 constexpr double valuesTop = 112, valuesBottom = 232, postbacksTop = 262;
 
-/// Time runs from left to right; each window of the library is as wide as the others, and what follows is narrow.
-class Scale {
- public:
-  explicit Scale(seconds end) : end_(std::max(end, libraryBounds[3] + day)) {}
+double heightOf(double fineValue) {
+  return valuesBottom - (valuesBottom - valuesTop) * std::clamp(fineValue, 0.0, 63.0) / 63;
+}
 
-  double at(seconds time) const {
-    constexpr double width = (afterwards - left) / 3;
-    for (int window = 0; window < 3; ++window) {
-      const seconds begin = libraryBounds[window];
-      if (const seconds next = libraryBounds[window + 1]; time <= next) {
-        return left + width * window + width * share(time - begin, next - begin);
-      }
-    }
-    return afterwards + (right - afterwards) * share(time - libraryBounds[3], end_ - libraryBounds[3]);
-  }
-
- private:
-  static double share(seconds part, seconds whole) {
-    return std::clamp(static_cast<double>(part.count()) / static_cast<double>(whole.count()), 0.0, 1.0);
-  }
-  seconds end_;
-};
-
-double heightOf(int fineValue) {
-  return valuesBottom - (valuesBottom - valuesTop) * std::clamp(fineValue, 0, 63) / 63;
+/// A third of the height for each coarse value.
+double heightOf(std::string_view coarseValue) {
+  return heightOf(coarseValue == "high" ? 52.5 : coarseValue == "medium" ? 31.5 : 10.5);
 }
 
 /// The report as a page for a browser: a picture of the life, and all that led to it.
@@ -59,10 +43,11 @@ class HtmlReport final : public SimulationReport {
   HtmlReport(std::ostream& output, std::string configuration)
       : output_(output), configuration_(std::move(configuration)) {}
 
-  void begin(const SimulateOptions& options, const SimulatedInstall&) override {
-    title_ = fmt::format("{} days of an install", options.days);
+  void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
+    ad_ = install.rules().ad();
+    title_ = counted(static_cast<std::size_t>(options.days), "day") + " of an install";
     system_ = options.osVersion;
-    end_ = options.days * day;
+    end_ = std::chrono::hours(24) * options.days;
   }
 
   void write(const std::string& name, const EventStep* event, const StepResult& result,
@@ -75,7 +60,7 @@ class HtmlReport final : public SimulationReport {
     const std::vector<PostbackRow> postbacks = postbackRows(rules.postbacks());
     beginPage(output_, title_);
     print("<p>On system version {}, first launched at {}, by an ad signed for {}.</p>\n", escaped(system_),
-          timestamp(SimulatedInstall::firstLaunch()), rawValue(rules.ad()));
+          timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
     drawLife(rules, postbacks);
     writePostbacks(postbacks);
     writeSteps();
@@ -91,9 +76,16 @@ class HtmlReport final : public SimulationReport {
     StepResult result;
   };
 
+  /// How far to the right the labels on one side of the marks go.
+  struct Labelled {
+    double below;
+    double until = 0;
+  };
+  using Labels = std::array<Labelled, 2>;
+
   template <class... Content>
   void print(fmt::format_string<Content...> format, Content&&... content) {
-    fmt::format_to(std::ostreambuf_iterator<char>(output_), format, std::forward<Content>(content)...);
+    fmt::print(output_, format, std::forward<Content>(content)...);
   }
 
   void drawLife(const simulated::PostbackRules& rules, const std::vector<PostbackRow>& postbacks) {
@@ -101,44 +93,34 @@ class HtmlReport final : public SimulationReport {
     for (const PostbackRow& row : postbacks) {
       last = std::max(last, std::chrono::ceil<seconds>(row.postback.latest));
     }
-    const Scale scale(last);
-    const double height = postbacksTop + 26 * static_cast<double>(postbacks.size()) + 4;
-    print(
-        "<div class=\"wide\"><svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1000 {}\" role=\"group\" "
-        "aria-label=\"The life as a timeline\">\n",
-        height);
-    drawBands(scale, rules);
+    const Timeline timeline(output_, last);
+    timeline.begin(postbacksTop + 26 * static_cast<double>(postbacks.size()) + 4, "The life as a timeline");
+    timeline.drawLibraryWindows();
+    drawPlatformWindows(timeline, rules);
     drawGrid();
-    drawSteps(scale);
-    drawPostbacks(scale, postbacks);
-    print("</svg></div>\n");
+    drawValues(timeline, postbacks);
+    drawSteps(timeline);
+    drawPostbacks(timeline, postbacks);
+    timeline.end();
     print(
         "<p class=\"quiet\">Filled circles: values that count. Empty circles: calls without effect. Crosses: refused "
-        "calls. Each window of the library is drawn as wide as the others.</p>\n");
+        "calls. Lines: what the value was until it was final. {}Each window of the library is drawn as wide as the "
+        "others.</p>\n",
+        ad_ == simulated::SignedAd::skAdNetwork3 ? ""
+                                                 : "Values of the platform's window 0 stand as high as their fine "
+                                                   "value, later ones by their coarse value. ");
   }
 
-  void drawBand(const Scale& scale, double top, int window, seconds begin, seconds end) {
-    const double x = scale.at(begin);
-    print(
-        "<rect class=\"band{}\" x=\"{:.1f}\" y=\"{}\" width=\"{:.1f}\" height=\"22\"/>"
-        "<text x=\"{:.1f}\" y=\"{}\">window {} from {}</text>\n",
-        window == 1 ? " other" : "", x, top, scale.at(end) - x, x + 6, top + 16, window, formatDuration(begin));
-  }
-
-  void drawBands(const Scale& scale, const simulated::PostbackRules& rules) {
-    print("<text x=\"0\" y=\"26\">library</text>\n");
-    for (int window = 0; window < 3; ++window) {
-      drawBand(scale, 10, window, libraryBounds[window], libraryBounds[window + 1]);
-    }
+  void drawPlatformWindows(const Timeline& timeline, const simulated::PostbackRules& rules) {
     print("<text x=\"0\" y=\"52\">platform</text>\n");
-    if (rules.ad() == simulated::SignedAd::skAdNetwork3) {
+    if (ad_ == simulated::SignedAd::skAdNetwork3) {
       print("<text x=\"{}\" y=\"52\">no windows, but a timer of 24 hours</text>\n", left + 6);
       return;
     }
     seconds begin{0};
     for (int window = 0; window < 3; ++window) {
       const seconds end = begin + rules.lengths().at(static_cast<std::size_t>(window));
-      drawBand(scale, 36, window, begin, end);
+      timeline.drawWindow(36, window, begin, end);
       begin = end;
     }
   }
@@ -150,15 +132,53 @@ class HtmlReport final : public SimulationReport {
       print("<text x=\"{}\" y=\"{}\">{}</text><path class=\"line\" d=\"M{} {}H{}\"/>\n", left - 24, heightOf(value) + 4,
             value, left, heightOf(value), right);
     }
+    if (ad_ != simulated::SignedAd::skAdNetwork3) {
+      for (const CoarseValue value : {CoarseValue::low, CoarseValue::medium, CoarseValue::high}) {
+        print("<text x=\"{}\" y=\"{:.1f}\" text-anchor=\"end\">{}</text>\n", right, heightOf(rawValue(value)) + 4,
+              rawValue(value));
+      }
+    }
   }
 
-  /// The marks of all steps, each a link to what is told of it; and the values that count, as steps.
-  void drawSteps(const Scale& scale) {
-    std::string path;
-    double labelledUntil = 0;
+  /// Whether the fine value counts. In the platform's later windows only the coarse one does.
+  bool isFine(const simulated::PlatformCall& call) const {
+    return ad_ == simulated::SignedAd::skAdNetwork3 || call.verdict.window == 0;
+  }
+
+  /// Nothing when the call has no value that could count.
+  std::optional<double> heightFor(const simulated::PlatformCall& call) const {
+    if (isFine(call)) {
+      return call.fineValue ? std::optional(heightOf(*call.fineValue)) : std::nullopt;
+    }
+    return call.coarseValue ? std::optional(heightOf(std::string_view(*call.coarseValue))) : std::nullopt;
+  }
+
+  /// What the value of each postback was until it was final.
+  void drawValues(const Timeline& timeline, const std::vector<PostbackRow>& postbacks) {
+    for (const auto& [postback, number, finalBy, sentBetween, tiers] : postbacks) {
+      std::string path;
+      for (const Moment& moment : moments_) {
+        for (const simulated::PlatformCall& call : moment.result.calls) {
+          const auto y = heightFor(call);
+          if (y && call.verdict.outcome == Outcome::accepted && call.verdict.window.value_or(0) == postback.index) {
+            path += fmt::format("{}{:.1f}{}{:.1f}", path.empty() ? "M" : "H", timeline.at(moment.result.at),
+                                path.empty() ? " " : "V", *y);
+          }
+        }
+      }
+      if (!path.empty()) {
+        print("<path class=\"value\" d=\"{}H{:.1f}\"/>\n", path,
+              timeline.at(std::chrono::floor<seconds>(postback.finalizedAt)));
+      }
+    }
+  }
+
+  /// The marks of all steps, each a link to what is told of it.
+  void drawSteps(const Timeline& timeline) {
+    Labels labelled{{{-6}, {16}}};
     for (std::size_t index = 0; index < moments_.size(); ++index) {
       const Moment& moment = moments_[index];
-      const double x = scale.at(moment.result.at);
+      const double x = timeline.at(moment.result.at);
       print("<a href=\"#step-{}\" aria-label=\"{}\">", index + 1, escaped(summary(moment)));
       print("<rect class=\"halo\" x=\"{:.1f}\" y=\"66\" width=\"12\" height=\"{}\" rx=\"6\"/>", x - 6,
             valuesBottom - 56);
@@ -166,43 +186,42 @@ class HtmlReport final : public SimulationReport {
         print("<path class=\"event\" d=\"M{:.1f} 70l5 8l-5 8l-5 -8z\"/>", x);
       }
       for (const simulated::PlatformCall& call : moment.result.calls) {
-        drawCall(x, call, path, labelledUntil);
+        drawCall(x, call, labelled);
       }
       print("</a>\n");
     }
-    if (!path.empty()) {
-      print("<path class=\"value\" d=\"{}\"/>\n", path);
-    }
   }
 
-  void drawCall(double x, const simulated::PlatformCall& call, std::string& path, double& labelledUntil) {
-    const double y = heightOf(call.fineValue.value_or(0));
+  void drawCall(double x, const simulated::PlatformCall& call, Labels& labelled) {
+    const double y = heightFor(call).value_or(valuesBottom);
     const bool counts = call.verdict.outcome == Outcome::accepted;
     if (call.verdict.outcome == Outcome::refused) {
       print("<path class=\"mark refused\" d=\"M{:.1f} {:.1f}l10 10m0 -10l-10 10\"/>", x - 5, y - 5);
     } else {
       print("<circle class=\"mark{}\" cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"5\"/>", counts ? "" : " ignored", x, y);
     }
-    if (counts) {
-      path += path.empty() ? fmt::format("M{:.1f} {:.1f}", x, y) : fmt::format("H{:.1f}V{:.1f}", x, y);
-    }
     if (counts && call.lockWindow.value_or(false) && call.verdict.window) {
       print("<path class=\"line dashed\" d=\"M{0:.1f} 60V{1}\"/><text x=\"{2:.1f}\" y=\"104\">lock</text>", x,
             valuesBottom, x + 9);
     }
-    const std::string label = fmt::format("{} {}", call.fineValue.value_or(0), call.coarseValue.value_or(""));
-    if (x > labelledUntil) {  // others stand in the trace
-      print("<text x=\"{:.1f}\" y=\"{:.1f}\">{}</text>", x + 7, y - 6, label);
-      labelledUntil = x + 12 + 7 * static_cast<double>(label.size());
+    std::string label = isFine(call) && call.fineValue ? std::to_string(*call.fineValue) : "";
+    if (ad_ != simulated::SignedAd::skAdNetwork3 && call.coarseValue) {
+      label += (label.empty() ? "" : " ") + *call.coarseValue;
+    }
+    // Above the mark, else below; others stand in the trace.
+    const auto place = std::ranges::find_if(labelled, [x](const Labelled& side) { return x > side.until; });
+    if (!label.empty() && place != labelled.end()) {
+      print("<text x=\"{:.1f}\" y=\"{:.1f}\">{}</text>", x + 7, y + place->below, label);
+      place->until = x + 12 + 7 * static_cast<double>(label.size());
     }
   }
 
-  void drawPostbacks(const Scale& scale, const std::vector<PostbackRow>& postbacks) {
+  void drawPostbacks(const Timeline& timeline, const std::vector<PostbackRow>& postbacks) {
     double y = postbacksTop;
     for (const auto& [postback, number, finalBy, sentBetween, tiers] : postbacks) {
-      const double from = scale.at(std::chrono::floor<seconds>(postback.finalizedAt));
-      const double earliest = scale.at(std::chrono::floor<seconds>(postback.earliest));
-      const double latest = scale.at(std::chrono::ceil<seconds>(postback.latest));
+      const double from = timeline.at(std::chrono::floor<seconds>(postback.finalizedAt));
+      const double earliest = timeline.at(std::chrono::floor<seconds>(postback.earliest));
+      const double latest = timeline.at(std::chrono::ceil<seconds>(postback.latest));
       print(
           "<g role=\"img\" aria-label=\"Postback {0}, final by {1}, sent between {2}\"><text x=\"0\" "
           "y=\"{3}\">postback {0}"
@@ -219,21 +238,13 @@ class HtmlReport final : public SimulationReport {
       print("<p>No postback: no call counted.</p>\n");
       return;
     }
-    print(
-        "<p class=\"quiet\">It depends on the tier, which the platform assigns.</p>\n<div class=\"wide\"><table>\n"
-        "<tr><th scope=\"col\">Postback</th><th scope=\"col\">Final by</th><th scope=\"col\">Sent between</th>");
-    for (int tier = 0; tier <= 3; ++tier) {
-      print("<th scope=\"col\">Tier {}</th>", tier);
-    }
-    print("</tr>\n");
+    print("<p class=\"quiet\">It depends on the tier, which the platform assigns.</p>\n");
+    std::vector<std::vector<std::string>> rows;
     for (const PostbackRow& row : postbacks) {
-      print("<tr><th scope=\"row\">{}</th><td>{}</td><td>{}</td>", row.number, row.finalBy, row.sentBetween);
-      for (const std::string& tier : row.tiers) {
-        print("<td>{}</td>", escaped(tier));
-      }
-      print("</tr>\n");
+      rows.push_back({row.number, row.finalBy, row.sentBetween});
+      rows.back().insert(rows.back().end(), row.tiers.begin(), row.tiers.end());
     }
-    print("</table></div>\n");
+    writeTable(output_, {"Postback", "Final by", "Sent between", "Tier 0", "Tier 1", "Tier 2", "Tier 3"}, rows);
   }
 
   void writeSteps() {
@@ -266,6 +277,7 @@ class HtmlReport final : public SimulationReport {
   std::string configuration_;
   std::string title_;
   std::string system_;
+  simulated::SignedAd ad_ = simulated::SignedAd::skAdNetwork3;
   seconds end_{0};
   std::vector<Moment> moments_;
 };

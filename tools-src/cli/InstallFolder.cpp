@@ -20,8 +20,8 @@ constexpr const char* names[] = {"settings/tech.quill-mar.quillmaruserdefaults.s
                                  "settings/tech.quill-mar.quillmaruserdefaults.sqlite-wal",
                                  "settings/standard.sqlite",
                                  "settings/standard.sqlite-wal",
-                                 "documents/Quillmar/quill-mar-conv-val.json",
-                                 "documents/asa_attribution_data.json"};
+                                 InstallFolder::configurationFile,
+                                 InstallFolder::attributionFile};
 
 /// How often the files are read until they are the same twice.
 constexpr int attempts = 10;

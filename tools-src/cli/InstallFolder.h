@@ -17,6 +17,10 @@ class InstallFolder {
   InstallFolder(const InstallFolder&) = delete;
   InstallFolder& operator=(const InstallFolder&) = delete;
 
+  /// Files of the library, from the folder on.
+  static constexpr const char* configurationFile = "documents/Quillmar/quill-mar-conv-val.json";
+  static constexpr const char* attributionFile = "documents/asa_attribution_data.json";
+
   const std::filesystem::path& path() const noexcept { return copy_; }
 
   /// The content of one of the files, by its name from the folder on; nothing when it is not there.

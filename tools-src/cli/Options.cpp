@@ -182,6 +182,12 @@ void addSystemVersion(CLI::App& command, std::string& target) {
   command.add_option("--os-version", target, "the system version of the device")->check(version)->capture_default_str();
 }
 
+void addPage(CLI::App& command, std::string& target) {
+  command.add_option("--html", target, "write the same to this file, as a page for a browser")
+      ->check(notEmpty)
+      ->type_name("FILE");
+}
+
 void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
   command.add_flag("--reliable-delivery", options.reliableDelivery,
                    "keep events and purchases on disk until the service has accepted them, and send them again");
@@ -340,9 +346,7 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
       ->type_name("HOURS")
       ->default_str("48,120,672");
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
-  command.add_option("--html", simulate.html, "write the life to this file, as a page for a browser")
-      ->check(notEmpty)
-      ->type_name("FILE");
+  addPage(command, simulate.html);
   command.add_flag("--explain", simulate.explain, "tell, below each event, what became of it and why");
   command
       .add_option_function<std::int64_t>(
@@ -368,6 +372,7 @@ void addInspect(CLI::App& app, InspectOptions& inspect) {
       ->required()
       ->transform(CLI::Validator(existingDataDirectory, "DIR"));
   command.add_flag("--json", inspect.json, "print one JSON line in place of text");
+  addPage(command, inspect.html);
 }
 
 }  // namespace

@@ -70,6 +70,7 @@ struct CheckOptions {
 struct InspectOptions {
   std::string dataDirectory = {};  ///< absolute
   bool json = false;
+  std::string html = {};  ///< a file; empty: no page
 };
 
 /// A text to print on standard output, and nothing else: --help, --version.

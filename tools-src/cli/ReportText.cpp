@@ -93,9 +93,10 @@ std::string ending(const Decision& decision) {
   }
   const std::string sent = decision.interface.empty() ? "sent" : "sent through " + decision.interface;
   if (decision.answer == Decision::Answer::failure) {
-    return sent + ", and the platform failed: " + decision.error;
+    return sent + "; the platform failed: " + decision.error;
   }
-  return sent + (decision.answer == Decision::Answer::success ? ", and the platform took it" : ", without an answer");
+  // Which says nothing about an effect.
+  return sent + (decision.answer == Decision::Answer::success ? "; the platform answered with success" : "; no answer");
 }
 
 }  // namespace

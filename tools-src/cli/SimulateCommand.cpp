@@ -1,16 +1,14 @@
 #include "SimulateCommand.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <ostream>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "Duration.h"
 #include "InputLines.h"
+#include "PageFile.h"
 #include "ServiceConfiguration.h"
 #include "SimulatedInstall.h"
 #include "SimulationReport.h"
@@ -71,11 +69,6 @@ std::string nameOf(const Step& step) {
   return std::holds_alternative<ResetStep>(step) ? "reset" : "configure";
 }
 
-std::string fileContent(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 }  // namespace
 
 SimulateCommand::SimulateCommand(SimulateOptions options) : options_(std::move(options)) {}
@@ -94,13 +87,10 @@ int SimulateCommand::run(std::istream& input, std::ostream& output, std::ostream
 
   std::vector<std::unique_ptr<SimulationReport>> reports;
   reports.push_back(options_.json ? makeJsonReport(output) : makeTextReport(output));
-  std::ofstream page;
+  std::optional<PageFile> page;
   if (!options_.html.empty()) {
-    page.open(options_.html);
-    if (!page) {
-      throw UsageError("simulate: --html: cannot write " + options_.html);
-    }
-    reports.push_back(makeHtmlReport(page, fileContent(options_.config)));
+    page.emplace("simulate", options_.html);
+    reports.push_back(makeHtmlReport(page->output(), readConfiguration("simulate: --config", options_.config)));
   }
   const auto tell = [&](const std::string& name, const EventStep* event, const StepResult& result, bool evenIfQuiet) {
     for (const auto& report : reports) {
@@ -121,8 +111,8 @@ int SimulateCommand::run(std::istream& input, std::ostream& output, std::ostream
   for (const auto& report : reports) {
     report->end(install);
   }
-  if (!page.flush()) {
-    throw std::runtime_error("simulate: --html: cannot write " + options_.html);
+  if (page) {
+    page->finish();
   }
   return lines.badLines() == 0 ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Duration.h"
+#include "FindingsOutput.h"
 #include "JsonOutput.h"
 #include "Logging/Controls.h"
 #include "ReportText.h"
@@ -21,8 +22,9 @@ class TextReport final : public SimulationReport {
   void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
     ad_ = install.rules().ad();
     explain_ = options.explain;
-    line("{} days of an install on system version {}, first launched at {}, by an ad signed for {}", options.days,
-         options.osVersion, timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
+    line("{} of an install on system version {}, first launched at {}, by an ad signed for {}",
+         counted(static_cast<std::size_t>(options.days), "day"), options.osVersion,
+         timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
     if (ad_ != simulated::SignedAd::skAdNetwork3) {
       const auto [first, second, third] = install.rules().lengths();
       line(
