@@ -117,7 +117,10 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   if (!chosen) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
-  return with(handle, [&](auto& object) { object.setOptions({chosen->reliable_delivery}); });
+  QuillmarOptions options;
+  options.reliableDelivery = chosen->reliable_delivery;
+  options.liveAttribution = chosen->live_attribution;
+  return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 
 /// The whole range of the interface's numbers; the library bounds what a clock cannot count.

@@ -13,6 +13,15 @@ struct QuillmarOptions {
   /// At most some 131,000 events wait, for at most 36 days; then the oldest go. An answer that a kill loses means that
   /// the service gets the event twice, with one identifier.
   bool reliableDelivery = false;
+
+  /// Takes the search-ads attribution as its service gives it. Identifiers that are integers are kept as their digits.
+  /// The file is replaced in one step, and one that cannot be read is fetched again.
+  ///
+  /// A record that is not ready yet (404) is asked for again after 5 seconds, three times. After a failure that passes
+  /// (5xx, 408, 425, 429, no network, no token) it is asked for again after a minute, ten minutes and an hour, or when
+  /// "Retry-After" says so, after a day at most. Each attempt asks the platform for a token. What is still to come ends
+  /// with the process, and when tracking is disabled or enabled again.
+  bool liveAttribution = false;
 };
 
 }  // namespace quillmar

@@ -185,6 +185,8 @@ void addSystemVersion(CLI::App& command, std::string& target) {
 void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
   command.add_flag("--reliable-delivery", options.reliableDelivery,
                    "keep events and purchases on disk until the service has accepted them, and send them again");
+  command.add_flag("--live-attribution", options.liveAttribution,
+                   "take the search-ads attribution with identifiers that are integers, and ask again for it");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {

@@ -138,6 +138,7 @@ QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance,
 typedef struct quillmar_options {
   size_t size;
   bool reliable_delivery;
+  bool live_attribution;
 } quillmar_options;
 
 /// Before `quillmar_configure`.

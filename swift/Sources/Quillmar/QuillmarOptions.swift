@@ -7,12 +7,18 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// happened, whether the service can be reached or not.
   public var reliableDelivery = false
 
+  /// Takes the search-ads attribution as its service gives it: identifiers that are integers are kept as their digits, a
+  /// record that is not ready yet is asked for again after 5 seconds, three times, and what fails for a reason that
+  /// passes after a minute, ten minutes and an hour. A stored record that cannot be read is fetched again.
+  public var liveAttribution = false
+
   public init() {}
 
   var forC: quillmar_options {
     var options = quillmar_options()
     options.size = MemoryLayout.size(ofValue: options)
     options.reliable_delivery = reliableDelivery
+    options.live_attribution = liveAttribution
     return options
   }
 }
