@@ -120,6 +120,7 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   QuillmarOptions options;
   options.reliableDelivery = chosen->reliable_delivery;
   options.liveAttribution = chosen->live_attribution;
+  options.updateBothNetworks = chosen->update_both_networks;
   return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 

@@ -307,10 +307,10 @@ namespace {
 
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
                      ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
-                     std::shared_ptr<DecisionTrace> trace) {
-  // A manager of the host's does not tell what it calls.
-  if (auto* const own = trace ? dynamic_cast<ConversionTrackingManager*>(manager.get()) : nullptr) {
-    own->send(value, window, forceLockWindow, std::move(trace));
+                     QuillmarOptions options, std::shared_ptr<DecisionTrace> trace) {
+  // A manager of the host's knows no options, and does not tell what it calls.
+  if (auto* const own = dynamic_cast<ConversionTrackingManager*>(manager.get())) {
+    own->send(value, window, forceLockWindow, options, std::move(trace));
   } else {
     end(trace, Decision::Outcome::sent);
     manager->send(value, window, forceLockWindow);
@@ -338,8 +338,10 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
     recordFilledIn(*trace->record.choice, *resolved.windowValue(window), std::move(lastKey));
   }
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
+  const QuillmarOptions options = self->options();
   self.reset();
-  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, std::move(trace));
+  Task<void> send =
+      sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, options, std::move(trace));
   co_await runOn(std::move(mainExecutor), std::move(send));
 }
 

@@ -55,6 +55,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   Life thisLife() { return {weak_from_this(), epoch_->current()}; }
 
   void setOptions(const QuillmarOptions& options);
+  QuillmarOptions options() const;
 
   // Start-up (StartUp.cpp).
   void configure(std::string verificationKey);
@@ -213,6 +214,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::atomic<bool> isObserved_{false};  ///< spares events the mutex
 
   mutable std::mutex collaboratorsMutex_;
+  QuillmarOptions options_;
   std::shared_ptr<const DecisionObserver> decisionObserver_;
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository_;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;

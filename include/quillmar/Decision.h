@@ -68,7 +68,8 @@ struct Decision {
   std::vector<std::string> ranking;  ///< the keys of the complete rules, the lowest first: it is chosen
   std::optional<Choice> choice;
   /// "adAttributionKit", "skAdNetwork4", "skAdNetwork4WithoutCoarse", "skAdNetwork3", "skAdNetwork2" or "registration";
-  /// empty when nothing was called, or by a conversion tracking manager of the host's.
+  /// empty when nothing was called, or by a conversion tracking manager of the host's. When both networks are called
+  /// (`QuillmarOptions::updateBothNetworks`), this and the answer are AdAttributionKit's.
   std::string interface;
   Answer answer = Answer::none;
   std::string error;  ///< the platform's words for a failure

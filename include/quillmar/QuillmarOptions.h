@@ -22,6 +22,11 @@ struct QuillmarOptions {
   /// "Retry-After" says so, after a day at most. Each attempt asks the platform for a token. What is still to come ends
   /// with the process, and when tracking is disabled or enabled again.
   bool liveAttribution = false;
+
+  /// From system 18.0 on, tells each conversion value to SKAdNetwork as well, right after AdAttributionKit: an install
+  /// by an ad that was signed for SKAdNetwork gets its value only so. The value counts as the last one as soon as one
+  /// of the two has taken it; the log has both answers. An update costs two calls of the platform.
+  bool updateBothNetworks = false;
 };
 
 }  // namespace quillmar

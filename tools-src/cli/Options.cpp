@@ -187,6 +187,8 @@ void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
                    "keep events and purchases on disk until the service has accepted them, and send them again");
   command.add_flag("--live-attribution", options.liveAttribution,
                    "take the search-ads attribution with identifiers that are integers, and ask again for it");
+  command.add_flag("--update-both-networks", options.updateBothNetworks,
+                   "tell values to SKAdNetwork, too, from system 18.0 on");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {

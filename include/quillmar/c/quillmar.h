@@ -139,6 +139,7 @@ typedef struct quillmar_options {
   size_t size;
   bool reliable_delivery;
   bool live_attribution;
+  bool update_both_networks;
 } quillmar_options;
 
 /// Before `quillmar_configure`.

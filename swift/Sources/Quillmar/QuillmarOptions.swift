@@ -12,6 +12,10 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// passes after a minute, ten minutes and an hour. A stored record that cannot be read is fetched again.
   public var liveAttribution = false
 
+  /// From iOS 18 on, tells each conversion value to SKAdNetwork as well, right after AdAttributionKit: an install by an
+  /// ad that was signed for SKAdNetwork gets its value only so.
+  public var updateBothNetworks = false
+
   public init() {}
 
   var forC: quillmar_options {
@@ -19,6 +23,7 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.size = MemoryLayout.size(ofValue: options)
     options.reliable_delivery = reliableDelivery
     options.live_attribution = liveAttribution
+    options.update_both_networks = updateBothNetworks
     return options
   }
 }
