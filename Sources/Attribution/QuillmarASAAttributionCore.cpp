@@ -18,6 +18,7 @@
 #include "Persistence/ASADataPersistence.h"
 #include "Persistence/EventsRepository.h"
 #include "Platform/CompletePlatform.h"
+#include "Settings/EnabledFlag.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/VerificationKeyRepository.h"
 #include "quillmar/Config.h"
@@ -152,10 +153,21 @@ void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHa
     Log::info("ASA attribution data already exists locally");
     return;
   }
+  if (isSwitchedOff()) {
+    return;
+  }
   Activity inFlight(activity_);
   Task<void> fetch = fetchAttribution(weak_from_this(), std::move(enabling), platform_.attributionToken,
                                       std::move(repository), std::move(inFlight));
   spawn(platform_.executor, std::move(fetch));
+}
+
+bool QuillmarASAAttributionCore::isSwitchedOff() const {
+  if (!get(options_).strictSwitch || isSDKEnabled(*userDefaults_)) {
+    return false;
+  }
+  Log::debug("QuillmarASAAttribution - SDK is disabled by server configuration, the attribution is not fetched");
+  return true;
 }
 
 void QuillmarASAAttributionCore::disableASAAttributionTracking() {
@@ -252,7 +264,7 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     co_await sleepFor(std::move(clock), *wait);
     activity = Activity(counter);
     self = weak.lock();
-    if (!self || self->get(self->purchaseListenerTask_) != enabling) {
+    if (!self || self->get(self->purchaseListenerTask_) != enabling || self->isSwitchedOff()) {
       co_return;
     }
   }

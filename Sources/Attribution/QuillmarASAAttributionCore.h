@@ -57,6 +57,8 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   /// The handle stands for this enabling: disabling, and enabling again, put another one into its place, or none.
   std::shared_ptr<TaskHandle> startListener();
   void fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling);
+  /// With `strictSwitch`: the service has switched the library off.
+  bool isSwitchedOff() const;
 
   // The tasks. They hold the core weakly, or what they need of it.
   static std::shared_ptr<PurchaseInterceptorProtocol> currentInterceptor(

@@ -121,6 +121,8 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   options.reliableDelivery = chosen->reliable_delivery;
   options.liveAttribution = chosen->live_attribution;
   options.updateBothNetworks = chosen->update_both_networks;
+  options.strictSwitch = chosen->strict_switch;
+  options.useStoredConfiguration = chosen->use_stored_configuration;
   return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 

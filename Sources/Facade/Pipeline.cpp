@@ -80,6 +80,10 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
     co_return;
   }
   const Trace trace = self->traceOf(name);
+  if (self->isSwitchedOff()) {  // since it was accepted
+    self->drop(name, trace);
+    co_return;
+  }
   if (SharedState::instance().getVerificationKeyInvalid()) {
     Log::error("Event processing skipped: verification key is considered invalid");
     end(trace, Decision::Outcome::keyInvalid);
@@ -96,6 +100,10 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   }
   self = life.lock();
   if (!self) {
+    co_return;
+  }
+  if (self->isSwitchedOff()) {
+    self->skip(name, trace);
     co_return;
   }
   const std::optional<Window> window = self->getCurrentWindow();
@@ -324,6 +332,11 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
                                 Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
   if (!self) {
+    co_return;
+  }
+  if (self->isSwitchedOff()) {
+    Log::debug("SDK is disabled by server configuration, skipping update: {}", value.key);
+    end(trace, Decision::Outcome::switchedOff);
     co_return;
   }
   end(trace, Decision::Outcome::nothingCalled);

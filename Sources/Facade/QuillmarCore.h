@@ -149,6 +149,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   // Refresh.
   void handleAppBecomeActive(const Life& life);
+  void useStoredConfiguration(const Life& life);
   std::shared_ptr<Fetch> beginFetch();
   bool isFetching() const;
   void markFetched();
@@ -156,10 +157,17 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void giveUpFetching(int maxAttempts, const std::string& lastError);
 
   // Intake.
+  using Trace = std::shared_ptr<DecisionTrace>;
   /// What the host reported as it goes on; nothing when the service has switched the library off.
   std::optional<NamedEvent> accept(std::string event, std::optional<EventParameters> params);
   /// The same for one that has its name and parameters; says so in the log.
   bool isAccepted(const std::string& name, const std::optional<NamedParameters>& params);
+  /// With `strictSwitch`: the service has switched the library off, and what is on its way stops.
+  bool isSwitchedOff() const;
+  /// Ends an event for the switch.
+  void skip(const std::string& name, const Trace& trace) const;
+  /// The same for one that the service has not been told of.
+  void drop(const std::string& name, const Trace& trace);
   void keep(std::string event, std::optional<EventParameters> params);
   void wakeOutbox();
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
@@ -168,7 +176,6 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void emptyPendingEvents();
 
   // Pipeline.
-  using Trace = std::shared_ptr<DecisionTrace>;
   /// The record of an event that begins its way; null when nobody observes.
   Trace traceOf(const std::string& event) const;
   static Task<bool> logToService(Life life, std::string name, Trace trace);

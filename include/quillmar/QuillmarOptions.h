@@ -27,6 +27,18 @@ struct QuillmarOptions {
   /// by an ad that was signed for SKAdNetwork gets its value only so. The value counts as the last one as soon as one
   /// of the two has taken it; the log has both answers. An update costs two calls of the platform.
   bool updateBothNetworks = false;
+
+  /// Lets the service's switch stop everything, not only new events: events that are parked or on their way, calls of
+  /// the platform, locks, and the fetch of the attribution. An event that had not been sent to the service yet counts
+  /// as dropped. Events in the outbox wait there until the service switches the library on again. What was handed to
+  /// the network or to the platform is not called back.
+  bool strictSwitch = false;
+
+  /// Goes on with the configuration of the last run until this run has fetched one. The events of an app that starts
+  /// without a network are not parked then, and not lost with the process. They are decided by rules that may be old,
+  /// and their logs fail: ten in a row invalidate the key unless `reliableDelivery` is on. A lock by time still waits
+  /// for a fetch.
+  bool useStoredConfiguration = false;
 };
 
 }  // namespace quillmar

@@ -189,6 +189,10 @@ void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
                    "take the search-ads attribution with identifiers that are integers, and ask again for it");
   command.add_flag("--update-both-networks", options.updateBothNetworks,
                    "tell values to SKAdNetwork, too, from system 18.0 on");
+  command.add_flag("--strict-switch", options.strictSwitch,
+                   "let the service's switch stop parked events and what is on its way, too");
+  command.add_flag("--use-stored-configuration", options.useStoredConfiguration,
+                   "go on with the configuration of the last run until it is fetched");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {

@@ -140,6 +140,8 @@ typedef struct quillmar_options {
   bool reliable_delivery;
   bool live_attribution;
   bool update_both_networks;
+  bool strict_switch;
+  bool use_stored_configuration;
 } quillmar_options;
 
 /// Before `quillmar_configure`.

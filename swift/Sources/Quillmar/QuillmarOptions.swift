@@ -16,6 +16,14 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// ad that was signed for SKAdNetwork gets its value only so.
   public var updateBothNetworks = false
 
+  /// Lets the service's switch stop everything, not only new events: events that are parked or on their way, calls of the
+  /// platform, locks, and the fetch of the attribution.
+  public var strictSwitch = false
+
+  /// Goes on with the configuration of the last run until this run has fetched one. Best with `reliableDelivery`: events
+  /// whose logs fail, ten in a row, invalidate the key without it.
+  public var useStoredConfiguration = false
+
   public init() {}
 
   var forC: quillmar_options {
@@ -24,6 +32,8 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.reliable_delivery = reliableDelivery
     options.live_attribution = liveAttribution
     options.update_both_networks = updateBothNetworks
+    options.strict_switch = strictSwitch
+    options.use_stored_configuration = useStoredConfiguration
     return options
   }
 }
