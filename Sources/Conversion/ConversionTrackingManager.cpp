@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
+#include "Conversion/Withholding.h"
 #include "Logging/Guarded.h"
 #include "Logging/Log.h"
 #include "Platform/SystemVersion.h"
@@ -129,7 +130,11 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
                conversionValue.key);
     return;
   }
-  startUpdate({*windowValue, conversionValue.key, forceLockWindow, std::move(trace)}, options);
+  Update update{*windowValue, conversionValue.key, forceLockWindow, std::move(trace)};
+  if (comparesWithLast(options)) {
+    update.window = window;
+  }
+  startUpdate(std::move(update), options);
 }
 
 void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions& options) {
@@ -273,6 +278,10 @@ void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool l
   } else if (previous) {
     value.revenueMin = previous->revenueMin;
     value.revenueMax = previous->revenueMax;
+  }
+  value.window = update.window;
+  if (update.window && previous && previous->window == update.window) {
+    value.lockWindow = lockWindow || previous->lockWindow.value_or(false);  // a lock holds for the rest of the window
   }
   // A store that cannot write now keeps the value in memory and writes it with the next one.
   storeSetting(*userDefaults_, Config::lastWindowValue, value.toDictionary());

@@ -55,6 +55,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     std::shared_ptr<DecisionTrace> trace;  ///< may be null
     /// With both networks: set by the first that has taken the value. Null with one.
     std::shared_ptr<std::atomic<bool>> taken = nullptr;
+    std::optional<Window> window = {};  ///< to be remembered with the value
 
     std::int64_t fine() const noexcept { return windowValue.fineValue ? windowValue.fineValue->value : 0; }
     /// The fine value in the platform's type; the document may hold numbers far beyond.

@@ -79,6 +79,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   // Pipeline (Pipeline.cpp).
   /// The postback window that the first run puts today into; nothing when the event window has expired.
   std::optional<Window> getCurrentWindow() const;
+  /// When a window begins that is the current one, or was.
+  platform::Clock::TimePoint beginOf(Window window, platform::Clock::TimePoint firstRun) const;
   /// Everything that happens to an accepted event. Its parameters are `testProcessEvent`'s too: it bypasses intake.
   static Task<void> processEvent(Life life, std::string name, std::optional<NamedParameters> params);
   static Task<void> checkLockWindowHours(Life life);
@@ -185,6 +187,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
     ConversionValues::ConversionValue value;
     bool forceLockWindow;
   };
+  EventTracker::Matching matchingIn(Window window) const;
   std::optional<Chosen> choose(const std::string& name, const ConversionValues& configuration, Window window,
                                const Trace& trace) const;
   /// The configuration of the last good fetch; null when there is none that can be read.

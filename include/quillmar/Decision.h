@@ -48,7 +48,9 @@ struct Decision {
     switchedOff,      ///< the service has switched the library off
     parked,           ///< the configuration has yet to come: another record follows when the event goes on
     noConfiguration,  ///< the stored configuration cannot be read
-    nothingCalled     ///< there is a value, but no way to tell it: the system is older than 14.0 and registered before
+    nothingCalled,    ///< there is a value, but no way to tell it: the system is older than 14.0 and registered before
+    lower,            ///< not sent: `QuillmarOptions::neverSendLower`
+    repeated          ///< not sent: `QuillmarOptions::skipRepeatedUpdates` or `skipRepeatedLocks`
   };
 
   /// What the platform said.

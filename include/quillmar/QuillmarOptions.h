@@ -39,6 +39,34 @@ struct QuillmarOptions {
   /// and their logs fail: ten in a row invalidate the key unless `reliableDelivery` is on. A lock by time still waits
   /// for a fetch.
   bool useStoredConfiguration = false;
+
+  // What follows is about conversion values.
+
+  /// Of a rule with one complete half, sends, ranks and locks by that half only. The other half comes from the last
+  /// update, as for rules that leave a half out.
+  bool onlyCompleteHalves = false;
+
+  /// Lets a single bound count: with `revenueMin` alone, an event needs that revenue or more, with `revenueMax` alone
+  /// that or less. An event without a revenue then meets neither.
+  bool honourSingleBounds = false;
+
+  /// Sends no value that ranks below the last one of the same window.
+  bool neverSendLower = false;
+
+  /// Lets rules count the events of the current window only, by their time in the history: when they were tracked, or
+  /// with `reliableDelivery` when they happened.
+  bool currentWindowOnly = false;
+
+  /// Sends no update that repeats fine and coarse value of the last one of the same window, unless it locks.
+  bool skipRepeatedUpdates = false;
+
+  /// Sends no lock for a window that is locked: neither the lock by time, which comes with each fetch, nor a value that
+  /// locks.
+  bool skipRepeatedLocks = false;
+
+  /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840 in place of 3, 8 and 36
+  /// local days. Locks by time count from there. How long the library starts at all does not change.
+  bool platformWindows = false;
 };
 
 }  // namespace quillmar

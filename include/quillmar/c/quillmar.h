@@ -142,6 +142,13 @@ typedef struct quillmar_options {
   bool update_both_networks;
   bool strict_switch;
   bool use_stored_configuration;
+  bool only_complete_halves;
+  bool honour_single_bounds;
+  bool never_send_lower;
+  bool current_window_only;
+  bool skip_repeated_updates;
+  bool skip_repeated_locks;
+  bool platform_windows;
 } quillmar_options;
 
 /// Before `quillmar_configure`.

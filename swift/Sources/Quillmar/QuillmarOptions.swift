@@ -24,6 +24,27 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// whose logs fail, ten in a row, invalidate the key without it.
   public var useStoredConfiguration = false
 
+  /// Of a rule with one complete half, sends, ranks and locks by that half only.
+  public var onlyCompleteHalves = false
+
+  /// Lets a single revenue bound of a rule count. An event without a revenue does not meet it.
+  public var honourSingleBounds = false
+
+  /// Sends no value that ranks below the last one of the same window.
+  public var neverSendLower = false
+
+  /// Lets rules count the events of the current window only.
+  public var currentWindowOnly = false
+
+  /// Sends no update that repeats fine and coarse value of the last one of the same window, unless it locks.
+  public var skipRepeatedUpdates = false
+
+  /// Sends no lock for a window that is locked.
+  public var skipRepeatedLocks = false
+
+  /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840.
+  public var platformWindows = false
+
   public init() {}
 
   var forC: quillmar_options {
@@ -34,6 +55,13 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.update_both_networks = updateBothNetworks
     options.strict_switch = strictSwitch
     options.use_stored_configuration = useStoredConfiguration
+    options.only_complete_halves = onlyCompleteHalves
+    options.honour_single_bounds = honourSingleBounds
+    options.never_send_lower = neverSendLower
+    options.current_window_only = currentWindowOnly
+    options.skip_repeated_updates = skipRepeatedUpdates
+    options.skip_repeated_locks = skipRepeatedLocks
+    options.platform_windows = platformWindows
     return options
   }
 }
