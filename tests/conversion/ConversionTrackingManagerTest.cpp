@@ -141,25 +141,6 @@ TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulate
   EXPECT_THAT(platform_->calls, ElementsAre(one)) << "registered once";
 }
 
-TEST_F(ConversionTrackingManagerTest, updatesBothNetworksAndSavesWhatTheFirstHasTaken) {
-  const std::optional<PlatformError> good, bad{{"No"}};
-  for (const auto& [kit, four] : {std::pair(good, good), {bad, good}, {good, bad}, {bad, bad}}) {
-    const test::LogCapture log;
-    store_->remove("LastWindowValue");
-    forgetCalls();
-    manager_->send({"rule", {{"window1", {fine7, medium}}}}, Window::window1, true, {.updateBothNetworks = true}, {});
-    crank();
-    ASSERT_THAT(platform_->calls, ElementsAre("kit fine=7 coarse=1 lock=true", "4 fine=7 coarse=1 lock=true"));
-    platform_->completions[0](kit);
-    EXPECT_EQ(last().has_value(), !kit);
-    store_->remove("LastWindowValue");
-    platform_->completions[1](four);
-    EXPECT_EQ(last().has_value(), kit && !four) << "saved once: a later value may have come since";
-    EXPECT_THAT(log.messages(), testing::Contains(testing::ContainsRegex("AdAttributionKit (update|postback) ")));
-    EXPECT_THAT(log.messages(), testing::Contains(testing::HasSubstr("SKAdNetwork 4.0 update ")));
-  }
-}
-
 TEST_F(ConversionTrackingManagerTest, absentPartsHugeValuesAndAllCoarseOnesAreSentSafely) {
   constexpr std::int64_t huge = std::int64_t{1} << 40;
   send("17.0", {{}, medium});
