@@ -1,8 +1,10 @@
 #include "Attribution/QuillmarASAAttributionCore.h"
 
+#include <stdexcept>
 #include <utility>
 #include <variant>
 
+#include "Attribution/AttributionRetries.h"
 #include "Attribution/KeptPurchases.h"
 #include "Attribution/PurchaseInterceptor.h"
 #include "Attribution/PurchaseProcessor.h"
@@ -16,6 +18,7 @@
 #include "Persistence/ASADataPersistence.h"
 #include "Persistence/EventsRepository.h"
 #include "Platform/CompletePlatform.h"
+#include "Settings/EnabledFlag.h"
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/VerificationKeyRepository.h"
 #include "quillmar/Config.h"
@@ -64,7 +67,7 @@ void QuillmarASAAttributionCore::setOptions(const QuillmarOptions& options) {
   if (options.reliableDelivery && !outbox_->isStarted()) {
     outbox_->start(std::make_unique<KeptPurchases>(weak_from_this()));
   }
-  deliversReliably_ = options.reliableDelivery;
+  options_ = options;
 }
 
 // An activation wakes what waits for its next attempt.
@@ -98,8 +101,9 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
     return;
   }
   set(quillmarVerificationKey_, *key);
-  buildRepositories(*key);
-  const bool reliably = get(deliversReliably_) && outbox_->isMine();
+  const QuillmarOptions options = get(options_);
+  buildRepositories(*key, options);
+  const bool reliably = options.reliableDelivery && outbox_->isMine();
   set(purchaseProcessor_, std::make_shared<PurchaseProcessor>(asaAttributionTrackingRepository(), eventsRepository(),
                                                               userDefaults_, counters_, reliably ? outbox_ : nullptr));
   if (reliably) {
@@ -116,16 +120,16 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
                                                                   platform_.executor, activity_, counters_));
   Log::error("QuillmarASAAttribution - PurchaseInterceptor created successfully");
   Log::error("QuillmarASAAttribution - About to start listening for purchases");
-  startListener();
+  std::shared_ptr<TaskHandle> enabling = startListener();
   Log::error("QuillmarASAAttribution - Purchase listener task assigned");
-  fetchAttributionIfAbsent();
+  fetchAttributionIfAbsent(std::move(enabling));
 }
 
-void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey) {
+void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey, const QuillmarOptions& options) {
   const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
   auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
-      networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)));
-  auto persistence = std::make_shared<ASADataPersistence>(platform_.files);
+      networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)), options);
+  auto persistence = std::make_shared<ASADataPersistence>(platform_.files, std::nullopt, options);
   set(asaAttributionTrackingRepository_,
       std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence)));
   auto eventsClient = std::make_shared<EventsApiClient>(
@@ -133,24 +137,37 @@ void QuillmarASAAttributionCore::buildRepositories(const std::string& verificati
   set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
 }
 
-void QuillmarASAAttributionCore::startListener() {
+std::shared_ptr<TaskHandle> QuillmarASAAttributionCore::startListener() {
   auto handle = std::make_shared<TaskHandle>();
   Activity inFlight(activity_);
   Task<void> listener = runListener(weak_from_this(), handle, std::move(inFlight));
   spawn(platform_.executor, std::move(listener));
   // An earlier task is not cancelled: its listener ended with the interceptor that was replaced.
-  set(purchaseListenerTask_, std::move(handle));
+  set(purchaseListenerTask_, handle);
+  return handle;
 }
 
-void QuillmarASAAttributionCore::fetchAttributionIfAbsent() {
+void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling) {
   auto repository = asaAttributionTrackingRepository();
   if (!repository || repository->hasAttributionData()) {
     Log::info("ASA attribution data already exists locally");
     return;
   }
+  if (isSwitchedOff()) {
+    return;
+  }
   Activity inFlight(activity_);
-  Task<void> fetch = fetchAttribution(platform_.attributionToken, std::move(repository), std::move(inFlight));
+  Task<void> fetch = fetchAttribution(weak_from_this(), std::move(enabling), platform_.attributionToken,
+                                      std::move(repository), std::move(inFlight));
   spawn(platform_.executor, std::move(fetch));
+}
+
+bool QuillmarASAAttributionCore::isSwitchedOff() const {
+  if (!get(options_).strictSwitch || isSDKEnabled(*userDefaults_)) {
+    return false;
+  }
+  Log::debug("QuillmarASAAttribution - SDK is disabled by server configuration, the attribution is not fetched");
+  return true;
 }
 
 void QuillmarASAAttributionCore::disableASAAttributionTracking() {
@@ -198,27 +215,58 @@ Task<void> QuillmarASAAttributionCore::stopListener(std::weak_ptr<QuillmarASAAtt
   }
 }
 
-Task<void> QuillmarASAAttributionCore::fetchAttribution(
-    std::shared_ptr<platform::AttributionTokenProvider> provider,
-    std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, [[maybe_unused]] Activity activity) {
-  std::string failure;
-  bool fetched = false;
+namespace {
+
+/// What kept the attribution from being fetched; null when nothing did.
+Task<std::exception_ptr> fetchOnce(std::shared_ptr<platform::AttributionTokenProvider> provider,
+                                   std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository) {
   Task<platform::AttributionTokenResult> request = requestToken(std::move(provider));
   platform::AttributionTokenResult result = co_await std::move(request);
   if (const auto* error = std::get_if<platform::PlatformError>(&result)) {
-    failure = error->localizedDescription;
-  } else {
-    try {
-      co_await repository->fetchAndStoreAttributionData(std::get<std::string>(std::move(result)));
-      fetched = true;
-    } catch (...) {
-      failure = localizedDescription(std::current_exception());
-    }
+    co_return std::make_exception_ptr(std::runtime_error(error->localizedDescription));
   }
-  if (fetched) {
-    Log::info("Successfully fetched and stored ASA attribution data");
-  } else {
-    Log::error("Failed to fetch ASA attribution data: {}", failure);
+  try {
+    co_await repository->fetchAndStoreAttributionData(std::get<std::string>(std::move(result)));
+  } catch (...) {
+    co_return std::current_exception();
+  }
+  co_return nullptr;
+}
+
+}  // namespace
+
+Task<void> QuillmarASAAttributionCore::fetchAttribution(
+    std::weak_ptr<QuillmarASAAttributionCore> weak, std::shared_ptr<TaskHandle> enabling,
+    std::shared_ptr<platform::AttributionTokenProvider> provider,
+    std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, Activity activity) {
+  AttributionRetries retries;
+  for (;;) {
+    Task<std::exception_ptr> attempt = fetchOnce(provider, repository);
+    const std::exception_ptr failure = co_await std::move(attempt);
+    if (!failure) {
+      Log::info("Successfully fetched and stored ASA attribution data");
+      co_return;
+    }
+    Log::error("Failed to fetch ASA attribution data: {}", localizedDescription(failure));
+    std::shared_ptr<QuillmarASAAttributionCore> self = weak.lock();
+    if (!self || !self->get(self->options_).liveAttribution) {
+      co_return;
+    }
+    const std::optional<std::chrono::seconds> wait = retries.waitAfter(failure, self->platform_.clock->now());
+    if (!wait) {
+      co_return;
+    }
+    Log::debug("QuillmarASAAttribution - Asking for the attribution again in {} s", wait->count());
+    std::shared_ptr<platform::Clock> clock = self->platform_.clock;
+    const std::shared_ptr<ActivityCounter> counter = self->activity_;
+    self.reset();
+    activity.end();  // `drain` does not wait for an attempt that is yet to come
+    co_await sleepFor(std::move(clock), *wait);
+    activity = Activity(counter);
+    self = weak.lock();
+    if (!self || self->get(self->purchaseListenerTask_) != enabling || self->isSwitchedOff()) {
+      co_return;
+    }
   }
 }
 

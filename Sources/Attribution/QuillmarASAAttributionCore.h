@@ -53,9 +53,12 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
  private:
   friend class KeptPurchases;
 
-  void buildRepositories(const std::string& verificationKey);
-  void startListener();
-  void fetchAttributionIfAbsent();
+  void buildRepositories(const std::string& verificationKey, const QuillmarOptions& options);
+  /// The handle stands for this enabling: disabling, and enabling again, put another one into its place, or none.
+  std::shared_ptr<TaskHandle> startListener();
+  void fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling);
+  /// With `strictSwitch`: the service has switched the library off.
+  bool isSwitchedOff() const;
 
   // The tasks. They hold the core weakly, or what they need of it.
   static std::shared_ptr<PurchaseInterceptorProtocol> currentInterceptor(
@@ -64,7 +67,9 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
                                 Activity activity);
   static Task<void> stopListener(std::weak_ptr<QuillmarASAAttributionCore> weak,
                                  std::weak_ptr<PurchaseInterceptorProtocol> dropped, Activity activity);
-  static Task<void> fetchAttribution(std::shared_ptr<platform::AttributionTokenProvider> provider,
+  static Task<void> fetchAttribution(std::weak_ptr<QuillmarASAAttributionCore> weak,
+                                     std::shared_ptr<TaskHandle> enabling,
+                                     std::shared_ptr<platform::AttributionTokenProvider> provider,
                                      std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository,
                                      Activity activity);
 
@@ -100,7 +105,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
   const std::shared_ptr<Outbox> outbox_;
-  bool deliversReliably_ = false;                                    // guarded by mutex_
+  QuillmarOptions options_;                                          // guarded by mutex_
   std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise
 };
 

@@ -117,7 +117,20 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   if (!chosen) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
-  return with(handle, [&](auto& object) { object.setOptions({chosen->reliable_delivery}); });
+  QuillmarOptions options;
+  options.reliableDelivery = chosen->reliable_delivery;
+  options.liveAttribution = chosen->live_attribution;
+  options.updateBothNetworks = chosen->update_both_networks;
+  options.strictSwitch = chosen->strict_switch;
+  options.useStoredConfiguration = chosen->use_stored_configuration;
+  options.onlyCompleteHalves = chosen->only_complete_halves;
+  options.honourSingleBounds = chosen->honour_single_bounds;
+  options.neverSendLower = chosen->never_send_lower;
+  options.currentWindowOnly = chosen->current_window_only;
+  options.skipRepeatedUpdates = chosen->skip_repeated_updates;
+  options.skipRepeatedLocks = chosen->skip_repeated_locks;
+  options.platformWindows = chosen->platform_windows;
+  return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 
 /// The whole range of the interface's numbers; the library bounds what a clock cannot count.

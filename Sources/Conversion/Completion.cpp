@@ -1,6 +1,7 @@
 #include "Conversion/Completion.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace quillmar {
 
@@ -11,25 +12,46 @@ void addEvent(RevenuesByName& history, const std::string& name, std::optional<do
   }
 }
 
-bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history) {
+bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history, SingleBound single) {
   const auto found = history.find(std::string_view(event.name));
   if (found == history.end()) {
     return false;
   }
-  if (!event.revenueMin || !event.revenueMax) {
+  const int bounds = (event.revenueMin ? 1 : 0) + (event.revenueMax ? 1 : 0);
+  if (bounds == 0 || (bounds == 1 && single == SingleBound::ignored)) {
     return true;
   }
+  constexpr double infinity = std::numeric_limits<double>::infinity();
   const std::set<double>& revenues = found->second;
-  const auto candidate = revenues.lower_bound(*event.revenueMin);
-  return candidate != revenues.end() && *candidate <= *event.revenueMax;
+  const auto candidate = revenues.lower_bound(event.revenueMin.value_or(-infinity));
+  return candidate != revenues.end() && *candidate <= event.revenueMax.value_or(infinity);
 }
 
+namespace {
+
+template <class Half>
+bool isHalfComplete(const std::optional<Half>& half, const RevenuesByName& history, SingleBound single) {
+  return half && std::all_of(half->requiredEvents.begin(), half->requiredEvents.end(),
+                             [&](const auto& event) { return isMet(event, history, single); });
+}
+
+}  // namespace
+
 bool isComplete(const ConversionValues::WindowValue& value, const RevenuesByName& history) {
-  const auto isHalfComplete = [&history](const auto& half) {
-    return half && std::all_of(half->requiredEvents.begin(), half->requiredEvents.end(),
-                               [&history](const auto& event) { return isMet(event, history); });
-  };
-  return isHalfComplete(value.fineValue) || isHalfComplete(value.coarseValue);
+  return isHalfComplete(value.fineValue, history, SingleBound::ignored) ||
+         isHalfComplete(value.coarseValue, history, SingleBound::ignored);
+}
+
+ConversionValues::WindowValue completeHalves(const ConversionValues::WindowValue& value, const RevenuesByName& history,
+                                             SingleBound single) {
+  ConversionValues::WindowValue halves;
+  if (isHalfComplete(value.fineValue, history, single)) {
+    halves.fineValue = value.fineValue;
+  }
+  if (isHalfComplete(value.coarseValue, history, single)) {
+    halves.coarseValue = value.coarseValue;
+  }
+  return halves;
 }
 
 }  // namespace quillmar

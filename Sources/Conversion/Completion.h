@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
@@ -21,11 +22,19 @@ using RevenuesByName = std::unordered_map<std::string, std::set<double>, NameHas
 
 void addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
 
+/// What a single revenue bound of a required event says.
+enum class SingleBound : std::uint8_t { ignored, honoured };
+
 /// An event of that name was tracked; if there are both bounds, one with a revenue within them. A single bound is
-/// deliberately ignored.
-bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history);
+/// deliberately ignored, unless something else is said.
+bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history,
+           SingleBound single = SingleBound::ignored);
 
 /// One half has all its required events.
 bool isComplete(const ConversionValues::WindowValue& value, const RevenuesByName& history);
+
+/// The value with those of its halves that have all their required events.
+ConversionValues::WindowValue completeHalves(const ConversionValues::WindowValue& value, const RevenuesByName& history,
+                                             SingleBound single);
 
 }  // namespace quillmar

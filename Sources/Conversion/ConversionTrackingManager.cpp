@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Conversion/LastWindowValue.h"
+#include "Conversion/Withholding.h"
 #include "Logging/Guarded.h"
 #include "Logging/Log.h"
 #include "Platform/SystemVersion.h"
@@ -115,11 +116,12 @@ void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
                                      bool forceLockWindow) {
-  send(conversionValue, window, forceLockWindow, nullptr);
+  send(conversionValue, window, forceLockWindow, {}, nullptr);
 }
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
-                                     bool forceLockWindow, std::shared_ptr<DecisionTrace> trace) {
+                                     bool forceLockWindow, const QuillmarOptions& options,
+                                     std::shared_ptr<DecisionTrace> trace) {
   Log::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
              rawValue(window));
   const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
@@ -128,17 +130,35 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
                conversionValue.key);
     return;
   }
-  startUpdate({*windowValue, conversionValue.key, forceLockWindow, std::move(trace)});
+  Update update{*windowValue, conversionValue.key, forceLockWindow, std::move(trace)};
+  if (comparesWithLast(options)) {
+    update.window = window;
+  }
+  startUpdate(std::move(update), options);
 }
 
-void ConversionTrackingManager::startUpdate(const Update& update) {
+void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions& options) {
   const std::string system = device_->systemVersion();
   const std::string version = simulatediOSVersion().value_or(system);
   const auto isAtLeast = [&](std::string_view tier) {
     return isVersionAtLeast(system, tier) && isVersionAtLeast(version, tier);
   };
   if (isAtLeast("18.0")) {
+    if (options.updateBothNetworks) {
+      update.taken = std::make_shared<std::atomic<bool>>(false);
+    }
     sendEventWithAttributionKit(update);
+    if (update.taken) {
+      update.trace = nullptr;  // has the first call; the platform may answer both at the same time
+      auto inFlight = std::make_shared<Activity>(activity_);
+      mainExecutor_->post([weak = weak_from_this(), update = std::move(update), inFlight = std::move(inFlight)] {
+        guarded("SKAdNetwork", [&] {
+          if (const auto self = weak.lock()) {
+            self->sendEventSKAdNetwork4(update);
+          }
+        });
+      });
+    }
   } else if (isAtLeast("16.1")) {
     sendEventSKAdNetwork4(update);
   } else if (isAtLeast("15.4")) {
@@ -156,7 +176,10 @@ void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
     postback.coarseConversionValue = toAttributionKitCoarseValue(*coarse);
   }
-  auto done = completion(update, update.forceLockWindow, {"Attribution: AdAttributionKit postback failed ", {}});
+  auto done = completion(
+      update, update.forceLockWindow,
+      {"Attribution: AdAttributionKit postback failed ",
+       update.taken ? "ConversionTrackingManager - AdAttributionKit update successful" : std::string_view()});
   // A task of its own: the update that asks for it is over before the platform is called.
   mainExecutor_->post([weak = weak_from_this(), postback, done = std::move(done)] {
     guarded("AdAttributionKit", [&] {
@@ -233,6 +256,9 @@ platform::AdNetworkCompletion ConversionTrackingManager::completion(Update updat
 }
 
 void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool lockWindow) {
+  if (update.taken && update.taken->exchange(true)) {
+    return;  // a later value may have been saved since
+  }
   const std::lock_guard lock(lastWindowValueQueue_);
   std::optional<LastWindowValue> previous = readLastWindowValue(*userDefaults_);
   LastWindowValue value{update.key, update.fine(), update.coarse(), lockWindow, {}, std::nullopt, std::nullopt};
@@ -252,6 +278,10 @@ void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool l
   } else if (previous) {
     value.revenueMin = previous->revenueMin;
     value.revenueMax = previous->revenueMax;
+  }
+  value.window = update.window;
+  if (update.window && previous && previous->window == update.window) {
+    value.lockWindow = lockWindow || previous->lockWindow.value_or(false);  // a lock holds for the rest of the window
   }
   // A store that cannot write now keeps the value in memory and writes it with the next one.
   storeSetting(*userDefaults_, Config::lastWindowValue, value.toDictionary());

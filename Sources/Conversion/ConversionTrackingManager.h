@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "Conversion/DecisionTrace.h"
 #include "Conversion/SKAdNetworkProtocol.h"
 #include "quillmar/ConversionTrackingManagerProtocol.h"
+#include "quillmar/QuillmarOptions.h"
 #include "quillmar/platform/AdAttributionKit.h"
 #include "quillmar/platform/Device.h"
 #include "quillmar/platform/Executor.h"
@@ -35,9 +37,9 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
 
   /// Sends a value, resolved before.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow) override;
-  /// The same for an event whose way is recorded: the interface and the platform's answer, too.
+  /// The same with options, and for an event whose way is recorded: the interface and the platform's answer, too.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow,
-            std::shared_ptr<DecisionTrace> trace);
+            const QuillmarOptions& options, std::shared_ptr<DecisionTrace> trace);
 
   /// Stands in for the device's system version in the choice of the interface, as long as the device itself is new
   /// enough for it. For tests; holds for the process.
@@ -51,6 +53,9 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     std::string key;
     bool forceLockWindow = false;
     std::shared_ptr<DecisionTrace> trace;  ///< may be null
+    /// With both networks: set by the first that has taken the value. Null with one.
+    std::shared_ptr<std::atomic<bool>> taken = nullptr;
+    std::optional<Window> window = {};  ///< to be remembered with the value
 
     std::int64_t fine() const noexcept { return windowValue.fineValue ? windowValue.fineValue->value : 0; }
     /// The fine value in the platform's type; the document may hold numbers far beyond.
@@ -61,7 +66,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
   };
   class OpenCall;
 
-  void startUpdate(const Update& update);
+  void startUpdate(Update update, const QuillmarOptions& options);
   void sendEventWithAttributionKit(const Update& update);
   void sendEventSKAdNetwork4(const Update& update);
   void sendEventSKAdNetwork3(const Update& update);

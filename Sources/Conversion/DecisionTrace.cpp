@@ -43,6 +43,10 @@ std::string_view rawValue(Decision::Outcome outcome) noexcept {
       return "parked";
     case Decision::Outcome::noConfiguration:
       return "noConfiguration";
+    case Decision::Outcome::lower:
+      return "lower";
+    case Decision::Outcome::repeated:
+      return "repeated";
     default:
       return "nothingCalled";
   }

@@ -138,6 +138,7 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
 void EventTracker::clearCompletedEvents() {
   const std::lock_guard lock(eventsQueue_);
   indexedRevision_.reset();
+  recentRevision_.reset();
   // Emptied, then removed: should only the first write reach the disk, the events are gone all the same.
   storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
   removeSetting(*userDefaults_, completedEventsKey);
@@ -159,6 +160,58 @@ std::vector<const ConversionValues::ConversionValue*> EventTracker::findComplete
     }
   }
   return completed;
+}
+
+std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
+    const ConversionValues& values, Window currentWindow, const Matching& matching,
+    std::vector<Decision::Rule>* rules) {
+  const std::lock_guard lock(eventsQueue_);
+  const RevenuesByName& history = historySince(matching.since);
+  std::vector<ConversionValues::ConversionValue> completed;
+  for (const auto& value : values.values) {
+    const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
+    if (windowValue == nullptr) {
+      continue;
+    }
+    ConversionValues::WindowValue halves = completeHalves(*windowValue, history, matching.singleBound);
+    if (halves.fineValue || halves.coarseValue) {
+      auto& copy = completed.emplace_back();
+      copy.key = value.key;
+      copy.windows.emplace(rawValue(currentWindow), matching.onlyCompleteHalves ? std::move(halves) : *windowValue);
+    }
+    if (rules != nullptr) {
+      rules->push_back(explained(value.key, *windowValue, history, matching.singleBound));
+    }
+  }
+  return completed;
+}
+
+const RevenuesByName& EventTracker::historySince(std::optional<platform::Clock::TimePoint> since) {
+  if (!since) {
+    static_cast<void>(updateIndex());
+    return index_;
+  }
+  const std::optional<std::uint64_t> revision = userDefaults_->revision(completedEventsKey);
+  if (revision && revision == recentRevision_ && *since == recentSince_) {
+    return recent_;
+  }
+  recentRevision_.reset();
+  recentSince_ = *since;
+  recent_.clear();
+  try {
+    const auto addRecent = [this](const TrackedEvent& event) { addToRecent(event); };
+    forEachStoredEvent(userDefaults_->data(completedEventsKey), addRecent, [this] { recent_.clear(); });
+    recentRevision_ = revision;
+  } catch (const std::system_error&) {
+    recent_.clear();  // what cannot be read counts as not tracked
+  }
+  return recent_;
+}
+
+void EventTracker::addToRecent(const TrackedEvent& event) {
+  if (event.timestamp >= recentSince_) {
+    addEvent(recent_, event.name, event.revenue());
+  }
 }
 
 std::error_code EventTracker::updateIndex() {
@@ -221,11 +274,18 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tai
     }
     return error;
   }
+  const bool isRecentUpToDate = revision && std::exchange(recentRevision_, std::nullopt) == revision;
   for (const TrackedEvent* const event : storable) {
     addEvent(index_, event->name, event->revenue());
+    if (isRecentUpToDate) {
+      addToRecent(*event);
+    }
   }
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);
+  if (isRecentUpToDate) {
+    recentRevision_ = indexedRevision_;
+  }
   return {};
 }
 

@@ -72,8 +72,26 @@ class EventTracker {
   std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(
       const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules = nullptr);
 
+  /// Other ways than the usual one to find what is complete.
+  struct Matching {
+    bool onlyCompleteHalves = false;
+    SingleBound singleBound = SingleBound::ignored;
+    std::optional<platform::Clock::TimePoint> since;  ///< only events from then on count
+
+    bool isUsual() const noexcept { return !onlyCompleteHalves && singleBound == SingleBound::ignored && !since; }
+  };
+
+  /// The same in such a way: copies of the values, with this window only, and without the halves that do not count.
+  std::vector<ConversionValues::ConversionValue> findCompletedConversionValues(const ConversionValues& values,
+                                                                               Window currentWindow,
+                                                                               const Matching& matching,
+                                                                               std::vector<Decision::Rule>* rules);
+
  private:
   // These are called with the lock held.
+  /// What counts of the events from then on; all of them without an instant.
+  const RevenuesByName& historySince(std::optional<platform::Clock::TimePoint> since);
+  void addToRecent(const TrackedEvent& event);
   std::error_code track(const std::vector<TrackedEvent>& events, Tails alongside);
   std::error_code store(const std::vector<TrackedEvent>& events, Tails alongside);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
@@ -89,6 +107,10 @@ class EventTracker {
   RevenuesByName index_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
+  /// The same of the events from an instant on, and that instant.
+  RevenuesByName recent_;
+  std::optional<std::uint64_t> recentRevision_;
+  platform::Clock::TimePoint recentSince_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.
   std::size_t appendAt_ = 0;
 };

@@ -30,6 +30,18 @@ std::optional<double> optionalNumber(const PropertyListValue::Dictionary& dictio
 
 }  // namespace
 
+ConversionValues::ConversionValue LastWindowValue::conversionValue(Window forWindow) const {
+  ConversionValues::WindowValue value;
+  value.fineValue = {fineValue, {}};
+  if (coarseValue) {
+    value.coarseValue = {*coarseValue, {}};
+  }
+  ConversionValues::ConversionValue whole;
+  whole.key = key;
+  whole.windows.emplace(rawValue(forWindow), std::move(value));
+  return whole;
+}
+
 PropertyListValue::Dictionary LastWindowValue::toDictionary() const {
   PropertyListValue::Dictionary dictionary{
       {"key", key},
@@ -46,6 +58,9 @@ PropertyListValue::Dictionary LastWindowValue::toDictionary() const {
   }
   if (revenueMax) {
     dictionary.emplace("revenueMax", *revenueMax);
+  }
+  if (window) {
+    dictionary.emplace("window", std::string(rawValue(*window)));
   }
   return dictionary;
 }
@@ -71,6 +86,9 @@ std::optional<LastWindowValue> LastWindowValue::fromDictionary(const PropertyLis
   }
   value.revenueMin = optionalNumber(dictionary, "revenueMin");
   value.revenueMax = optionalNumber(dictionary, "revenueMax");
+  if (const auto* const window = entry<std::string>(dictionary, "window")) {
+    value.window = windowFromRawValue(*window);
+  }
   return value;
 }
 
@@ -86,7 +104,11 @@ void LastWindowValue::encode(JsonWriter& writer) const {
   for (const std::string& name : completedEvents) {
     writer.string(name);
   }
-  writer.endArray().optionalMember("revenueMin", revenueMin).optionalMember("revenueMax", revenueMax).endObject();
+  writer.endArray().optionalMember("revenueMin", revenueMin).optionalMember("revenueMax", revenueMax);
+  if (window) {
+    writer.member("window", rawValue(*window));
+  }
+  writer.endObject();
 }
 
 LastWindowValue LastWindowValue::decode(const JsonReader& reader) {
@@ -107,6 +129,9 @@ LastWindowValue LastWindowValue::decode(const JsonReader& reader) {
   });
   value.revenueMin = reader.optionalNumber("revenueMin");
   value.revenueMax = reader.optionalNumber("revenueMax");
+  if (const auto window = reader.optionalString("window")) {
+    value.window = windowFromRawValue(*window);
+  }
   return value;
 }
 

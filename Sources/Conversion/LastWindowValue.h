@@ -22,7 +22,11 @@ struct LastWindowValue {
   std::set<std::string> completedEvents;
   std::optional<double> revenueMin;
   std::optional<double> revenueMax;
+  std::optional<Window> window = {};  ///< that it was sent in; kept only for options that ask for it
   bool operator==(const LastWindowValue&) const = default;
+
+  /// The value as it was sent, for the window.
+  ConversionValues::ConversionValue conversionValue(Window forWindow) const;
 
   /// The stored form. What is absent is left out.
   platform::PropertyListValue::Dictionary toDictionary() const;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -7,34 +9,23 @@
 
 namespace quillmar {
 
-/// The days since the first run at which the windows begin.
-constexpr std::int64_t windowStart(Window window) noexcept {
-  switch (window) {
-    case Window::window1:
-      return 3;
-    case Window::window2:
-      return 8;
-    default:
-      return 0;
-  }
+/// Where windows 0, 1 and 2 begin since the first run, and where the last one ends.
+using WindowBorders = std::array<std::int64_t, 4>;
+constexpr WindowBorders windowDays{0, 3, 8, 36};
+constexpr WindowBorders platformWindowHours{0, 48, 168, 840};
+
+constexpr std::int64_t windowStart(Window window, const WindowBorders& borders = windowDays) noexcept {
+  return borders[static_cast<std::size_t>(window)];
 }
 
-/// The day on which a window is over.
-constexpr std::int64_t windowEnd(Window window) noexcept {
-  switch (window) {
-    case Window::window0:
-      return windowStart(Window::window1);
-    case Window::window1:
-      return windowStart(Window::window2);
-    default:
-      return 36;
-  }
+constexpr std::int64_t windowEnd(Window window, const WindowBorders& borders = windowDays) noexcept {
+  return borders[static_cast<std::size_t>(window) + 1];
 }
 
-/// The window of a day, counted from the first run; nothing before the first day and after the last.
-constexpr std::optional<Window> windowOfDay(std::int64_t day) noexcept {
+/// The window so many days, or hours, after the first run; nothing before the first and after the last.
+constexpr std::optional<Window> windowAt(std::int64_t since, const WindowBorders& borders = windowDays) noexcept {
   for (const Window window : allWindows) {
-    if (day >= windowStart(window) && day < windowEnd(window)) {
+    if (since >= windowStart(window, borders) && since < windowEnd(window, borders)) {
       return window;
     }
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <tuple>
 #include <utility>
 
 #include "Json/DecimalNumber.h"
@@ -24,19 +25,25 @@ std::string seen(const std::set<double>& revenues, double wanted) {
 }
 
 /// What an event that is not met waits for.
-std::string missing(const ConversionValues::RequiredEvent& event, const RevenuesByName& history) {
+std::string missing(const ConversionValues::RequiredEvent& event, const RevenuesByName& history, SingleBound single) {
   const auto found = history.find(std::string_view(event.name));
-  if (!event.revenueMin || !event.revenueMax) {
+  const auto& [min, max] = std::tie(event.revenueMin, event.revenueMax);
+  std::string wanted;
+  if (min && max) {
+    wanted = decimalText(*min) + " to " + decimalText(*max);
+  } else if ((min || max) && single == SingleBound::honoured) {
+    wanted = min ? decimalText(*min) + " or more" : decimalText(*max) + " or less";
+  } else {
     return event.name + ": not seen";
   }
-  return event.name + ": " + (found == history.end() ? "not seen" : seen(found->second, *event.revenueMin)) + ", " +
-         decimalText(*event.revenueMin) + " to " + decimalText(*event.revenueMax) + " wanted";
+  return event.name + ": " + (found == history.end() ? "not seen" : seen(found->second, min ? *min : *max)) + ", " +
+         wanted + " wanted";
 }
 
 }  // namespace
 
 Decision::Rule explained(const std::string& key, const ConversionValues::WindowValue& value,
-                         const RevenuesByName& history) {
+                         const RevenuesByName& history, SingleBound single) {
   Decision::Rule rule;
   rule.key = key;
   const auto look = [&](const auto& half, auto& reported, bool& complete) {
@@ -46,11 +53,11 @@ Decision::Rule explained(const std::string& key, const ConversionValues::WindowV
     reported = half->value;
     complete = true;
     for (const auto& event : half->requiredEvents) {
-      if (isMet(event, history)) {
+      if (isMet(event, history, single)) {
         continue;
       }
       complete = false;
-      std::string text = missing(event, history);
+      std::string text = missing(event, history, single);
       if (std::ranges::count(rule.missing, text) == 0) {  // both halves often want the same
         rule.missing.push_back(std::move(text));
       }

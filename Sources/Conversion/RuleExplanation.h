@@ -10,6 +10,6 @@ namespace quillmar {
 
 /// What is complete and what is missing of a rule's value in a window.
 Decision::Rule explained(const std::string& key, const ConversionValues::WindowValue& value,
-                         const RevenuesByName& history);
+                         const RevenuesByName& history, SingleBound single = SingleBound::ignored);
 
 }  // namespace quillmar

@@ -73,11 +73,7 @@ std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(std::string event, 
 
 bool QuillmarCore::isAccepted(const std::string& name, const std::optional<NamedParameters>& params) {
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
-    Log::debug("SDK is disabled by server configuration, skipping event: {}", name);
-    counters_.dropped.fetch_add(1, std::memory_order_relaxed);
-    if (const Trace trace = traceOf(name)) {
-      trace->end(Decision::Outcome::switchedOff);
-    }
+    drop(name, traceOf(name));
     return false;
   }
   if (Log::passes(LogLevel::debug)) {
@@ -85,6 +81,22 @@ bool QuillmarCore::isAccepted(const std::string& name, const std::optional<Named
     Log::debug("Sending event: {} with params: {}", name, mapText(params ? *params : none, description));
   }
   return true;
+}
+
+bool QuillmarCore::isSwitchedOff() const {
+  return options().strictSwitch && !isSDKEnabled(*userDefaults_);
+}
+
+void QuillmarCore::skip(const std::string& name, const Trace& trace) const {
+  Log::debug("SDK is disabled by server configuration, skipping event: {}", name);
+  if (trace) {
+    trace->end(Decision::Outcome::switchedOff);
+  }
+}
+
+void QuillmarCore::drop(const std::string& name, const Trace& trace) {
+  counters_.dropped.fetch_add(1, std::memory_order_relaxed);
+  skip(name, trace);
 }
 
 // To the outbox, which writes it on our own thread before anything else happens to it.

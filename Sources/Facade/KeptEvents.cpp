@@ -9,7 +9,7 @@ namespace quillmar {
 // A configuration of an earlier run will do: an event counts when it happened, also while the service is away.
 bool KeptEvents::mayTrack(std::uint64_t epoch) {
   const auto core = life(epoch).lock();
-  if (!core || SharedState::instance().getVerificationKeyInvalid() ||
+  if (!core || SharedState::instance().getVerificationKeyInvalid() || core->isSwitchedOff() ||
       !core->userDefaults_->string(Config::serverAppId)) {
     return false;
   }

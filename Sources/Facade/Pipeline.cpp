@@ -1,9 +1,12 @@
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "Conversion/ConversionTrackingManager.h"
 #include "Conversion/LastWindowValue.h"
 #include "Conversion/LowestRanked.h"
 #include "Conversion/PostbackWindows.h"
+#include "Conversion/Withholding.h"
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
@@ -70,8 +73,14 @@ std::optional<Window> QuillmarCore::getCurrentWindow() const {
   if (!firstRun) {
     return Window::window0;
   }
-  const std::int64_t day = Calendar(*platform_.clock).wholeDays(*firstRun, platform_.clock->now());
-  return windowOfDay(day);
+  const auto now = platform_.clock->now();
+  return options().platformWindows ? windowAt(Calendar::wholeHours(*firstRun, now), platformWindowHours)
+                                   : windowAt(Calendar(*platform_.clock).wholeDays(*firstRun, now));
+}
+
+platform::Clock::TimePoint QuillmarCore::beginOf(Window window, platform::Clock::TimePoint firstRun) const {
+  return options().platformWindows ? firstRun + std::chrono::hours(windowStart(window, platformWindowHours))
+                                   : Calendar(*platform_.clock).addingDays(firstRun, windowStart(window));
 }
 
 Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional<NamedParameters> params) {
@@ -80,6 +89,10 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
     co_return;
   }
   const Trace trace = self->traceOf(name);
+  if (self->isSwitchedOff()) {  // since it was accepted
+    self->drop(name, trace);
+    co_return;
+  }
   if (SharedState::instance().getVerificationKeyInvalid()) {
     Log::error("Event processing skipped: verification key is considered invalid");
     end(trace, Decision::Outcome::keyInvalid);
@@ -96,6 +109,10 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   }
   self = life.lock();
   if (!self) {
+    co_return;
+  }
+  if (self->isSwitchedOff()) {
+    self->skip(name, trace);
     co_return;
   }
   const std::optional<Window> window = self->getCurrentWindow();
@@ -127,10 +144,30 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   }
 }
 
+EventTracker::Matching QuillmarCore::matchingIn(Window window) const {
+  const QuillmarOptions options = this->options();
+  EventTracker::Matching matching;
+  matching.onlyCompleteHalves = options.onlyCompleteHalves;
+  matching.singleBound = options.honourSingleBounds ? SingleBound::honoured : SingleBound::ignored;
+  if (options.currentWindowOnly && window != Window::window0) {  // nothing comes before the first
+    const auto firstRun = userDefaults_->date(Config::firstRunDateKey);
+    matching.since = firstRun ? std::optional(beginOf(window, *firstRun)) : std::nullopt;
+  }
+  return matching;
+}
+
 std::optional<QuillmarCore::Chosen> QuillmarCore::choose(const std::string& name, const ConversionValues& configuration,
                                                          Window window, const Trace& trace) const {
-  const auto completed =
-      eventTracker_->findCompletedConversionValues(configuration, window, trace ? &trace->record.rules : nullptr);
+  std::vector<Decision::Rule>* const rules = trace ? &trace->record.rules : nullptr;
+  const EventTracker::Matching matching = matchingIn(window);
+  std::vector<const ConversionValues::ConversionValue*> completed;
+  std::vector<ConversionValues::ConversionValue> copies;
+  if (matching.isUsual()) {
+    completed = eventTracker_->findCompletedConversionValues(configuration, window, rules);
+  } else {
+    copies = eventTracker_->findCompletedConversionValues(configuration, window, matching, rules);
+    std::ranges::transform(copies, std::back_inserter(completed), [](const auto& copy) { return &copy; });
+  }
   if (completed.empty()) {
     Log::debug("No completed conversion values found for event: {}", name);
     end(trace, Decision::Outcome::nothingComplete);
@@ -307,10 +344,10 @@ namespace {
 
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
                      ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
-                     std::shared_ptr<DecisionTrace> trace) {
-  // A manager of the host's does not tell what it calls.
-  if (auto* const own = trace ? dynamic_cast<ConversionTrackingManager*>(manager.get()) : nullptr) {
-    own->send(value, window, forceLockWindow, std::move(trace));
+                     QuillmarOptions options, std::shared_ptr<DecisionTrace> trace) {
+  // A manager of the host's knows no options, and does not tell what it calls.
+  if (auto* const own = dynamic_cast<ConversionTrackingManager*>(manager.get())) {
+    own->send(value, window, forceLockWindow, options, std::move(trace));
   } else {
     end(trace, Decision::Outcome::sent);
     manager->send(value, window, forceLockWindow);
@@ -326,6 +363,11 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
   if (!self) {
     co_return;
   }
+  if (self->isSwitchedOff()) {
+    Log::debug("SDK is disabled by server configuration, skipping update: {}", value.key);
+    end(trace, Decision::Outcome::switchedOff);
+    co_return;
+  }
   end(trace, Decision::Outcome::nothingCalled);
   auto manager = self->conversionTrackingManager();
   if (!manager) {
@@ -337,9 +379,19 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
   if (trace) {
     recordFilledIn(*trace->record.choice, *resolved.windowValue(window), std::move(lastKey));
   }
+  const QuillmarOptions options = self->options();
+  if (comparesWithLast(options)) {
+    const auto last = readLastWindowValue(*self->userDefaults_);
+    if (const auto why = whyWithheld(resolved, window, forceLockWindow, last, options)) {
+      Log::debug("Not sent, after the last value of the window: {}", resolved.key);
+      end(trace, *why);
+      co_return;
+    }
+  }
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
-  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, std::move(trace));
+  Task<void> send =
+      sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, options, std::move(trace));
   co_await runOn(std::move(mainExecutor), std::move(send));
 }
 
@@ -364,23 +416,14 @@ Task<void> QuillmarCore::checkLockWindowHours(Life life) {
   if (!hours || !firstRun) {
     co_return;
   }
-  const platform::Clock& clock = *self->platform_.clock;
-  const auto start = Calendar(clock).addingDays(*firstRun, windowStart(*window));
-  if (Calendar::wholeHours(start, clock.now()) < *hours) {
+  if (Calendar::wholeHours(self->beginOf(*window, *firstRun), self->platform_.clock->now()) < *hours) {
     co_return;
   }
   const std::optional<LastWindowValue> last = readLastWindowValue(*self->userDefaults_);
   if (!last) {
     co_return;
   }
-  ConversionValues::WindowValue windowValue;
-  windowValue.fineValue = {last->fineValue, {}};
-  if (last->coarseValue) {
-    windowValue.coarseValue = {*last->coarseValue, {}};
-  }
-  ConversionValues::ConversionValue locked;
-  locked.key = last->key;
-  locked.windows.emplace(rawValue(*window), std::move(windowValue));
+  ConversionValues::ConversionValue locked = last->conversionValue(*window);
   self.reset();
   co_await update(std::move(life), std::move(locked), *window, true, nullptr);
 }

@@ -65,6 +65,12 @@ void QuillmarCore::setOptions(const QuillmarOptions& options) {
     outbox_->start(std::make_unique<KeptEvents>(weak_from_this()));
   }
   reliableDelivery_.store(options.reliableDelivery, std::memory_order_release);
+  options_ = options;
+}
+
+QuillmarOptions QuillmarCore::options() const {
+  const std::lock_guard lock(collaboratorsMutex_);
+  return options_;
 }
 
 std::string QuillmarCore::quillmarVerificationKey() const {

@@ -55,6 +55,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   Life thisLife() { return {weak_from_this(), epoch_->current()}; }
 
   void setOptions(const QuillmarOptions& options);
+  QuillmarOptions options() const;
 
   // Start-up (StartUp.cpp).
   void configure(std::string verificationKey);
@@ -78,6 +79,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   // Pipeline (Pipeline.cpp).
   /// The postback window that the first run puts today into; nothing when the event window has expired.
   std::optional<Window> getCurrentWindow() const;
+  /// When a window begins that is the current one, or was.
+  platform::Clock::TimePoint beginOf(Window window, platform::Clock::TimePoint firstRun) const;
   /// Everything that happens to an accepted event. Its parameters are `testProcessEvent`'s too: it bypasses intake.
   static Task<void> processEvent(Life life, std::string name, std::optional<NamedParameters> params);
   static Task<void> checkLockWindowHours(Life life);
@@ -148,6 +151,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   // Refresh.
   void handleAppBecomeActive(const Life& life);
+  void useStoredConfiguration(const Life& life);
   std::shared_ptr<Fetch> beginFetch();
   bool isFetching() const;
   void markFetched();
@@ -155,10 +159,17 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void giveUpFetching(int maxAttempts, const std::string& lastError);
 
   // Intake.
+  using Trace = std::shared_ptr<DecisionTrace>;
   /// What the host reported as it goes on; nothing when the service has switched the library off.
   std::optional<NamedEvent> accept(std::string event, std::optional<EventParameters> params);
   /// The same for one that has its name and parameters; says so in the log.
   bool isAccepted(const std::string& name, const std::optional<NamedParameters>& params);
+  /// With `strictSwitch`: the service has switched the library off, and what is on its way stops.
+  bool isSwitchedOff() const;
+  /// Ends an event for the switch.
+  void skip(const std::string& name, const Trace& trace) const;
+  /// The same for one that the service has not been told of.
+  void drop(const std::string& name, const Trace& trace);
   void keep(std::string event, std::optional<EventParameters> params);
   void wakeOutbox();
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
@@ -167,7 +178,6 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   void emptyPendingEvents();
 
   // Pipeline.
-  using Trace = std::shared_ptr<DecisionTrace>;
   /// The record of an event that begins its way; null when nobody observes.
   Trace traceOf(const std::string& event) const;
   static Task<bool> logToService(Life life, std::string name, Trace trace);
@@ -177,6 +187,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
     ConversionValues::ConversionValue value;
     bool forceLockWindow;
   };
+  EventTracker::Matching matchingIn(Window window) const;
   std::optional<Chosen> choose(const std::string& name, const ConversionValues& configuration, Window window,
                                const Trace& trace) const;
   /// The configuration of the last good fetch; null when there is none that can be read.
@@ -213,6 +224,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   std::atomic<bool> isObserved_{false};  ///< spares events the mutex
 
   mutable std::mutex collaboratorsMutex_;
+  QuillmarOptions options_;
   std::shared_ptr<const DecisionObserver> decisionObserver_;
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository_;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;

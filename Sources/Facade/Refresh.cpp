@@ -49,6 +49,17 @@ void QuillmarCore::fetchAndSaveConversionValues(const Life& life) {
   spawn(lifecycleQueue_, fetchWithRetry(life, 3, 5.0, Activity(activity_), Activity(fetches_)));
 }
 
+// For events only: locks by time still come with a fetch.
+void QuillmarCore::useStoredConfiguration(const Life& life) {
+  if (!options().useStoredConfiguration || !userDefaults_->string(Config::serverAppId) || !storedConfiguration()) {
+    return;
+  }
+  if (epoch_->during(life.epoch, [&] { isConfigLoaded_.store(true, std::memory_order_relaxed); })) {
+    Log::debug("Going on with the stored configuration");
+    processPendingEvents(life);
+  }
+}
+
 bool QuillmarCore::shouldRefreshConversionValues() const {
   if (!hasFetchedConversionValues()) {
     Log::debug("First fetch in this session, proceeding...");

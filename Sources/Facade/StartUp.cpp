@@ -114,6 +114,7 @@ void QuillmarCore::finishConfiguring(const std::string& verificationKey, std::ui
   if (!life.lock()) {
     return;  // a reset came
   }
+  useStoredConfiguration(life);
   if (MockSwitch::isOn()) {
     setHasFetchedConversionValues(false);
   } else {

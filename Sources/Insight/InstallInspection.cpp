@@ -70,7 +70,7 @@ class Inspection {
     report_.window = Window::window0;  // also without a first run
     if (report_.firstRun) {
       report_.day = Calendar(clock_).wholeDays(*report_.firstRun, report_.now);
-      report_.window = windowOfDay(*report_.day);
+      report_.window = windowAt(*report_.day);
     }
     if (report_.window) {
       report_.daysLeft = windowEnd(*report_.window) - report_.day.value_or(0);

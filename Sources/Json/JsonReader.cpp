@@ -74,6 +74,14 @@ std::optional<std::string> JsonReader::optionalString(std::string_view key) cons
   return member ? std::optional(member->string()) : std::nullopt;
 }
 
+std::optional<std::string> JsonReader::optionalStringOrInteger(std::string_view key) const {
+  const std::optional<JsonReader> member = optional(key);
+  if (member && member->value_->is_int64()) {
+    return fmt::to_string(member->integer());
+  }
+  return member ? std::optional(member->string()) : std::nullopt;
+}
+
 std::optional<double> JsonReader::optionalNumber(std::string_view key) const {
   const std::optional<JsonReader> member = optional(key);
   return member ? std::optional(member->number()) : std::nullopt;

@@ -33,6 +33,8 @@ class JsonReader {
 
   /// Optional members of the simple types.
   std::optional<std::string> optionalString(std::string_view key) const;
+  /// An integer counts as its digits.
+  std::optional<std::string> optionalStringOrInteger(std::string_view key) const;
   std::optional<double> optionalNumber(std::string_view key) const;
   std::optional<bool> optionalBoolean(std::string_view key) const;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -23,8 +24,13 @@ struct ASAAttributionResponse {
   std::optional<std::string> claimType;
   bool operator==(const ASAAttributionResponse&) const = default;
 
-  /// Throws `DecodingErrorCode::typeMismatch` for a value of another type: an identifier that is a number, too.
-  static ASAAttributionResponse decode(const JsonReader& document);
+  enum class Identifiers : std::uint8_t {
+    texts,
+    textsOrIntegers,  ///< integers are kept as their digits
+  };
+
+  /// Throws `DecodingErrorCode::typeMismatch` for a value of another type.
+  static ASAAttributionResponse decode(const JsonReader& document, Identifiers identifiers = Identifiers::texts);
   /// Absent fields are left out.
   void encode(JsonWriter& writer) const;
 };

@@ -1,5 +1,6 @@
 #include "Persistence/ASAAttributionTrackingRepository.h"
 
+#include <exception>
 #include <utility>
 
 #include "Logging/ErrorDescription.h"
@@ -29,7 +30,7 @@ Task<void> ASAAttributionTrackingRepository::fetchAndStoreAttributionData(std::s
   } catch (...) {
     Log::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
                localizedDescription(std::current_exception()));
-    throw std::system_error(ASAAttributionTrackingRepositoryError::attributionDataFetchFailed);
+    std::throw_with_nested(std::system_error(ASAAttributionTrackingRepositoryError::attributionDataFetchFailed));
   }
   Log::debug("ASAAttributionTrackingRepository - Successfully fetched and stored attribution data");
 }

@@ -14,8 +14,8 @@ class ASAAttributionTrackingRepositoryProtocol {
  public:
   virtual ~ASAAttributionTrackingRepositoryProtocol() = default;
 
-  /// Throws `ASAAttributionTrackingRepositoryError::attributionDataFetchFailed`; a record that was fetched but cannot
-  /// be stored is no error. The object must live until the task is done.
+  /// Throws `ASAAttributionTrackingRepositoryError::attributionDataFetchFailed`, with the cause nested in it; a record
+  /// that was fetched but cannot be stored is no error. The object must live until the task is done.
   virtual Task<void> fetchAndStoreAttributionData(std::string token) = 0;
   virtual std::optional<ASAAttributionResponse> getStoredAttributionData() const = 0;
   virtual std::optional<JsonObjectText> getStoredAttributionDataAsDictionary() const = 0;

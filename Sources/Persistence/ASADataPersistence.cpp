@@ -25,9 +25,10 @@ std::error_code errorOfSize(std::uint64_t bytes) {
 }  // namespace
 
 ASADataPersistence::ASADataPersistence(std::shared_ptr<platform::FileManager> fileManager,
-                                       std::optional<std::string> documentsDirectory)
+                                       std::optional<std::string> documentsDirectory, const QuillmarOptions& options)
     : fileManager_(std::move(fileManager)),
-      documentsDirectory_(documentsDirectory ? std::move(documentsDirectory) : fileManager_->documentsDirectory()) {
+      documentsDirectory_(documentsDirectory ? std::move(documentsDirectory) : fileManager_->documentsDirectory()),
+      options_(options) {
   if (!documentsDirectory_) {
     Log::error("ASADataPersistence - There is no documents directory, ASA data is not kept");
   }
@@ -97,7 +98,7 @@ void ASADataPersistence::clearASAData() {
 }
 
 bool ASADataPersistence::hasASAData() const {
-  const bool exists = fileExists();
+  const bool exists = options_.liveAttribution ? loadASAData().has_value() : fileExists();
   Log::debug("ASADataPersistence - ASA data exists: {}", exists);
   return exists;
 }
@@ -126,7 +127,8 @@ void ASADataPersistence::write(const std::string& file, const std::string& conte
   throwIf(errorOfSize(content.size()), file);
   // The documents directory of a fresh installation may be there in name only.
   throwIf(fileManager_->createDirectory(*documentsDirectory_), *documentsDirectory_);
-  throwIf(fileManager_->writeFile(file, content, platform::WriteMode::direct), file);
+  const auto mode = options_.liveAttribution ? platform::WriteMode::atomic : platform::WriteMode::direct;
+  throwIf(fileManager_->writeFile(file, content, mode), file);
 }
 
 }  // namespace quillmar

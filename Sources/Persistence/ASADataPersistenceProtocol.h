@@ -18,6 +18,7 @@ class ASADataPersistenceProtocol {
   /// The record as it is stored, whatever its members.
   virtual std::optional<JsonObjectText> loadASADataAsDictionary() const = 0;
   virtual void clearASAData() = 0;
+  /// Whether there is a file; with `liveAttribution` only if it is a record.
   virtual bool hasASAData() const = 0;
 };
 

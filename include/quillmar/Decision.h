@@ -48,7 +48,9 @@ struct Decision {
     switchedOff,      ///< the service has switched the library off
     parked,           ///< the configuration has yet to come: another record follows when the event goes on
     noConfiguration,  ///< the stored configuration cannot be read
-    nothingCalled     ///< there is a value, but no way to tell it: the system is older than 14.0 and registered before
+    nothingCalled,    ///< there is a value, but no way to tell it: the system is older than 14.0 and registered before
+    lower,            ///< not sent: `QuillmarOptions::neverSendLower`
+    repeated          ///< not sent: `QuillmarOptions::skipRepeatedUpdates` or `skipRepeatedLocks`
   };
 
   /// What the platform said.
@@ -68,7 +70,8 @@ struct Decision {
   std::vector<std::string> ranking;  ///< the keys of the complete rules, the lowest first: it is chosen
   std::optional<Choice> choice;
   /// "adAttributionKit", "skAdNetwork4", "skAdNetwork4WithoutCoarse", "skAdNetwork3", "skAdNetwork2" or "registration";
-  /// empty when nothing was called, or by a conversion tracking manager of the host's.
+  /// empty when nothing was called, or by a conversion tracking manager of the host's. When both networks are called
+  /// (`QuillmarOptions::updateBothNetworks`), this and the answer are AdAttributionKit's.
   std::string interface;
   Answer answer = Answer::none;
   std::string error;  ///< the platform's words for a failure

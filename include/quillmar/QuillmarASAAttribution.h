@@ -55,7 +55,7 @@ class QUILLMAR_API QuillmarASAAttribution {
   /// Starts to listen for subscription updates, and fetches the attribution if it is not stored yet. Reads the
   /// settings store, and looks for the stored attribution, on the calling thread; the rest is done on the platform's
   /// executor. Enabling again starts anew, and tries again to fetch what could not be fetched; updates that wait for
-  /// their turn are dropped then.
+  /// their turn are dropped then. With `QuillmarOptions::liveAttribution` it also tries again by itself.
   void enableASAAttributionTracking() noexcept;
 
   /// Ends the listening. A purchase that is being sent still finishes. What is stored is kept.

@@ -13,6 +13,60 @@ struct QuillmarOptions {
   /// At most some 131,000 events wait, for at most 36 days; then the oldest go. An answer that a kill loses means that
   /// the service gets the event twice, with one identifier.
   bool reliableDelivery = false;
+
+  /// Takes the search-ads attribution as its service gives it. Identifiers that are integers are kept as their digits.
+  /// The file is replaced in one step, and one that cannot be read is fetched again.
+  ///
+  /// A record that is not ready yet (404) is asked for again after 5 seconds, three times. After a failure that passes
+  /// (5xx, 408, 425, 429, no network, no token) it is asked for again after a minute, ten minutes and an hour, or when
+  /// "Retry-After" says so, after a day at most. Each attempt asks the platform for a token. What is still to come ends
+  /// with the process, and when tracking is disabled or enabled again.
+  bool liveAttribution = false;
+
+  /// From system 18.0 on, tells each conversion value to SKAdNetwork as well, right after AdAttributionKit: an install
+  /// by an ad that was signed for SKAdNetwork gets its value only so. The value counts as the last one as soon as one
+  /// of the two has taken it; the log has both answers. An update costs two calls of the platform.
+  bool updateBothNetworks = false;
+
+  /// Lets the service's switch stop everything, not only new events: events that are parked or on their way, calls of
+  /// the platform, locks, and the fetch of the attribution. An event that had not been sent to the service yet counts
+  /// as dropped. Events in the outbox wait there until the service switches the library on again. What was handed to
+  /// the network or to the platform is not called back.
+  bool strictSwitch = false;
+
+  /// Goes on with the configuration of the last run until this run has fetched one. The events of an app that starts
+  /// without a network are not parked then, and not lost with the process. They are decided by rules that may be old,
+  /// and their logs fail: ten in a row invalidate the key unless `reliableDelivery` is on. A lock by time still waits
+  /// for a fetch.
+  bool useStoredConfiguration = false;
+
+  // What follows is about conversion values.
+
+  /// Of a rule with one complete half, sends, ranks and locks by that half only. The other half comes from the last
+  /// update, as for rules that leave a half out.
+  bool onlyCompleteHalves = false;
+
+  /// Lets a single bound count: with `revenueMin` alone, an event needs that revenue or more, with `revenueMax` alone
+  /// that or less. An event without a revenue then meets neither.
+  bool honourSingleBounds = false;
+
+  /// Sends no value that ranks below the last one of the same window.
+  bool neverSendLower = false;
+
+  /// Lets rules count the events of the current window only, by their time in the history: when they were tracked, or
+  /// with `reliableDelivery` when they happened.
+  bool currentWindowOnly = false;
+
+  /// Sends no update that repeats fine and coarse value of the last one of the same window, unless it locks.
+  bool skipRepeatedUpdates = false;
+
+  /// Sends no lock for a window that is locked: neither the lock by time, which comes with each fetch, nor a value that
+  /// locks.
+  bool skipRepeatedLocks = false;
+
+  /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840 in place of 3, 8 and 36
+  /// local days. Locks by time count from there. How long the library starts at all does not change.
+  bool platformWindows = false;
 };
 
 }  // namespace quillmar

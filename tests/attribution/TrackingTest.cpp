@@ -66,6 +66,41 @@ TEST_F(AttributionTracking, failedFetchIsLoggedAndTriedAgainByTheNextEnabling) {
   EXPECT_TRUE(isIdle());
 }
 
+TEST_F(AttributionTracking, withLiveDataIsAskedForAgainForAWhileAndReplacesWhatIsNoRecord) {
+  using namespace std::chrono_literals;
+  writeFile(R"({"campaignId":12})");
+  const std::uint64_t file = simulated.files->stamp(attributionFile)->file;
+  attribution->setOptions({.liveAttribution = true});
+  const auto asked = [this] { return simulated.http->requests().size(); };
+  const std::pair<int, std::vector<std::chrono::seconds>> rows[] = {
+      {404, {5s, 5s, 5s}}, {503, {60s, 600s, 3600s}}, {400, {}}, {401, {}}};
+  for (const auto& [status, waits] : rows) {
+    attributionStatus = status;
+    std::size_t expected = asked() + 1;
+    enable();
+    for (const auto wait : waits) {
+      advance(wait - 1s);
+      EXPECT_TRUE(isIdle() && asked() == expected++) << status << ": what waits is not waited for";
+      advance(1s);
+    }
+    advance(std::chrono::hours(48));
+    EXPECT_EQ(asked(), expected) << status;
+  }
+  attributionStatus = 404;
+  enable();
+  disable();
+  advance(5s);
+  EXPECT_EQ(asked(), 11u) << "disabled";
+  attributionStatus = 200;
+  attributionBody = R"({"campaignId":542370539,"claimType":1})";
+  enable();
+  EXPECT_EQ(readFile(), R"({"campaignId":12})") << "only identifiers may be integers";
+  attributionBody = R"({"campaignId":542370539,"claimType":"Click"})";
+  advance(60s);
+  EXPECT_EQ(readFile(), R"({"campaignId":"542370539","claimType":"Click"})");
+  EXPECT_NE(simulated.files->stamp(attributionFile)->file, file) << "replaced in one step";
+}
+
 TEST_F(AttributionTracking, eachUpdateIsVerifiedAndSentOneAfterAnotherUntilTheStreamEnds) {
   enable();
   log.clear();

@@ -200,10 +200,10 @@ TEST_F(ConversionTrackingManagerTest, platformThatAnswersTwiceLateOrNeverDoesNoH
   EXPECT_TRUE(!last() && activity_->count() == 0);
 }
 
-const LastWindowValue whole{"k", 42, CoarseValue::medium, true, {"a", "b"}, 0.5, 9.0};
+const LastWindowValue whole{"k", 42, CoarseValue::medium, true, {"a", "b"}, 0.5, 9.0, Window::window1};
 const LastWindowValue least{"", -1, {}, false, {}, {}, {}};
 constexpr const char* wholeJson = R"({"key":"k","fineValue":42,"coarseValue":"medium","lockWindow":true,)"
-                                  R"("completedEvents":["a","b"],"revenueMin":0.5,"revenueMax":9})";
+                                  R"("completedEvents":["a","b"],"revenueMin":0.5,"revenueMax":9,"window":"window1"})";
 
 TEST(LastWindowValue, isTheSameInItsDictionaryAndItsJson) {
   EXPECT_EQ(LastWindowValue::decode(JsonReader(parseJson(wholeJson))), whole);
@@ -222,7 +222,7 @@ TEST(LastWindowValue, dictionaryMustHaveTheRequiredEntriesInTheirTypes) {
     const auto without = LastWindowValue::fromDictionary(dictionary);
     dictionary.emplace(key, PropertyListValue::Array{"a", true});  // wrong for every one of them
     EXPECT_EQ(LastWindowValue::fromDictionary(dictionary), without) << key;
-    const bool optional = key == "coarseValue" || key == "revenueMin" || key == "revenueMax";
+    const bool optional = key == "coarseValue" || key == "revenueMin" || key == "revenueMax" || key == "window";
     EXPECT_EQ(without.has_value(), optional) << key;
   }
   PropertyListValue::Dictionary unknown = whole.toDictionary();

@@ -54,6 +54,8 @@ simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
   return answer;
 }
 
+constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true, true, true, true, true};
+
 class Races : public testing::TestWithParam<bool> {
  protected:
   Races() {
@@ -71,7 +73,7 @@ class Races : public testing::TestWithParam<bool> {
     platform_.logSink = lines_;
     quillmar_ = make();
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
-    attribution_->setOptions({GetParam()});
+    attribution_->setOptions(GetParam() ? allOptions : QuillmarOptions());
   }
   ~Races() override {
     Log::setSink(nullptr, platform_.clock);
@@ -81,7 +83,7 @@ class Races : public testing::TestWithParam<bool> {
   std::shared_ptr<Quillmar> make() const {
     auto quillmar = QuillmarFactory::createQuillmar(platform_);
     quillmar->setLogLevel(LogLevel::info);
-    quillmar->setOptions({GetParam()});
+    quillmar->setOptions(GetParam() ? allOptions : QuillmarOptions());
     return quillmar;
   }
 
@@ -127,7 +129,7 @@ class Races : public testing::TestWithParam<bool> {
   std::shared_ptr<std::atomic<std::size_t>> decided_ = std::make_shared<std::atomic<std::size_t>>(0);
 };
 
-INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Races, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(AllOptions, Races, testing::Bool());
 
 TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   std::vector<std::jthread> threads;

@@ -191,6 +191,26 @@ void addPage(CLI::App& command, std::string& target) {
 void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
   command.add_flag("--reliable-delivery", options.reliableDelivery,
                    "keep events and purchases on disk until the service has accepted them, and send them again");
+  command.add_flag("--live-attribution", options.liveAttribution,
+                   "take the search-ads attribution with identifiers that are integers, and ask again for it");
+  command.add_flag("--update-both-networks", options.updateBothNetworks,
+                   "tell values to SKAdNetwork, too, from system 18.0 on");
+  command.add_flag("--strict-switch", options.strictSwitch,
+                   "let the service's switch stop parked events and what is on its way, too");
+  command.add_flag("--use-stored-configuration", options.useStoredConfiguration,
+                   "go on with the configuration of the last run until it is fetched");
+  command.add_flag("--only-complete-halves", options.onlyCompleteHalves,
+                   "send, rank and lock by those halves of a rule that are complete");
+  command.add_flag("--honour-single-bounds", options.honourSingleBounds, "let a single revenue bound of a rule count");
+  command.add_flag("--never-send-lower", options.neverSendLower,
+                   "send no value that ranks below the last one of its window");
+  command.add_flag("--current-window-only", options.currentWindowOnly,
+                   "let rules count the events of the current window only");
+  command.add_flag("--skip-repeated-updates", options.skipRepeatedUpdates,
+                   "send no update that repeats the last one of its window");
+  command.add_flag("--skip-repeated-locks", options.skipRepeatedLocks, "send no lock for a window that is locked");
+  command.add_flag("--platform-windows", options.platformWindows,
+                   "choose the window by the platform's hours in place of local days");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {

@@ -88,6 +88,10 @@ std::string ending(const Decision& decision) {
       return "stopped: the stored configuration cannot be read";
     case Decision::Outcome::nothingCalled:
       return "nothing is sent: this system takes no values";
+    case Decision::Outcome::lower:
+      return "nothing is sent: the last value of the window ranks above";
+    case Decision::Outcome::repeated:
+      return "nothing is sent: the last update of the window said so";
     default:
       break;
   }

@@ -138,6 +138,17 @@ QUILLMAR_API quillmar_status quillmar_set_log_level(quillmar_instance* instance,
 typedef struct quillmar_options {
   size_t size;
   bool reliable_delivery;
+  bool live_attribution;
+  bool update_both_networks;
+  bool strict_switch;
+  bool use_stored_configuration;
+  bool only_complete_halves;
+  bool honour_single_bounds;
+  bool never_send_lower;
+  bool current_window_only;
+  bool skip_repeated_updates;
+  bool skip_repeated_locks;
+  bool platform_windows;
 } quillmar_options;
 
 /// Before `quillmar_configure`.

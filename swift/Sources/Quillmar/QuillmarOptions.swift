@@ -7,12 +7,61 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// happened, whether the service can be reached or not.
   public var reliableDelivery = false
 
+  /// Takes the search-ads attribution as its service gives it: identifiers that are integers are kept as their digits, a
+  /// record that is not ready yet is asked for again after 5 seconds, three times, and what fails for a reason that
+  /// passes after a minute, ten minutes and an hour. A stored record that cannot be read is fetched again.
+  public var liveAttribution = false
+
+  /// From iOS 18 on, tells each conversion value to SKAdNetwork as well, right after AdAttributionKit: an install by an
+  /// ad that was signed for SKAdNetwork gets its value only so.
+  public var updateBothNetworks = false
+
+  /// Lets the service's switch stop everything, not only new events: events that are parked or on their way, calls of the
+  /// platform, locks, and the fetch of the attribution.
+  public var strictSwitch = false
+
+  /// Goes on with the configuration of the last run until this run has fetched one. Best with `reliableDelivery`: events
+  /// whose logs fail, ten in a row, invalidate the key without it.
+  public var useStoredConfiguration = false
+
+  /// Of a rule with one complete half, sends, ranks and locks by that half only.
+  public var onlyCompleteHalves = false
+
+  /// Lets a single revenue bound of a rule count. An event without a revenue does not meet it.
+  public var honourSingleBounds = false
+
+  /// Sends no value that ranks below the last one of the same window.
+  public var neverSendLower = false
+
+  /// Lets rules count the events of the current window only.
+  public var currentWindowOnly = false
+
+  /// Sends no update that repeats fine and coarse value of the last one of the same window, unless it locks.
+  public var skipRepeatedUpdates = false
+
+  /// Sends no lock for a window that is locked.
+  public var skipRepeatedLocks = false
+
+  /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840.
+  public var platformWindows = false
+
   public init() {}
 
   var forC: quillmar_options {
     var options = quillmar_options()
     options.size = MemoryLayout.size(ofValue: options)
     options.reliable_delivery = reliableDelivery
+    options.live_attribution = liveAttribution
+    options.update_both_networks = updateBothNetworks
+    options.strict_switch = strictSwitch
+    options.use_stored_configuration = useStoredConfiguration
+    options.only_complete_halves = onlyCompleteHalves
+    options.honour_single_bounds = honourSingleBounds
+    options.never_send_lower = neverSendLower
+    options.current_window_only = currentWindowOnly
+    options.skip_repeated_updates = skipRepeatedUpdates
+    options.skip_repeated_locks = skipRepeatedLocks
+    options.platform_windows = platformWindows
     return options
   }
 }

@@ -1,0 +1,116 @@
+#include <gmock/gmock.h>
+
+#include "quillmar/simulated/ConfigurationBuilder.h"
+#include "support/AttributionHarness.h"
+
+namespace quillmar::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Install : AttributionHarness {
+  explicit Install(const QuillmarOptions& options) { begin(options); }
+  void begin(const QuillmarOptions& options) {
+    restart();
+    quillmar->setOptions(options);
+    attribution->setOptions(options);
+  }
+};
+
+TEST(Options, bothNetworksBringAnInstallByTheOtherFrameworkItsValue) {
+  for (const bool both : {false, true}) {
+    Install install({.updateBothNetworks = both});
+    install.simulated.device->setSystemVersion("18.0");
+    install.simulated.adNetwork->setRules({simulated::SignedAd::skAdNetwork4, startOfTests});
+    install.configure();
+    install.send("session");
+    EXPECT_EQ(install.simulated.adNetwork->rules().postbacks().empty(), !both);
+    EXPECT_EQ(install.countLines("update successful"), both ? 2u : 0u) << "of each network";
+    EXPECT_EQ(install.countLines("Saved last window value"), 1u) << "a later value may have come since";
+  }
+}
+
+TEST(Options, strictSwitchStopsWhatIsOnItsWayParkedOrDueAndTheAttribution) {
+  for (const bool strict : {false, true}) {
+    Install install({.strictSwitch = strict});
+    install.configure();
+    install.send("session");
+    install.delay = 1s;
+    install.send("session");
+    install.defaults->set("SdkEnabled", false);
+    install.advance(1h);
+    EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), strict ? 1u : 2u) << "on its way";
+    install.defaults->set("SdkEnabled", true);
+    install.begin({.strictSwitch = strict});
+    install.send("session");
+    install.configBody = configuration(R"({"window0":{"type":"time","value":1}})", false);
+    install.configure();
+    install.advance(2s);
+    EXPECT_EQ(install.quillmar->statistics().dropped, strict ? 1u : 0u) << "parked";
+    EXPECT_EQ(install.calls().size(), strict ? 1u : 4u) << "a lock by time";
+    install.enable();
+    EXPECT_EQ(install.simulated.attributionToken->requests(), strict ? 0u : 1u);
+  }
+}
+
+TEST(Options, aStoredConfigurationCountsUntilItIsFetchedAgain) {
+  for (const bool stored : {false, true}) {
+    Install install({});
+    install.configure();
+    install.configStatus = 503;
+    install.begin({.useStoredConfiguration = stored});
+    install.send("session");
+    install.configure();
+    EXPECT_EQ(install.calls().size(), stored ? 1u : 0u);
+    install.quillmar->reset();
+    install.quillmar->setLogLevel(LogLevel::info);
+    install.configure();
+    EXPECT_EQ(install.countLines("Going on with the stored configuration"), stored ? 1u : 0u) << "not after a reset";
+  }
+}
+
+TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
+  const std::pair<QuillmarOptions, std::vector<std::string>> rows[] = {
+      {{}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!"}},
+      {{.onlyCompleteHalves = true}, {"0h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!"}},
+      {{.honourSingleBounds = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5m", "5m!"}},
+      {{.neverSendLower = true}, {"40h!", "40h!", "40h!"}},
+      {{.currentWindowOnly = true}, {"40h!", "5l", "5l", "5l", "5l!", "5l", "5l!"}},
+      {{.skipRepeatedUpdates = true}, {"40h!", "5l", "5l!", "5m", "5l", "5l!"}},
+      {{.skipRepeatedLocks = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l"}},
+      {{.platformWindows = true}, {"40h!", "5l", "5l", "5l!", "5m", "5m!", "5m", "5l", "5l!"}}};
+  for (const auto& [options, expected] : rows) {
+    Install install(options);
+    install.configBody =
+        simulated::ConfigurationBuilder("app-1")
+            .rule("Buy", Window::window0, {{{40, {{"buy", 10, 50}}}}, {{CoarseValue::high, {{"buy"}}}}})
+            .rule("Stay", Window::window0, {{{5, {{"stay"}}}}, {{CoarseValue::low, {{"stay"}}}}})
+            .rule("Later", Window::window1, {{}, {{CoarseValue::medium, {{"buy"}}}}})
+            .rule("Big", Window::window1, {{}, {{CoarseValue::low, {{"big", std::nullopt, 10}}}}})
+            .lockAtHigh(Window::window0)
+            .lockAfter(Window::window1, 1h)
+            .json();
+    install.configure();
+    install.send("buy", {{ASEventParam::revenue, 5}});
+    for (const auto wait : {0h, 0h, 49h}) {
+      install.advance(wait);
+      install.activate();
+      install.send("stay");
+    }
+    install.advance(31h);
+    install.begin(options);
+    install.configure();
+    install.send("other");
+    install.send("big", {{ASEventParam::revenue, 20}});
+    install.advance(2h);
+    install.activate();
+    std::vector<std::string> told;
+    for (const auto& call : install.calls()) {
+      told.push_back(std::to_string(*call.fineValue) + call.coarseValue->substr(0, 1) + (*call.lockWindow ? "!" : ""));
+    }
+    EXPECT_EQ(told, expected);
+  }
+}
+
+}  // namespace
+}  // namespace quillmar::test
