@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <tuple>
 
 #include "Conversion/LowestRanked.h"
@@ -25,7 +26,7 @@ void checkGrowth(const WindowVerdicts& verdicts, CheckReport& report) {
     return std::tie(a->value->fineValue->value, a) < std::tie(b->value->fineValue->value, b);
   });
   RevenuesByName history;
-  std::int64_t before = -1;
+  std::optional<std::int64_t> before;
   for (std::size_t i = 0; i < path.size(); ++i) {
     for (const SampleEvent& event : path[i]->reachability.events) {
       addEvent(history, event.name, event.revenue);
@@ -37,13 +38,13 @@ void checkGrowth(const WindowVerdicts& verdicts, CheckReport& report) {
       }
     }
     const auto& fine = lowestRanked(completed, verdicts.window)->windowValue(verdicts.window)->fineValue;
-    const std::int64_t sent = fine ? fine->value : std::max<std::int64_t>(before, 0);
-    if (sent <= before) {
+    const std::int64_t sent = fine ? fine->value : std::max<std::int64_t>(before.value_or(0), 0);
+    if (before && sent <= *before) {
       add(report, Severity::note, "value-not-growing", path[i]->rule->windowPlace(verdicts.window),
           fmt::format("For ads signed with version 3 or earlier only a greater value counts. An install that completes "
                       "the rules of {} from the lowest fine value up reports {} at rule {} and {} at rule {}, which "
                       "changes nothing.",
-                      rawValue(verdicts.window), before, quoted(path[i - 1]->rule->value.key), sent,
+                      rawValue(verdicts.window), *before, quoted(path[i - 1]->rule->value.key), sent,
                       quoted(path[i]->rule->value.key)),
           "Expect those ads to tell of the first step only.");
       return;

@@ -66,6 +66,8 @@ TEST(ConfigurationCheck, namesTheLineAndThePath) {
            "}" + end,
        {"key-repeated 3 $.values[0].windows.window0",
         "fine-value-out-of-range 4 $.values[0].windows.window0.fineValue.value"}},
+      {"{\"values\":[" + rule + "\"window0\":{\"fineValue\":{\"value\":-1" + half.substr(10) + "}" + end,
+       {"fine-value-out-of-range 2 $.values[0].windows.window0.fineValue.value"}},
       {"{\"values\":[" + rule + "\"" + std::string(100, 'w') + "\":{}" + end,
        {"window-unknown 2 $.values[0].windows." + std::string(64, 'w') + "..."}},
       {"{\"values\":[],\"lockWindows\":{\"a[0].b\":{\n\"type\":1}},\"other\":[[[[[[[[[[{\"a\":1,\"a\":2}]]]]]]]]]]}",
