@@ -138,7 +138,6 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
 void EventTracker::clearCompletedEvents() {
   const std::lock_guard lock(eventsQueue_);
   indexedRevision_.reset();
-  recentRevision_.reset();
   // Emptied, then removed: should only the first write reach the disk, the events are gone all the same.
   storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
   removeSetting(*userDefaults_, completedEventsKey);

@@ -71,14 +71,14 @@ TEST(Options, aStoredConfigurationCountsUntilItIsFetchedAgain) {
 
 TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
   const std::pair<QuillmarOptions, std::vector<std::string>> rows[] = {
-      {{}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!"}},
-      {{.onlyCompleteHalves = true}, {"0h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!"}},
-      {{.honourSingleBounds = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5m", "5m!"}},
-      {{.neverSendLower = true}, {"40h!", "40h!", "40h!"}},
+      {{}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!", "5h"}},
+      {{.onlyCompleteHalves = true}, {"0h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!", "5h"}},
+      {{.honourSingleBounds = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5m", "5m!", "5h"}},
+      {{.neverSendLower = true}, {"40h!", "40h!", "40h!", "40h"}},
       {{.currentWindowOnly = true}, {"40h!", "5l", "5l", "5l", "5l!", "5l", "5l!"}},
-      {{.skipRepeatedUpdates = true}, {"40h!", "5l", "5l!", "5m", "5l", "5l!"}},
-      {{.skipRepeatedLocks = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l"}},
-      {{.platformWindows = true}, {"40h!", "5l", "5l", "5l!", "5m", "5m!", "5m", "5l", "5l!"}}};
+      {{.skipRepeatedUpdates = true}, {"40h!", "5l", "5l!", "5m", "5l", "5l!", "5h"}},
+      {{.skipRepeatedLocks = true}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5h"}},
+      {{.platformWindows = true}, {"40h!", "5l", "5l", "5l!", "5m", "5m!", "5m", "5l", "5l!", "5h"}}};
   for (const auto& [options, expected] : rows) {
     Install install(options);
     install.configBody =
@@ -87,6 +87,7 @@ TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
             .rule("Stay", Window::window0, {{{5, {{"stay"}}}}, {{CoarseValue::low, {{"stay"}}}}})
             .rule("Later", Window::window1, {{}, {{CoarseValue::medium, {{"buy"}}}}})
             .rule("Big", Window::window1, {{}, {{CoarseValue::low, {{"big", std::nullopt, 10}}}}})
+            .rule("Again", Window::window2, {{}, {{CoarseValue::high, {{"other"}}}}})
             .lockAtHigh(Window::window0)
             .lockAfter(Window::window1, 1h)
             .json();
@@ -104,6 +105,8 @@ TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
     install.send("big", {{ASEventParam::revenue, 20}});
     install.advance(2h);
     install.activate();
+    install.advance(120h);
+    install.send("new");
     std::vector<std::string> told;
     for (const auto& call : install.calls()) {
       told.push_back(std::to_string(*call.fineValue) + call.coarseValue->substr(0, 1) + (*call.lockWindow ? "!" : ""));
