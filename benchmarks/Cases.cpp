@@ -121,7 +121,7 @@ void addTracking() {
       plain->run();
     }
   });
-  const auto document = std::make_shared<ConversionValues>(rules());
+  const auto document = std::make_shared<const ConversionValues>(rules());
   for (const std::size_t events : std::initializer_list<std::size_t>{0, 1'000, 10'000, 100'000}) {
     const auto history = std::make_shared<History>(events);
     add(fmt::format("track/{}", events), [history, events](State& state) {
@@ -138,18 +138,32 @@ void addTracking() {
         state.SkipWithError("the history is gone");
       }
       for (auto _ : state) {
-        benchmark::DoNotOptimize(history->tracker.findCompletedConversionValues(*document, Window::window0));
+        benchmark::DoNotOptimize(history->tracker.followCompletedConversionValues(document, Window::window0));
       }
     });
   }
   for (const int count : {8, 512}) {
     const auto history = std::make_shared<History>(1'000);
-    add(fmt::format("find/{} rules", count), [history, few = rules(count)](State& state) {
+    const auto few = std::make_shared<const ConversionValues>(rules(count));
+    add(fmt::format("find/{} rules", count), [history, few](State& state) {
       for (auto _ : state) {
-        benchmark::DoNotOptimize(history->tracker.findCompletedConversionValues(few, Window::window0));
+        benchmark::DoNotOptimize(history->tracker.followCompletedConversionValues(few, Window::window0));
       }
     });
   }
+  // With a revenue that is new to the history before each look.
+  add("find/512 rules, news", [](State& state) {
+    const auto many = std::make_shared<const ConversionValues>(rules(512));
+    RevenuesByName history;
+    CompletedRules completed;
+    for (double revenue = 1; auto _ : state) {
+      revenue += 1e-9;
+      if (addEvent(history, eventName, revenue)) {
+        completed.noteNews(eventName);
+      }
+      benchmark::DoNotOptimize(completed.find(many, Window::window0, history));
+    }
+  });
   // What a required event costs at least: its name, looked up. As many as one call looks at.
   add("find/look-ups", [document](State& state) {
     const std::unordered_set<std::string> names{eventName, "view_item", "session"};

@@ -76,6 +76,8 @@ void addTracking(Report& report, const Timings& timings) {
     report.add(fmt::format("findCompletedConversionValues, {} rules", count),
                micro * timings.at(fmt::format("find/{} rules", count)), "us", std::nullopt);
   }
+  report.add("matching 512 rules after an event that is news to them", micro * timings.at("find/512 rules, news"), "us",
+             std::nullopt, {.valueAtMost = 3});
 }
 
 void addConfiguration(Report& report, const Timings& timings) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "quillmar/ConversionValues.h"
 
@@ -19,13 +20,24 @@ struct NameHash {
 /// What counts of a history of events: the distinct revenues of the events of each name.
 using RevenuesByName = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
-void addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
+/// True when that is news to the history: the name, or this revenue under it.
+bool addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
 
 /// An event of that name was tracked; if there are both bounds, one with a revenue within them. A single bound is
 /// deliberately ignored.
 bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history);
 
+/// The first of the required events that is not met, or the end.
+std::vector<ConversionValues::RequiredEvent>::const_iterator firstUnmet(
+    const std::vector<ConversionValues::RequiredEvent>& events, const RevenuesByName& history);
+
 /// One half has all its required events.
 bool isComplete(const ConversionValues::WindowValue& value, const RevenuesByName& history);
+
+/// Rules of a configuration, in its order.
+using Rules = std::vector<const ConversionValues::ConversionValue*>;
+
+/// The rules that are complete in a window.
+Rules completeRules(const ConversionValues& values, Window window, const RevenuesByName& history);
 
 }  // namespace quillmar

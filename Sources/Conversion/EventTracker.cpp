@@ -144,21 +144,25 @@ void EventTracker::clearCompletedEvents() {
   Log::debug("EventTracker - Cleared all tracked events");
 }
 
-std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
-    const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules) {
+Rules EventTracker::findCompletedConversionValues(const ConversionValues& values, Window currentWindow,
+                                                  std::vector<Decision::Rule>* rules) {
   const std::lock_guard lock(eventsQueue_);
   static_cast<void>(updateIndex());
-  std::vector<const ConversionValues::ConversionValue*> completed;
-  for (const auto& value : values.values) {
-    const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
-    if (windowValue != nullptr && isComplete(*windowValue, index_)) {
-      completed.push_back(&value);
-    }
-    if (windowValue != nullptr && rules != nullptr) {
-      rules->push_back(explained(value.key, *windowValue, index_));
+  if (rules != nullptr) {
+    for (const auto& value : values.values) {
+      if (const auto* const windowValue = value.windowValue(currentWindow)) {
+        rules->push_back(explained(value.key, *windowValue, index_));
+      }
     }
   }
-  return completed;
+  return completeRules(values, currentWindow, index_);
+}
+
+Rules EventTracker::followCompletedConversionValues(const std::shared_ptr<const ConversionValues>& document,
+                                                    Window currentWindow) {
+  const std::lock_guard lock(eventsQueue_);
+  static_cast<void>(updateIndex());
+  return completedRules_.find(document, currentWindow, index_);
 }
 
 std::error_code EventTracker::updateIndex() {
@@ -169,6 +173,7 @@ std::error_code EventTracker::updateIndex() {
   }
   indexedRevision_.reset();
   index_.clear();
+  completedRules_.forget();
   std::optional<std::string> data;
   try {
     data = userDefaults_->data(completedEventsKey);
@@ -222,7 +227,9 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tai
     return error;
   }
   for (const TrackedEvent* const event : storable) {
-    addEvent(index_, event->name, event->revenue());
+    if (addEvent(index_, event->name, event->revenue())) {
+      completedRules_.noteNews(event->name);
+    }
   }
   appendAt_ += text.size() - 1;
   indexedRevision_ = userDefaults_->revision(completedEventsKey);

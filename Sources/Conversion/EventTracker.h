@@ -13,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Conversion/CompletedRules.h"
 #include "Conversion/Completion.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
@@ -69,8 +70,11 @@ class EventTracker {
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
   /// order of the configuration. They point into `values`. With `rules`, what is complete and what is missing of each
   /// value in the window is added there.
-  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(
-      const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules = nullptr);
+  Rules findCompletedConversionValues(const ConversionValues& values, Window currentWindow,
+                                      std::vector<Decision::Rule>* rules = nullptr);
+
+  /// The same for a document that does not change, at a price that does not depend on the number of its rules.
+  Rules followCompletedConversionValues(const std::shared_ptr<const ConversionValues>& document, Window currentWindow);
 
  private:
   // These are called with the lock held.
@@ -87,6 +91,7 @@ class EventTracker {
   static std::mutex eventsQueue_;
 
   RevenuesByName index_;
+  CompletedRules completedRules_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.

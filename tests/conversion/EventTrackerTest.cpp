@@ -8,6 +8,7 @@
 
 #include "support/FaultyStores.h"
 #include "support/LogCapture.h"
+#include "support/RandomRules.h"
 
 using namespace quillmar;
 using namespace std::chrono_literals;
@@ -65,6 +66,30 @@ TEST_F(EventTrackerTest, onePartWithAllItsEventsIsEnough) {
   EXPECT_THAT(tracker_.findCompletedConversionValues(values, Window::window1),
               ElementsAre(&values.values[0], &values.values[1]));
   EXPECT_FALSE(tracker_.areEventsCompleted({"a", "b"}));
+}
+
+TEST_F(EventTrackerTest, remembersWhatIsCompleteOnlyWhileTheHistoryGrows) {
+  test::RandomRules random(7);
+  EventTracker other(store_, clock_);
+  std::shared_ptr<const ConversionValues> document;
+  for (std::size_t i = 0; i < 20'000; ++i) {
+    Window window = Window::window0;
+    const std::size_t turn = random.below(100);
+    if (!document || turn == 0) {
+      document.reset();  // the next one may come to lie in its place
+      document = std::make_shared<ConversionValues>(random.next().values());
+    } else if (turn < 5) {
+      (turn < 3 ? other : tracker_).clearCompletedEvents();
+    } else if (turn == 5) {
+      window = Window::window1;
+    } else if (turn < 50) {
+      const NamedParameters revenue{{"revenue", 0.5 + 0.5 * static_cast<double>(random.below(5))}};
+      (turn < 10 ? other : tracker_).trackEvent(random.below(3) == 0 ? "b" : "a", revenue);
+    }
+    ASSERT_EQ(tracker_.followCompletedConversionValues(document, window),
+              tracker_.findCompletedConversionValues(*document, window))
+        << i;
+  }
 }
 
 TEST_F(EventTrackerTest, followsWhatOthersClear) {
