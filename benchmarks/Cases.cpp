@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <boost/json/parse.hpp>
 #include <condition_variable>
 #include <deque>
@@ -23,6 +24,7 @@
 #include "Network/NetworkManager.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Platform/Posix/PosixFileManager.h"
+#include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
 #include "Platform/Sqlite/SqliteDatabase.h"
 #include "quillmar/QuillmarFactory.h"
@@ -184,31 +186,28 @@ void addTracking() {
 }
 
 void addOpening() {
-  const auto history = std::make_shared<History>(100'000);
-  const std::string bytes = history->store->data(EventTracker::completedEventsKey).value();
-  const auto plainFile = std::make_shared<Folder>();
-  const std::string file = plainFile->path() + "/events.json";
-  std::ofstream(file) << bytes;
-  history->store.reset();
-  const std::string folder = history->folder.path();
-  // As it was left by the process that tracked the events; opening does not change it.
-  add("open/100000", [history, folder](State& state) {
-    const std::optional<NamedParameters> parameters = namedEventParameters();
-    for (auto _ : state) {
-      EventTracker tracker(openStore(folder), history->clock);
-      tracker.trackEvent(eventName, parameters);
+  for (const std::size_t events : std::initializer_list<std::size_t>{0, 100'000}) {
+    const auto folder = std::make_shared<Folder>();
+    const auto clock = std::make_shared<platform::SystemClock>(std::make_shared<platform::ThreadPoolExecutor>(1));
+    {
+      EventTracker tracker(openStore(folder->path()), clock);
+      trackOneByOne(tracker, std::max<std::size_t>(events, 1));
     }
-  });
-  add("open/parse", [plainFile, file](State& state) {
-    const platform::PosixFileManager files(std::nullopt);
-    for (auto _ : state) {
-      std::string content;
-      if (files.readFile(file, content)) {
-        state.SkipWithError("the file cannot be read");
+    // As it was left by the process that tracked the events.
+    add(fmt::format("open/{}", events), [folder, clock, events](State& state) {
+      const std::optional<NamedParameters> parameters = namedEventParameters();
+      for (auto _ : state) {
+        auto tracker = std::make_unique<EventTracker>(openStore(folder->path()), clock);
+        tracker->trackEvent(eventName, parameters);
+        state.PauseTiming();
+        if (events == 0) {
+          tracker->clearCompletedEvents();
+        }
+        tracker.reset();  // closes the store
+        state.ResumeTiming();
       }
-      benchmark::DoNotOptimize(boost::json::parse(content));
-    }
-  });
+    });
+  }
 }
 
 void addConfiguration() {

@@ -15,6 +15,7 @@
 
 #include "Conversion/CompletedRules.h"
 #include "Conversion/Completion.h"
+#include "Conversion/HistoryDigest.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
 #include "quillmar/Decision.h"
@@ -28,7 +29,8 @@ namespace quillmar {
 ///
 /// Stored is a JSON array of the events, oldest first, as one data value; it grows until it is cleared. An event is
 /// appended to the stored text, and an index by name answers the questions, so that neither gets slower with the
-/// length of the history. The index is built again when the stored value was changed by somebody else.
+/// length of the history. The index is built again when the stored value was changed by somebody else, with the help of
+/// a digest of the history's beginning.
 ///
 /// Any thread; each call blocks until the store has answered.
 class EventTracker {
@@ -82,6 +84,8 @@ class EventTracker {
   std::error_code store(const std::vector<TrackedEvent>& events, Tails alongside);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
+  /// False when that is no history, which counts as an empty one.
+  bool readIndex(const std::string& history);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;
@@ -92,6 +96,7 @@ class EventTracker {
 
   RevenuesByName index_;
   CompletedRules completedRules_;
+  HistoryDigest digest_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// How many bytes of the stored text lie before the bracket that ends the array; 0 when there is no event.
