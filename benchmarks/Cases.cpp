@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <boost/json/parse.hpp>
 #include <condition_variable>
 #include <deque>
@@ -23,6 +24,7 @@
 #include "Network/NetworkManager.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Platform/Posix/PosixFileManager.h"
+#include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
 #include "Platform/Sqlite/SqliteDatabase.h"
 #include "quillmar/QuillmarFactory.h"
@@ -121,7 +123,7 @@ void addTracking() {
       plain->run();
     }
   });
-  const auto document = std::make_shared<ConversionValues>(rules());
+  const auto document = std::make_shared<const ConversionValues>(rules());
   for (const std::size_t events : std::initializer_list<std::size_t>{0, 1'000, 10'000, 100'000}) {
     const auto history = std::make_shared<History>(events);
     add(fmt::format("track/{}", events), [history, events](State& state) {
@@ -138,18 +140,32 @@ void addTracking() {
         state.SkipWithError("the history is gone");
       }
       for (auto _ : state) {
-        benchmark::DoNotOptimize(history->tracker.findCompletedConversionValues(*document, Window::window0));
+        benchmark::DoNotOptimize(history->tracker.followCompletedConversionValues(document, Window::window0));
       }
     });
   }
   for (const int count : {8, 512}) {
     const auto history = std::make_shared<History>(1'000);
-    add(fmt::format("find/{} rules", count), [history, few = rules(count)](State& state) {
+    const auto few = std::make_shared<const ConversionValues>(rules(count));
+    add(fmt::format("find/{} rules", count), [history, few](State& state) {
       for (auto _ : state) {
-        benchmark::DoNotOptimize(history->tracker.findCompletedConversionValues(few, Window::window0));
+        benchmark::DoNotOptimize(history->tracker.followCompletedConversionValues(few, Window::window0));
       }
     });
   }
+  // With a revenue that is new to the history before each look.
+  add("find/512 rules, news", [](State& state) {
+    const auto many = std::make_shared<const ConversionValues>(rules(512));
+    RevenuesByName history;
+    CompletedRules completed;
+    for (double revenue = 1; auto _ : state) {
+      revenue += 1e-9;
+      if (addEvent(history, eventName, revenue)) {
+        completed.noteNews(eventName);
+      }
+      benchmark::DoNotOptimize(completed.find(many, Window::window0, history));
+    }
+  });
   // What a required event costs at least: its name, looked up. As many as one call looks at.
   add("find/look-ups", [document](State& state) {
     const std::unordered_set<std::string> names{eventName, "view_item", "session"};
@@ -170,31 +186,28 @@ void addTracking() {
 }
 
 void addOpening() {
-  const auto history = std::make_shared<History>(100'000);
-  const std::string bytes = history->store->data(EventTracker::completedEventsKey).value();
-  const auto plainFile = std::make_shared<Folder>();
-  const std::string file = plainFile->path() + "/events.json";
-  std::ofstream(file) << bytes;
-  history->store.reset();
-  const std::string folder = history->folder.path();
-  // As it was left by the process that tracked the events; opening does not change it.
-  add("open/100000", [history, folder](State& state) {
-    const std::optional<NamedParameters> parameters = namedEventParameters();
-    for (auto _ : state) {
-      EventTracker tracker(openStore(folder), history->clock);
-      tracker.trackEvent(eventName, parameters);
+  for (const std::size_t events : std::initializer_list<std::size_t>{0, 100'000}) {
+    const auto folder = std::make_shared<Folder>();
+    const auto clock = std::make_shared<platform::SystemClock>(std::make_shared<platform::ThreadPoolExecutor>(1));
+    {
+      EventTracker tracker(openStore(folder->path()), clock);
+      trackOneByOne(tracker, std::max<std::size_t>(events, 1));
     }
-  });
-  add("open/parse", [plainFile, file](State& state) {
-    const platform::PosixFileManager files(std::nullopt);
-    for (auto _ : state) {
-      std::string content;
-      if (files.readFile(file, content)) {
-        state.SkipWithError("the file cannot be read");
+    // As it was left by the process that tracked the events.
+    add(fmt::format("open/{}", events), [folder, clock, events](State& state) {
+      const std::optional<NamedParameters> parameters = namedEventParameters();
+      for (auto _ : state) {
+        auto tracker = std::make_unique<EventTracker>(openStore(folder->path()), clock);
+        tracker->trackEvent(eventName, parameters);
+        state.PauseTiming();
+        if (events == 0) {
+          tracker->clearCompletedEvents();
+        }
+        tracker.reset();  // closes the store
+        state.ResumeTiming();
       }
-      benchmark::DoNotOptimize(boost::json::parse(content));
-    }
-  });
+    });
+  }
 }
 
 void addConfiguration() {

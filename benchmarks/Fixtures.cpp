@@ -94,6 +94,10 @@ History::History(std::size_t events)
     : store(openStore(folder.path())),
       clock(std::make_shared<platform::SystemClock>(std::make_shared<platform::ThreadPoolExecutor>(1))),
       tracker(store, clock) {
+  trackOneByOne(tracker, events);
+}
+
+void trackOneByOne(EventTracker& tracker, std::size_t events) {
   for (std::size_t i = 0; i < events; ++i) {
     tracker.trackEvent(eventName, namedEventParameters());
   }

@@ -51,6 +51,8 @@ struct History {
   EventTracker tracker;
 };
 
+void trackOneByOne(EventTracker& tracker, std::size_t events);
+
 /// Answers requests at once, on an executor, as the event service would.
 class InstantTransport final : public platform::HttpTransport {
  public:

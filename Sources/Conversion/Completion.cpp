@@ -5,11 +5,10 @@
 
 namespace quillmar {
 
-void addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue) {
-  std::set<double>& revenues = history[name];
-  if (revenue) {
-    revenues.insert(*revenue);
-  }
+bool addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue) {
+  const auto [entry, isNewName] = history.try_emplace(name);
+  const bool isNewRevenue = revenue && entry->second.insert(*revenue).second;
+  return isNewName || isNewRevenue;
 }
 
 bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history, SingleBound single) {
@@ -27,12 +26,17 @@ bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& h
   return candidate != revenues.end() && *candidate <= event.revenueMax.value_or(infinity);
 }
 
+std::vector<ConversionValues::RequiredEvent>::const_iterator firstUnmet(
+    const std::vector<ConversionValues::RequiredEvent>& events, const RevenuesByName& history, SingleBound single) {
+  return std::find_if_not(events.begin(), events.end(),
+                          [&](const auto& event) { return isMet(event, history, single); });
+}
+
 namespace {
 
 template <class Half>
 bool isHalfComplete(const std::optional<Half>& half, const RevenuesByName& history, SingleBound single) {
-  return half && std::all_of(half->requiredEvents.begin(), half->requiredEvents.end(),
-                             [&](const auto& event) { return isMet(event, history, single); });
+  return half && firstUnmet(half->requiredEvents, history, single) == half->requiredEvents.end();
 }
 
 }  // namespace
@@ -52,6 +56,17 @@ ConversionValues::WindowValue completeHalves(const ConversionValues::WindowValue
     halves.coarseValue = value.coarseValue;
   }
   return halves;
+}
+
+Rules completeRules(const ConversionValues& values, Window window, const RevenuesByName& history) {
+  Rules complete;
+  for (const auto& rule : values.values) {
+    const ConversionValues::WindowValue* const value = rule.windowValue(window);
+    if (value != nullptr && isComplete(*value, history)) {
+      complete.push_back(&rule);
+    }
+  }
+  return complete;
 }
 
 }  // namespace quillmar

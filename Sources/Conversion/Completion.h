@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "quillmar/ConversionValues.h"
 
@@ -20,7 +21,8 @@ struct NameHash {
 /// What counts of a history of events: the distinct revenues of the events of each name.
 using RevenuesByName = std::unordered_map<std::string, std::set<double>, NameHash, std::equal_to<>>;
 
-void addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
+/// True when that is news to the history: the name, or this revenue under it.
+bool addEvent(RevenuesByName& history, const std::string& name, std::optional<double> revenue);
 
 /// What a single revenue bound of a required event says.
 enum class SingleBound : std::uint8_t { ignored, honoured };
@@ -30,11 +32,22 @@ enum class SingleBound : std::uint8_t { ignored, honoured };
 bool isMet(const ConversionValues::RequiredEvent& event, const RevenuesByName& history,
            SingleBound single = SingleBound::ignored);
 
+/// The first of the required events that is not met, or the end.
+std::vector<ConversionValues::RequiredEvent>::const_iterator firstUnmet(
+    const std::vector<ConversionValues::RequiredEvent>& events, const RevenuesByName& history,
+    SingleBound single = SingleBound::ignored);
+
 /// One half has all its required events.
 bool isComplete(const ConversionValues::WindowValue& value, const RevenuesByName& history);
 
 /// The value with those of its halves that have all their required events.
 ConversionValues::WindowValue completeHalves(const ConversionValues::WindowValue& value, const RevenuesByName& history,
                                              SingleBound single);
+
+/// Rules of a configuration, in its order.
+using Rules = std::vector<const ConversionValues::ConversionValue*>;
+
+/// The rules that are complete in a window.
+Rules completeRules(const ConversionValues& values, Window window, const RevenuesByName& history);
 
 }  // namespace quillmar

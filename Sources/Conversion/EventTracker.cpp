@@ -41,17 +41,15 @@ std::optional<std::string> encoded(const TrackedEvent& event) {
   }
 }
 
-/// Data that is missing or cannot be decoded is an empty history: `forgetAll` then takes back what was handed out.
-template <class Take, class Forget>
-void forEachStoredEvent(const std::optional<std::string>& data, Take take, Forget forgetAll) {
-  if (!data) {
-    return;
-  }
+/// False when the text is no history; some events may have been handed out then.
+template <class Take>
+bool forEachStoredEvent(const std::string& history, Take take) {
   try {
-    const boost::json::value document = parseJson(*data);
+    const boost::json::value document = parseJson(history);
     JsonReader(document).forEachElement([&take](const JsonReader& element) { take(TrackedEvent::decode(element)); });
+    return true;
   } catch (const DecodingError&) {
-    forgetAll();
+    return false;
   }
 }
 
@@ -61,7 +59,7 @@ constinit std::mutex EventTracker::eventsQueue_;
 
 EventTracker::EventTracker(std::shared_ptr<platform::UserDefaults> userDefaults,
                            std::shared_ptr<platform::Clock> clock) noexcept
-    : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)) {}
+    : userDefaults_(std::move(userDefaults)), clock_(std::move(clock)), digest_(userDefaults_, completedEventsKey) {}
 
 void EventTracker::trackEvent(std::string_view name, const std::optional<NamedParameters>& parameters) {
   trackEvents({{std::string(name), parameters}});
@@ -130,35 +128,41 @@ std::vector<TrackedEvent> EventTracker::getAllTrackedEvents() {
     data = userDefaults_->data(completedEventsKey);
   }
   std::vector<TrackedEvent> events;
-  forEachStoredEvent(
-      data, [&events](TrackedEvent event) { events.push_back(std::move(event)); }, [&events] { events.clear(); });
+  if (!data || !forEachStoredEvent(*data, [&events](TrackedEvent event) { events.push_back(std::move(event)); })) {
+    events.clear();
+  }
   return events;
 }
 
 void EventTracker::clearCompletedEvents() {
   const std::lock_guard lock(eventsQueue_);
   indexedRevision_.reset();
+  digest_.clear();  // first: it must not outlive the events
   // Emptied, then removed: should only the first write reach the disk, the events are gone all the same.
   storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[]"});
   removeSetting(*userDefaults_, completedEventsKey);
   Log::debug("EventTracker - Cleared all tracked events");
 }
 
-std::vector<const ConversionValues::ConversionValue*> EventTracker::findCompletedConversionValues(
-    const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules) {
+Rules EventTracker::findCompletedConversionValues(const ConversionValues& values, Window currentWindow,
+                                                  std::vector<Decision::Rule>* rules) {
   const std::lock_guard lock(eventsQueue_);
   static_cast<void>(updateIndex());
-  std::vector<const ConversionValues::ConversionValue*> completed;
-  for (const auto& value : values.values) {
-    const ConversionValues::WindowValue* const windowValue = value.windowValue(currentWindow);
-    if (windowValue != nullptr && isComplete(*windowValue, index_)) {
-      completed.push_back(&value);
-    }
-    if (windowValue != nullptr && rules != nullptr) {
-      rules->push_back(explained(value.key, *windowValue, index_));
+  if (rules != nullptr) {
+    for (const auto& value : values.values) {
+      if (const auto* const windowValue = value.windowValue(currentWindow)) {
+        rules->push_back(explained(value.key, *windowValue, index_));
+      }
     }
   }
-  return completed;
+  return completeRules(values, currentWindow, index_);
+}
+
+Rules EventTracker::followCompletedConversionValues(const std::shared_ptr<const ConversionValues>& document,
+                                                    Window currentWindow) {
+  const std::lock_guard lock(eventsQueue_);
+  static_cast<void>(updateIndex());
+  return completedRules_.find(document, currentWindow, index_);
 }
 
 std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConversionValues(
@@ -198,8 +202,10 @@ const RevenuesByName& EventTracker::historySince(std::optional<platform::Clock::
   recentSince_ = *since;
   recent_.clear();
   try {
-    const auto addRecent = [this](const TrackedEvent& event) { addToRecent(event); };
-    forEachStoredEvent(userDefaults_->data(completedEventsKey), addRecent, [this] { recent_.clear(); });
+    const std::string history = userDefaults_->data(completedEventsKey).value_or("");
+    if (!forEachStoredEvent(history, [this](const TrackedEvent& event) { addToRecent(event); })) {
+      recent_.clear();
+    }
     recentRevision_ = revision;
   } catch (const std::system_error&) {
     recent_.clear();  // what cannot be read counts as not tracked
@@ -220,19 +226,34 @@ std::error_code EventTracker::updateIndex() {
     return {};
   }
   indexedRevision_.reset();
-  index_.clear();
-  std::optional<std::string> data;
-  try {
-    data = userDefaults_->data(completedEventsKey);
-  } catch (const std::system_error& error) {
-    return error.code();
+  completedRules_.forget();
+  std::optional<HistoryDigest::Shortened> shortened = revision ? digest_.read() : std::nullopt;
+  if (!shortened || !readIndex(shortened->history)) {
+    try {
+      shortened = {userDefaults_->data(completedEventsKey).value_or("")};
+    } catch (const std::system_error& error) {
+      index_.clear();
+      return error.code();
+    }
+    digest_.begin();
+    if (!readIndex(shortened->history)) {
+      index_.clear();
+      digest_.begin();
+    }
   }
-  forEachStoredEvent(
-      data, [this](TrackedEvent event) { addEvent(index_, event.name, event.revenue()); }, [this] { index_.clear(); });
   // Only white space can follow the last bracket.
-  appendAt_ = index_.empty() ? 0 : data->rfind(']');
+  appendAt_ = index_.empty() ? 0 : shortened->bytesLeftOut + shortened->history.rfind(']');
   indexedRevision_ = revision;
   return {};
+}
+
+bool EventTracker::readIndex(const std::string& history) {
+  index_.clear();
+  return forEachStoredEvent(history, [this](const TrackedEvent& event) {
+    if (addEvent(index_, event.name, event.revenue())) {
+      digest_.add(event);
+    }
+  });
 }
 
 std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tails alongside) {
@@ -275,7 +296,10 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tai
   }
   const bool isRecentUpToDate = revision && std::exchange(recentRevision_, std::nullopt) == revision;
   for (const TrackedEvent* const event : storable) {
-    addEvent(index_, event->name, event->revenue());
+    if (addEvent(index_, event->name, event->revenue())) {
+      completedRules_.noteNews(event->name);
+      digest_.add(*event);
+    }
     if (isRecentUpToDate) {
       addToRecent(*event);
     }
@@ -284,6 +308,9 @@ std::error_code EventTracker::store(const std::vector<TrackedEvent>& events, Tai
   indexedRevision_ = userDefaults_->revision(completedEventsKey);
   if (isRecentUpToDate) {
     recentRevision_ = indexedRevision_;
+  }
+  if (indexedRevision_) {
+    digest_.keepUp(appendAt_);
   }
   return {};
 }

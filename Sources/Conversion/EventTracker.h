@@ -13,7 +13,9 @@
 #include <system_error>
 #include <vector>
 
+#include "Conversion/CompletedRules.h"
 #include "Conversion/Completion.h"
+#include "Conversion/HistoryDigest.h"
 #include "Conversion/TrackedEvent.h"
 #include "quillmar/ConversionValues.h"
 #include "quillmar/Decision.h"
@@ -27,7 +29,8 @@ namespace quillmar {
 ///
 /// Stored is a JSON array of the events, oldest first, as one data value; it grows until it is cleared. An event is
 /// appended to the stored text, and an index by name answers the questions, so that neither gets slower with the
-/// length of the history. The index is built again when the stored value was changed by somebody else.
+/// length of the history. The index is built again when the stored value was changed by somebody else, with the help of
+/// a digest of the history's beginning.
 ///
 /// Any thread; each call blocks until the store has answered.
 class EventTracker {
@@ -69,8 +72,11 @@ class EventTracker {
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
   /// order of the configuration. They point into `values`. With `rules`, what is complete and what is missing of each
   /// value in the window is added there.
-  std::vector<const ConversionValues::ConversionValue*> findCompletedConversionValues(
-      const ConversionValues& values, Window currentWindow, std::vector<Decision::Rule>* rules = nullptr);
+  Rules findCompletedConversionValues(const ConversionValues& values, Window currentWindow,
+                                      std::vector<Decision::Rule>* rules = nullptr);
+
+  /// The same for a document that does not change, at a price that does not depend on the number of its rules.
+  Rules followCompletedConversionValues(const std::shared_ptr<const ConversionValues>& document, Window currentWindow);
 
   /// Other ways than the usual one to find what is complete.
   struct Matching {
@@ -96,6 +102,8 @@ class EventTracker {
   std::error_code store(const std::vector<TrackedEvent>& events, Tails alongside);
   /// Reads the history when it is not the one that was read last. When that fails, the index is empty.
   std::error_code updateIndex();
+  /// False when that is no history, which counts as an empty one.
+  bool readIndex(const std::string& history);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<platform::Clock> clock_;
@@ -105,6 +113,8 @@ class EventTracker {
   static std::mutex eventsQueue_;
 
   RevenuesByName index_;
+  CompletedRules completedRules_;
+  HistoryDigest digest_;
   /// The stored value that the index describes; nothing when it has to be read first.
   std::optional<std::uint64_t> indexedRevision_;
   /// The same of the events from an instant on, and that instant.

@@ -179,9 +179,7 @@ std::vector<OutboxRecord> OutboxStore::read(std::int64_t chunk) {
 }
 
 void OutboxStore::removeChunk() {
-  // In two steps: a store may take the bytes of a data value off the disk there and then, and wait for that.
-  storeSetting(*userDefaults_, keyOf(first_), "");
-  removeSetting(*userDefaults_, keyOf(first_));
+  removeData(*userDefaults_, keyOf(first_));
   chunks_.erase(first_++);
 }
 

@@ -10,6 +10,7 @@
 #include "Facade/QuillmarCore.h"
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
+#include "Persistence/ConversionValuesRepository.h"
 #include "Settings/Calendar.h"
 #include "quillmar/Config.h"
 
@@ -26,6 +27,17 @@ bool locksWindow(const ConversionValues& configuration, const ConversionValues::
   const auto& coarse = value.windowValue(window)->coarseValue;
   return lock != configuration.lockWindows.end() && lock->second.type == ConversionValues::LockWindowType::high &&
          coarse && coarse->value == CoarseValue::high;
+}
+
+std::shared_ptr<const ConversionValues> documentOf(const ConversionValuesRepositoryProtocol& repository) {
+  auto document = repository.fetchAllConversionValues();
+  if (dynamic_cast<const ConversionValuesRepository*>(&repository) == nullptr) {
+    // A host may change its document in place. With an owner of its own it is another one each time, which is not
+    // followed.
+    const auto* const content = document.get();
+    document = {std::make_shared<decltype(document)>(std::move(document)), content};
+  }
+  return document;
 }
 
 // What the record of an event is told; it may be null.
@@ -137,7 +149,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
   if (!self) {
     co_return;
   }
-  std::optional<Chosen> chosen = self->choose(name, *configuration, *window, trace);
+  std::optional<Chosen> chosen = self->choose(name, configuration, *window, trace);
   self.reset();
   if (chosen) {
     co_await update(std::move(life), std::move(chosen->value), *window, chosen->forceLockWindow, trace);
@@ -156,17 +168,20 @@ EventTracker::Matching QuillmarCore::matchingIn(Window window) const {
   return matching;
 }
 
-std::optional<QuillmarCore::Chosen> QuillmarCore::choose(const std::string& name, const ConversionValues& configuration,
+std::optional<QuillmarCore::Chosen> QuillmarCore::choose(const std::string& name,
+                                                         const std::shared_ptr<const ConversionValues>& configuration,
                                                          Window window, const Trace& trace) const {
   std::vector<Decision::Rule>* const rules = trace ? &trace->record.rules : nullptr;
   const EventTracker::Matching matching = matchingIn(window);
-  std::vector<const ConversionValues::ConversionValue*> completed;
+  Rules completed;
   std::vector<ConversionValues::ConversionValue> copies;
-  if (matching.isUsual()) {
-    completed = eventTracker_->findCompletedConversionValues(configuration, window, rules);
-  } else {
-    copies = eventTracker_->findCompletedConversionValues(configuration, window, matching, rules);
+  if (!matching.isUsual()) {
+    copies = eventTracker_->findCompletedConversionValues(*configuration, window, matching, rules);
     std::ranges::transform(copies, std::back_inserter(completed), [](const auto& copy) { return &copy; });
+  } else if (trace) {
+    completed = eventTracker_->findCompletedConversionValues(*configuration, window, rules);
+  } else {
+    completed = eventTracker_->followCompletedConversionValues(configuration, window);
   }
   if (completed.empty()) {
     Log::debug("No completed conversion values found for event: {}", name);
@@ -174,7 +189,7 @@ std::optional<QuillmarCore::Chosen> QuillmarCore::choose(const std::string& name
     return std::nullopt;
   }
   const ConversionValues::ConversionValue* const lowest = lowestRanked(completed, window);
-  const bool forceLockWindow = locksWindow(configuration, *lowest, window);
+  const bool forceLockWindow = locksWindow(*configuration, *lowest, window);
   if (trace) {
     recordChoice(trace->record, completed, *lowest, window, forceLockWindow);
   }
@@ -192,7 +207,7 @@ Task<void> QuillmarCore::decideAboutKept(Life life, std::string name,
   if (trace) {
     trace->record.window = window;
   }
-  std::optional<Chosen> chosen = self->choose(name, *configuration, window, trace);
+  std::optional<Chosen> chosen = self->choose(name, configuration, window, trace);
   self.reset();
   if (chosen) {
     co_await update(std::move(life), std::move(chosen->value), window, chosen->forceLockWindow, trace);
@@ -295,7 +310,7 @@ Task<void> QuillmarCore::deliver(Life life, OutboxRecord record, OutboxUserProto
 std::shared_ptr<const ConversionValues> QuillmarCore::storedConfiguration() const {
   try {
     const auto repository = conversionValuesRepository();
-    return repository ? repository->fetchAllConversionValues() : nullptr;
+    return repository ? documentOf(*repository) : nullptr;
   } catch (...) {
     return nullptr;  // told by the caller
   }
@@ -312,7 +327,7 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const Lif
   }
   try {
     if (const auto repository = conversionValuesRepository()) {
-      auto configuration = repository->fetchAllConversionValues();
+      auto configuration = documentOf(*repository);
       shared.setEventRetryCount(0, name);
       return configuration;
     }

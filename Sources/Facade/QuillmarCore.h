@@ -188,8 +188,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
     bool forceLockWindow;
   };
   EventTracker::Matching matchingIn(Window window) const;
-  std::optional<Chosen> choose(const std::string& name, const ConversionValues& configuration, Window window,
-                               const Trace& trace) const;
+  std::optional<Chosen> choose(const std::string& name, const std::shared_ptr<const ConversionValues>& configuration,
+                               Window window, const Trace& trace) const;
   /// The configuration of the last good fetch; null when there is none that can be read.
   std::shared_ptr<const ConversionValues> storedConfiguration() const;
   std::shared_ptr<const ConversionValues> configurationFor(const Life& life, const std::string& name);

@@ -29,6 +29,15 @@ std::error_code UserDefaults::replaceDataTails(const std::vector<DataTail>& tail
   return {};
 }
 
+std::optional<std::string> UserDefaults::dataTail(std::string_view key, std::size_t skip) const {
+  std::optional<std::string> bytes = data(key);
+  if (!bytes || bytes->size() < skip) {
+    return std::nullopt;
+  }
+  bytes->erase(0, skip);
+  return bytes;
+}
+
 bool PropertyListValue::boolean() const noexcept {
   if (const auto* flag = as<bool>()) {
     return *flag;

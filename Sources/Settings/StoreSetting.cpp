@@ -18,4 +18,9 @@ void removeSetting(platform::UserDefaults& userDefaults, std::string_view key) {
   }
 }
 
+void removeData(platform::UserDefaults& userDefaults, std::string_view key) {
+  storeSetting(userDefaults, key, "");
+  removeSetting(userDefaults, key);
+}
+
 }  // namespace quillmar

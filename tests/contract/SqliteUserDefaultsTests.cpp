@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Conversion/EventTracker.h"
 #include "Platform/Sqlite/SqliteDatabase.h"
+#include "quillmar/simulated/ManualClock.h"
 #include "support/TemporaryFolder.h"
 
 namespace quillmar::platform {
@@ -85,10 +87,11 @@ TEST_F(SqliteUserDefaultsTest, filesThatCannotBeUsedAreLeftAlone) {
 
 TEST_F(SqliteUserDefaultsTest, removedDataLeavesTheDisk) {
   const auto store = open();
-  ASSERT_FALSE(store->set("list", Data{"[secret"}));
+  EventTracker tracker(store, std::make_shared<simulated::ManualClock>(Clock::TimePoint()));
   for (int i = 0; i < 300; ++i) {
-    ASSERT_FALSE(store->replaceDataTail("list", 7 * (static_cast<std::size_t>(i) + 1), ",secret"));
+    tracker.trackEvent("secret", std::nullopt);
   }
+  EXPECT_NE(store->object(HistoryDigest::key), std::nullopt);
   const auto isOnDisk = [this] {
     std::string all;
     for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
@@ -97,7 +100,7 @@ TEST_F(SqliteUserDefaultsTest, removedDataLeavesTheDisk) {
     return all.find("secret") != std::string::npos;
   };
   EXPECT_TRUE(isOnDisk());
-  ASSERT_FALSE(store->remove("list"));
+  tracker.clearCompletedEvents();
   EXPECT_FALSE(isOnDisk());
 }
 
@@ -180,6 +183,8 @@ TEST_F(SqliteUserDefaultsTest, segmentsAreMergedInRuns) {
     ASSERT_FALSE(store->replaceDataTail("list", expected.size(), std::to_string(i)));
     expected += std::to_string(i);
     ASSERT_TRUE(i % 50 != 0 || store->data("list") == expected) << i;
+    const std::size_t skip = expected.size() * static_cast<std::size_t>(i % 7) / 7;
+    ASSERT_EQ(store->dataTail("list", skip), expected.substr(skip)) << i;
   }
   store.reset();
   EXPECT_LT(Intruder(file_).countSegments(), 300) << "a write for each would be 2000";

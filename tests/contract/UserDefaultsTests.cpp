@@ -107,6 +107,11 @@ TEST_P(UserDefaultsContract, tailIsReplacedInDataThatIsLongEnough) {
   EXPECT_EQ(store_->revision("list"), revision);
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(store_->data("list"), std::string("[1,\0,3]", 7));
+    EXPECT_EQ(store_->dataTail("list", 4), ",3]");
+    EXPECT_EQ(store_->dataTail("list", 7), "");
+    for (const auto& [key, skip] : refused) {
+      EXPECT_EQ(store_->dataTail(key, skip), std::nullopt) << key;
+    }
     EXPECT_EQ(store_->string("text"), "text");
     EXPECT_EQ(store_->object("absent"), std::nullopt);
     reopen();

@@ -8,6 +8,7 @@
 
 #include "support/FaultyStores.h"
 #include "support/LogCapture.h"
+#include "support/RandomRules.h"
 
 using namespace quillmar;
 using namespace std::chrono_literals;
@@ -67,6 +68,30 @@ TEST_F(EventTrackerTest, onePartWithAllItsEventsIsEnough) {
   EXPECT_FALSE(tracker_.areEventsCompleted({"a", "b"}));
 }
 
+TEST_F(EventTrackerTest, remembersWhatIsCompleteOnlyWhileTheHistoryGrows) {
+  test::RandomRules random(7);
+  EventTracker other(store_, clock_);
+  std::shared_ptr<const ConversionValues> document;
+  for (std::size_t i = 0; i < 5'000; ++i) {
+    Window window = Window::window0;
+    const std::size_t turn = random.below(100);
+    if (!document || turn == 0) {
+      document.reset();  // the next one may come to lie in its place
+      document = std::make_shared<ConversionValues>(random.next().values());
+    } else if (turn < 5) {
+      (turn < 3 ? other : tracker_).clearCompletedEvents();
+    } else if (turn == 5) {
+      window = Window::window1;
+    } else if (turn < 50) {
+      const NamedParameters revenue{{"revenue", 0.5 + 0.5 * static_cast<double>(random.below(5))}};
+      (turn < 10 ? other : tracker_).trackEvent(random.below(3) == 0 ? "b" : "a", revenue);
+    }
+    ASSERT_EQ(tracker_.followCompletedConversionValues(document, window),
+              tracker_.findCompletedConversionValues(*document, window))
+        << i;
+  }
+}
+
 TEST_F(EventTrackerTest, followsWhatOthersClear) {
   tracker_.trackEvent("a", std::nullopt);
   EventTracker(store_, clock_).clearCompletedEvents();
@@ -74,6 +99,48 @@ TEST_F(EventTrackerTest, followsWhatOthersClear) {
   store_->set(storeKey, "a text is no data");
   tracker_.trackEvent("b", std::nullopt);
   EXPECT_EQ(historyNames(), "b ");
+}
+
+TEST_F(EventTrackerTest, aDigestSparesReadingTheHistoryAndIsNotBelievedAgainstIt) {
+  const auto older = std::make_shared<test::MinimalUserDefaults>(store_);  // a library that knows of no digest
+  test::RandomRules random(39);
+  const auto lives = [&](std::shared_ptr<platform::UserDefaults> store) {
+    EventTracker tracker(std::move(store), clock_);
+    if (random.below(12) == 0) {
+      tracker.clearCompletedEvents();
+    }
+    clock_->advance(1ms);
+    std::vector<EventTracker::NewEvent> events;
+    for (int i = 0; i < 60; ++i) {
+      events.push_back({random.below(20) == 0 ? "b" + std::to_string(random.below(20)) : "a",
+                        NamedParameters{{"revenue", 0.01 * static_cast<double>(random.below(3000))},
+                                        {"a parameter with a long name, so that the history is long soon", 1}}});
+    }
+    tracker.trackEvents(events);
+  };
+  const auto digest = [this] { return store_->data(HistoryDigest::key).value_or(""); };
+  for (int i = 0; i < 100; ++i) {
+    random.below(3) == 0 ? lives(older) : lives(store_);
+    if (std::string damaged = digest(); !damaged.empty() && random.below(4) == 0) {
+      damaged[random.below(damaged.size())] ^= 1;
+      store_->set(HistoryDigest::key, platform::PropertyListValue::Data{damaged});
+    }
+    EventTracker now(store_, clock_), plain(older, clock_);
+    const ConversionValues values = random.next().values();
+    ASSERT_EQ(now.findCompletedConversionValues(values, Window::window0),
+              plain.findCompletedConversionValues(values, Window::window0))
+        << i;
+    ASSERT_EQ(now.getTrackedEventNames(), plain.getTrackedEventNames()) << i;
+    ASSERT_LT(digest().size(), HistoryDigest::limit + 1000);
+  }
+  lives(store_);
+  lives(store_);
+  const std::set<std::string> names = tracker_.getTrackedEventNames();
+  const std::string history = *store_->data(storeKey);
+  store_->set(storeKey, platform::PropertyListValue::Data{"[no JSON" + history.substr(8)});
+  EXPECT_EQ(tracker_.getTrackedEventNames(), names) << "the beginning is not read";
+  tracker_.clearCompletedEvents();
+  EXPECT_EQ(digest(), "");
 }
 
 TEST_F(EventTrackerTest, callsWriteOnceAndDoNotReadTheHistoryAgain) {

@@ -232,6 +232,23 @@ TEST_F(Pipeline, valueThatNoOtherRanksBelowIsSentAlsoWhereTheRankingIsInconsiste
   }
 }
 
+TEST_F(Pipeline, aHostsRepositoryMayChangeItsDocumentInPlace) {
+  struct Repository final : ConversionValuesRepositoryProtocol {
+    void fetchAndSaveConversionValues(Completion completion) override { completion(nullptr); }
+    std::shared_ptr<const ConversionValues> fetchAllConversionValues() const override { return document; }
+    const std::shared_ptr<ConversionValues> document = std::make_shared<ConversionValues>(
+        simulated::ConfigurationBuilder().rule("R", Window::window0, {{{7, {{"later"}}}}, {}}).values());
+  };
+  const auto repository = std::make_shared<Repository>();
+  configure();
+  quillmar->setConversionValuesRepository(repository);
+  for (const char* required : {"later", "later", "a"}) {
+    repository->document->values[0].windows.at("window0").fineValue->requiredEvents[0].name = required;
+    send("a");
+  }
+  EXPECT_EQ(calls().size(), 1u);
+}
+
 TEST_F(Pipeline, missingPartIsFilledFromTheLastUpdateButDoesNotLock) {
   configBody = R"({"app_id":"a","sdk_enabled":true,"lockWindows":{"window0":{"type":"high"}},"values":[)"
                R"({"key":"A","windows":{"window0":{"coarseValue":{"value":"high","requiredEvents":[{"name":"a"}]}}}},)"

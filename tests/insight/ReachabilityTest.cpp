@@ -3,12 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <bit>
-#include <random>
 #include <set>
 
 #include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/ConfigurationBuilder.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
+#include "support/RandomRules.h"
 
 using namespace quillmar;
 using namespace quillmar::insight;
@@ -17,42 +16,6 @@ using Verdict = Reachability::Verdict;
 namespace {
 
 const std::vector<SampleEvent> allEvents{{"a", {}}, {"a", 1.0}, {"a", 1.5}, {"a", 2.0}, {"b", {}}};
-
-/// A few rules that require "a", with and without a revenue, and "b".
-class RandomRules {
- public:
-  explicit RandomRules(unsigned seed) : random_(seed) {}
-
-  simulated::ConfigurationBuilder next() {
-    simulated::ConfigurationBuilder builder;
-    for (std::size_t i = 0, count = 2 + below(4); i < count; ++i) {
-      ConversionValues::WindowValue value;
-      if (below(3) > 0) {
-        value.fineValue = {static_cast<std::int64_t>(below(4)), requirements()};
-      }
-      if (below(3) > 0) {
-        value.coarseValue = {static_cast<CoarseValue>(below(3)), requirements()};
-      }
-      builder.rule("rule " + std::to_string(i), Window::window0, value);
-    }
-    return builder;
-  }
-
- private:
-  std::size_t below(std::size_t end) { return random_() % end; }
-
-  std::vector<ConversionValues::RequiredEvent> requirements() {
-    std::vector<ConversionValues::RequiredEvent> events;
-    for (std::size_t i = 0, count = (below(8) + 2) / 3; i < count; ++i) {
-      const auto bound = [this] { return below(4) == 0 ? std::nullopt : std::optional(1.0 + double(below(2))); };
-      events.push_back(below(4) == 0 ? ConversionValues::RequiredEvent{"b"}
-                                     : ConversionValues::RequiredEvent{"a", bound(), bound()});
-    }
-    return events;
-  }
-
-  std::mt19937 random_;
-};
 
 /// An app, and which rule the library sends after each event.
 class App {
@@ -124,7 +87,7 @@ class App {
 
 TEST(Reachability, agreesWithThePipelineOnRandomConfigurations) {
   Quillmar::resetStaticState();
-  RandomRules random(18);
+  test::RandomRules random(18);
   std::map<Verdict, int> verdicts;
   int inconsistent = 0;
   for (int i = 0; i < QUILLMAR_RANDOM_CONFIGURATIONS; ++i) {

@@ -37,6 +37,7 @@ class FoundationUserDefaults : public UserDefaults {
   std::optional<std::uint64_t> revision(std::string_view key) const override;
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override;
   std::error_code replaceDataTails(const std::vector<DataTail>& tails) override;
+  std::optional<std::string> dataTail(std::string_view key, std::size_t skip) const override;
 
  private:
   // These are called with the lock held.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/Apple/PropertyListObject.h"
+#include "Platform/Fnv1a.h"
 
 namespace quillmar::platform {
 
@@ -18,11 +19,7 @@ std::string noteKey(std::string_view key) {
 
 /// Tells one moved value from another: its length and its FNV-1a hash.
 std::string identityOf(std::string_view bytes) {
-  std::uint64_t hash = 0xcbf29ce484222325U;
-  for (const char c : bytes) {
-    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-  }
-  return fmt::format("{}:{:016x}", bytes.size(), hash);
+  return fmt::format("{}:{:016x}", bytes.size(), fnv1a(bytes));
 }
 
 bool isListWithElements(std::string_view text) {
@@ -122,6 +119,14 @@ std::error_code FoundationUserDefaults::replaceDataTails(const std::vector<DataT
       static_cast<void>(moveData(change.key));
     }
     return beside_->replaceDataTails(tails);
+  }
+}
+
+std::optional<std::string> FoundationUserDefaults::dataTail(std::string_view key, std::size_t skip) const {
+  @autoreleasepool {
+    const std::lock_guard lock(mutex_);
+    static_cast<void>(moveData(key));
+    return beside_->dataTail(key, skip);
   }
 }
 

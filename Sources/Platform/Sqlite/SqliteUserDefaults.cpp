@@ -253,10 +253,10 @@ int SqliteUserDefaults::inspect(std::int64_t& version, std::string& problem) {
 
 int SqliteUserDefaults::prepareStatements() {
   const std::pair<SqliteStatement*, std::string_view> statements[] = {
-      {&selectData_, "SELECT offset, bytes FROM segment WHERE key = ? ORDER BY sequence"},
       {&insertSegment_, "INSERT INTO segment(key, offset, bytes) VALUES(?, ?, ?)"},
       {&deleteSegments_, "DELETE FROM segment WHERE key = ?"},
-      {&selectTail_, "SELECT offset, bytes FROM segment WHERE key = ? AND sequence >= ? ORDER BY sequence"},
+      {&selectSegments_, "SELECT offset, bytes FROM segment WHERE key = ? AND sequence >= ? ORDER BY sequence"},
+      {&selectPlaces_, "SELECT sequence, offset FROM segment WHERE key = ? ORDER BY sequence DESC"},
       {&deleteTail_, "DELETE FROM segment WHERE key = ? AND sequence >= ?"},
       {&insertValue_, "INSERT INTO value(key, content) VALUES(?, ?)"},
       {&deleteValue_, "DELETE FROM value WHERE key = ?"},
@@ -301,32 +301,23 @@ int SqliteUserDefaults::loadData() {
   SqliteStatement select;
   int result = database_.prepare(
       "SELECT key, offset, CASE typeof(bytes) WHEN 'blob' THEN length(bytes) ELSE -1 END, sequence FROM segment "
-      "ORDER BY key, sequence",
+      "ORDER BY sequence",
       select);
   if (result != SQLITE_OK) {
     return result;
   }
-  std::map<std::string, std::size_t> segmentCounts;
-  auto current = segmentCounts.end();
-  std::optional<std::int64_t> length;  // nothing once a segment made no sense
-  const auto finish = [&] {
-    if (current == segmentCounts.end()) {
-      return;
-    }
-    Entry& entry = entries_[current->first];
-    if (length && !entry.value) {
-      entry.dataLength = static_cast<std::size_t>(*length);
-    } else {
-      reportDamage(current->first);
-    }
+  struct Segments {
+    std::size_t count = 0;
+    std::optional<std::int64_t> length = 0;  ///< nothing once a segment made no sense
   };
+  std::map<std::string, Segments, std::less<>> segmentsByKey;
+  auto current = segmentsByKey.end();
   while ((result = select.step()) == SQLITE_ROW) {
-    if (current == segmentCounts.end() || current->first != select.bytes(0)) {
-      finish();
-      current = segmentCounts.emplace(select.bytes(0), 0).first;
-      length = 0;
+    if (current == segmentsByKey.end() || current->first != select.bytes(0)) {
+      current = segmentsByKey.try_emplace(std::string(select.bytes(0))).first;
     }
-    ++current->second;
+    auto& [count, length] = current->second;
+    ++count;
     const std::int64_t offset = select.integer(1);
     const std::int64_t size = select.integer(2);
     const bool fits = length && offset >= 0 && offset <= *length && size >= 0;
@@ -335,14 +326,20 @@ int SqliteUserDefaults::loadData() {
       noteSegment(entries_[current->first], select.integer(3), static_cast<std::size_t>(size));
     }
   }
-  finish();
   if (result != SQLITE_DONE) {
     return result;
   }
-  for (const auto& [key, count] : segmentCounts) {
-    if (const auto whole = entries_[key].dataLength; count > mergeThreshold && whole && *whole < largestSegment) {
+  for (const auto& [key, segments] : segmentsByKey) {
+    Entry& entry = entries_[key];
+    if (!segments.length || entry.value) {
+      reportDamage(key);
+      continue;
+    }
+    const auto whole = static_cast<std::size_t>(*segments.length);
+    entry.dataLength = whole;
+    if (segments.count > mergeThreshold && whole < largestSegment) {
       std::string bytes;
-      result = readData(key, *entries_[key].dataLength, bytes);
+      result = readData(key, 0, whole, bytes);
       if (result == SQLITE_OK) {
         result = deleteSegments_.bind(std::string_view(key)).run();
       }
@@ -352,7 +349,7 @@ int SqliteUserDefaults::loadData() {
       if (result != SQLITE_OK) {
         return result;
       }
-      entries_[key].smallSegments = 0;
+      entry.smallSegments = 0;
     }
   }
   return SQLITE_OK;
@@ -377,16 +374,35 @@ std::optional<PropertyListValue> SqliteUserDefaults::object(std::string_view key
   if (!storedLength) {
     return value;
   }
-  PropertyListValue::Data data;
-  const int result = readData(key, *storedLength, data.bytes);
+  std::optional<std::string> bytes = readStored(key, 0, *storedLength);
+  return bytes ? std::optional<PropertyListValue>(PropertyListValue::Data{std::move(*bytes)}) : std::nullopt;
+}
+
+std::optional<std::string> SqliteUserDefaults::dataTail(std::string_view key, std::size_t skip) const {
+  const std::lock_guard lock(writeMutex_);
+  const auto found = entries_.find(key);
+  if (found == entries_.end() || found->second.dataLength.value_or(0) < skip || !found->second.dataLength) {
+    return std::nullopt;
+  }
+  if (found->second.value) {  // not on disk yet
+    return found->second.value->as<PropertyListValue::Data>()->bytes.substr(skip);
+  }
+  return readStored(key, skip, *found->second.dataLength);
+}
+
+/// Nothing when the value is damaged; throws when it may be readable the next time.
+std::optional<std::string> SqliteUserDefaults::readStored(std::string_view key, std::size_t skip,
+                                                          std::size_t length) const {
+  std::string bytes;
+  const int result = readData(key, skip, length, bytes);
   if ((result & 0xff) == SQLITE_CORRUPT && !database_.hasMetIoErrors()) {
     reportDamage(key);
     return std::nullopt;
   }
   if (result != SQLITE_OK) {
-    throw std::system_error(sqliteError(result));  // it may be readable the next time
+    throw std::system_error(sqliteError(result));
   }
-  return PropertyListValue(std::move(data));
+  return bytes;
 }
 
 std::error_code SqliteUserDefaults::set(std::string_view key, PropertyListValue value) {
@@ -538,20 +554,8 @@ void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int
 int SqliteUserDefaults::mergeSegments(std::string_view key, std::int64_t first) {
   std::optional<std::int64_t> offset;
   std::string bytes;
-  selectTail_.bind(key, first);
-  int result = SQLITE_DONE;
-  while ((result = selectTail_.step()) == SQLITE_ROW) {
-    const std::int64_t next = selectTail_.integer(0);
-    offset = std::min(offset.value_or(next), next);
-    const auto keep = static_cast<std::size_t>(next - *offset);
-    if (keep > bytes.size()) {
-      break;
-    }
-    bytes.resize(keep);
-    bytes.append(selectTail_.bytes(1));
-  }
-  selectTail_.reset();
-  if (result == SQLITE_DONE) {
+  int result = readSegments(key, first, offset, bytes);
+  if (result == SQLITE_OK) {
     result = deleteTail_.bind(key, first).run();
   }
   return result == SQLITE_OK && offset ? insertSegment(key, static_cast<std::size_t>(*offset), bytes) : result;
@@ -580,24 +584,54 @@ int SqliteUserDefaults::insertSegment(std::string_view key, std::size_t offset, 
   return insertSegment_.bind(key, static_cast<std::int64_t>(offset), SqliteStatement::Blob{bytes}).run();
 }
 
-int SqliteUserDefaults::readData(std::string_view key, std::size_t length, std::string& bytes) const {
-  selectData_.bind(key);
-  bytes.clear();
-  bytes.reserve(length);
+/// What the segments of the key from `first` on make of the value, from the lowest of their offsets on.
+int SqliteUserDefaults::readSegments(std::string_view key, std::int64_t first, std::optional<std::int64_t>& offset,
+                                     std::string& bytes) const {
+  selectSegments_.bind(key, first);
   int result = SQLITE_DONE;
-  while ((result = selectData_.step()) == SQLITE_ROW) {
-    const std::int64_t offset = selectData_.integer(0);
-    if (offset < 0 || static_cast<std::uint64_t>(offset) > bytes.size()) {
+  while ((result = selectSegments_.step()) == SQLITE_ROW) {
+    const std::int64_t next = selectSegments_.integer(0);
+    offset = std::min(offset.value_or(next), next);
+    const auto keep = static_cast<std::size_t>(next - *offset);
+    if (keep > bytes.size()) {
       break;
     }
-    bytes.resize(static_cast<std::size_t>(offset));
-    bytes.append(selectData_.bytes(1));
+    bytes.resize(keep);
+    bytes.append(selectSegments_.bytes(1));
   }
-  selectData_.reset();
-  if (result != SQLITE_DONE) {
-    return result == SQLITE_ROW ? SQLITE_CORRUPT : result;
+  selectSegments_.reset();
+  return result == SQLITE_ROW ? SQLITE_CORRUPT : result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+/// Reads what is behind the first `skip` bytes of a value that has so many.
+int SqliteUserDefaults::readData(std::string_view key, std::size_t skip, std::size_t length, std::string& bytes) const {
+  std::int64_t first = 0;
+  if (const int result = skip > 0 ? findSegment(key, skip, first) : SQLITE_OK; result != SQLITE_OK) {
+    return result;
   }
-  return bytes.size() == length ? SQLITE_OK : SQLITE_CORRUPT;
+  std::optional<std::int64_t> offset;
+  bytes.reserve(length - skip);
+  const int result = readSegments(key, first, offset, bytes);
+  const auto start = static_cast<std::size_t>(offset.value_or(0));
+  if (result != SQLITE_OK || start > skip || start + bytes.size() != length) {
+    return result != SQLITE_OK ? result : SQLITE_CORRUPT;
+  }
+  bytes.erase(0, skip - start);
+  return SQLITE_OK;
+}
+
+/// The last segment that does not begin behind a position: no earlier one has a say in what is there.
+int SqliteUserDefaults::findSegment(std::string_view key, std::size_t position, std::int64_t& sequence) const {
+  selectPlaces_.bind(key);
+  int result = SQLITE_DONE;
+  while ((result = selectPlaces_.step()) == SQLITE_ROW) {
+    sequence = selectPlaces_.integer(0);
+    if (selectPlaces_.integer(1) <= static_cast<std::int64_t>(position)) {
+      break;
+    }
+  }
+  selectPlaces_.reset();
+  return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
 void SqliteUserDefaults::reportDamage(std::string_view key) const {

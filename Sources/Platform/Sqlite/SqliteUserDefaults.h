@@ -52,6 +52,7 @@ class SqliteUserDefaults : public UserDefaults {
   std::optional<std::uint64_t> revision(std::string_view key) const override;
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override;
   std::error_code replaceDataTails(const std::vector<DataTail>& tails) override;
+  std::optional<std::string> dataTail(std::string_view key, std::size_t skip) const override;
 
  private:
   /// What is known of a key. Absent: neither member is there.
@@ -89,7 +90,11 @@ class SqliteUserDefaults : public UserDefaults {
   int loadData();
   int writeEntry(const std::string& key, const Entry& entry);
   int insertSegment(std::string_view key, std::size_t offset, std::string_view bytes);
-  int readData(std::string_view key, std::size_t length, std::string& bytes) const;
+  int readSegments(std::string_view key, std::int64_t first, std::optional<std::int64_t>& offset,
+                   std::string& bytes) const;
+  int readData(std::string_view key, std::size_t skip, std::size_t length, std::string& bytes) const;
+  int findSegment(std::string_view key, std::size_t position, std::int64_t& sequence) const;
+  std::optional<std::string> readStored(std::string_view key, std::size_t skip, std::size_t length) const;
   static void noteSegment(Entry& entry, std::int64_t sequence, std::size_t size);
   void putSmallSegmentsTogether(std::string_view key, std::int64_t first);
   int mergeSegments(std::string_view key, std::int64_t first);
@@ -104,9 +109,9 @@ class SqliteUserDefaults : public UserDefaults {
   /// Guards the database. Taken before the other one.
   mutable std::mutex writeMutex_;
   mutable SqliteDatabase database_;
-  mutable SqliteStatement selectData_;
+  mutable SqliteStatement selectSegments_, selectPlaces_;
   SqliteStatement begin_, commit_, rollback_;
-  SqliteStatement selectTail_, insertSegment_, deleteSegments_, deleteTail_, insertValue_, deleteValue_;
+  SqliteStatement insertSegment_, deleteSegments_, deleteTail_, insertValue_, deleteValue_;
   std::set<std::string, std::less<>> dirty_;  ///< keys whose entries are not on disk yet
 
   /// Guards the entries against reading while they change. They change only with both locks held, so whoever holds the

@@ -122,6 +122,11 @@ class QUILLMAR_API UserDefaults {
   /// on.
   virtual std::error_code replaceDataTails(const std::vector<DataTail>& tails);
 
+  /// What is behind the first `skip` bytes of the data value under `key`; nothing when there is no data value of at
+  /// least `skip` bytes. Throws like `object`. A store that reads the end of a long value alone makes starts fast; the
+  /// standard implementation reads it all.
+  virtual std::optional<std::string> dataTail(std::string_view key, std::size_t skip) const;
+
   /// The Boolean under `key`; false when absent.
   bool boolean(std::string_view key) const;
 
