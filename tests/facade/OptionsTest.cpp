@@ -18,55 +18,49 @@ struct Install : AttributionHarness {
 };
 
 TEST(Options, bothNetworksBringAnInstallByTheOtherFrameworkItsValue) {
-  for (const bool both : {false, true}) {
-    Install install({.updateBothNetworks = both});
-    install.simulated.device->setSystemVersion("18.0");
-    install.simulated.adNetwork->setRules({simulated::SignedAd::skAdNetwork4, startOfTests});
-    install.configure();
-    install.send("session");
-    EXPECT_EQ(install.simulated.adNetwork->rules().postbacks().empty(), !both);
-    EXPECT_EQ(install.countLines("update successful"), both ? 2u : 0u) << "of each network";
-    EXPECT_EQ(install.countLines("Saved last window value"), 1u) << "a later value may have come since";
-  }
+  Install install({.updateBothNetworks = true});
+  install.simulated.device->setSystemVersion("18.0");
+  install.simulated.adNetwork->setRules({simulated::SignedAd::skAdNetwork4, startOfTests});
+  install.configure();
+  install.send("session");
+  EXPECT_FALSE(install.simulated.adNetwork->rules().postbacks().empty());
+  EXPECT_EQ(install.countLines("update successful"), 2u) << "of each network";
+  EXPECT_EQ(install.countLines("Saved last window value"), 1u) << "a later value may have come since";
 }
 
 TEST(Options, strictSwitchStopsWhatIsOnItsWayParkedOrDueAndTheAttribution) {
-  for (const bool strict : {false, true}) {
-    Install install({.strictSwitch = strict});
-    install.configure();
-    install.send("session");
-    install.delay = 1s;
-    install.send("session");
-    install.defaults->set("SdkEnabled", false);
-    install.advance(1h);
-    EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), strict ? 1u : 2u) << "on its way";
-    install.defaults->set("SdkEnabled", true);
-    install.begin({.strictSwitch = strict});
-    install.send("session");
-    install.configBody = configuration(R"({"window0":{"type":"time","value":1}})", false);
-    install.configure();
-    install.advance(2s);
-    EXPECT_EQ(install.quillmar->statistics().dropped, strict ? 1u : 0u) << "parked";
-    EXPECT_EQ(install.calls().size(), strict ? 1u : 4u) << "a lock by time";
-    install.enable();
-    EXPECT_EQ(install.simulated.attributionToken->requests(), strict ? 0u : 1u);
-  }
+  Install install({.strictSwitch = true});
+  install.configure();
+  install.send("session");
+  install.delay = 1s;
+  install.send("session");
+  install.defaults->set("SdkEnabled", false);
+  install.advance(1h);
+  EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), 1u) << "on its way";
+  install.defaults->set("SdkEnabled", true);
+  install.begin({.strictSwitch = true});
+  install.send("session");
+  install.configBody = configuration(R"({"window0":{"type":"time","value":1}})", false);
+  install.configure();
+  install.advance(2s);
+  EXPECT_EQ(install.quillmar->statistics().dropped, 1u) << "parked";
+  EXPECT_EQ(install.calls().size(), 1u) << "a lock by time";
+  install.enable();
+  EXPECT_EQ(install.simulated.attributionToken->requests(), 0u);
 }
 
 TEST(Options, aStoredConfigurationCountsUntilItIsFetchedAgain) {
-  for (const bool stored : {false, true}) {
-    Install install({});
-    install.configure();
-    install.configStatus = 503;
-    install.begin({.useStoredConfiguration = stored});
-    install.send("session");
-    install.configure();
-    EXPECT_EQ(install.calls().size(), stored ? 1u : 0u);
-    install.quillmar->reset();
-    install.quillmar->setLogLevel(LogLevel::info);
-    install.configure();
-    EXPECT_EQ(install.countLines("Going on with the stored configuration"), stored ? 1u : 0u) << "not after a reset";
-  }
+  Install install({});
+  install.configure();
+  install.configStatus = 503;
+  install.begin({.useStoredConfiguration = true});
+  install.send("session");
+  install.configure();
+  EXPECT_EQ(install.calls().size(), 1u);
+  install.quillmar->reset();
+  install.quillmar->setLogLevel(LogLevel::info);
+  install.configure();
+  EXPECT_EQ(install.countLines("Going on with the stored configuration"), 1u) << "not after a reset";
 }
 
 TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
