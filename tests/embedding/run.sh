@@ -89,8 +89,8 @@ reports "$scratch/c-plus-plus"
 reports python3 "$examples/python/host.py" "$library/libquillmar.so"
 echo "Hosts in C, C++ and Python reported events through the C interface"
 
-# What is public is what the repository says.
-nm -D --defined-only "$library/libquillmar.so" | awk '{print $3}' | sort | diff "$here/exported-symbols.txt" - ||
+# What is public is what the repository says. Which helpers of the standard library come with it is the compiler's choice.
+nm -D --defined-only "$library/libquillmar.so" | awk '$3 !~ /^_ZSt/ {print $3}' | sort | diff "$here/exported-symbols.txt" - ||
   {
     echo "The shared library shows other symbols than tests/embedding/exported-symbols.txt says" >&2
     exit 1
