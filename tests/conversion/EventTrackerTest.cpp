@@ -71,13 +71,14 @@ TEST_F(EventTrackerTest, onePartWithAllItsEventsIsEnough) {
 TEST_F(EventTrackerTest, remembersWhatIsCompleteOnlyWhileTheHistoryGrows) {
   test::RandomRules random(7);
   EventTracker other(store_, clock_);
-  std::shared_ptr<const ConversionValues> document;
+  std::shared_ptr<const ConversionValues> document, before;
   for (std::size_t i = 0; i < 5'000; ++i) {
     Window window = Window::window0;
     const std::size_t turn = random.below(100);
     if (!document || turn == 0) {
-      document.reset();  // the next one may come to lie in its place
-      document = std::make_shared<ConversionValues>(random.next().values());
+      before = std::exchange(document, std::make_shared<ConversionValues>(random.next().values()));
+    } else if (before && turn == 1) {
+      document.swap(before);
     } else if (turn < 5) {
       (turn < 3 ? other : tracker_).clearCompletedEvents();
     } else if (turn == 5) {
@@ -104,14 +105,14 @@ TEST_F(EventTrackerTest, followsWhatOthersClear) {
 TEST_F(EventTrackerTest, aDigestSparesReadingTheHistoryAndIsNotBelievedAgainstIt) {
   const auto older = std::make_shared<test::MinimalUserDefaults>(store_);  // a library that knows of no digest
   test::RandomRules random(39);
-  const auto lives = [&](std::shared_ptr<platform::UserDefaults> store) {
+  const auto lives = [&](std::shared_ptr<platform::UserDefaults> store, int count) {
     EventTracker tracker(std::move(store), clock_);
     if (random.below(12) == 0) {
       tracker.clearCompletedEvents();
     }
     clock_->advance(1ms);
     std::vector<EventTracker::NewEvent> events;
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < count; ++i) {
       events.push_back({random.below(20) == 0 ? "b" + std::to_string(random.below(20)) : "a",
                         NamedParameters{{"revenue", 0.01 * static_cast<double>(random.below(3000))},
                                         {"a parameter with a long name, so that the history is long soon", 1}}});
@@ -119,10 +120,10 @@ TEST_F(EventTrackerTest, aDigestSparesReadingTheHistoryAndIsNotBelievedAgainstIt
     tracker.trackEvents(events);
   };
   const auto digest = [this] { return store_->data(HistoryDigest::key).value_or(""); };
-  for (int i = 0; i < 100; ++i) {
-    random.below(3) == 0 ? lives(older) : lives(store_);
+  for (int i = 0; i < 40; ++i) {
+    random.below(3) == 0 ? lives(older, 250) : lives(store_, 80);
     if (std::string damaged = digest(); !damaged.empty() && random.below(4) == 0) {
-      damaged[random.below(damaged.size())] ^= 1;
+      damaged[random.below(random.below(2) == 0 ? 60 : damaged.size())] ^= 1;
       store_->set(HistoryDigest::key, platform::PropertyListValue::Data{damaged});
     }
     EventTracker now(store_, clock_), plain(older, clock_);
@@ -133,8 +134,8 @@ TEST_F(EventTrackerTest, aDigestSparesReadingTheHistoryAndIsNotBelievedAgainstIt
     ASSERT_EQ(now.getTrackedEventNames(), plain.getTrackedEventNames()) << i;
     ASSERT_LT(digest().size(), HistoryDigest::limit + 1000);
   }
-  lives(store_);
-  lives(store_);
+  tracker_.clearCompletedEvents();
+  lives(store_, 250);
   const std::set<std::string> names = tracker_.getTrackedEventNames();
   const std::string history = *store_->data(storeKey);
   store_->set(storeKey, platform::PropertyListValue::Data{"[no JSON" + history.substr(8)});

@@ -25,9 +25,9 @@ class NoWriteSignals {
       return;
     }
     // None of them was waiting before: it would have been delivered.
+    sigset_t waiting;
+    sigpending(&waiting);
     for (const int signal : {SIGPIPE, SIGXFSZ}) {
-      sigset_t waiting;
-      sigpending(&waiting);
       if (sigismember(&ours_, signal) == 1 && sigismember(&waiting, signal) == 1) {
         sigset_t only;
         sigemptyset(&only);
