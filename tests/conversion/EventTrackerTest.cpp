@@ -136,6 +136,11 @@ TEST_F(EventTrackerTest, aDigestSparesReadingTheHistoryAndIsNotBelievedAgainstIt
   }
   tracker_.clearCompletedEvents();
   lives(store_, 250);
+  std::string damaged = digest();
+  damaged[10] = 'z';  // a name
+  store_->set(HistoryDigest::key, platform::PropertyListValue::Data{damaged});
+  EXPECT_FALSE(EventTracker(store_, clock_).areEventsCompleted({std::string(damaged, 10, damaged.find('"', 10) - 10)}));
+  tracker_.trackEvent("a", std::nullopt);
   const std::set<std::string> names = tracker_.getTrackedEventNames();
   const std::string history = *store_->data(storeKey);
   store_->set(storeKey, platform::PropertyListValue::Data{"[no JSON" + history.substr(8)});
