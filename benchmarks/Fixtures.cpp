@@ -14,6 +14,7 @@
 #include "Model/ConfigResponse.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Posix/ThreadPoolExecutor.h"
+#include "Settings/QuillMarDefaults.h"
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 
@@ -31,6 +32,24 @@ class AcceptingAdAttributionKit final : public platform::AdAttributionKit {
 class DiscardingLogSink final : public platform::LogSink {
  public:
   void write(std::string_view, std::string_view, platform::LogSeverity, std::string_view) noexcept override {}
+};
+
+class OneSuite final : public platform::UserDefaultsProvider {
+ public:
+  explicit OneSuite(std::string file) : file_(std::move(file)) {}
+
+  std::shared_ptr<platform::UserDefaults> openSuite(const std::string& /*name*/) override {
+    auto store = platform::SqliteUserDefaults::open(
+        file_, [](std::string_view problem) { throw std::runtime_error(std::string(problem)); });
+    if (!store) {
+      throw std::runtime_error("the store cannot be opened");
+    }
+    return store;
+  }
+  std::shared_ptr<platform::UserDefaults> standard() override { throw std::logic_error("the suite takes its place"); }
+
+ private:
+  const std::string file_;
 };
 
 }  // namespace
@@ -82,12 +101,7 @@ std::string configurationResponse() {
 }
 
 std::shared_ptr<platform::UserDefaults> openStore(const std::string& folder) {
-  auto store = platform::SqliteUserDefaults::open(
-      folder + "/store.sqlite", [](std::string_view problem) { throw std::runtime_error(std::string(problem)); });
-  if (!store) {
-    throw std::runtime_error("the store cannot be opened");
-  }
-  return store;
+  return quillMarDefaults(std::make_shared<OneSuite>(folder + "/store.sqlite"));
 }
 
 History::History(std::size_t events)

@@ -40,6 +40,7 @@ ConversionValues rules(int count = 64);
 /// A configuration response with these rules, about 50 KB.
 std::string configurationResponse();
 
+/// A suite as the library has it, opened at its first use.
 std::shared_ptr<platform::UserDefaults> openStore(const std::string& folder);
 
 /// A tracker over a real store with so many events in it, tracked one by one.

@@ -24,6 +24,9 @@ class LazyUserDefaults final : public platform::UserDefaults {
   }
   std::error_code remove(std::string_view key) override { return store().remove(key); }
   std::optional<std::uint64_t> revision(std::string_view key) const override { return store().revision(key); }
+  std::optional<std::string> dataTail(std::string_view key, std::size_t skip) const override {
+    return store().dataTail(key, skip);
+  }
   std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
     return store().replaceDataTail(key, keep, tail);
   }

@@ -68,10 +68,15 @@ TEST(Uuid, isOfVersion4InUpperCase) {
 
 // That the standard store takes the place of a suite that cannot be opened: tests/scenarios.
 TEST(QuillMarDefaults, opensTheSuiteOnceAtFirstUseAndPassesTheQuickCallsOn) {
+  struct QuickStore : simulated::InMemoryUserDefaults {
+    std::optional<std::string> dataTail(std::string_view key, std::size_t skip) const override {
+      return "quickly " + InMemoryUserDefaults::dataTail(key, skip).value_or("nothing");
+    }
+  };
   struct CountingProvider : simulated::InMemoryUserDefaultsProvider {
-    std::shared_ptr<platform::UserDefaults> openSuite(const std::string& name) override {
+    std::shared_ptr<platform::UserDefaults> openSuite(const std::string& /*name*/) override {
       ++opened;
-      return InMemoryUserDefaultsProvider::openSuite(name);
+      return std::make_shared<QuickStore>();
     }
     int opened = 0;
   };
@@ -82,6 +87,7 @@ TEST(QuillMarDefaults, opensTheSuiteOnceAtFirstUseAndPassesTheQuickCallsOn) {
   store->set("k", platform::PropertyListValue::Data{"abc"});
   store->replaceDataTail("k", 1, "-");
   EXPECT_EQ(store->data("k"), "a-");
+  EXPECT_EQ(store->dataTail("k", 1), "quickly -");
   EXPECT_EQ(store->revision("k"), 2u);
   EXPECT_EQ(provider->opened, 1);
 }
