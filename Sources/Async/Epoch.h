@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <utility>
 
 namespace quillmar {
 
@@ -11,6 +13,30 @@ namespace quillmar {
 /// the settings store, the file manager and the clock, and call no other code of a host.
 class Epoch {
  public:
+  /// The epoch that some work began in, for work that does not know whose epochs these are. Made of nothing, it never
+  /// ends.
+  class Term {
+   public:
+    Term() noexcept = default;
+    Term(std::shared_ptr<Epoch> epoch, std::uint64_t begun) noexcept : epoch_(std::move(epoch)), begun_(begun) {}
+
+    bool isOver() const noexcept { return epoch_ && epoch_->current() != begun_; }
+
+    /// Runs `effect` unless it is over; tells whether it was not.
+    template <class Effect>
+    bool during(Effect effect) const {
+      if (epoch_) {
+        return epoch_->during(begun_, std::move(effect));
+      }
+      effect();
+      return true;
+    }
+
+   private:
+    std::shared_ptr<Epoch> epoch_;
+    std::uint64_t begun_ = 0;
+  };
+
   std::uint64_t current() const noexcept { return number_.load(std::memory_order_acquire); }
 
   /// Begins the next epoch with `effect`.

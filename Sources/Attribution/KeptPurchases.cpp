@@ -11,6 +11,11 @@ bool KeptPurchases::maySend(std::uint64_t /*epoch*/) {
   return core && core->eventsRepository() && isSDKEnabled(*core->userDefaults_);
 }
 
+bool KeptPurchases::mayStore() {
+  const auto core = core_.lock();
+  return core && !core->consent_->isDenied();
+}
+
 void KeptPurchases::send(std::uint64_t /*epoch*/, OutboxRecord record, Done done) {
   const auto core = core_.lock();
   if (auto repository = core ? core->eventsRepository() : nullptr) {

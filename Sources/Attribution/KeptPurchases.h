@@ -16,6 +16,7 @@ class KeptPurchases final : public OutboxUserProtocol {
   std::shared_ptr<void> lock() override { return core_.lock(); }
   bool mayTrack(std::uint64_t /*epoch*/) override { return false; }
   bool maySend(std::uint64_t epoch) override;
+  bool mayStore() override;
   bool accept(const Intake::Event& /*event*/) override { return false; }
   std::error_code track(const std::vector<TrackedEvent>& /*events*/, Tails /*tails*/) override { return {}; }
   void tracked(std::uint64_t /*epoch*/, const std::string& /*name*/) override {}

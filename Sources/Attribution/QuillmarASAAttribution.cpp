@@ -30,7 +30,11 @@ QuillmarASAAttribution::QuillmarASAAttribution(std::shared_ptr<platform::UserDef
                                                platform::Bundle bundle, const platform::Platform& platform)
     : core_(OwnProcess::isHere()
                 ? std::make_shared<QuillmarASAAttributionCore>(std::move(userDefaults), std::move(bundle), platform)
-                : nullptr) {}
+                : nullptr) {
+  if (core_) {
+    core_->joinConsent();
+  }
+}
 
 QuillmarASAAttribution::~QuillmarASAAttribution() {
   letGo(core_);

@@ -22,14 +22,13 @@
 #include "Settings/QuillMarDefaults.h"
 #include "Settings/VerificationKeyRepository.h"
 #include "quillmar/Config.h"
+#include "quillmar/platform/URLError.h"
 
 // Progress is deliberately logged at the error level, so that it shows whenever the log is on.
 
 namespace quillmar {
 
 namespace {
-
-constexpr const char* outboxKey = "com.quillmar.purchaseOutbox";
 
 Task<platform::AttributionTokenResult> requestToken(std::shared_ptr<platform::AttributionTokenProvider> provider) {
   std::function<void(platform::AttributionTokenProvider::Completion)> start =
@@ -48,11 +47,12 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       counters_(std::make_shared<PurchaseCounters>()),
       bundle_(std::move(bundle)),
       userDefaults_(std::move(userDefaults)),
+      consent_(Consent::of(userDefaults_)),
+      epoch_(std::make_shared<Epoch>()),
       outboxExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.purchaseOutbox")),
-      outbox_(std::make_shared<Outbox>(
-          Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, std::make_shared<Epoch>(), activity_,
-                               std::make_shared<ActivityCounter>()},
-          outboxKey)) {
+      outbox_(std::make_shared<Outbox>(Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, epoch_,
+                                                            activity_, std::make_shared<ActivityCounter>()},
+                                       OutboxStore::purchasesKey)) {
   Log::setSink(platform_.logSink, platform_.clock);
 }
 
@@ -68,6 +68,19 @@ void QuillmarASAAttributionCore::setOptions(const QuillmarOptions& options) {
     outbox_->start(std::make_unique<KeptPurchases>(weak_from_this()));
   }
   options_ = options;
+  if (options.requireConsent) {
+    consent_->require();
+  }
+}
+
+// Disabled, and without effect of what was begun; what is stored goes right after it.
+void QuillmarASAAttributionCore::stop() {
+  epoch_->raise([this] {
+    if (get(options_).reliableDelivery && outbox_->isMine()) {
+      outbox_->clear();
+    }
+  });
+  disable();
 }
 
 // An activation wakes what waits for its next attempt.
@@ -90,6 +103,26 @@ void QuillmarASAAttributionCore::observeActivations() {
 }
 
 void QuillmarASAAttributionCore::enableASAAttributionTracking() {
+  const std::uint64_t epoch = epoch_->current();
+  if (!consent_->mayWork()) {
+    Consent::Call call = [weak = weak_from_this(), epoch](platform::Executor& startUp) {
+      startUp.post([weak, epoch] {  // behind a call of `configure`, which stores the key
+        guarded("enableASAAttributionTracking", [&] {
+          if (const auto self = weak.lock(); self && self->epoch_->current() == epoch) {
+            self->enable(epoch);
+          }
+        });
+      });
+    };
+    if (consent_->hold(std::move(call)) != Consent::Held::no) {
+      Log::debug("QuillmarASAAttribution - Waiting for consent");
+      return;
+    }
+  }
+  enable(epoch);
+}
+
+void QuillmarASAAttributionCore::enable(std::uint64_t epoch) {
   Log::error("QuillmarASAAttribution - enableASAAttributionTracking called");
   // The suite itself, not the store of this instance: that is where configuring puts the key.
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
@@ -102,7 +135,7 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
   }
   set(quillmarVerificationKey_, *key);
   const QuillmarOptions options = get(options_);
-  buildRepositories(*key, options);
+  buildRepositories(*key, options, epoch);
   const bool reliably = options.reliableDelivery && outbox_->isMine();
   set(purchaseProcessor_, std::make_shared<PurchaseProcessor>(asaAttributionTrackingRepository(), eventsRepository(),
                                                               userDefaults_, counters_, reliably ? outbox_ : nullptr));
@@ -122,16 +155,18 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
   Log::error("QuillmarASAAttribution - About to start listening for purchases");
   std::shared_ptr<TaskHandle> enabling = startListener();
   Log::error("QuillmarASAAttribution - Purchase listener task assigned");
-  fetchAttributionIfAbsent(std::move(enabling));
+  fetchAttributionIfAbsent(std::move(enabling), epoch);
 }
 
-void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey, const QuillmarOptions& options) {
+void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey, const QuillmarOptions& options,
+                                                   std::uint64_t epoch) {
   const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
   auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
       networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)), options);
   auto persistence = std::make_shared<ASADataPersistence>(platform_.files, std::nullopt, options);
   set(asaAttributionTrackingRepository_,
-      std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence)));
+      std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence),
+                                                         Epoch::Term(epoch_, epoch)));
   auto eventsClient = std::make_shared<EventsApiClient>(
       networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)));
   set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
@@ -147,7 +182,7 @@ std::shared_ptr<TaskHandle> QuillmarASAAttributionCore::startListener() {
   return handle;
 }
 
-void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling) {
+void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling, std::uint64_t epoch) {
   auto repository = asaAttributionTrackingRepository();
   if (!repository || repository->hasAttributionData()) {
     Log::info("ASA attribution data already exists locally");
@@ -158,7 +193,7 @@ void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHa
   }
   Activity inFlight(activity_);
   Task<void> fetch = fetchAttribution(weak_from_this(), std::move(enabling), platform_.attributionToken,
-                                      std::move(repository), std::move(inFlight));
+                                      std::move(repository), Epoch::Term(epoch_, epoch), std::move(inFlight));
   spawn(platform_.executor, std::move(fetch));
 }
 
@@ -171,6 +206,14 @@ bool QuillmarASAAttributionCore::isSwitchedOff() const {
 }
 
 void QuillmarASAAttributionCore::disableASAAttributionTracking() {
+  if (consent_->mayWork()) {
+    disable();
+  } else {
+    epoch_->raise([] {});  // an enabling that waits for consent ends without effect
+  }
+}
+
+void QuillmarASAAttributionCore::disable() {
   Log::debug("QuillmarASAAttribution - Disabling ASA attribution tracking");
   std::shared_ptr<TaskHandle> listener;
   {
@@ -219,11 +262,15 @@ namespace {
 
 /// What kept the attribution from being fetched; null when nothing did.
 Task<std::exception_ptr> fetchOnce(std::shared_ptr<platform::AttributionTokenProvider> provider,
-                                   std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository) {
+                                   std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository,
+                                   Epoch::Term term) {
   Task<platform::AttributionTokenResult> request = requestToken(std::move(provider));
   platform::AttributionTokenResult result = co_await std::move(request);
   if (const auto* error = std::get_if<platform::PlatformError>(&result)) {
     co_return std::make_exception_ptr(std::runtime_error(error->localizedDescription));
+  }
+  if (term.isOver()) {
+    co_return std::make_exception_ptr(std::system_error(platform::URLError::cancelled));
   }
   try {
     co_await repository->fetchAndStoreAttributionData(std::get<std::string>(std::move(result)));
@@ -238,10 +285,10 @@ Task<std::exception_ptr> fetchOnce(std::shared_ptr<platform::AttributionTokenPro
 Task<void> QuillmarASAAttributionCore::fetchAttribution(
     std::weak_ptr<QuillmarASAAttributionCore> weak, std::shared_ptr<TaskHandle> enabling,
     std::shared_ptr<platform::AttributionTokenProvider> provider,
-    std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, Activity activity) {
+    std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, Epoch::Term term, Activity activity) {
   AttributionRetries retries;
   for (;;) {
-    Task<std::exception_ptr> attempt = fetchOnce(provider, repository);
+    Task<std::exception_ptr> attempt = fetchOnce(provider, repository, term);
     const std::exception_ptr failure = co_await std::move(attempt);
     if (!failure) {
       Log::info("Successfully fetched and stored ASA attribution data");
@@ -249,7 +296,7 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     }
     Log::error("Failed to fetch ASA attribution data: {}", localizedDescription(failure));
     std::shared_ptr<QuillmarASAAttributionCore> self = weak.lock();
-    if (!self || !self->get(self->options_).liveAttribution) {
+    if (!self || term.isOver() || !self->get(self->options_).liveAttribution) {
       co_return;
     }
     const std::optional<std::chrono::seconds> wait = retries.waitAfter(failure, self->platform_.clock->now());

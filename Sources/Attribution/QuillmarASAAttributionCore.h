@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Async/ActivityCounter.h"
+#include "Async/Epoch.h"
 #include "Async/SerialExecutor.h"
 #include "Async/Task.h"
 #include "Async/TaskHandle.h"
@@ -16,6 +17,7 @@
 #include "Delivery/Outbox.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
+#include "Settings/Consent.h"
 #include "quillmar/QuillmarASAAttribution.h"
 #include "quillmar/VerificationKeyRepositoryProtocol.h"
 
@@ -23,7 +25,8 @@ namespace quillmar {
 
 /// What stands behind `QuillmarASAAttribution`. Nothing is built before tracking is enabled. Functions may throw when
 /// memory runs out; the public class catches.
-class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarASAAttributionCore> {
+class QuillmarASAAttributionCore : public Consent::Worker,
+                                   public std::enable_shared_from_this<QuillmarASAAttributionCore> {
  public:
   /// What stands behind a facade.
   static QuillmarASAAttributionCore& of(QuillmarASAAttribution& facade) noexcept { return *facade.core_; }
@@ -31,11 +34,13 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   QuillmarASAAttributionCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                              const platform::Platform& platform);
 
-  ~QuillmarASAAttributionCore();
+  ~QuillmarASAAttributionCore() override;
   QuillmarASAAttributionCore(const QuillmarASAAttributionCore&) = delete;
   QuillmarASAAttributionCore& operator=(const QuillmarASAAttributionCore&) = delete;
 
   void setOptions(const QuillmarOptions& options);
+  void joinConsent() { consent_->join(weak_from_this()); }
+  void stop() override;
   void enableASAAttributionTracking();
   void disableASAAttributionTracking();
 
@@ -53,10 +58,12 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
  private:
   friend class KeptPurchases;
 
-  void buildRepositories(const std::string& verificationKey, const QuillmarOptions& options);
+  void enable(std::uint64_t epoch);
+  void disable();
+  void buildRepositories(const std::string& verificationKey, const QuillmarOptions& options, std::uint64_t epoch);
   /// The handle stands for this enabling: disabling, and enabling again, put another one into its place, or none.
   std::shared_ptr<TaskHandle> startListener();
-  void fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling);
+  void fetchAttributionIfAbsent(std::shared_ptr<TaskHandle> enabling, std::uint64_t epoch);
   /// With `strictSwitch`: the service has switched the library off.
   bool isSwitchedOff() const;
 
@@ -71,7 +78,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
                                      std::shared_ptr<TaskHandle> enabling,
                                      std::shared_ptr<platform::AttributionTokenProvider> provider,
                                      std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository,
-                                     Activity activity);
+                                     Epoch::Term term, Activity activity);
 
   /// Puts a collaborator in the place of another, which is let go outside the lock.
   template <class T, class U>
@@ -103,6 +110,8 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
 
   const platform::Bundle bundle_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
+  const std::shared_ptr<Consent> consent_;
+  const std::shared_ptr<Epoch> epoch_;  ///< the end of consent begins another
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
   const std::shared_ptr<Outbox> outbox_;
   QuillmarOptions options_;                                          // guarded by mutex_

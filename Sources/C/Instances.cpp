@@ -130,6 +130,8 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   options.skipRepeatedUpdates = chosen->skip_repeated_updates;
   options.skipRepeatedLocks = chosen->skip_repeated_locks;
   options.platformWindows = chosen->platform_windows;
+  options.requireConsent = chosen->require_consent;
+  options.eventsHeldForConsent = chosen->events_held_for_consent;
   return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 
@@ -199,6 +201,12 @@ quillmar_status quillmar_application_did_become_active(quillmar_instance* instan
 }
 quillmar_status quillmar_scene_did_activate(quillmar_instance* instance) {
   return with(instance, [](Quillmar& object) { object.sceneDidActivate(); });
+}
+quillmar_status quillmar_grant_consent(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.grantConsent(); });
+}
+quillmar_status quillmar_revoke_consent(quillmar_instance* instance) {
+  return with(instance, [](Quillmar& object) { object.revokeConsent(); });
 }
 quillmar_status quillmar_reset(quillmar_instance* instance) {
   return with(instance, [](Quillmar& object) { object.reset(); });

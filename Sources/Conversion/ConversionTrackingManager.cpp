@@ -116,12 +116,12 @@ void ConversionTrackingManager::setSimulatediOSVersion(std::optional<std::string
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
                                      bool forceLockWindow) {
-  send(conversionValue, window, forceLockWindow, {}, nullptr);
+  send(conversionValue, window, forceLockWindow, {}, nullptr, {});
 }
 
 void ConversionTrackingManager::send(const ConversionValues::ConversionValue& conversionValue, Window window,
                                      bool forceLockWindow, const QuillmarOptions& options,
-                                     std::shared_ptr<DecisionTrace> trace) {
+                                     std::shared_ptr<DecisionTrace> trace, Epoch::Term term) {
   Log::debug("ConversionTrackingManager - Sending event with key: {} for window: {}", conversionValue.key,
              rawValue(window));
   const ConversionValues::WindowValue* const windowValue = conversionValue.windowValue(window);
@@ -131,6 +131,7 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
     return;
   }
   Update update{*windowValue, conversionValue.key, forceLockWindow, std::move(trace)};
+  update.term = std::move(term);
   if (comparesWithLast(options)) {
     update.window = window;
   }
@@ -138,6 +139,9 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
 }
 
 void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions& options) {
+  if (update.term.isOver()) {
+    return;
+  }
   const std::string system = device_->systemVersion();
   const std::string version = simulatediOSVersion().value_or(system);
   const auto isAtLeast = [&](std::string_view tier) {
@@ -153,7 +157,7 @@ void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions
       auto inFlight = std::make_shared<Activity>(activity_);
       mainExecutor_->post([weak = weak_from_this(), update = std::move(update), inFlight = std::move(inFlight)] {
         guarded("SKAdNetwork", [&] {
-          if (const auto self = weak.lock()) {
+          if (const auto self = weak.lock(); self && !update.term.isOver()) {
             self->sendEventSKAdNetwork4(update);
           }
         });
@@ -181,9 +185,9 @@ void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update
       {"Attribution: AdAttributionKit postback failed ",
        update.taken ? "ConversionTrackingManager - AdAttributionKit update successful" : std::string_view()});
   // A task of its own: the update that asks for it is over before the platform is called.
-  mainExecutor_->post([weak = weak_from_this(), postback, done = std::move(done)] {
+  mainExecutor_->post([weak = weak_from_this(), postback, done = std::move(done), term = update.term] {
     guarded("AdAttributionKit", [&] {
-      if (const auto self = weak.lock()) {
+      if (const auto self = weak.lock(); self && !term.isOver()) {
         self->adAttributionKit_->updateConversionValue(postback, done);
       }
     });
@@ -228,7 +232,7 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   update.calls("registration");
   skAdNetwork_->registerAppForAdNetworkAttribution();
   saveLastWindowValue(update, false);
-  storeSetting(*userDefaults_, adNetworkRegisteredKey, true);
+  update.term.during([this] { storeSetting(*userDefaults_, adNetworkRegisteredKey, true); });
   Log::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
@@ -259,6 +263,10 @@ void ConversionTrackingManager::saveLastWindowValue(const Update& update, bool l
   if (update.taken && update.taken->exchange(true)) {
     return;  // a later value may have been saved since
   }
+  update.term.during([&] { save(update, lockWindow); });
+}
+
+void ConversionTrackingManager::save(const Update& update, bool lockWindow) {
   const std::lock_guard lock(lastWindowValueQueue_);
   std::optional<LastWindowValue> previous = readLastWindowValue(*userDefaults_);
   LastWindowValue value{update.key, update.fine(), update.coarse(), lockWindow, {}, std::nullopt, std::nullopt};

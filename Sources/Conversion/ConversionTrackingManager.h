@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Async/ActivityCounter.h"
+#include "Async/Epoch.h"
 #include "Conversion/DecisionTrace.h"
 #include "Conversion/SKAdNetworkProtocol.h"
 #include "quillmar/ConversionTrackingManagerProtocol.h"
@@ -37,9 +38,10 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
 
   /// Sends a value, resolved before.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow) override;
-  /// The same with options, and for an event whose way is recorded: the interface and the platform's answer, too.
+  /// The same with options, and for an event whose way is recorded: the interface and the platform's answer, too. When
+  /// the term is over, the platform is not called, and nothing is saved.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow,
-            const QuillmarOptions& options, std::shared_ptr<DecisionTrace> trace);
+            const QuillmarOptions& options, std::shared_ptr<DecisionTrace> trace, Epoch::Term term);
 
   /// Stands in for the device's system version in the choice of the interface, as long as the device itself is new
   /// enough for it. For tests; holds for the process.
@@ -56,6 +58,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     /// With both networks: set by the first that has taken the value. Null with one.
     std::shared_ptr<std::atomic<bool>> taken = nullptr;
     std::optional<Window> window = {};  ///< to be remembered with the value
+    Epoch::Term term = {};
 
     std::int64_t fine() const noexcept { return windowValue.fineValue ? windowValue.fineValue->value : 0; }
     /// The fine value in the platform's type; the document may hold numbers far beyond.
@@ -73,6 +76,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
   void sendEventSKAdNetwork2(const Update& update);
   void registerForAttribution(const Update& update);
   void saveLastWindowValue(const Update& update, bool lockWindow);
+  void save(const Update& update, bool lockWindow);
 
   /// What the log says about the end of an update.
   struct OutcomeLines {

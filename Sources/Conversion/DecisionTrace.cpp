@@ -37,6 +37,8 @@ std::string_view rawValue(Decision::Outcome outcome) noexcept {
       return "windowOver";
     case Decision::Outcome::keyInvalid:
       return "keyInvalid";
+    case Decision::Outcome::noConsent:
+      return "noConsent";
     case Decision::Outcome::switchedOff:
       return "switchedOff";
     case Decision::Outcome::parked:

@@ -89,6 +89,9 @@ void Outbox::keepPurchase(std::string id, std::string name, std::string document
   record.document = std::move(document);
   record.tracked = true;
   with_.epoch->during(with_.epoch->current(), [&] {
+    if (!user_->mayStore()) {
+      return;
+    }
     if (!open()) {
       throw std::system_error(std::make_error_code(std::errc::io_error));
     }
@@ -159,6 +162,10 @@ void Outbox::flush() {
   std::optional<std::string> tracked;
   bool more = false;
   with_.epoch->during(epoch, [&] {
+    if (!user_->mayStore()) {
+      intake_.clear();
+      return;
+    }
     if (!open()) {
       mayHaveUntracked_.store(true);
       return;
@@ -370,7 +377,7 @@ void Outbox::pump() {
   std::vector<Sending> sending;
   bool someExpired = false;
   with_.epoch->during(epoch, [&] {
-    if (!pause_ && open()) {
+    if (!pause_ && user_->mayStore() && open()) {
       for (load(); dropExpired(); load()) {
         someExpired = marksAreDue_ = true;
       }

@@ -29,6 +29,10 @@ class OutboxStore {
   using Tails = std::vector<platform::UserDefaults::DataTail>;
   using Place = OutboxRecord::Place;
 
+  /// The outboxes of events and of purchases.
+  static constexpr const char* eventsKey = "com.quillmar.outbox";
+  static constexpr const char* purchasesKey = "com.quillmar.purchaseOutbox";
+
   /// From this many records on a chunk takes no more.
   static constexpr std::int64_t chunkSize = 256;
 

@@ -32,7 +32,10 @@ class OutboxUserProtocol {
   /// Whether the service may be asked now.
   virtual bool maySend(std::uint64_t epoch) = 0;
 
-  // These two are called with the epoch's lock held.
+  // These are called with the epoch's lock held.
+
+  /// False: nothing may be stored, and what was given to be kept is forgotten.
+  virtual bool mayStore() = 0;
 
   /// An event whose call could not be looked at before. False: it is not to be kept.
   virtual bool accept(const Intake::Event& event) = 0;

@@ -45,24 +45,33 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
 // which takes its time, is left to the queue.
 void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
   counters_.sent.fetch_add(1, std::memory_order_relaxed);
-  TaskQueue::MakeTask makeTask;
+  const std::uint64_t epoch = epoch_->current();  // before the look at consent: what comes after its end must not go on
+  if (!mayWork() && holdEvent(epoch, event, params)) {
+    return;
+  }
+  const Life life{weak_from_this(), epoch};
   if (deliversReliably()) {
     keep(std::move(event), std::move(params));
     return;
   }
-  if (userDefaults_->isOpen()) {
-    std::optional<NamedEvent> accepted = accept(std::move(event), std::move(params));
-    if (!accepted) {
-      return;
-    }
-    makeTask = [life = thisLife(), accepted = std::move(*accepted)]() mutable {
+  if (!userDefaults_->isOpen()) {
+    acceptLater(life, std::move(event), std::move(params));
+  } else if (std::optional<NamedEvent> accepted = accept(std::move(event), std::move(params))) {
+    TaskQueue::MakeTask makeTask = [life, accepted = std::move(*accepted)]() mutable {
       return processEvent(std::move(life), std::move(accepted.name), std::move(accepted.params));
     };
-  } else {
-    makeTask = [life = thisLife(), event = std::move(event), params = std::move(params)]() mutable {
-      return acceptEvent(std::move(life), std::move(event), std::move(params));
-    };
+    eventProcessingQueue_->post(std::move(makeTask));
   }
+}
+
+void QuillmarCore::acceptLater(const Life& life, std::string event, std::optional<EventParameters> params) {
+  if (deliversReliably()) {
+    outbox_->put({std::move(event), namedParameters(std::move(params)), platform_.clock->now(), false});
+    return;
+  }
+  TaskQueue::MakeTask makeTask = [life, event = std::move(event), params = std::move(params)]() mutable {
+    return acceptEvent(std::move(life), std::move(event), std::move(params));
+  };
   eventProcessingQueue_->post(std::move(makeTask));
 }
 

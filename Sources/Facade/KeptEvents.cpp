@@ -9,8 +9,8 @@ namespace quillmar {
 // A configuration of an earlier run will do: an event counts when it happened, also while the service is away.
 bool KeptEvents::mayTrack(std::uint64_t epoch) {
   const auto core = life(epoch).lock();
-  if (!core || SharedState::instance().getVerificationKeyInvalid() || core->isSwitchedOff() ||
-      !core->userDefaults_->string(Config::serverAppId)) {
+  if (!core || core->consent_->isDenied() || SharedState::instance().getVerificationKeyInvalid() ||
+      core->isSwitchedOff() || !core->userDefaults_->string(Config::serverAppId)) {
     return false;
   }
   window_ = core->getCurrentWindow();
@@ -29,6 +29,11 @@ bool KeptEvents::maySend(std::uint64_t epoch) {
   const auto core = life(epoch).lock();
   return core && core->eventServerLogRepository() && !SharedState::instance().getVerificationKeyInvalid() &&
          core->userDefaults_->string(Config::serverAppId) && isSDKEnabled(*core->userDefaults_);
+}
+
+bool KeptEvents::mayStore() {
+  const auto core = core_.lock();
+  return core && !core->consent_->isDenied();
 }
 
 bool KeptEvents::accept(const Intake::Event& event) {

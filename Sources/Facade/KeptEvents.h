@@ -16,6 +16,7 @@ class KeptEvents final : public OutboxUserProtocol {
   std::shared_ptr<void> lock() override { return core_.lock(); }
   bool mayTrack(std::uint64_t epoch) override;
   bool maySend(std::uint64_t epoch) override;
+  bool mayStore() override;
   bool accept(const Intake::Event& event) override;
   std::error_code track(const std::vector<TrackedEvent>& events, Tails tails) override;
   void tracked(std::uint64_t epoch, const std::string& name) override;

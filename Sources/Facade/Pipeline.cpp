@@ -359,10 +359,10 @@ namespace {
 
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
                      ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
-                     QuillmarOptions options, std::shared_ptr<DecisionTrace> trace) {
+                     QuillmarOptions options, std::shared_ptr<DecisionTrace> trace, Epoch::Term term) {
   // A manager of the host's knows no options, and does not tell what it calls.
   if (auto* const own = dynamic_cast<ConversionTrackingManager*>(manager.get())) {
-    own->send(value, window, forceLockWindow, options, std::move(trace));
+    own->send(value, window, forceLockWindow, options, std::move(trace), std::move(term));
   } else {
     end(trace, Decision::Outcome::sent);
     manager->send(value, window, forceLockWindow);
@@ -403,10 +403,12 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
       co_return;
     }
   }
+  // A reset leaves alone what the platform is told; the end of consent does not.
+  Epoch::Term term = options.requireConsent ? Epoch::Term(self->epoch_, life.epoch) : Epoch::Term();
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
-  Task<void> send =
-      sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, options, std::move(trace));
+  Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, options,
+                              std::move(trace), std::move(term));
   co_await runOn(std::move(mainExecutor), std::move(send));
 }
 

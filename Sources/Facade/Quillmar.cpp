@@ -30,7 +30,11 @@ void Quillmar::setShared(std::shared_ptr<Quillmar> instance) noexcept {
 Quillmar::Quillmar(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                    const platform::Platform& platform)
     : core_(OwnProcess::isHere() ? std::make_shared<QuillmarCore>(std::move(userDefaults), std::move(bundle), platform)
-                                 : nullptr) {}
+                                 : nullptr) {
+  if (core_) {
+    core_->joinConsent();
+  }
+}
 
 Quillmar::~Quillmar() {
   letGo(core_);
@@ -45,6 +49,14 @@ void Quillmar::setLogLevel(LogLevel level) noexcept {
 
 void Quillmar::setOptions(const QuillmarOptions& options) noexcept {
   guarded("setOptions", [&] { core_->setOptions(options); });
+}
+
+void Quillmar::grantConsent() noexcept {
+  guarded("grantConsent", [this] { core_->grantConsent(); });
+}
+
+void Quillmar::revokeConsent() noexcept {
+  guarded("revokeConsent", [this] { core_->revokeConsent(); });
 }
 
 void Quillmar::configure(std::string_view verificationKey) noexcept {

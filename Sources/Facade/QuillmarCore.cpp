@@ -19,8 +19,6 @@ namespace {
 /// How many events are on their way through the pipeline at a time; the others wait as names and parameters.
 constexpr std::size_t eventsInFlight = 64;
 
-constexpr const char* outboxKey = "com.quillmar.outbox";
-
 }  // namespace
 
 QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
@@ -44,7 +42,9 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)),
       outbox_(std::make_shared<Outbox>(
           Outbox::Surroundings{userDefaults_, platform.clock, eventExecutor_, epoch_, activity_, fetches_},
-          outboxKey)) {
+          OutboxStore::eventsKey)),
+      consent_(Consent::of(userDefaults_)),
+      erasure_(platform_, userDefaults_) {
   Log::setSink(platform_.logSink, platform_.clock);
 }
 
@@ -66,6 +66,9 @@ void QuillmarCore::setOptions(const QuillmarOptions& options) {
   }
   reliableDelivery_.store(options.reliableDelivery, std::memory_order_release);
   options_ = options;
+  if (options.requireConsent) {
+    consent_->require();
+  }
 }
 
 QuillmarOptions QuillmarCore::options() const {
@@ -80,19 +83,24 @@ std::string QuillmarCore::quillmarVerificationKey() const {
 
 QuillmarStatistics QuillmarCore::statistics() const {
   const Outbox::Counts& outbox = outbox_->counts();
-  return {counters_.sent.load(),   counters_.dropped.load(), pendingEventCount(), counters_.logged.load(),
-          counters_.failed.load(), outbox.kept.load(),       outbox_->unsent(),   outbox.refused.load(),
-          outbox.expired.load(),   outbox.displaced.load()};
+  const std::uint64_t parked = pendingEventCount() + consent_->heldEvents();
+  return {counters_.sent.load(),   counters_.dropped.load(), parked,
+          counters_.logged.load(), counters_.failed.load(),  outbox.kept.load(),
+          outbox_->unsent(),       outbox.refused.load(),    outbox.expired.load(),
+          outbox.displaced.load()};
 }
 
 QuillmarState QuillmarCore::state() const {
   QuillmarState state;
+  state.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
+  if (!mayWork()) {
+    return state;
+  }
   if (const std::optional<Window> window = getCurrentWindow()) {
     state.window = static_cast<int>(*window);
   }
   state.appId = userDefaults_->string(Config::serverAppId);
   state.enabled = isSDKEnabled(*userDefaults_);
-  state.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
   state.kept = outbox_->unsent();
   return state;
 }
@@ -169,7 +177,7 @@ bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
   while (fetches_->waitUntilIdle(deadline) && activity_->waitUntilIdle(deadline)) {
     if (fetches_->count() == 0) {
       const QuillmarStatistics now = statistics();
-      return deliversReliably() ? now.unsent + now.dropped + now.refused + now.expired + now.displaced == 0
+      return deliversReliably() ? now.parked + now.unsent + now.dropped + now.refused + now.expired + now.displaced == 0
                                 : now.logged == now.sent;
     }
   }

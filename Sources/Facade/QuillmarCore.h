@@ -19,8 +19,10 @@
 #include "Conversion/DecisionTrace.h"
 #include "Conversion/EventTracker.h"
 #include "Delivery/Outbox.h"
+#include "Facade/Erasure.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
+#include "Settings/Consent.h"
 #include "quillmar/Quillmar.h"
 
 namespace quillmar {
@@ -30,7 +32,7 @@ namespace quillmar {
 /// Start-up, activations and fetches run in their order on one serial queue, events on another. Work that outlives a
 /// call holds a `Life`, locks it again after each suspension, and ends once the core is gone or was reset. Functions
 /// may throw when memory runs out; `Quillmar` catches.
-class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
+class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this<QuillmarCore> {
  public:
   /// The core as work refers to it that outlives a call: weakly, and in the epoch that the work began in.
   struct Life {
@@ -45,7 +47,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   /// no I/O and logs nothing. Throws `std::invalid_argument` for a store or a member of the platform that is missing.
   QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults, platform::Bundle bundle,
                const platform::Platform& platform);
-  ~QuillmarCore();
+  ~QuillmarCore() override;
   QuillmarCore(const QuillmarCore&) = delete;
   QuillmarCore& operator=(const QuillmarCore&) = delete;
 
@@ -56,6 +58,13 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   void setOptions(const QuillmarOptions& options);
   QuillmarOptions options() const;
+
+  // Consent (Permission.cpp).
+  void grantConsent();
+  void revokeConsent();
+  void stop() override;
+  bool mayWork() const noexcept { return consent_->mayWork(); }
+  void joinConsent() { consent_->join(weak_from_this()); }
 
   // Start-up (StartUp.cpp).
   void configure(std::string verificationKey);
@@ -87,6 +96,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
 
   // Reset (Reset.cpp).
   void reset();
+  void resetNow();
+  void forget();
   void clearTrackedEvents();
   // For tests of hosts' and our own.
   void resetConfigurationState();
@@ -136,7 +147,13 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   /// A fetch is under way for as long as its task keeps this: a task that is dropped half-way lets go of it.
   struct Fetch {};
 
+  // Consent. False: there is consent by now.
+  bool holdConfiguration(const Configuration& configuration);
+  /// Or drops it.
+  bool holdEvent(std::uint64_t epoch, std::string event, std::optional<EventParameters> params);
+
   // Start-up.
+  void beginConfiguring(Configuration configuration);
   void configureNext();
   std::optional<Configuration> takeConfiguration();
   void configureSynchronously(const std::string& verificationKey, std::uint64_t epoch);
@@ -171,6 +188,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   /// The same for one that the service has not been told of.
   void drop(const std::string& name, const Trace& trace);
   void keep(std::string event, std::optional<EventParameters> params);
+  /// Leaves the look at an event to its queue.
+  void acceptLater(const Life& life, std::string event, std::optional<EventParameters> params);
   void wakeOutbox();
   static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
   static Task<void> replayEvent(Life life, NamedEvent event);
@@ -242,6 +261,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<ConversionValueResolver> conversionValueResolver_;
   const std::shared_ptr<TaskQueue> eventProcessingQueue_;
   const std::shared_ptr<Outbox> outbox_;
+  const std::shared_ptr<Consent> consent_;
+  const Erasure erasure_;
   std::atomic<bool> reliableDelivery_{false};  ///< set when the outbox has been started, which it publishes
 
   struct Counters {

@@ -14,12 +14,18 @@
 namespace quillmar {
 
 void QuillmarCore::applicationDidBecomeActive() {
+  if (!mayWork()) {
+    return;
+  }
   Log::info("Application did become active");
   const Life life = thisLife();
   postInLife(*lifecycleQueue_, life, [life](QuillmarCore& self) { self.handleAppBecomeActive(life); });
 }
 
 void QuillmarCore::sceneDidActivate() {
+  if (!mayWork()) {
+    return;
+  }
   Log::info("Scene did activate");
   const Life life = thisLife();
   postInLife(*lifecycleQueue_, life, [life](QuillmarCore& self) { self.handleAppBecomeActive(life); });

@@ -9,20 +9,21 @@ namespace quillmar {
 
 // What was begun before ends without effect: a fetch, an activation, a call of `configure`, an event on its way.
 void QuillmarCore::reset() {
+  if (mayWork()) {
+    resetNow();
+  } else {
+    epoch_->raise([this] { forget(); });  // nothing is stored
+  }
+}
+
+void QuillmarCore::resetNow() {
   std::vector<platform::NotificationCenter::ObserverId> observers;
   epoch_->raise([&] {
     {
       const std::lock_guard lock(collaboratorsMutex_);
       observers.swap(observers_);
-      quillmarVerificationKey_.clear();
-      configurations_.clear();
-      isFetching_.reset();
-      isRetriying_ = false;
     }
-    isInitialized_.store(false, std::memory_order_relaxed);
-    setHasFetchedConversionValues(false);
-    isConfigLoaded_.store(false, std::memory_order_relaxed);
-    setLogLevel(LogLevel::off);
+    forget();
     for (const std::string_view key :
          {Config::lastConversionValuesFetchTimestamp, Config::serverAppId, Config::sdkEnabled}) {
       removeSetting(*userDefaults_, key);
@@ -40,7 +41,24 @@ void QuillmarCore::reset() {
   Log::debug("Quillmar - SDK state reset");
 }
 
+void QuillmarCore::forget() {
+  {
+    const std::lock_guard lock(collaboratorsMutex_);
+    quillmarVerificationKey_.clear();
+    configurations_.clear();
+    isFetching_.reset();
+    isRetriying_ = false;
+  }
+  isInitialized_.store(false, std::memory_order_relaxed);
+  setHasFetchedConversionValues(false);
+  isConfigLoaded_.store(false, std::memory_order_relaxed);
+  setLogLevel(LogLevel::off);
+}
+
 void QuillmarCore::clearTrackedEvents() {
+  if (!mayWork()) {
+    return;
+  }
   eventTracker_->clearCompletedEvents();
   Log::debug("Quillmar - Cleared all tracked events");
 }

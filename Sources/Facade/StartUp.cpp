@@ -27,17 +27,23 @@ constexpr std::int64_t synchronousDaysLimit = 35;
 
 void QuillmarCore::configure(std::string verificationKey) {
   Log::setLogLevel(logLevel());
+  Configuration configuration{std::move(verificationKey), epoch_->current()};
+  if (mayWork() || !holdConfiguration(configuration)) {
+    beginConfiguring(std::move(configuration));
+  }
+}
+
+void QuillmarCore::beginConfiguring(Configuration configuration) {
   const bool synchronously = MockSwitch::isOn();
-  const std::uint64_t epoch = epoch_->current();
   {
     const std::lock_guard lock(collaboratorsMutex_);
-    quillmarVerificationKey_ = verificationKey;
+    quillmarVerificationKey_ = configuration.verificationKey;
     if (!synchronously) {
-      configurations_.push_back({verificationKey, epoch});
+      configurations_.push_back(configuration);
     }
   }
   if (synchronously) {
-    configureSynchronously(verificationKey, epoch);
+    configureSynchronously(configuration.verificationKey, configuration.epoch);
     return;
   }
   auto inFlight = std::make_shared<Activity>(activity_);

@@ -6,6 +6,7 @@
 #include "Logging/ErrorDescription.h"
 #include "Logging/Log.h"
 #include "Platform/ErrorCategory.h"
+#include "quillmar/platform/URLError.h"
 
 namespace quillmar {
 
@@ -19,14 +20,18 @@ std::error_code make_error_code(ASAAttributionTrackingRepositoryError error) noe
 
 ASAAttributionTrackingRepository::ASAAttributionTrackingRepository(
     std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient,
-    std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence) noexcept
-    : appleApiClient_(std::move(appleApiClient)), asaDataPersistence_(std::move(asaDataPersistence)) {}
+    std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence, Epoch::Term term) noexcept
+    : appleApiClient_(std::move(appleApiClient)),
+      asaDataPersistence_(std::move(asaDataPersistence)),
+      term_(std::move(term)) {}
 
 Task<void> ASAAttributionTrackingRepository::fetchAndStoreAttributionData(std::string token) {
   Log::debug("ASAAttributionTrackingRepository - Fetching attribution data from Apple");
   try {
     const ASAAttributionResponse data = co_await appleApiClient_->fetchAttributionData(std::move(token));
-    asaDataPersistence_->saveASAData(data);
+    if (!term_.during([&] { asaDataPersistence_->saveASAData(data); })) {
+      throw std::system_error(platform::URLError::cancelled);
+    }
   } catch (...) {
     Log::error("ASAAttributionTrackingRepository - Failed to fetch attribution data: {}",
                localizedDescription(std::current_exception()));

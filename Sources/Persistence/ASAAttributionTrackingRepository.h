@@ -3,6 +3,7 @@
 #include <memory>
 #include <system_error>
 
+#include "Async/Epoch.h"
 #include "Network/AppleSearchAdsApiClientProtocol.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/ASADataPersistenceProtocol.h"
@@ -18,8 +19,10 @@ std::error_code make_error_code(ASAAttributionTrackingRepositoryError error) noe
 
 class ASAAttributionTrackingRepository final : public ASAAttributionTrackingRepositoryProtocol {
  public:
+  /// Stores nothing once the term is over.
   ASAAttributionTrackingRepository(std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient,
-                                   std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence) noexcept;
+                                   std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence,
+                                   Epoch::Term term = {}) noexcept;
 
   Task<void> fetchAndStoreAttributionData(std::string token) override;
   std::optional<ASAAttributionResponse> getStoredAttributionData() const override;
@@ -30,6 +33,7 @@ class ASAAttributionTrackingRepository final : public ASAAttributionTrackingRepo
  private:
   const std::shared_ptr<AppleSearchAdsApiClientProtocol> appleApiClient_;
   const std::shared_ptr<ASADataPersistenceProtocol> asaDataPersistence_;
+  const Epoch::Term term_;
 };
 
 }  // namespace quillmar

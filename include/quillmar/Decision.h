@@ -46,6 +46,7 @@ struct Decision {
     windowOver,       ///< the last window has ended
     keyInvalid,       ///< the verification key counts as invalid
     switchedOff,      ///< the service has switched the library off
+    noConsent,        ///< dropped: `QuillmarOptions::requireConsent`
     parked,           ///< the configuration has yet to come: another record follows when the event goes on
     noConfiguration,  ///< the stored configuration cannot be read
     nothingCalled,    ///< there is a value, but no way to tell it: the system is older than 14.0 and registered before

@@ -25,8 +25,8 @@ class QuillmarCore;
 /// How many events went which way, since the instance was made.
 struct QuillmarStatistics {
   std::uint64_t sent = 0;     ///< calls of `sendEvent`
-  std::uint64_t dropped = 0;  ///< refused because the service switched the library off, or memory ran out
-  std::uint64_t parked = 0;   ///< waiting for the configuration right now
+  std::uint64_t dropped = 0;  ///< refused: the service switched the library off, there is no consent, or no memory
+  std::uint64_t parked = 0;   ///< waiting for the configuration, or for consent, right now
   std::uint64_t logged = 0;   ///< accepted by the event service
   std::uint64_t failed = 0;   ///< could not be logged to the event service; with `reliableDelivery`: attempts
   // The following are counted with `QuillmarOptions::reliableDelivery`.
@@ -83,6 +83,17 @@ class QUILLMAR_API Quillmar {
   /// Chooses what goes beyond the usual behaviour. Before the first event and `configure`; what was begun by then goes
   /// on as it was.
   void setOptions(const QuillmarOptions& options) noexcept;
+
+  /// With `QuillmarOptions::requireConsent`: the user agrees. What was called before begins now, in its order. Nothing
+  /// about it is stored: call it at each start, or `revokeConsent`. An erasure that was cut off is finished first.
+  void grantConsent() noexcept;
+
+  /// The user does not agree, or no longer: everything stops, here and in `QuillmarASAAttribution`, and everything that
+  /// is stored is erased, the install identifier, the files and what is in an outbox included. Then nothing works until
+  /// `grantConsent`, after which `configure` begins a new install. What was handed to the network or to the platform is
+  /// not called back. Needs no option. Call it at each start without consent, too: it finishes an erasure that the end
+  /// of the process cut off. Erases on the calling thread, and waits for what is being written.
+  void revokeConsent() noexcept;
 
   /// Starts the library with the key that the event service knows the app by. Returns at once.
   ///
@@ -141,7 +152,7 @@ class QUILLMAR_API Quillmar {
   /// The counts so far.
   QuillmarStatistics statistics() const noexcept;
 
-  /// May open the settings store on the calling thread.
+  /// May open the settings store on the calling thread. Without consent that is needed, tells of nothing stored.
   QuillmarState state() const noexcept;
 
   /// Replaceable collaborators. The repositories are null until `configure` has built them, and each `configure` builds

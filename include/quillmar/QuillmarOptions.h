@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace quillmar {
 
 /// What goes beyond the library's usual behaviour. All of it is off at first.
@@ -67,6 +69,17 @@ struct QuillmarOptions {
   /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840 in place of 3, 8 and 36
   /// local days. Locks by time count from there. How long the library starts at all does not change.
   bool platformWindows = false;
+
+  // Consent.
+
+  /// Stores nothing, sends nothing and asks the platform nothing before `Quillmar::grantConsent`: not even whether
+  /// something is stored. Give it to `Quillmar` and `QuillmarASAAttribution` before anything else is called: it holds
+  /// for all instances over a settings store, until the process ends. `configure` and the tracking of the attribution
+  /// begin when consent is granted.
+  bool requireConsent = false;
+
+  /// So many events that come before consent are held, in memory, and count when it is granted. Others are dropped.
+  std::size_t eventsHeldForConsent = 0;
 };
 
 }  // namespace quillmar

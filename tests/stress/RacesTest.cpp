@@ -54,7 +54,7 @@ simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
   return answer;
 }
 
-constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true, true, true, true, true};
+constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true, true, true, true, true, true, 100};
 
 class Races : public testing::TestWithParam<bool> {
  protected:
@@ -93,6 +93,11 @@ class Races : public testing::TestWithParam<bool> {
         [&] { round % 100 == 7 ? quillmar_->reset() : quillmar_->clearTrackedEvents(); },  // a reset ends what goes on
         [&] { simulated_.notifications->post(platform::Notification::applicationDidBecomeActive); },
         [&] { quillmar_->sceneDidActivate(); },
+        [&] {
+          if (GetParam()) {
+            round % 50 == 9 ? quillmar_->revokeConsent() : quillmar_->grantConsent();
+          }
+        },
         [&] { attribution_->enableASAAttributionTracking(); },
         [&] { attribution_->disableASAAttributionTracking(); },
         [&] { simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round))); },
@@ -157,6 +162,8 @@ TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
 
   // And after a quiet moment all goes on as if nothing had been.
   http_->setService([](const platform::HttpRequest& request) { return goodAnswer(request); });
+  quillmar_->grantConsent();
+  ASSERT_TRUE(quillmar_->drain(patience));
   quillmar_->reset();
   quillmar_->sendEvent("session");  // parked
   quillmar_->configure("the last key");
@@ -166,6 +173,20 @@ TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   ASSERT_TRUE(quillmar_->drain(patience));
   EXPECT_EQ(quillmar_->statistics().logged, before + 1);
   EXPECT_TRUE(other.areEventsCompleted({"session"}));
+
+  // What goes on while consent ends leaves nothing behind.
+  const std::jthread sender([this] {
+    for (int round = 0; round < rounds() / 10; ++round) {
+      quillmar_->configure("a key");
+      quillmar_->sendEvent("session");
+      attribution_->enableASAAttributionTracking();
+    }
+  });
+  quillmar_->revokeConsent();
+  ASSERT_TRUE(quillmar_->drain(patience));
+  ASSERT_TRUE(attribution_->drain(patience));
+  EXPECT_TRUE(other.getTrackedEventNames().empty());
+  EXPECT_EQ(quillMarDefaults(platform_.userDefaults)->object(Config::quillMarId), std::nullopt);
 }
 
 }  // namespace

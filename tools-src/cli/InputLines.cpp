@@ -127,6 +127,14 @@ Step resetStep(const json::value& value, const json::object&, std::string_view) 
   return ResetStep{};
 }
 
+Step consentStep(const json::value& value, const json::object&, std::string_view) {
+  const std::string what = text(value, "consent");
+  if (what != "grant" && what != "revoke") {
+    fail("consent", "\"grant\" or \"revoke\" is expected, not \"" + what + "\"");
+  }
+  return ConsentStep{what == "grant"};
+}
+
 Step configureStep(const json::value& value, const json::object&, std::string_view) {
   ConfigureStep step{text(value, "configure")};
   if (step.key.empty()) {
@@ -237,11 +245,12 @@ struct Kind {
 
 constexpr const char* noAttributionInScript = "only \"quillmar run\" has search-ads attribution";
 
-constexpr std::array<Kind, 7> kinds{{{"event", eventStep},
+constexpr std::array<Kind, 8> kinds{{{"event", eventStep},
                                      {"activate", activateStep},
                                      {"sleep", sleepStep, "say with \"at\" when a line happens"},
                                      {"reset", resetStep},
                                      {"configure", configureStep},
+                                     {"consent", consentStep},
                                      {"attribution", attributionStep, noAttributionInScript},
                                      {"subscription", subscriptionStep, noAttributionInScript}}};
 

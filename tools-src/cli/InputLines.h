@@ -34,6 +34,10 @@ struct ConfigureStep {
   std::string key;
 };
 
+struct ConsentStep {
+  bool grant;
+};
+
 /// Switches search-ads attribution on or off.
 struct AttributionStep {
   bool enable;
@@ -43,8 +47,8 @@ struct SubscriptionStep {
   platform::SubscriptionStatusUpdate update;
 };
 
-using Step =
-    std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, AttributionStep, SubscriptionStep>;
+using Step = std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, ConsentStep, AttributionStep,
+                          SubscriptionStep>;
 
 struct InputLine {
   Step step;

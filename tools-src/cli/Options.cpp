@@ -34,6 +34,7 @@ Input, one JSON object a line; blank lines are skipped:
   {"sleep":0.5}                                      wait, in seconds
   {"reset":true}                                     back to the unconfigured state
   {"configure":"KEY"}                                configure again
+  {"consent":"grant"}  {"consent":"revoke"}          the user agrees, or does not: then all that is stored is erased
   {"attribution":"enable"}                           fetch the search-ads attribution, unless it is stored, and listen
                                                      for purchases; waits until both is done
   {"attribution":"disable"}                          listen no more
@@ -209,6 +210,12 @@ void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
   command.add_flag("--skip-repeated-updates", options.skipRepeatedUpdates,
                    "send no update that repeats the last one of its window");
   command.add_flag("--skip-repeated-locks", options.skipRepeatedLocks, "send no lock for a window that is locked");
+  command.add_flag("--require-consent", options.requireConsent,
+                   R"(store, send and ask nothing before a line {"consent":"grant"})");
+  command
+      .add_option("--hold-events", options.eventsHeldForConsent,
+                  "hold so many events that come before consent; others are dropped")
+      ->capture_default_str();
   command.add_flag("--platform-windows", options.platformWindows,
                    "choose the window by the platform's hours in place of local days");
 }

@@ -82,6 +82,8 @@ std::string ending(const Decision& decision) {
       return "stopped: the verification key counts as invalid";
     case Decision::Outcome::switchedOff:
       return "stopped: the service has switched the library off";
+    case Decision::Outcome::noConsent:
+      return "dropped: there is no consent";
     case Decision::Outcome::parked:
       return "waits for the configuration";
     case Decision::Outcome::noConfiguration:

@@ -156,6 +156,8 @@ void RunCommand::perform(const Step& step, const Host& host) const {
     stop_.waitFor(sleep->duration);
   } else if (const auto* again = std::get_if<ConfigureStep>(&step)) {
     configure(host.quillmar, again->key);
+  } else if (const auto* consent = std::get_if<ConsentStep>(&step)) {
+    consent->grant ? host.quillmar.grantConsent() : host.quillmar.revokeConsent();
   } else if (const auto* attribution = std::get_if<AttributionStep>(&step)) {
     switchAttribution(attribution->enable, host);
   } else if (const auto* subscription = std::get_if<SubscriptionStep>(&step)) {

@@ -66,6 +66,9 @@ std::string nameOf(const Step& step) {
   if (std::holds_alternative<ActivateStep>(step)) {
     return "activate";
   }
+  if (const auto* consent = std::get_if<ConsentStep>(&step)) {
+    return consent->grant ? "consent" : "no consent";
+  }
   return std::holds_alternative<ResetStep>(step) ? "reset" : "configure";
 }
 

@@ -18,8 +18,8 @@ class SimulationReport {
  public:
   virtual ~SimulationReport() = default;
 
-  /// `name` is what happened: "first launch", "event", "activate", "reset", "configure" or "meanwhile"; `event` is
-  /// the event, if it was one.
+  /// `name` is what happened: "first launch", "event", "activate", "reset", "configure", "consent", "no consent" or
+  /// "meanwhile"; `event` is the event, if it was one.
   void step(const std::string& name, const EventStep* event, const StepResult& result, const QuillmarState& state);
 
   virtual void begin(const SimulateOptions& options, const SimulatedInstall& install) = 0;

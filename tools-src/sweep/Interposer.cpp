@@ -20,8 +20,16 @@ namespace {
 
 using quillmar::sweep::Injection;
 
+const Injection injection = [] {
+  Injection read;
+  const char* text = std::getenv(Injection::variable);
+  std::istringstream(text == nullptr ? "" : text) >> read.kind >> read.first >> read.count >> read.variant >>
+      read.reads >> read.folder;
+  return read;
+}();
+
 /// What a call does.
-enum Group { writing, resizing, syncing, naming, looking, locking, nothing };
+enum Group { writing, resizing, syncing, naming, looking, locking, connecting, nothing };
 
 /// What the calls of each group fail with.
 constexpr std::array<int, 2> errors[] = {{ENOSPC, EIO},   {ENOSPC, EACCES}, {EIO, ENOSPC},
@@ -29,6 +37,12 @@ constexpr std::array<int, 2> errors[] = {{ENOSPC, EIO},   {ENOSPC, EACCES}, {EIO
 
 std::string pathOf(const char* path) {
   return path;
+}
+
+struct Socket {};  ///< counts as lying in the folder
+
+std::string pathOf(Socket) {
+  return injection.folder + "/a socket";
 }
 
 std::string pathOf(int descriptor) {
@@ -47,19 +61,14 @@ Group groupOfControl(int command, const void* argument) {
   return locks && static_cast<const struct flock*>(argument)->l_type != F_UNLCK ? locking : nothing;
 }
 
-const Injection injection = [] {
-  Injection read;
-  const char* text = std::getenv(Injection::variable);
-  std::istringstream(text == nullptr ? "" : text) >> read.kind >> read.first >> read.count >> read.variant >>
-      read.reads >> read.folder;
-  return read;
-}();
-
 std::atomic<std::size_t> calls{0};  ///< of all threads together
 
 template <class File>
 bool isHit(const char* name, Group group, File file, const std::size_t* size) {
   bool counts = group != nothing && (injection.reads || group != looking);
+  if (group == connecting) {
+    counts = injection.kind == Injection::forbid;
+  }
   if (injection.kind == Injection::tear) {
     counts = group == writing && *size > 1;
   } else if (group == locking) {  // one that is never to be had costs the whole wait for it at each write
@@ -135,6 +144,7 @@ INTERPOSE(int, remove, (const char* path), (path), naming, path, nullptr)
 INTERPOSE(int, rmdir, (const char* path), (path), naming, path, nullptr)
 INTERPOSE(int, mkdir, (const char* path, mode_t mode), (path, mode), naming, path, nullptr)
 INTERPOSE(int, fchmod, (int file, mode_t mode), (file, mode), naming, file, nullptr)
+INTERPOSE(int, socket, (int domain, int type, int protocol), (domain, type, protocol), connecting, Socket(), nullptr)
 INTERPOSE(ssize_t, read, (int file, void* data, size_t size), (file, data, size), looking, file, nullptr)
 INTERPOSE_BOTH(ssize_t, pread, (int file, void* data, size_t size, off64_t at), (file, data, size, at), looking, file, nullptr)
 INTERPOSE_BOTH(void*, mmap, (void* place, size_t size, int access, int flags, int file, off64_t at), (place, size, access, flags, file, at), looking, file, nullptr)

@@ -11,9 +11,10 @@ namespace quillmar::sweep {
 struct Injection {
   enum Kind {
     none,
-    kill,  ///< SIGKILL in place of the call
-    tear,  ///< half of a write, then SIGKILL; only writes count
-    fail,  ///< the call is not done and gives an error that suits it
+    kill,    ///< SIGKILL in place of the call
+    tear,    ///< half of a write, then SIGKILL; only writes count
+    fail,    ///< the call is not done and gives an error that suits it
+    forbid,  ///< SIGKILL in place of the call, or of one that makes a socket
   };
   int kind = none;
   std::size_t first = 0;    ///< the number of the first call that is hit, from 1

@@ -20,6 +20,7 @@
 #include <tuple>
 
 #include "Install.h"
+#include "quillmar/Config.h"
 #include "service/DevelopmentService.h"
 #include "service/ServiceLogic.h"
 
@@ -32,6 +33,8 @@ namespace fs = std::filesystem;
 constexpr const char* preparingKey = "earlier-key";
 constexpr const char* sweptKey = "swept-key";
 constexpr const char* laterKey = "later-key";
+constexpr const char* grantConsent = "{\"consent\":\"grant\"}\n";
+constexpr const char* revokeConsent = "{\"consent\":\"revoke\"}\n";
 constexpr const char* enable = "{\"attribution\":\"enable\"}\n";
 
 std::string event(const std::string& name) {
@@ -140,6 +143,51 @@ class Sweep {
     }
   }
 
+  /// A life without consent must not touch its folder or open a socket, and an end of consent that was cut off must
+  /// be made good by the next start, whatever the user wants by then.
+  void killWhileConsentEnds() {
+    requiresConsent_ = true;
+    const std::string prepared = preparedFolder("used");
+    useCopyOf(prepared);
+    const Install before(data_, copy_);
+    const RunResult quiet = runQuillmar(sweptKey, events("held-", 3) + enable + R"({"activate":"application"})" + "\n",
+                                        {.kind = Injection::forbid, .first = 1, .reads = true, .folder = data_});
+    tell("no consent", "the whole life",
+         quiet.firstHit.empty() && quiet.hasDrained() ? std::vector<std::string>()
+                                                      : std::vector{"touched: " + quiet.firstHit + quiet.errors},
+         true, false);
+    const std::string script = grantConsent + events("new-", 3) + enable + revokeConsent;
+    for (const auto kind : {Injection::kill, Injection::tear}) {
+      Injection injection{.kind = kind, .folder = data_};
+      injection.first = 1 + tallies_.size() % every_;
+      for (bool hit = true; hit; injection.first += every_) {
+        useCopyOf(prepared);
+        const RunResult run = runQuillmar(sweptKey, script, injection);
+        hit = !run.firstHit.empty();
+        const std::string cut = folder_ + "/cut";
+        fs::remove_all(cut);
+        fs::copy(data_, cut, fs::copy_options::recursive);
+        const RunResult denied = runQuillmar(laterKey, revokeConsent);
+        std::vector<std::string> losses = leftAfterConsent(before);
+        useCopyOf(cut);
+        const RunResult granted = runQuillmar(laterKey, grantConsent + event("next"));
+        if (!denied.hasDrained() || !granted.hasDrained()) {
+          losses.push_back("the next start did not end well: " + denied.output + granted.output);
+        }
+        const Install now(data_, copy_);
+        const bool isOld = now.settings.at(Config::quillMarId) == before.settings.at(Config::quillMarId);
+        for (const std::string& name : before.history) {
+          if (isOld != (std::count(now.history.begin(), now.history.end(), name) == 1)) {
+            losses.push_back((isOld ? "lost: " : "has come back: ") + name);
+          }
+        }
+        tell(kind == Injection::kill ? "kill: end of consent" : "kill in mid-write: end of consent",
+             fmt::format("call {}, {}", injection.first, run.firstHit), losses, hit, false);
+      }
+    }
+    requiresConsent_ = false;
+  }
+
   void killAtRandom(std::size_t times, std::uint32_t seed) {
     std::mt19937 random(seed);
     const auto load = [this](std::size_t i) {
@@ -209,7 +257,37 @@ class Sweep {
       command.insert(command.end(),
                      {"--reliable-delivery", "--service", service_.url(), "--attribution-token", "token"});
     }
+    if (requiresConsent_) {
+      command.insert(command.end(), {"--require-consent", "--hold-events", "10", "--attribution-token", "token"});
+      if (!delay_) {
+        command.insert(command.end(), {"--service", service_.url()});
+      }
+    }
     return run(command, folder_, injection, longest);
+  }
+
+  /// What is left of an install whose user has said no.
+  std::vector<std::string> leftAfterConsent(const Install& before) const {
+    const Install now(data_, copy_);
+    std::vector<std::string> left = now.problems;
+    for (const auto& [key, value] : now.settings) {
+      if (!value.empty()) {
+        left.push_back("left: " + std::string(key));
+      }
+    }
+    const std::string& identifier = before.settings.at(Config::quillMarId);
+    for (const auto& file : fs::recursive_directory_iterator(data_)) {
+      const std::string content = file.is_regular_file() ? readFile(file.path()) : "";
+      for (const std::string trace : {identifier.substr(identifier.size() - 36), std::string("old-1")}) {
+        if (content.find(trace) != std::string::npos) {
+          left.push_back(fmt::format("{} is in {}", trace, file.path().filename().string()));
+        }
+      }
+    }
+    if (!now.history.empty() || !now.configuration.empty() || !now.attribution.empty()) {
+      left.emplace_back("left: events or a file");
+    }
+    return left;
   }
 
   void useCopyOf(const std::string& folder) const {
@@ -288,18 +366,27 @@ class Sweep {
       keptEvents_ += told.keptEvents.size();
     }
     if (!losses.empty() && tallies_["all"].losses < 20) {
-      fmt::print(stderr, "LOSS in {}, {}: {}\n{}", title, where, fmt::join(losses, "; "), run.errors);
+      fmt::print(stderr, "{}", run.errors);
+    }
+    tell(title, where, losses, hit, told.standInStore);
+  }
+
+  void tell(const std::string& title, const std::string& where, const std::vector<std::string>& losses, bool hit,
+            bool standsIn) {
+    if (!losses.empty() && tallies_["all"].losses < 20) {
+      fmt::print(stderr, "LOSS in {}, {}: {}\n", title, where, fmt::join(losses, "; "));
     }
     for (Tally* tally : {&tallies_[title], &tallies_["all"]}) {
       tally->hits += hit ? 1 : 0;
       tally->losses += losses.size();
-      tally->standIns += told.standInStore ? 1 : 0;
+      tally->standIns += standsIn ? 1 : 0;
     }
   }
 
   const std::string executable_;  ///< the command
   const std::size_t every_;       ///< only each n-th call
   const std::optional<int> delay_;
+  bool requiresConsent_ = false;
   Service service_;
   std::size_t keptEvents_ = 0;
   std::size_t duplicates_ = 0;
@@ -340,6 +427,7 @@ int main(int argc, char** argv) {
     quillmar::sweep::Sweep sweep(command, every, delay);
     if (kills) {
       sweep.killAtEachCall();
+      sweep.killWhileConsentEnds();
     }
     if (randomKills > 0) {
       sweep.killAtRandom(randomKills, seed);

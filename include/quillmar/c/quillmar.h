@@ -149,10 +149,19 @@ typedef struct quillmar_options {
   bool skip_repeated_updates;
   bool skip_repeated_locks;
   bool platform_windows;
+  bool require_consent;
+  size_t events_held_for_consent;
 } quillmar_options;
 
 /// Before `quillmar_configure`.
 QUILLMAR_API quillmar_status quillmar_set_options(quillmar_instance* instance, const quillmar_options* options);
+
+/// The user agrees; see `quillmar::Quillmar::grantConsent`.
+QUILLMAR_API quillmar_status quillmar_grant_consent(quillmar_instance* instance);
+
+/// The user does not agree, or no longer: stops everything and erases what is stored, on the calling thread; see
+/// `quillmar::Quillmar::revokeConsent`.
+QUILLMAR_API quillmar_status quillmar_revoke_consent(quillmar_instance* instance);
 
 /// Starts the library with the key that the event service knows the app by. Returns at once.
 QUILLMAR_API quillmar_status quillmar_configure(quillmar_instance* instance, const char* verification_key);

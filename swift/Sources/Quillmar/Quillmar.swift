@@ -85,6 +85,18 @@ public final class Quillmar: Sendable {
     quillmar_scene_did_activate(handle.pointer)
   }
 
+  /// The user agrees, as `QuillmarOptions.requireConsent` wants it: what was called before begins now. Nothing about it
+  /// is stored: call it at each start, or `revokeConsent()`.
+  public func grantConsent() {
+    quillmar_grant_consent(handle.pointer)
+  }
+
+  /// The user does not agree, or no longer: everything stops, and everything that is stored is erased, on the calling
+  /// thread. Then nothing works until `grantConsent()`, after which `configure(_:)` begins a new install.
+  public func revokeConsent() {
+    quillmar_revoke_consent(handle.pointer)
+  }
+
   /// Back to the unconfigured state. The first-run date and the install identifier are kept; what the service sent and
   /// the tracked events are forgotten. Whatever was begun before ends without effect. Writes on the calling thread.
   public func reset() {

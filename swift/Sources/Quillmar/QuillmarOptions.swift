@@ -42,6 +42,13 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// Sends no lock for a window that is locked.
   public var skipRepeatedLocks = false
 
+  /// Stores nothing, sends nothing and asks the platform nothing before `Quillmar.grantConsent()`. Give it to `Quillmar`
+  /// and `QuillmarASAAttribution` before anything else is called.
+  public var requireConsent = false
+
+  /// So many events that come before consent are held, in memory, and count when it is granted. Others are dropped.
+  public var eventsHeldForConsent = 0
+
   /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840.
   public var platformWindows = false
 
@@ -62,6 +69,8 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.skip_repeated_updates = skipRepeatedUpdates
     options.skip_repeated_locks = skipRepeatedLocks
     options.platform_windows = platformWindows
+    options.require_consent = requireConsent
+    options.events_held_for_consent = max(eventsHeldForConsent, 0)
     return options
   }
 }

@@ -1,0 +1,189 @@
+#include <gmock/gmock.h>
+
+#include "support/AttributionHarness.h"
+
+namespace quillmar::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Says what is done to it.
+class WatchedFiles final : public simulated::InMemoryFileManager {
+ public:
+  bool fileExists(const std::string& path) const override {
+    ++looks;
+    return InMemoryFileManager::fileExists(path);
+  }
+  std::error_code createDirectory(const std::string& path) override {
+    ++looks;
+    return InMemoryFileManager::createDirectory(path);
+  }
+  mutable int looks = 0;
+};
+
+struct Install : FacadeHarness {
+  explicit Install(QuillmarOptions options) : options_(options) {
+    simulated.files = files;
+    begin();
+  }
+  ~Install() override {
+    attribution.reset();
+    settle();
+  }
+  /// A new process, which knows nothing of what the user wanted.
+  void begin() {
+    quillmar.reset();
+    attribution.reset();
+    settle();
+    options_.requireConsent = true;
+    restart();
+    attribution = QuillmarFactory::createQuillmarASAAttribution(simulated.platform());
+    quillmar->setOptions(options_);
+    attribution->setOptions(options_);
+  }
+  void grant() {
+    quillmar->grantConsent();
+    settle();
+  }
+  /// Whatever the library knows of the user.
+  std::vector<std::string> stored() const {
+    std::vector<std::string> found;
+    for (const std::string key :
+         {"ServerAppId", "SdkEnabled", "LastConversionValuesFetchTimestamp", "QuillmarFirstRunDate", "QuillmarId",
+          "LastWindowValue", "QuillmarVerificationKey", "QuillmarAdNetworkRegistered", "com.quillmar.completedEvents",
+          "com.quillmar.completedEvents.digest", "com.quillmar.outbox", "com.quillmar.outbox.1",
+          "com.quillmar.purchaseOutbox", "com.quillmar.purchaseOutbox.1", "com.quillmar.erasing"}) {
+      if (defaults->object(key)) {
+        found.push_back(key);
+      }
+    }
+    for (const std::string path :
+         {"/documents/Quillmar/quill-mar-conv-val.json", "/documents/asa_attribution_data.json"}) {
+      if (files->fileExists(path)) {
+        found.push_back(path);
+      }
+    }
+    return found;
+  }
+
+  std::shared_ptr<WatchedFiles> files = std::make_shared<WatchedFiles>();
+  std::shared_ptr<QuillmarASAAttribution> attribution;
+
+ private:
+  QuillmarOptions options_;
+};
+
+class Consent : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Consent, testing::Bool());
+
+TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
+  Install install({.reliableDelivery = GetParam(), .eventsHeldForConsent = 2});
+  install.attribution->enableASAAttributionTracking();
+  install.attribution->disableASAAttributionTracking();
+  install.configure();
+  install.attribution->enableASAAttributionTracking();
+  for (const char* const event : {"session", "second", "dropped"}) {
+    install.send(event);
+  }
+  install.quillmar->sceneDidActivate();
+  install.quillmar->clearTrackedEvents();
+  static_cast<void>(install.quillmar->state());
+  install.activate();
+  install.advance(24h);
+  EXPECT_FALSE(install.defaults->isOpen());
+  EXPECT_EQ(install.files->looks, 0);
+  EXPECT_TRUE(install.simulated.http->requests().empty());
+  EXPECT_EQ(install.simulated.attributionToken->requests(), 0u);
+  EXPECT_EQ(install.quillmar->statistics().parked, 2u);
+  EXPECT_EQ(install.quillmar->statistics().dropped, 1u);
+  EXPECT_FALSE(install.quillmar->waitUntilDelivered(0ms));
+
+  install.quillmar->grantConsent();
+  install.quillmar->sendEvent("third");  // not behind the limit: consent is there
+  install.settle();
+  install.advance(1s);
+  EXPECT_THAT(install.eventNames(), testing::ElementsAre("session", "second", "third"));
+  EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), 3u);
+  EXPECT_FALSE(install.calls().empty());
+  EXPECT_EQ(install.simulated.attributionToken->requests(), 1u) << "the first enabling was taken back";
+}
+
+TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
+  Install install({.reliableDelivery = GetParam(), .liveAttribution = true});
+  install.grant();
+  install.configure();
+  install.attribution->enableASAAttributionTracking();
+  install.settle();
+  const auto identifier = install.defaults->string("QuillmarId");
+  install.send("session");
+  install.advance(1s);
+  EXPECT_GE(install.stored().size(), 9u);
+
+  install.delay = 1min;
+  install.send("purchase", {{ASEventParam::revenue, 20}});
+  install.simulated.subscriptionUpdates->post(subscriptionUpdate(1));
+  install.settle();
+  install.attribution->enableASAAttributionTracking();
+  install.activate();
+  const std::size_t calls = install.calls().size();
+  install.quillmar->revokeConsent();
+  EXPECT_THAT(install.stored(), testing::IsEmpty());
+  const std::size_t requests = install.simulated.http->requests().size();
+  install.send("after");
+  install.simulated.subscriptionUpdates->post(subscriptionUpdate(2));
+  install.advance(24h);
+  EXPECT_THAT(install.stored(), testing::IsEmpty()) << "answers have come";
+  EXPECT_EQ(install.simulated.http->requests().size(), requests);
+  EXPECT_EQ(install.calls().size(), calls);
+
+  install.delay = 0s;
+  install.grant();
+  install.configure();
+  install.send("session");
+  install.advance(1s);
+  EXPECT_NE(install.defaults->string("QuillmarId"), identifier);
+  EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), 1u);
+}
+
+TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {
+  struct LateNetwork : simulated::SimulatedAdNetwork {
+    using SimulatedAdNetwork::SimulatedAdNetwork;
+    void updatePostbackConversionValue(int, platform::SKAdNetworkCoarseConversionValue, bool,
+                                       platform::AdNetworkCompletion completion) override {
+      answer = std::move(completion);
+    }
+    platform::AdNetworkCompletion answer;
+  };
+  Install install({});
+  const auto late = std::make_shared<LateNetwork>(install.simulated.clock, install.simulated.device);
+  install.simulated.adNetwork = late;
+  install.begin();
+  install.grant();
+  install.configure();
+  install.send("session");
+  ASSERT_TRUE(late->answer);
+  install.quillmar->revokeConsent();
+  late->answer(std::nullopt);
+  EXPECT_THAT(install.stored(), testing::IsEmpty());
+}
+
+// How it is where a process is killed at each system call: quillmar_sweep.
+TEST(ConsentOfAPlatform, anErasureThatWasCutOffIsDoneAgain) {
+  for (const bool agrees : {false, true}) {
+    Install install({.reliableDelivery = true});
+    install.grant();
+    install.configure();
+    install.send("session");
+    install.defaults->set("com.quillmar.erasing", true);
+    const auto identifier = install.defaults->string("QuillmarId");
+    install.begin();
+    agrees ? install.grant() : install.quillmar->revokeConsent();
+    EXPECT_THAT(install.stored(), testing::IsEmpty());
+    install.grant();
+    install.configure();
+    EXPECT_NE(install.defaults->string("QuillmarId"), identifier);
+  }
+}
+
+}  // namespace
+}  // namespace quillmar::test
