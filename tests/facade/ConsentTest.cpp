@@ -57,8 +57,7 @@ struct Install : FacadeHarness {
         found.push_back(key);
       }
     }
-    for (const std::string path :
-         {"/documents/Quillmar/quill-mar-conv-val.json", "/documents/asa_attribution_data.json"}) {
+    for (const std::string& path : {std::string("/documents/Quillmar/quill-mar-conv-val.json"), attributionFile}) {
       if (files->fileExists(path)) {
         found.push_back(path);
       }
@@ -78,13 +77,14 @@ INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Consent, testing::Bool());
 
 TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
   Install install({.reliableDelivery = GetParam(), .eventsHeldForConsent = 2});
+  install.configure();
   install.attribution->enableASAAttributionTracking();
   install.attribution->disableASAAttributionTracking();
-  install.configure();
   install.attribution->enableASAAttributionTracking();
   for (const char* const event : {"session", "second", "dropped"}) {
     install.send(event);
   }
+  install.quillmar->applicationDidBecomeActive();
   install.quillmar->sceneDidActivate();
   install.quillmar->clearTrackedEvents();
   static_cast<void>(install.quillmar->state());
@@ -94,6 +94,7 @@ TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
   EXPECT_EQ(install.files->looks, 0);
   EXPECT_TRUE(install.simulated.http->requests().empty());
   EXPECT_EQ(install.simulated.attributionToken->requests(), 0u);
+  EXPECT_FALSE(install.logged("fetch"));
   EXPECT_EQ(install.quillmar->statistics().parked, 2u);
   EXPECT_EQ(install.quillmar->statistics().dropped, 1u);
   EXPECT_FALSE(install.quillmar->waitUntilDelivered(0ms));
@@ -123,8 +124,10 @@ TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
   install.send("purchase", {{ASEventParam::revenue, 20}});
   install.simulated.subscriptionUpdates->post(subscriptionUpdate(1));
   install.settle();
+  install.files->removeItem(attributionFile);
   install.attribution->enableASAAttributionTracking();
   install.activate();
+  install.files->writeFile(attributionFile, "{}", platform::WriteMode::direct);
   const std::size_t calls = install.calls().size();
   install.quillmar->revokeConsent();
   EXPECT_THAT(install.stored(), testing::IsEmpty());
@@ -143,6 +146,28 @@ TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
   install.advance(1s);
   EXPECT_NE(install.defaults->string("QuillmarId"), identifier);
   EXPECT_EQ(install.core().eventTracker()->getAllTrackedEvents().size(), 1u);
+}
+
+TEST_P(Consent, anEventWhoseCallHasPassedAsConsentEndsLeavesNothing) {
+  struct RevokingSink : simulated::RecordingLogSink {
+    void write(std::string_view, std::string_view, platform::LogSeverity, std::string_view line) noexcept override {
+      if (line.find("Sending event: late") != std::string_view::npos) {
+        quillmar->revokeConsent();
+      }
+    }
+    std::shared_ptr<Quillmar> quillmar;
+  };
+  Install install({.reliableDelivery = GetParam()});
+  const auto sink = std::make_shared<RevokingSink>();
+  install.simulated.logSink = sink;
+  install.begin();
+  sink->quillmar = install.quillmar;
+  install.grant();
+  install.configure();
+  install.send("late");
+  EXPECT_THAT(install.stored(), testing::IsEmpty());
+  EXPECT_THAT(install.eventNames(), testing::IsEmpty());
+  sink->quillmar.reset();
 }
 
 TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {

@@ -7,6 +7,7 @@
 #include "Platform/Posix/PosixFileManager.h"
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
+#include "quillmar/Config.h"
 #include "support/AttributionHarness.h"
 #include "support/TemporaryFolder.h"
 

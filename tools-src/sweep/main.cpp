@@ -278,7 +278,7 @@ class Sweep {
     const std::string& identifier = before.settings.at(Config::quillMarId);
     for (const auto& file : fs::recursive_directory_iterator(data_)) {
       const std::string content = file.is_regular_file() ? readFile(file.path()) : "";
-      for (const std::string trace : {identifier.substr(identifier.size() - 36), std::string("old-1")}) {
+      for (const std::string& trace : {identifier.substr(identifier.size() - 36), std::string("old-1")}) {
         if (content.find(trace) != std::string::npos) {
           left.push_back(fmt::format("{} is in {}", trace, file.path().filename().string()));
         }
@@ -409,6 +409,7 @@ int main(int argc, char** argv) {
       "again. Exit status: 0 when nothing was lost.");
   std::string command;
   bool kills = false;
+  bool consent = false;
   bool fails = false;
   std::size_t randomKills = 0;
   std::size_t every = 1;
@@ -416,6 +417,7 @@ int main(int argc, char** argv) {
   std::optional<int> delay;
   app.add_option("command", command, "the quillmar command")->required()->check(CLI::ExistingFile);
   app.add_flag("--kill", kills, "kill at each such call, and in the middle of each write");
+  app.add_flag("--consent", consent, "a life without consent, and kills at each call while consent ends");
   app.add_flag("--fail", fails, "an error at each such call, and each that reads: once, for a while, from there on");
   app.add_option("--random", randomKills, "so many kills at random moments under load");
   app.add_option("--every", every, "only each n-th call")->check(CLI::PositiveNumber);
@@ -427,6 +429,8 @@ int main(int argc, char** argv) {
     quillmar::sweep::Sweep sweep(command, every, delay);
     if (kills) {
       sweep.killAtEachCall();
+    }
+    if (consent) {
       sweep.killWhileConsentEnds();
     }
     if (randomKills > 0) {
