@@ -146,8 +146,8 @@ class Sweep {
   /// A life without consent must not touch its folder or open a socket, and an end of consent that was cut off must
   /// be made good by the next start, whatever the user wants by then.
   void killWhileConsentEnds() {
-    requiresConsent_ = true;
     const std::string prepared = preparedFolder("used");
+    requiresConsent_ = true;
     useCopyOf(prepared);
     const Install before(data_, copy_);
     const RunResult quiet = runQuillmar(sweptKey, events("held-", 3) + enable + R"({"activate":"application"})" + "\n",
