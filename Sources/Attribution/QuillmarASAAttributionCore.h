@@ -41,6 +41,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
 
   bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
   QuillmarASAAttributionStatistics statistics() const noexcept;
+  QuillmarASAAttributionHealth health() const;
 
   // Null until tracking is enabled; the last two again when it has been disabled.
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const;
@@ -87,6 +88,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   }
 
   void observeActivations();
+  void note(QuillmarASAAttributionHealth::State state, std::string error = {});
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
@@ -100,10 +102,12 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   std::shared_ptr<PurchaseProcessorProtocol> purchaseProcessor_;
   std::shared_ptr<TaskHandle> purchaseListenerTask_;
   std::string quillmarVerificationKey_;
+  QuillmarASAAttributionHealth health_;
 
   const platform::Bundle bundle_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
+  const std::shared_ptr<Epoch> epoch_;
   const std::shared_ptr<Outbox> outbox_;
   QuillmarOptions options_;                                          // guarded by mutex_
   std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise

@@ -37,6 +37,7 @@ void QuillmarCore::reset() {
     platform_.notifications->removeObserver(observer);
   }
   emptyPendingEvents();
+  health_->noteChange();  // the key counts as valid again
   Log::debug("Quillmar - SDK state reset");
 }
 

@@ -71,6 +71,7 @@ bool QuillmarCore::prepareInBackground(const std::string& verificationKey) {
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
   setVerificationKeyRepository(keyRepository);
   keyRepository->save(verificationKey);
+  forgetOldEvents();  // also when the library stays off
 
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
@@ -95,6 +96,7 @@ void QuillmarCore::configureSynchronously(const std::string& verificationKey, st
 }
 
 bool QuillmarCore::prepareSynchronously(const std::string& verificationKey) {
+  forgetOldEvents();
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
     if (*days > synchronousDaysLimit) {
@@ -130,6 +132,12 @@ std::optional<std::int64_t> QuillmarCore::daysSinceFirstRun() {
   }
   recordFirstRun();
   return std::nullopt;
+}
+
+void QuillmarCore::forgetOldEvents() {
+  if (const int days = options().limits.historyDays; days > 0) {
+    eventTracker_->forgetBefore(platform_.clock->now() - std::chrono::hours(24) * days);
+  }
 }
 
 void QuillmarCore::recordFirstRun() {
