@@ -49,6 +49,27 @@ void TaskQueue::post(MakeTask makeTask) {
   postPump();
 }
 
+TaskQueue::MakeTask TaskQueue::postWithin(std::size_t most, bool dropsOldest, MakeTask makeTask) {
+  MakeTask dropped;
+  {
+    const std::lock_guard lock(mutex_);
+    const std::lock_guard incomingLock(incomingMutex_);
+    if (waiting_.size() + incoming_.size() >= most) {
+      if (!dropsOldest) {
+        return makeTask;
+      }
+      auto& oldest = waiting_.empty() ? incoming_ : waiting_;
+      dropped = std::move(oldest.front());
+      oldest.pop_front();
+    }
+  }
+  if (dropped) {
+    activity_->end();
+  }
+  post(std::move(makeTask));
+  return dropped;
+}
+
 bool TaskQueue::someWait() {
   if (waiting_.empty()) {
     const std::lock_guard lock(incomingMutex_);

@@ -23,6 +23,10 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   /// Called from any thread. The item counts as in flight until its task has ended.
   void post(MakeTask makeTask);
 
+  /// The same while fewer than `most` items wait; several threads at once may exceed that by one each. Gives the item
+  /// that has no place, the oldest of those that wait or the new one.
+  MakeTask postWithin(std::size_t most, bool dropsOldest, MakeTask makeTask);
+
  private:
   class Slot;
 

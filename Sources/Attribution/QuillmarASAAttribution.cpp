@@ -56,6 +56,10 @@ bool QuillmarASAAttribution::drain(std::chrono::milliseconds timeout) noexcept {
   return guarded("drain", false, [&] { return core_->drain(timeout); });
 }
 
+QuillmarASAAttributionHealth QuillmarASAAttribution::health() const noexcept {
+  return guarded("health", QuillmarASAAttributionHealth(), [this] { return core_->health(); });
+}
+
 QuillmarASAAttributionStatistics QuillmarASAAttribution::statistics() const noexcept {
   return guarded("statistics", QuillmarASAAttributionStatistics(), [this] { return core_->statistics(); });
 }

@@ -50,9 +50,11 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       consent_(Consent::of(userDefaults_)),
       epoch_(std::make_shared<Epoch>()),
       outboxExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.purchaseOutbox")),
-      outbox_(std::make_shared<Outbox>(Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, epoch_,
-                                                            activity_, std::make_shared<ActivityCounter>()},
-                                       OutboxStore::purchasesKey)) {
+      outbox_(std::make_shared<Outbox>(
+          Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, epoch_, activity_,
+                               std::make_shared<ActivityCounter>(),
+                               std::make_shared<HealthRecord>(epoch_, platform.clock, outboxExecutor_)},
+          OutboxStore::purchasesKey)) {
   Log::setSink(platform_.logSink, platform_.clock);
 }
 
@@ -131,6 +133,7 @@ void QuillmarASAAttributionCore::enable(std::uint64_t epoch) {
   if (!key) {
     // Kept although it speaks of another setting: this line is the known sign of a missing verification key.
     Log::error("AppId key must be provided in Info.plist");
+    note(QuillmarASAAttributionHealth::State::noKey);
     return;
   }
   set(quillmarVerificationKey_, *key);
@@ -186,11 +189,14 @@ void QuillmarASAAttributionCore::fetchAttributionIfAbsent(std::shared_ptr<TaskHa
   auto repository = asaAttributionTrackingRepository();
   if (!repository || repository->hasAttributionData()) {
     Log::info("ASA attribution data already exists locally");
+    note(QuillmarASAAttributionHealth::State::stored);
     return;
   }
   if (isSwitchedOff()) {
+    note(QuillmarASAAttributionHealth::State::switchedOff);
     return;
   }
+  note(QuillmarASAAttributionHealth::State::fetching);
   Activity inFlight(activity_);
   Task<void> fetch = fetchAttribution(weak_from_this(), std::move(enabling), platform_.attributionToken,
                                       std::move(repository), Epoch::Term(epoch_, epoch), std::move(inFlight));
@@ -286,20 +292,27 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     std::weak_ptr<QuillmarASAAttributionCore> weak, std::shared_ptr<TaskHandle> enabling,
     std::shared_ptr<platform::AttributionTokenProvider> provider,
     std::shared_ptr<ASAAttributionTrackingRepositoryProtocol> repository, Epoch::Term term, Activity activity) {
+  using State = QuillmarASAAttributionHealth::State;
   AttributionRetries retries;
   for (;;) {
     Task<std::exception_ptr> attempt = fetchOnce(provider, repository, term);
     const std::exception_ptr failure = co_await std::move(attempt);
+    std::shared_ptr<QuillmarASAAttributionCore> self = weak.lock();
     if (!failure) {
       Log::info("Successfully fetched and stored ASA attribution data");
+      if (self) {
+        self->note(State::stored);
+      }
       co_return;
     }
     Log::error("Failed to fetch ASA attribution data: {}", localizedDescription(failure));
-    std::shared_ptr<QuillmarASAAttributionCore> self = weak.lock();
-    if (!self || term.isOver() || !self->get(self->options_).liveAttribution) {
+    if (!self || term.isOver()) {
       co_return;
     }
-    const std::optional<std::chrono::seconds> wait = retries.waitAfter(failure, self->platform_.clock->now());
+    const std::optional<std::chrono::seconds> wait = self->get(self->options_).liveAttribution
+                                                         ? retries.waitAfter(failure, self->platform_.clock->now())
+                                                         : std::nullopt;
+    self->note(wait ? State::waiting : State::failed, localizedDescription(failure));
     if (!wait) {
       co_return;
     }
@@ -311,9 +324,14 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     co_await sleepFor(std::move(clock), *wait);
     activity = Activity(counter);
     self = weak.lock();
-    if (!self || self->get(self->purchaseListenerTask_) != enabling || self->isSwitchedOff()) {
+    if (!self || self->get(self->purchaseListenerTask_) != enabling) {
       co_return;
     }
+    if (self->isSwitchedOff()) {
+      self->note(State::switchedOff);
+      co_return;
+    }
+    self->note(State::fetching);
   }
 }
 
@@ -322,6 +340,18 @@ QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const 
   const std::uint64_t lost = outbox.refused.load() + outbox.expired.load() + outbox.displaced.load();
   return {counters_->sent.load(),    counters_->failed.load() + lost, counters_->unverified.load(),
           counters_->skipped.load(), counters_->dropped.load(),       outbox_->unsent()};
+}
+
+void QuillmarASAAttributionCore::note(QuillmarASAAttributionHealth::State state, std::string error) {
+  const std::lock_guard lock(mutex_);
+  health_.state = state;
+  health_.error.swap(error);
+}
+
+QuillmarASAAttributionHealth QuillmarASAAttributionCore::health() const {
+  QuillmarASAAttributionHealth health = get(health_);
+  health.listening = purchaseInterceptor() != nullptr;
+  return health;
 }
 
 std::shared_ptr<VerificationKeyRepositoryProtocol> QuillmarASAAttributionCore::verificationKeyRepository() const {

@@ -46,6 +46,7 @@ class QuillmarASAAttributionCore : public Consent::Worker,
 
   bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
   QuillmarASAAttributionStatistics statistics() const noexcept;
+  QuillmarASAAttributionHealth health() const;
 
   // Null until tracking is enabled; the last two again when it has been disabled.
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository() const;
@@ -94,6 +95,7 @@ class QuillmarASAAttributionCore : public Consent::Worker,
   }
 
   void observeActivations();
+  void note(QuillmarASAAttributionHealth::State state, std::string error = {});
 
   const platform::Platform platform_;
   const std::shared_ptr<ActivityCounter> activity_;
@@ -107,6 +109,7 @@ class QuillmarASAAttributionCore : public Consent::Worker,
   std::shared_ptr<PurchaseProcessorProtocol> purchaseProcessor_;
   std::shared_ptr<TaskHandle> purchaseListenerTask_;
   std::string quillmarVerificationKey_;
+  QuillmarASAAttributionHealth health_;
 
   const platform::Bundle bundle_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;

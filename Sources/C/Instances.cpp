@@ -114,7 +114,8 @@ std::optional<EventParameters> parametersOf(const quillmar_parameter* given, std
 template <class Handle>
 quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexcept {
   const auto chosen = received(given);
-  if (!chosen) {
+  if (!chosen || chosen->history_days < 0 ||
+      (chosen->drop != QUILLMAR_DROP_OLDEST && chosen->drop != QUILLMAR_DROP_NEWEST)) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   QuillmarOptions options;
@@ -132,7 +133,65 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   options.platformWindows = chosen->platform_windows;
   options.requireConsent = chosen->require_consent;
   options.eventsHeldForConsent = chosen->events_held_for_consent;
+  options.limits.parkedEvents = chosen->max_parked_events;
+  options.limits.queuedEvents = chosen->max_queued_events;
+  options.limits.eventBytes = chosen->max_event_bytes;
+  options.limits.historyDays = chosen->history_days;
+  options.limits.drop = static_cast<QuillmarLimits::Drop>(chosen->drop);
   return with(handle, [&](auto& object) { object.setOptions(options); });
+}
+
+static_assert(static_cast<int>(QuillmarLimits::Drop::newest) == QUILLMAR_DROP_NEWEST &&
+              static_cast<int>(Decision::Answer::success) == QUILLMAR_ANSWER_SUCCESS &&
+              static_cast<int>(Decision::Answer::failure) == QUILLMAR_ANSWER_FAILURE &&
+              static_cast<int>(QuillmarASAAttributionHealth::State::stored) == QUILLMAR_ATTRIBUTION_STORED);
+
+quillmar_health forC(const QuillmarHealth& health) noexcept {
+  const auto seconds = [](const auto& event) {
+    return event ? std::chrono::duration<double>(event->at.time_since_epoch()).count() : 0.0;
+  };
+  quillmar_health result{};
+  result.size = sizeof result;
+  result.configuration_age_seconds = health.configurationAge ? health.configurationAge->count() : -1;
+  result.verification_key_valid = health.verificationKeyValid;
+  result.failures_in_a_row = health.failuresInARow;
+  result.unsent = health.unsent;
+  result.last_logged_at = seconds(health.lastLogged);
+  result.last_platform_call_at = seconds(health.lastPlatformCall);
+  result.last_platform_answer =
+      health.lastPlatformCall ? static_cast<quillmar_answer>(health.lastPlatformCall->answer) : QUILLMAR_ANSWER_NONE;
+  result.sent = health.sent;
+  result.inherited = health.inherited;
+  result.queued = health.queued;
+  result.under_way = health.underWay;
+  result.parked = health.parked;
+  result.kept = health.kept;
+  using Result = quillmar_health;
+  static constexpr std::uint64_t Result::* ended[] = {
+      &Result::logged,      &Result::failed,       &Result::not_asked,    &Result::switched_off, &Result::no_consent,
+      &Result::key_invalid, &Result::reset,        &Result::lost,         &Result::refused,      &Result::expired,
+      &Result::displaced,   &Result::parked_limit, &Result::queued_limit, &Result::too_large};
+  static_assert(std::size(ended) == eventEndCount);
+  for (std::size_t i = 0; i < eventEndCount; ++i) {
+    result.*ended[i] = health.ended[i];
+  }
+  return result;
+}
+
+std::string textOf(const QuillmarHealth& health, quillmar_health_text text) {
+  const auto& call = health.lastPlatformCall;
+  switch (text) {
+    case QUILLMAR_HEALTH_FETCH_ERROR:
+      return health.fetchError;
+    case QUILLMAR_HEALTH_LOGGED_EVENT:
+      return health.lastLogged ? health.lastLogged->name : "";
+    case QUILLMAR_HEALTH_PLATFORM_CALL:
+      return call ? call->interface : "";
+    case QUILLMAR_HEALTH_PLATFORM_ERROR:
+      return call ? call->error : "";
+    default:
+      return "";
+  }
 }
 
 /// The whole range of the interface's numbers; the library bounds what a clock cannot count.
@@ -244,6 +303,32 @@ quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_s
               state);
 }
 
+quillmar_status quillmar_get_health(const quillmar_instance* instance, quillmar_health* health) {
+  return instance != nullptr ? hand(forC(instance->object->health()), health) : QUILLMAR_ERROR_INVALID_ARGUMENT;
+}
+size_t quillmar_copy_health_text(const quillmar_instance* instance, quillmar_health_text text, char* buffer,
+                                 size_t capacity) {
+  const auto get = [text](const Quillmar& object) { return textOf(object.health(), text); };
+  return copyText(valueOf(instance, std::string(), get), buffer, capacity);
+}
+quillmar_status quillmar_set_health_observer(quillmar_instance* instance, const quillmar_health_observer* observer) {
+  if (observer == nullptr) {
+    return with(instance, [](Quillmar& object) { object.setHealthObserver(nullptr); });
+  }
+  const auto functions = received(observer);
+  if (instance == nullptr || !functions || functions->changed == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  return statusOf([&] {
+    const auto table = std::make_shared<const Table<quillmar_health_observer>>(*functions);
+    instance->object->setHealthObserver([table](const QuillmarHealth& health) {
+      const quillmar_health now = forC(health);
+      table->call<&quillmar_health_observer::changed>(&now);
+    });
+    return QUILLMAR_OK;
+  });
+}
+
 size_t quillmar_copy_app_id(const quillmar_instance* instance, char* buffer, size_t capacity) {
   const auto text = [](const Quillmar& object) { return object.state().appId.value_or(""); };
   return copyText(valueOf(instance, std::string(), text), buffer, capacity);
@@ -322,4 +407,18 @@ quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* 
   return hand(
       quillmar_attribution_statistics{0, now.sent, now.failed, now.unverified, now.skipped, now.dropped, now.unsent},
       statistics);
+}
+
+quillmar_status quillmar_attribution_get_health(const quillmar_attribution* attribution,
+                                                quillmar_attribution_health* health) {
+  if (attribution == nullptr) {
+    return QUILLMAR_ERROR_INVALID_ARGUMENT;
+  }
+  const QuillmarASAAttributionHealth now = attribution->object->health();
+  return hand(quillmar_attribution_health{0, static_cast<quillmar_attribution_status>(now.state), now.listening},
+              health);
+}
+size_t quillmar_attribution_copy_error(const quillmar_attribution* attribution, char* buffer, size_t capacity) {
+  const auto text = [](const QuillmarASAAttribution& object) { return object.health().error; };
+  return copyText(valueOf(attribution, std::string(), text), buffer, capacity);
 }

@@ -57,13 +57,6 @@ std::optional<CoarseValue> ConversionTrackingManager::Update::coarse() const noe
   return windowValue.coarseValue ? std::optional(windowValue.coarseValue->value) : std::nullopt;
 }
 
-void ConversionTrackingManager::Update::calls(const char* interface) const {
-  if (trace) {
-    trace->record.interface = interface;
-    trace->end(Decision::Outcome::sent);
-  }
-}
-
 /// A call to the platform that has not been answered. Lives in the completion, so that it also ends with that.
 class ConversionTrackingManager::OpenCall {
  public:
@@ -94,13 +87,15 @@ ConversionTrackingManager::ConversionTrackingManager(std::shared_ptr<platform::U
                                                      std::shared_ptr<platform::AdAttributionKit> adAttributionKit,
                                                      std::shared_ptr<platform::Device> device,
                                                      std::shared_ptr<platform::Executor> mainExecutor,
-                                                     std::shared_ptr<ActivityCounter> activity) noexcept
+                                                     std::shared_ptr<ActivityCounter> activity,
+                                                     std::shared_ptr<HealthRecord> health) noexcept
     : userDefaults_(std::move(userDefaults)),
       skAdNetwork_(std::move(skAdNetwork)),
       adAttributionKit_(std::move(adAttributionKit)),
       device_(std::move(device)),
       mainExecutor_(std::move(mainExecutor)),
-      activity_(std::move(activity)) {}
+      activity_(std::move(activity)),
+      health_(std::move(health)) {}
 
 std::optional<std::string> ConversionTrackingManager::simulatediOSVersion() {
   SimulatedVersion& simulated = simulatedVersion();
@@ -175,13 +170,12 @@ void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions
 }
 
 void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update) {
-  update.calls("adAttributionKit");
   platform::PostbackUpdate postback{update.platformFine(), update.forceLockWindow, std::nullopt};
   if (const std::optional<CoarseValue> coarse = update.coarse()) {
     postback.coarseConversionValue = toAttributionKitCoarseValue(*coarse);
   }
   auto done = completion(
-      update, update.forceLockWindow,
+      update, "adAttributionKit", update.forceLockWindow,
       {"Attribution: AdAttributionKit postback failed ",
        update.taken ? "ConversionTrackingManager - AdAttributionKit update successful" : std::string_view()});
   // A task of its own: the update that asks for it is over before the platform is called.
@@ -195,31 +189,29 @@ void ConversionTrackingManager::sendEventWithAttributionKit(const Update& update
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork4(const Update& update) {
-  auto done = completion(update, update.forceLockWindow,
+  const std::optional<CoarseValue> coarse = update.coarse();
+  auto done = completion(update, coarse ? "skAdNetwork4" : "skAdNetwork4WithoutCoarse", update.forceLockWindow,
                          {"ConversionTrackingManager - SKAdNetwork 4.0 update failed: ",
                           "ConversionTrackingManager - SKAdNetwork 4.0 update successful"});
-  if (const std::optional<CoarseValue> coarse = update.coarse()) {
-    update.calls("skAdNetwork4");
+  if (coarse) {
     std::any coarseValue = toSKAdNetworkCoarseConversionValue(*coarse);
     skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithCoarse(update.platformFine(), std::move(coarseValue),
                                                                    update.forceLockWindow, std::move(done));
   } else {
-    update.calls("skAdNetwork4WithoutCoarse");
     skAdNetwork_->updatePostbackConversionValue_iOS16_1_WithoutCoarse(update.platformFine(), update.forceLockWindow,
                                                                       std::move(done));
   }
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork3(const Update& update) {
-  update.calls("skAdNetwork3");
-  auto done = completion(update, false,
+  auto done = completion(update, "skAdNetwork3", false,
                          {"ConversionTrackingManager - SKAdNetwork 3.0 update failed: ",
                           "ConversionTrackingManager - SKAdNetwork 3.0 update successful"});
   skAdNetwork_->updatePostbackConversionValue_iOS15_4(update.platformFine(), std::move(done));
 }
 
 void ConversionTrackingManager::sendEventSKAdNetwork2(const Update& update) {
-  update.calls("skAdNetwork2");
+  called(update, "skAdNetwork2");
   skAdNetwork_->updateConversionValue_iOS14_0(update.platformFine());
   saveLastWindowValue(update, false);
   Log::debug("ConversionTrackingManager - SKAdNetwork 2.0 update successful");
@@ -229,23 +221,35 @@ void ConversionTrackingManager::registerForAttribution(const Update& update) {
   if (userDefaults_->boolean(adNetworkRegisteredKey)) {
     return;
   }
-  update.calls("registration");
+  called(update, "registration");
   skAdNetwork_->registerAppForAdNetworkAttribution();
   saveLastWindowValue(update, false);
   update.term.during([this] { storeSetting(*userDefaults_, adNetworkRegisteredKey, true); });
   Log::debug("ConversionTrackingManager - App registered for ad network attribution");
 }
 
-platform::AdNetworkCompletion ConversionTrackingManager::completion(Update update, bool lockWindow,
-                                                                    OutcomeLines lines) {
+std::uint64_t ConversionTrackingManager::called(const Update& update, const char* interface) const {
+  if (update.trace) {
+    update.trace->record.interface = interface;
+    update.trace->end(Decision::Outcome::sent);
+  }
+  return health_ ? health_->noteCall(interface) : 0;
+}
+
+platform::AdNetworkCompletion ConversionTrackingManager::completion(Update update, const char* interface,
+                                                                    bool lockWindow, OutcomeLines lines) {
+  const std::uint64_t number = called(update, interface);
   auto open = std::make_shared<OpenCall>(Activity(activity_), std::move(update.trace));
-  return [weakSelf = weak_from_this(), update = std::move(update), lockWindow, lines,
+  return [weakSelf = weak_from_this(), update = std::move(update), lockWindow, lines, number, health = health_,
           call = std::move(open)](const std::optional<platform::PlatformError>& error) {
     guarded("The answer of the platform", [&] {
       if (!call->answer()) {
         return;
       }
       call->record(error);
+      if (health) {
+        health->noteAnswer(number, error ? std::optional(error->localizedDescription) : std::nullopt);
+      }
       if (error) {
         Log::error("{}{}", lines.failed, error->localizedDescription);
       } else if (const auto self = weakSelf.lock()) {

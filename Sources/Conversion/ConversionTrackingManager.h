@@ -9,6 +9,7 @@
 
 #include "Async/ActivityCounter.h"
 #include "Async/Epoch.h"
+#include "Async/HealthRecord.h"
 #include "Conversion/DecisionTrace.h"
 #include "Conversion/SKAdNetworkProtocol.h"
 #include "quillmar/ConversionTrackingManagerProtocol.h"
@@ -29,12 +30,14 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
  public:
   static constexpr std::string_view adNetworkRegisteredKey = "QuillmarAdNetworkRegistered";
 
-  /// An update counts in `activity` until the platform has answered, or has dropped the completion.
+  /// An update counts in `activity` until the platform has answered, or has dropped the completion. `health` may be
+  /// null.
   ConversionTrackingManager(std::shared_ptr<platform::UserDefaults> userDefaults,
                             std::shared_ptr<SKAdNetworkProtocol> skAdNetwork,
                             std::shared_ptr<platform::AdAttributionKit> adAttributionKit,
                             std::shared_ptr<platform::Device> device, std::shared_ptr<platform::Executor> mainExecutor,
-                            std::shared_ptr<ActivityCounter> activity) noexcept;
+                            std::shared_ptr<ActivityCounter> activity,
+                            std::shared_ptr<HealthRecord> health = nullptr) noexcept;
 
   /// Sends a value, resolved before.
   void send(const ConversionValues::ConversionValue& conversionValue, Window window, bool forceLockWindow) override;
@@ -64,8 +67,6 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
     /// The fine value in the platform's type; the document may hold numbers far beyond.
     int platformFine() const noexcept;
     std::optional<CoarseValue> coarse() const noexcept;
-    /// Records which interface is called.
-    void calls(const char* interface) const;
   };
   class OpenCall;
 
@@ -77,14 +78,16 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
   void registerForAttribution(const Update& update);
   void saveLastWindowValue(const Update& update, bool lockWindow);
   void save(const Update& update, bool lockWindow);
+  /// Records which interface is called; gives a number for the answer.
+  std::uint64_t called(const Update& update, const char* interface) const;
 
   /// What the log says about the end of an update.
   struct OutcomeLines {
     std::string_view failed;      ///< the platform's description follows
     std::string_view successful;  ///< empty: nothing is said
   };
-  /// The completion of an update: records a success, and logs either end.
-  platform::AdNetworkCompletion completion(Update update, bool lockWindow, OutcomeLines lines);
+  /// The completion of an update by that interface: records a success, and logs either end.
+  platform::AdNetworkCompletion completion(Update update, const char* interface, bool lockWindow, OutcomeLines lines);
 
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SKAdNetworkProtocol> skAdNetwork_;
@@ -92,6 +95,7 @@ class ConversionTrackingManager final : public ConversionTrackingManagerProtocol
   const std::shared_ptr<platform::Device> device_;
   const std::shared_ptr<platform::Executor> mainExecutor_;
   const std::shared_ptr<ActivityCounter> activity_;
+  const std::shared_ptr<HealthRecord> health_;
   std::mutex lastWindowValueQueue_;
 };
 

@@ -144,6 +144,33 @@ void EventTracker::clearCompletedEvents() {
   Log::debug("EventTracker - Cleared all tracked events");
 }
 
+void EventTracker::forgetBefore(platform::Clock::TimePoint instant) {
+  const std::lock_guard lock(eventsQueue_);
+  indexedRevision_.reset();
+  if (updateIndex() || !oldest_ || *oldest_ >= instant) {
+    return;
+  }
+  indexedRevision_.reset();
+  std::string text;
+  std::size_t forgotten = 0;
+  const auto take = [&](const TrackedEvent& event) {
+    const std::optional<std::string> json = event.timestamp >= instant ? encoded(event) : std::nullopt;
+    forgotten += json ? 0 : 1;
+    text += json ? (text.empty() ? "" : ",") + *json : "";
+  };
+  try {
+    if (!forEachStoredEvent(userDefaults_->data(completedEventsKey).value_or(""), take)) {
+      return;
+    }
+  } catch (const std::system_error& error) {
+    Log::error("EventTracker - Old events cannot be read now: {}", error.code().message());
+    return;
+  }
+  digest_.clear();  // first: it stands for bytes that move
+  storeSetting(*userDefaults_, completedEventsKey, platform::PropertyListValue::Data{"[" + text + "]"});
+  Log::debug("EventTracker - Forgot {} old events", forgotten);
+}
+
 Rules EventTracker::findCompletedConversionValues(const ConversionValues& values, Window currentWindow,
                                                   std::vector<Decision::Rule>* rules) {
   const std::lock_guard lock(eventsQueue_);
@@ -249,7 +276,9 @@ std::error_code EventTracker::updateIndex() {
 
 bool EventTracker::readIndex(const std::string& history) {
   index_.clear();
+  oldest_.reset();
   return forEachStoredEvent(history, [this](const TrackedEvent& event) {
+    oldest_ = oldest_.value_or(event.timestamp);
     if (addEvent(index_, event.name, event.revenue())) {
       digest_.add(event);
     }

@@ -69,6 +69,10 @@ class EventTracker {
 
   void clearCompletedEvents();
 
+  /// Takes events off the history that were tracked before, in one write: the others stay as they are. Looks at the
+  /// oldest one first, which mostly is not that old.
+  void forgetBefore(platform::Clock::TimePoint instant);
+
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the
   /// order of the configuration. They point into `values`. With `rules`, what is complete and what is missing of each
   /// value in the window is added there.
@@ -113,6 +117,7 @@ class EventTracker {
   static std::mutex eventsQueue_;
 
   RevenuesByName index_;
+  std::optional<platform::Clock::TimePoint> oldest_;  ///< the time of the first event, when the index was read
   CompletedRules completedRules_;
   HistoryDigest digest_;
   /// The stored value that the index describes; nothing when it has to be read first.

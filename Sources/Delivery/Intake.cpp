@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t blockSize = 32 * 1024;
 constexpr std::uint8_t noParameters = 0xff;
+using Size = std::uint32_t;  // of an event, in front of it
 
 // The bytes never leave the process, so numbers are as they lie in memory.
 class Writer {
@@ -79,8 +80,12 @@ static_assert(std::is_same_v<EventValue::Storage, std::variant<bool, std::int64_
 
 }  // namespace
 
-void Intake::put(const Event& event) {
+bool Intake::put(const Event& event, const QuillmarLimits& limits) {
   const std::lock_guard lock(mutex_);
+  const bool isFull = limits.queuedEvents > 0 && incomingCount_ >= limits.queuedEvents;
+  if (isFull && limits.drop == QuillmarLimits::Drop::newest) {
+    return false;
+  }
   if (incoming_.empty() || incoming_.back().size() >= blockSize) {
     incoming_.emplace_back().reserve(blockSize + 1024);
   }
@@ -88,6 +93,7 @@ void Intake::put(const Event& event) {
   const std::size_t before = block.size();
   try {
     Writer writer(block);
+    writer.number(Size{0});
     writer.number(event.at);
     writer.number(event.accepted);
     writer.text(event.name);
@@ -100,13 +106,32 @@ void Intake::put(const Event& event) {
     block.resize(before);
     throw;
   }
+  const auto size = static_cast<Size>(block.size() - before);
+  std::memcpy(block.data() + before, &size, sizeof size);
+  ++incomingCount_;
+  if (isFull) {
+    dropOldest();
+  }
+  return !isFull;
+}
+
+void Intake::dropOldest() noexcept {
+  std::size_t at = droppedUpTo_;
+  droppedUpTo_ += Reader(incoming_.front(), at).number<Size>();
+  --incomingCount_;
+  if (droppedUpTo_ == incoming_.front().size()) {
+    incoming_.pop_front();
+    droppedUpTo_ = 0;
+  }
 }
 
 std::optional<Intake::Event> Intake::take() {
   if (empty()) {
     return std::nullopt;
   }
-  Reader reader(taken_.front(), readUpTo_);
+  std::size_t at = readUpTo_;  // stays where it is when memory runs out
+  Reader reader(taken_.front(), at);
+  static_cast<void>(reader.number<Size>());
   Event event;
   event.at = reader.number<platform::Clock::TimePoint>();
   event.accepted = reader.number<bool>();
@@ -118,6 +143,8 @@ std::optional<Intake::Event> Intake::take() {
       event.parameters->insert_or_assign(std::move(name), reader.value());
     }
   }
+  readUpTo_ = at;
+  --takenCount_;
   if (readUpTo_ == taken_.front().size()) {
     taken_.pop_front();
     readUpTo_ = 0;
@@ -129,15 +156,19 @@ bool Intake::empty() {
   if (taken_.empty()) {
     const std::lock_guard lock(mutex_);
     taken_.swap(incoming_);
+    readUpTo_ = std::exchange(droppedUpTo_, 0);
+    takenCount_ = std::exchange(incomingCount_, 0);
   }
   return taken_.empty();
 }
 
-void Intake::clear() {
+std::uint64_t Intake::clear() {
   taken_.clear();
   readUpTo_ = 0;
   const std::lock_guard lock(mutex_);
   incoming_.clear();
+  droppedUpTo_ = 0;
+  return std::exchange(takenCount_, 0) + std::exchange(incomingCount_, 0);
 }
 
 }  // namespace quillmar

@@ -76,10 +76,14 @@ void Outbox::start(std::unique_ptr<OutboxUserProtocol> user) {
   user_ = std::move(user);
 }
 
-void Outbox::put(const Intake::Event& event) {
-  intake_.put(event);
+bool Outbox::put(const Intake::Event& event, HealthRecord::Passage& passage, const QuillmarLimits& limits) {
+  const bool hadRoom = intake_.put(event, limits);
+  if (hadRoom) {
+    passage.leave();  // else whichever has gone ends here: they are counted, not known
+  }
   mayHaveUntracked_.store(true);
   postFlush();
+  return hadRoom;
 }
 
 void Outbox::keepPurchase(std::string id, std::string name, std::string document) {
@@ -95,7 +99,7 @@ void Outbox::keepPurchase(std::string id, std::string name, std::string document
     if (!open()) {
       throw std::system_error(std::make_error_code(std::errc::io_error));
     }
-    static_cast<void>(writeAll({std::move(record)}, false));
+    static_cast<void>(writeAll({std::move(record)}, with_.health->begin(), false));
     tidyUp();
   });
   postFlush();
@@ -114,7 +118,9 @@ void Outbox::wake() {
 }
 
 void Outbox::clear() {
-  intake_.clear();
+  with_.health->resume(intake_.clear()).end(EventEnd::reset);
+  with_.health->resetKept();
+  begin_.reset();
   window_.clear();
   answered_.clear();
   marksAreDue_ = false;
@@ -163,7 +169,7 @@ void Outbox::flush() {
   bool more = false;
   with_.epoch->during(epoch, [&] {
     if (!user_->mayStore()) {
-      intake_.clear();
+      with_.health->resume(intake_.clear()).end(EventEnd::reset);
       return;
     }
     if (!open()) {
@@ -174,7 +180,9 @@ void Outbox::flush() {
       tracked = trackBacklog();
     }
     const bool isBacklog = store_.firstUntracked().has_value();
-    if (std::optional<std::string> last = writeAll(takeFresh(), mayTrack && !isBacklog)) {
+    HealthRecord::Passage passage = with_.health->resume(0);
+    std::vector<OutboxRecord> fresh = takeFresh(passage);
+    if (std::optional<std::string> last = writeAll(std::move(fresh), std::move(passage), mayTrack && !isBacklog)) {
       tracked = std::move(last);
     }
     tidyUp();
@@ -198,6 +206,9 @@ bool Outbox::open() {
   try {
     const bool wasEmpty = store_.first() > store_.last();
     store_.open();
+    if (!begin_) {
+      begin_ = store_.next();
+    }
     // What an earlier run has left is loaded when its turn comes.
     allLoaded_ = allLoaded_ && (!wasEmpty || store_.first() > store_.last());
     return true;
@@ -207,14 +218,16 @@ bool Outbox::open() {
   }
 }
 
-std::vector<OutboxRecord> Outbox::takeFresh() {
+std::vector<OutboxRecord> Outbox::takeFresh(HealthRecord::Passage& passage) {
   std::vector<OutboxRecord> fresh;
   while (fresh.size() < static_cast<std::size_t>(OutboxStore::chunkSize)) {
     std::optional<Intake::Event> event = intake_.take();
     if (!event) {
       break;
     }
+    passage.take();
     if (!event->accepted && !user_->accept(*event)) {
+      passage.endOne(EventEnd::switchedOff);
       continue;
     }
     OutboxRecord& record = fresh.emplace_back();
@@ -229,7 +242,8 @@ std::vector<OutboxRecord> Outbox::takeFresh() {
   return fresh;
 }
 
-std::optional<std::string> Outbox::writeAll(std::vector<OutboxRecord> fresh, bool track) {
+std::optional<std::string> Outbox::writeAll(std::vector<OutboxRecord> fresh, HealthRecord::Passage passage,
+                                            bool track) {
   std::vector<TrackedEvent> events;
   std::vector<std::size_t> marked;
   for (std::size_t i = 0; track && i < fresh.size(); ++i) {
@@ -245,6 +259,7 @@ std::optional<std::string> Outbox::writeAll(std::vector<OutboxRecord> fresh, boo
     return events.empty() ? store_.append(tails) : user_->track(events, tails);
   });
   if (!error) {
+    passage.keep();
     if (areMarksDue) {
       answered_.clear();
       marksAreDue_ = false;
@@ -259,6 +274,7 @@ std::optional<std::string> Outbox::writeAll(std::vector<OutboxRecord> fresh, boo
       change.records[i].tracked = false;
     }
     store_.holdOnTo(change.records);
+    passage.keep();
     admit(change.records);
   }
   return std::nullopt;
@@ -337,7 +353,7 @@ bool Outbox::dropExpired() {
   for (auto item = window_.begin(); item != window_.end();) {
     const auto next = std::next(item);
     if (item->second.record.event.timestamp < now - longestAge) {
-      drop(item, counts_.expired, "it is too old");
+      drop(item, counts_.expired, EventEnd::expired, "it is too old");
     }
     item = next;
   }
@@ -348,23 +364,38 @@ void Outbox::tidyUp() {
   store_.removeDone();
   while (store_.last() - store_.first() >= mostChunks) {
     try {
-      const std::int64_t dropped = store_.removeFirst();
-      counts_.displaced.fetch_add(static_cast<std::uint64_t>(dropped), std::memory_order_relaxed);
-      Log::error("Outbox - Dropped the {} oldest events: too many wait", dropped);
+      displaceFirst();
     } catch (const std::system_error& error) {
       Log::error("Outbox - Cannot be read now: {}", error.code().message());
       break;
     }
-    const Place first{store_.first(), 0};
-    window_.erase(window_.begin(), window_.lower_bound(first));
-    std::erase_if(answered_, [&first](const Place& place) { return place < first; });
   }
   unsent_.store(store_.unsent() - answered_.size(), std::memory_order_relaxed);
 }
 
-void Outbox::drop(std::map<Place, Item>::iterator item, std::atomic<std::uint64_t>& count, std::string_view why) {
+void Outbox::displaceFirst() {
+  const std::vector<OutboxRecord> dropped = store_.removeFirst();
+  counts_.displaced.fetch_add(dropped.size(), std::memory_order_relaxed);
+  Log::error("Outbox - Dropped the {} oldest events: too many wait", dropped.size());
+  for (const OutboxRecord& record : dropped) {
+    if (std::ranges::find(answered_, record.place) == answered_.end()) {  // else it has ended by its answer
+      with_.health->endKept(EventEnd::displaced, record.place < begin_);
+    }
+  }
+  const Place first{store_.first(), 0};
+  window_.erase(window_.begin(), window_.lower_bound(first));
+  std::erase_if(answered_, [&first](const Place& place) { return place < first; });
+}
+
+void Outbox::drop(std::map<Place, Item>::iterator item, std::atomic<std::uint64_t>& count, EventEnd how,
+                  std::string_view why) {
   Log::error("Outbox - Dropped event: {}: {}", item->second.record.event.name, why);
   count.fetch_add(1, std::memory_order_relaxed);
+  leave(item, how);
+}
+
+void Outbox::leave(std::map<Place, Item>::iterator item, EventEnd how) {
+  with_.health->endKept(how, item->first < begin_);
   answered_.push_back(item->first);
   window_.erase(item);
 }
@@ -470,10 +501,10 @@ std::optional<nanoseconds> Outbox::judge(const Place& place, const SendResult& r
   if (result.verdict == accepted || result.verdict == refused) {
     failures_ = 0;
     if (result.verdict == refused) {
-      drop(item, counts_.refused, result.why);
+      drop(item, counts_.refused, EventEnd::refused, result.why);
     } else {
-      answered_.push_back(place);
-      window_.erase(item);
+      with_.health->noteLogged(item->second.record.event.name);
+      leave(item, EventEnd::logged);
     }
     return std::nullopt;
   }

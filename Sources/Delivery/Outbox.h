@@ -15,6 +15,7 @@
 
 #include "Async/ActivityCounter.h"
 #include "Async/Epoch.h"
+#include "Async/HealthRecord.h"
 #include "Delivery/Intake.h"
 #include "Delivery/OutboxRecord.h"
 #include "Delivery/OutboxStore.h"
@@ -43,6 +44,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     std::shared_ptr<Epoch> epoch;
     std::shared_ptr<ActivityCounter> activity;  ///< counts writing
     std::shared_ptr<ActivityCounter> waits;     ///< counts pauses between attempts
+    std::shared_ptr<HealthRecord> health;
   };
 
   /// Whatever may go wrong for good, since the object was made.
@@ -72,8 +74,9 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
   /// in the log when it may not. Any thread.
   bool isMine();
 
-  /// Takes an event; it is written on the executor. Any thread; waits for nothing.
-  void put(const Intake::Event& event);
+  /// Takes an event; it is written on the executor. Any thread; waits for nothing. False when that was one too many,
+  /// and one has gone.
+  bool put(const Intake::Event& event, HealthRecord::Passage& passage, const QuillmarLimits& limits);
 
   /// Writes a purchase, on the calling thread, which is one of our own. Throws `std::system_error` when that cannot be
   /// done now.
@@ -112,16 +115,21 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
   // With the lock held.
   bool open();
-  std::vector<OutboxRecord> takeFresh();
+  /// `passage` takes over what is taken.
+  std::vector<OutboxRecord> takeFresh(HealthRecord::Passage& passage);
   /// The name of the last event that came into the history.
-  std::optional<std::string> writeAll(std::vector<OutboxRecord> fresh, bool track);
+  std::optional<std::string> writeAll(std::vector<OutboxRecord> fresh, HealthRecord::Passage passage, bool track);
   std::optional<std::string> trackBacklog();
   void logKept(const std::vector<OutboxRecord>& records);
   void admit(const std::vector<OutboxRecord>& records);
   void load();
   bool dropExpired();
   void tidyUp();
-  void drop(std::map<Place, Item>::iterator item, std::atomic<std::uint64_t>& count, std::string_view why);
+  void displaceFirst();
+  void drop(std::map<Place, Item>::iterator item, std::atomic<std::uint64_t>& count, EventEnd how,
+            std::string_view why);
+  /// Nothing more is sent of it.
+  void leave(std::map<Place, Item>::iterator item, EventEnd how);
   struct Sending {
     OutboxRecord record;
     std::shared_ptr<Attempt> attempt;
@@ -144,6 +152,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
   std::atomic<std::uint64_t> unsent_{0};
 
   OutboxStore store_;
+  std::optional<Place> begin_;    ///< earlier ones come from earlier runs
   std::map<Place, Item> window_;  ///< what is sent next, or on its way
   Place loaded_;                  ///< all up to here were in the window
   bool allLoaded_ = true;         ///< and there are no others

@@ -194,9 +194,14 @@ void OutboxStore::removeDone() {
   }
 }
 
-std::int64_t OutboxStore::removeFirst() {
-  static_cast<void>(read(first_));
-  const std::int64_t dropped = chunks_.at(first_).unsent;
+OutboxStore::Place OutboxStore::next() const {
+  const auto tail = chunks_.find(last_);
+  return tail == chunks_.end() ? Place{last_ + 1, 0} : Place{last_, tail->second.next};
+}
+
+std::vector<OutboxRecord> OutboxStore::removeFirst() {
+  std::vector<OutboxRecord> dropped = read(first_);
+  std::erase_if(dropped, [](const OutboxRecord& record) { return record.sent; });
   removeChunk();
   writeIndex();
   return dropped;

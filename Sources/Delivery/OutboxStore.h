@@ -63,8 +63,8 @@ class OutboxStore {
   /// Lets chunks go that are done, with all before them. The last one stays until it is full.
   void removeDone();
 
-  /// Lets the first chunk go, done or not. Gives the number of the records that were not sent.
-  std::int64_t removeFirst();
+  /// Lets the first chunk go, done or not. Gives the records that were not sent.
+  std::vector<OutboxRecord> removeFirst();
 
   /// Forgets all. A kill on the way does not bring a part back.
   void clear();
@@ -72,6 +72,9 @@ class OutboxStore {
   /// The chunks are those from the first to the last; there is none when the last comes before the first.
   std::int64_t first() const noexcept { return first_; }
   std::int64_t last() const noexcept { return last_; }
+
+  /// Where the next record comes, or a later place.
+  Place next() const;
 
   /// How many records are not sent. Of chunks that were not read yet, all.
   std::uint64_t unsent() const noexcept;

@@ -5,6 +5,7 @@
 
 #include "Facade/QuillmarCore.h"
 #include "Json/DecimalNumber.h"
+#include "Json/JsonWriter.h"
 #include "Json/MapText.h"
 #include "Json/Utf8.h"
 #include "Logging/Log.h"
@@ -39,45 +40,80 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
   return named;
 }
 
+/// What the host gave, as JSON.
+std::size_t bytesOf(const std::string& name, const std::optional<NamedParameters>& params) {
+  JsonWriter writer;
+  writer.beginObject().member("event_name", name);
+  for (const auto& [param, value] : params.value_or(NamedParameters())) {
+    const auto* const text = std::get_if<std::string>(&value.storage());
+    writer.member(param, text != nullptr ? *text : description(value));
+  }
+  return writer.endObject().take().size();
+}
+
 }  // namespace
 
 // The switch and the parameters count as they are when the host calls. Only a settings store that has yet to be opened,
 // which takes its time, is left to the queue.
 void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
-  counters_.sent.fetch_add(1, std::memory_order_relaxed);
   const std::uint64_t epoch = epoch_->current();  // before the look at consent: what comes after its end must not go on
-  if (!mayWork() && holdEvent(epoch, event, params)) {
+  HealthRecord::Passage passage = health_->begin();
+  NamedEvent named{repairedUtf8(std::move(event)), namedParameters(std::move(params)), std::move(passage)};
+  const QuillmarLimits limits = isLimited_.load(std::memory_order_relaxed) ? options().limits : QuillmarLimits();
+  if (limits.eventBytes > 0 && bytesOf(named.name, named.params) > limits.eventBytes) {
+    refuse(named.passage, EventEnd::tooLarge, limits.eventBytes);
     return;
   }
-  const Life life{weak_from_this(), epoch};
-  if (deliversReliably()) {
-    keep(std::move(event), std::move(params));
+  if (!mayWork() && holdEvent(epoch, named)) {
     return;
   }
-  if (!userDefaults_->isOpen()) {
-    acceptLater(life, std::move(event), std::move(params));
-  } else if (std::optional<NamedEvent> accepted = accept(std::move(event), std::move(params))) {
-    TaskQueue::MakeTask makeTask = [life, accepted = std::move(*accepted)]() mutable {
-      return processEvent(std::move(life), std::move(accepted.name), std::move(accepted.params));
-    };
-    eventProcessingQueue_->post(std::move(makeTask));
+  const bool isOpen = userDefaults_->isOpen();
+  if (isOpen && !isAccepted(named.name, named.params)) {
+    named.passage.end(EventEnd::switchedOff);
+    return;
+  }
+  enter({weak_from_this(), epoch}, std::move(named), isOpen, limits);
+}
+
+void QuillmarCore::enter(const Life& life, NamedEvent event, bool isAccepted, const QuillmarLimits& limits) {
+  if (!deliversReliably()) {
+    post({life, std::move(event), isAccepted ? processEvent : acceptEvent}, limits);
+  } else if (!outbox_->put({std::move(event.name), std::move(event.params), platform_.clock->now(), isAccepted},
+                           event.passage, limits)) {
+    refuse(event.passage, EventEnd::queuedLimit, limits.queuedEvents);
   }
 }
 
-void QuillmarCore::acceptLater(const Life& life, std::string event, std::optional<EventParameters> params) {
-  if (deliversReliably()) {
-    outbox_->put({std::move(event), namedParameters(std::move(params)), platform_.clock->now(), false});
+void QuillmarCore::post(Start start, const QuillmarLimits& limits) {
+  if (limits.queuedEvents == 0) {
+    eventProcessingQueue_->post(std::move(start));
     return;
   }
-  TaskQueue::MakeTask makeTask = [life, event = std::move(event), params = std::move(params)]() mutable {
-    return acceptEvent(std::move(life), std::move(event), std::move(params));
-  };
-  eventProcessingQueue_->post(std::move(makeTask));
+  TaskQueue::MakeTask dropped = eventProcessingQueue_->postWithin(
+      limits.queuedEvents, limits.drop == QuillmarLimits::Drop::oldest, std::move(start));
+  if (auto* const event = dropped.target<Start>()) {
+    refuse(event->event.passage, EventEnd::queuedLimit, limits.queuedEvents);
+  }
 }
 
-std::optional<QuillmarCore::NamedEvent> QuillmarCore::accept(std::string event, std::optional<EventParameters> params) {
-  NamedEvent named{repairedUtf8(std::move(event)), namedParameters(std::move(params))};
-  return isAccepted(named.name, named.params) ? std::optional(std::move(named)) : std::nullopt;
+void QuillmarCore::refuse(HealthRecord::Passage& passage, EventEnd how, std::size_t limit) {
+  constexpr std::chrono::minutes burst{1};
+  passage.end(how);
+  const auto now = platform_.clock->now();
+  {
+    const std::lock_guard lock(collaboratorsMutex_);
+    const auto [said, isFirst] = saidAt_.try_emplace(how, now);
+    if (!isFirst && now - said->second < burst && now >= said->second) {
+      return;
+    }
+    said->second = now;
+  }
+  if (how == EventEnd::tooLarge) {
+    Log::error("Quillmar - Refused an event of more than {} bytes; for a minute, others are only counted", limit);
+  } else {
+    Log::error("Quillmar - Dropped an event: more than {} {}; for a minute, others are only counted", limit,
+               how == EventEnd::parkedLimit ? "wait for the configuration" : "wait for their turn");
+  }
 }
 
 bool QuillmarCore::isAccepted(const std::string& name, const std::optional<NamedParameters>& params) {
@@ -108,22 +144,17 @@ void QuillmarCore::drop(const std::string& name, const Trace& trace) {
   skip(name, trace);
 }
 
-// To the outbox, which writes it on our own thread before anything else happens to it.
-void QuillmarCore::keep(std::string event, std::optional<EventParameters> params) {
-  Intake::Event named{repairedUtf8(std::move(event)), namedParameters(std::move(params)), platform_.clock->now(),
-                      userDefaults_->isOpen()};
-  if (!named.accepted || isAccepted(named.name, named.parameters)) {
-    outbox_->put(named);
-  }
-}
-
-Task<void> QuillmarCore::acceptEvent(Life life, std::string event, std::optional<EventParameters> params) {
+Task<void> QuillmarCore::acceptEvent(Life life, NamedEvent event) {
   std::shared_ptr<QuillmarCore> self = life.lock();
-  std::optional<NamedEvent> accepted = self ? self->accept(std::move(event), std::move(params)) : std::nullopt;
-  self.reset();
-  if (accepted) {
-    co_await processEvent(std::move(life), std::move(accepted->name), std::move(accepted->params));
+  if (!self) {
+    co_return;
   }
+  if (!self->isAccepted(event.name, event.params)) {
+    event.passage.end(EventEnd::switchedOff);
+    co_return;
+  }
+  self.reset();
+  co_await processEvent(std::move(life), std::move(event));
 }
 
 bool QuillmarCore::isConfigurationReady() const {
@@ -136,11 +167,11 @@ bool QuillmarCore::isConfigurationReady() const {
   return false;
 }
 
-void QuillmarCore::deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params) {
-  Log::debug("Event processing deferred - adding to pending queue: {}", name);
-  NamedEvent event{std::move(name), std::move(params)};
+void QuillmarCore::deferEvent(const Life& life, NamedEvent event) {
+  Log::debug("Event processing deferred - adding to pending queue: {}", event.name);
+  event.passage.setUnderWay(false);
   postInLife(*pendingEventsQueue_, life, [life, event = std::move(event)](QuillmarCore& self) mutable {
-    self.pendingEvents_.push_back(std::move(event));
+    self.park(std::move(event));
     self.pendingEventCount_.store(self.pendingEvents_.size(), std::memory_order_relaxed);
     Log::debug("Event added to pending queue. Total pending: {}", self.pendingEvents_.size());
     // The configuration may have come between the event's look at it and now; then nobody else would replay it.
@@ -148,6 +179,17 @@ void QuillmarCore::deferEvent(const Life& life, std::string name, std::optional<
       self.processPendingEvents(life);
     }
   });
+}
+
+void QuillmarCore::park(NamedEvent event) {
+  const QuillmarLimits limits = options().limits;
+  pendingEvents_.push_back(std::move(event));
+  if (limits.parkedEvents > 0 && pendingEvents_.size() > limits.parkedEvents) {
+    const bool dropsOldest = limits.drop == QuillmarLimits::Drop::oldest;
+    NamedEvent& dropped = dropsOldest ? pendingEvents_.front() : pendingEvents_.back();
+    refuse(dropped.passage, EventEnd::parkedLimit, limits.parkedEvents);
+    dropsOldest ? pendingEvents_.pop_front() : pendingEvents_.pop_back();
+  }
 }
 
 void QuillmarCore::processPendingEvents(const Life& life) {
@@ -158,11 +200,9 @@ void QuillmarCore::processPendingEvents(const Life& life) {
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
     Log::debug("Processing {} pending events", taken.size());
     while (!taken.empty()) {
-      TaskQueue::MakeTask makeTask = [life, event = std::move(taken.front())]() mutable {
-        return replayEvent(life, std::move(event));
-      };
+      Start start{life, std::move(taken.front()), replayEvent};
       taken.pop_front();
-      self.eventProcessingQueue_->post(std::move(makeTask));
+      self.eventProcessingQueue_->post(std::move(start));
     }
   });
 }
@@ -170,12 +210,15 @@ void QuillmarCore::processPendingEvents(const Life& life) {
 Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
   if (life.lock()) {
     Log::debug("Processing deferred event: {}", event.name);
-    co_await processEvent(std::move(life), std::move(event.name), std::move(event.params));
+    co_await processEvent(std::move(life), std::move(event));
   }
 }
 
 void QuillmarCore::emptyPendingEvents() {
   postInLife(*pendingEventsQueue_, thisLife(), [](QuillmarCore& self) {
+    for (NamedEvent& event : self.pendingEvents_) {
+      event.passage.end(EventEnd::reset);
+    }
     self.pendingEvents_.clear();
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
   });

@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "Facade/QuillmarCore.h"
-#include "Json/Utf8.h"
 #include "Logging/Log.h"
 
 namespace quillmar {
@@ -38,26 +37,29 @@ bool QuillmarCore::holdConfiguration(const Configuration& configuration) {
   return true;
 }
 
-bool QuillmarCore::holdEvent(std::uint64_t epoch, std::string event, std::optional<EventParameters> params) {
-  event = repairedUtf8(std::move(event));
+bool QuillmarCore::holdEvent(std::uint64_t epoch, NamedEvent& event) {
+  const std::string name = event.name;
+  const auto kept = std::make_shared<NamedEvent>(std::move(event));
   const Life life{weak_from_this(), epoch};
-  Consent::Call call = [life, event, params = std::move(params)](platform::Executor& /*startUp*/) {
+  Consent::Call call = [life, kept](platform::Executor& /*startUp*/) {
     if (const auto self = life.lock()) {
-      self->acceptLater(life, event, params);
+      self->enter(life, std::move(*kept), false, self->options().limits);
     }
   };
   switch (consent_->holdEvent(std::move(call), options().eventsHeldForConsent)) {
     case Consent::Held::no:
+      event = std::move(*kept);
       return false;
     case Consent::Held::yes:
-      Log::debug("Quillmar - Holding event until there is consent: {}", event);
+      Log::debug("Quillmar - Holding event until there is consent: {}", name);
       return true;
     case Consent::Held::full:
       break;
   }
   counters_.dropped.fetch_add(1, std::memory_order_relaxed);
-  Log::debug("Quillmar - No consent, dropping event: {}", event);
-  if (const Trace trace = traceOf(event)) {
+  kept->passage.end(EventEnd::noConsent);
+  Log::debug("Quillmar - No consent, dropping event: {}", name);
+  if (const Trace trace = traceOf(name)) {
     trace->end(Decision::Outcome::noConsent);
   }
   return true;

@@ -95,28 +95,33 @@ platform::Clock::TimePoint QuillmarCore::beginOf(Window window, platform::Clock:
                                    : Calendar(*platform_.clock).addingDays(firstRun, windowStart(window));
 }
 
-Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional<NamedParameters> params) {
+Task<void> QuillmarCore::processEvent(Life life, NamedEvent event) {
   std::shared_ptr<QuillmarCore> self = life.lock();
   if (!self) {
     co_return;
   }
-  const Trace trace = self->traceOf(name);
+  event.passage.setUnderWay(true);
+  const Trace trace = self->traceOf(event.name);
   if (self->isSwitchedOff()) {  // since it was accepted
-    self->drop(name, trace);
+    self->drop(event.name, trace);
+    event.passage.end(EventEnd::switchedOff);
     co_return;
   }
   if (SharedState::instance().getVerificationKeyInvalid()) {
     Log::error("Event processing skipped: verification key is considered invalid");
+    event.passage.end(EventEnd::keyInvalid);
     end(trace, Decision::Outcome::keyInvalid);
     co_return;
   }
   if (!self->isConfigurationReady()) {
-    self->deferEvent(life, std::move(name), std::move(params));
+    self->deferEvent(life, std::move(event));
     end(trace, Decision::Outcome::parked);
     co_return;
   }
   self.reset();
-  if (!co_await logToService(life, name, trace)) {
+  const std::string name = std::move(event.name);
+  Task<bool> logging = logToService(life, name, std::move(event.passage), trace);
+  if (!co_await std::move(logging)) {
     co_return;
   }
   self = life.lock();
@@ -142,7 +147,7 @@ Task<void> QuillmarCore::processEvent(Life life, std::string name, std::optional
                                                                    : Decision::Outcome::noConfiguration);
     co_return;
   }
-  Task<void> tracking = self->trackingQueue_->track(name, std::move(params), life.epoch);
+  Task<void> tracking = self->trackingQueue_->track(name, std::move(event.params), life.epoch);
   self.reset();
   co_await std::move(tracking);
   self = life.lock();
@@ -231,14 +236,17 @@ Task<EventLogResult> resultOfLogging(LogCall call) {
 }  // namespace
 
 // True when the event goes on: it was logged, or failed without being one failure too many.
-Task<bool> QuillmarCore::logToService(Life life, std::string name, Trace trace) {
+Task<bool> QuillmarCore::logToService(Life life, std::string name, HealthRecord::Passage passage, Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
   const auto repository = self ? self->eventServerLogRepository() : nullptr;
   if (!repository) {
+    if (self) {
+      passage.end(EventEnd::notAsked);
+    }
     co_return self != nullptr;
   }
   self.reset();
-  LogCall call = [repository, name = std::move(name)](EventServerLogRepositoryProtocol::Completion done) {
+  LogCall call = [repository, name](EventServerLogRepositoryProtocol::Completion done) {
     repository->logEvent(name, std::move(done));
   };
   const EventLogResult result = co_await resultOfLogging(std::move(call));
@@ -250,10 +258,13 @@ Task<bool> QuillmarCore::logToService(Life life, std::string name, Trace trace) 
     if (result.accepted) {
       SharedState::instance().resetConsecutiveAPIFailures();
       self->counters_.logged.fetch_add(1, std::memory_order_relaxed);
+      self->health_->noteLogged(name);
     }
+    passage.end(result.accepted ? EventEnd::logged : EventEnd::switchedOff);
     co_return true;
   }
   self->noteFailure(result);
+  passage.end(EventEnd::failed);
   const std::int64_t failures = SharedState::instance().incrementConsecutiveAPIFailures();
   if (failures >= Quillmar::maxConsecutiveFailures) {
     self->invalidateVerificationKey(failures);
@@ -352,6 +363,7 @@ std::shared_ptr<const ConversionValues> QuillmarCore::configurationFor(const Lif
 
 void QuillmarCore::invalidateVerificationKey(std::int64_t failures) {
   SharedState::instance().setVerificationKeyInvalid(true);
+  health_->noteChange();
   Log::error("Verification key considered invalid after {} consecutive failures", failures);
 }
 

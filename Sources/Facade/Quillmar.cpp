@@ -112,6 +112,10 @@ QuillmarStatistics Quillmar::statistics() const noexcept {
   return guarded("statistics", QuillmarStatistics(), [this] { return core_->statistics(); });
 }
 
+QuillmarHealth Quillmar::health() const noexcept {
+  return guarded("health", QuillmarHealth(), [this] { return core_->health(); });
+}
+
 QuillmarState Quillmar::state() const noexcept {
   return guarded("state", QuillmarState(), [this] { return core_->state(); });
 }
@@ -147,6 +151,10 @@ void Quillmar::setConversionTrackingManager(std::shared_ptr<ConversionTrackingMa
 
 void Quillmar::setDecisionObserver(DecisionObserver observer) noexcept {
   guarded("setDecisionObserver", [&] { core_->setDecisionObserver(std::move(observer)); });
+}
+
+void Quillmar::setHealthObserver(QuillmarHealthObserver observer) noexcept {
+  guarded("setHealthObserver", [&] { core_->setHealthObserver(std::move(observer)); });
 }
 
 bool Quillmar::useMock() noexcept {

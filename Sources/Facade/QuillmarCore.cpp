@@ -7,6 +7,7 @@
 #include "Conversion/RealSKAdNetwork.h"
 #include "Facade/KeptEvents.h"
 #include "Logging/Controls.h"
+#include "Logging/Guarded.h"
 #include "Logging/Log.h"
 #include "Platform/CompletePlatform.h"
 #include "Settings/EnabledFlag.h"
@@ -29,11 +30,12 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       epoch_(std::make_shared<Epoch>()),
       lifecycleQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.lifecycle")),
       eventExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.eventProcessing")),
+      health_(std::make_shared<HealthRecord>(epoch_, platform.clock, eventExecutor_)),
       mainExecutor_(platform.mainExecutor ? platform.mainExecutor : eventExecutor_),
       pendingEventsQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.pendingEvents")),
       conversionTrackingManager_(std::make_shared<ConversionTrackingManager>(
           userDefaults, std::make_shared<RealSKAdNetwork>(platform.storeKitAdNetwork, platform.device),
-          platform.adAttributionKit, platform.device, mainExecutor_, activity_)),
+          platform.adAttributionKit, platform.device, mainExecutor_, activity_, health_)),
       userDefaults_(std::move(userDefaults)),
       bundle_(std::move(bundle)),
       eventTracker_(std::make_shared<EventTracker>(userDefaults_, platform.clock)),
@@ -41,7 +43,7 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       conversionValueResolver_(std::make_shared<ConversionValueResolver>(userDefaults_)),
       eventProcessingQueue_(std::make_shared<TaskQueue>(eventExecutor_, eventsInFlight, activity_)),
       outbox_(std::make_shared<Outbox>(
-          Outbox::Surroundings{userDefaults_, platform.clock, eventExecutor_, epoch_, activity_, fetches_},
+          Outbox::Surroundings{userDefaults_, platform.clock, eventExecutor_, epoch_, activity_, fetches_, health_},
           OutboxStore::eventsKey)),
       consent_(Consent::of(userDefaults_)),
       erasure_(platform_, userDefaults_) {
@@ -65,6 +67,7 @@ void QuillmarCore::setOptions(const QuillmarOptions& options) {
     outbox_->start(std::make_unique<KeptEvents>(weak_from_this()));
   }
   reliableDelivery_.store(options.reliableDelivery, std::memory_order_release);
+  isLimited_.store(options.limits.queuedEvents > 0 || options.limits.eventBytes > 0, std::memory_order_relaxed);
   options_ = options;
   if (options.requireConsent) {
     consent_->require();
@@ -84,7 +87,7 @@ std::string QuillmarCore::quillmarVerificationKey() const {
 QuillmarStatistics QuillmarCore::statistics() const {
   const Outbox::Counts& outbox = outbox_->counts();
   const std::uint64_t parked = pendingEventCount() + consent_->heldEvents();
-  return {counters_.sent.load(),   counters_.dropped.load(), parked,
+  return {health_->sent(),         counters_.dropped.load(), parked,
           counters_.logged.load(), counters_.failed.load(),  outbox.kept.load(),
           outbox_->unsent(),       outbox.refused.load(),    outbox.expired.load(),
           outbox.displaced.load()};
@@ -103,6 +106,18 @@ QuillmarState QuillmarCore::state() const {
   state.enabled = isSDKEnabled(*userDefaults_);
   state.kept = outbox_->unsent();
   return state;
+}
+
+QuillmarHealth QuillmarCore::health() const {
+  QuillmarHealth health = health_->health(pendingEventCount() + consent_->heldEvents());
+  const auto lastFetch = mayWork() ? userDefaults_->date(Config::lastConversionValuesFetchTimestamp) : std::nullopt;
+  if (lastFetch) {
+    health.configurationAge = std::chrono::floor<std::chrono::seconds>(platform_.clock->now() - *lastFetch);
+  }
+  health.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
+  health.failuresInARow = SharedState::instance().getConsecutiveAPIFailures();
+  health.unsent = outbox_->unsent();
+  return health;
 }
 
 std::shared_ptr<ConversionValuesRepositoryProtocol> QuillmarCore::conversionValuesRepository() const {
@@ -150,6 +165,20 @@ void QuillmarCore::setDecisionObserver(DecisionObserver observer) {
   const std::lock_guard lock(collaboratorsMutex_);
   isObserved_.store(shared != nullptr, std::memory_order_relaxed);
   decisionObserver_.swap(shared);
+}
+
+void QuillmarCore::setHealthObserver(QuillmarHealthObserver observer) {
+  if (!observer) {
+    health_->observe(nullptr);
+    return;
+  }
+  health_->observe([weak = weak_from_this(), observer = std::move(observer)] {
+    guarded("The health observer", [&] {
+      if (const auto self = weak.lock()) {
+        observer(self->health());
+      }
+    });
+  });
 }
 
 QuillmarCore::Trace QuillmarCore::traceOf(const std::string& event) const {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -12,6 +13,7 @@
 
 #include "Async/ActivityCounter.h"
 #include "Async/Epoch.h"
+#include "Async/HealthRecord.h"
 #include "Async/SerialExecutor.h"
 #include "Async/Task.h"
 #include "Async/TaskQueue.h"
@@ -41,6 +43,13 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
 
     /// Null when the core is gone, or a reset has come.
     std::shared_ptr<QuillmarCore> lock() const;
+  };
+
+  /// What the host reported, as it goes on.
+  struct NamedEvent {
+    std::string name;
+    std::optional<NamedParameters> params;
+    HealthRecord::Passage passage;
   };
 
   /// Builds the event tracker, the resolver and the tracking manager, and directs the log to the platform's sink. Does
@@ -90,8 +99,8 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   std::optional<Window> getCurrentWindow() const;
   /// When a window begins that is the current one, or was.
   platform::Clock::TimePoint beginOf(Window window, platform::Clock::TimePoint firstRun) const;
-  /// Everything that happens to an accepted event. Its parameters are `testProcessEvent`'s too: it bypasses intake.
-  static Task<void> processEvent(Life life, std::string name, std::optional<NamedParameters> params);
+  /// Everything that happens to an accepted event. For `testProcessEvent`, too: it bypasses intake.
+  static Task<void> processEvent(Life life, NamedEvent event);
   static Task<void> checkLockWindowHours(Life life);
 
   // Reset (Reset.cpp).
@@ -115,6 +124,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   }
   QuillmarStatistics statistics() const;
   QuillmarState state() const;
+  QuillmarHealth health() const;
   bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
   bool waitUntilDelivered(std::chrono::milliseconds timeout);
 
@@ -128,6 +138,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   void setConversionTrackingManager(std::shared_ptr<ConversionTrackingManagerProtocol> manager);
 
   void setDecisionObserver(DecisionObserver observer);
+  void setHealthObserver(QuillmarHealthObserver observer);
 
   const std::shared_ptr<EventTracker>& eventTracker() const noexcept { return eventTracker_; }
 
@@ -136,10 +147,6 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
 
   bool deliversReliably() const { return reliableDelivery_.load(std::memory_order_acquire) && outbox_->isMine(); }
 
-  struct NamedEvent {
-    std::string name;
-    std::optional<NamedParameters> params;
-  };
   struct Configuration {
     std::string verificationKey;
     std::uint64_t epoch;
@@ -150,7 +157,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   // Consent. False: there is consent by now.
   bool holdConfiguration(const Configuration& configuration);
   /// Or drops it.
-  bool holdEvent(std::uint64_t epoch, std::string event, std::optional<EventParameters> params);
+  bool holdEvent(std::uint64_t epoch, NamedEvent& event);
 
   // Start-up.
   void beginConfiguring(Configuration configuration);
@@ -163,6 +170,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   /// The whole days since the first run. Records the first run, and gives nothing, when there was none.
   std::optional<std::int64_t> daysSinceFirstRun();
   void recordFirstRun();
+  void forgetOldEvents();
   void buildRepositories(const std::string& verificationKey);
   void registerForActivation(std::uint64_t epoch);
 
@@ -177,9 +185,19 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
 
   // Intake.
   using Trace = std::shared_ptr<DecisionTrace>;
-  /// What the host reported as it goes on; nothing when the service has switched the library off.
-  std::optional<NamedEvent> accept(std::string event, std::optional<EventParameters> params);
-  /// The same for one that has its name and parameters; says so in the log.
+  /// An event that waits for its turn.
+  struct Start {
+    Life life;
+    NamedEvent event;
+    Task<void> (*begin)(Life, NamedEvent);
+
+    Task<void> operator()() { return begin(std::move(life), std::move(event)); }
+  };
+
+  void post(Start start, const QuillmarLimits& limits);
+  /// Ends an event for a limit.
+  void refuse(HealthRecord::Passage& passage, EventEnd how, std::size_t limit);
+  /// False when the service has switched the library off; the log has either.
   bool isAccepted(const std::string& name, const std::optional<NamedParameters>& params);
   /// With `strictSwitch`: the service has switched the library off, and what is on its way stops.
   bool isSwitchedOff() const;
@@ -187,19 +205,19 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   void skip(const std::string& name, const Trace& trace) const;
   /// The same for one that the service has not been told of.
   void drop(const std::string& name, const Trace& trace);
-  void keep(std::string event, std::optional<EventParameters> params);
-  /// Leaves the look at an event to its queue.
-  void acceptLater(const Life& life, std::string event, std::optional<EventParameters> params);
+  /// The road of an event that has passed the door; `isAccepted`: its switch has been looked at.
+  void enter(const Life& life, NamedEvent event, bool isAccepted, const QuillmarLimits& limits);
   void wakeOutbox();
-  static Task<void> acceptEvent(Life life, std::string event, std::optional<EventParameters> params);
+  static Task<void> acceptEvent(Life life, NamedEvent event);
   static Task<void> replayEvent(Life life, NamedEvent event);
-  void deferEvent(const Life& life, std::string name, std::optional<NamedParameters> params);
+  void deferEvent(const Life& life, NamedEvent event);
+  void park(NamedEvent event);
   void emptyPendingEvents();
 
   // Pipeline.
   /// The record of an event that begins its way; null when nobody observes.
   Trace traceOf(const std::string& event) const;
-  static Task<bool> logToService(Life life, std::string name, Trace trace);
+  static Task<bool> logToService(Life life, std::string name, HealthRecord::Passage passage, Trace trace);
   void noteFailure(const EventLogResult& result);
   /// What the history and the configuration say now.
   struct Chosen {
@@ -229,6 +247,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   const std::shared_ptr<Epoch> epoch_;
   const std::shared_ptr<SerialExecutor> lifecycleQueue_;  ///< start-up, activations, fetches
   const std::shared_ptr<SerialExecutor> eventExecutor_;   ///< the pipeline
+  const std::shared_ptr<HealthRecord> health_;
   const std::shared_ptr<platform::Executor> mainExecutor_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
@@ -241,9 +260,11 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   std::atomic<bool> hasFetchedConversionValues_{false};
 
   std::atomic<bool> isObserved_{false};  ///< spares events the mutex
+  std::atomic<bool> isLimited_{false};   ///< likewise
 
   mutable std::mutex collaboratorsMutex_;
   QuillmarOptions options_;
+  std::map<EventEnd, platform::Clock::TimePoint> saidAt_;  ///< what `refuse` has logged
   std::shared_ptr<const DecisionObserver> decisionObserver_;
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository_;
   std::shared_ptr<VerificationKeyRepositoryProtocol> verificationKeyRepository_;
@@ -266,7 +287,6 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   std::atomic<bool> reliableDelivery_{false};  ///< set when the outbox has been started, which it publishes
 
   struct Counters {
-    std::atomic<std::uint64_t> sent{0};
     std::atomic<std::uint64_t> dropped{0};
     std::atomic<std::uint64_t> logged{0};
     std::atomic<std::uint64_t> failed{0};

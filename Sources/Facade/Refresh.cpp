@@ -158,6 +158,7 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
     }
     if (!error) {
       if (self->epoch_->during(life.epoch, [&] { self->markFetched(); })) {
+        self->health_->noteFetch({});
         self->processPendingEvents(life);
         self.reset();
         co_await checkLockWindowHours(std::move(life));
@@ -165,6 +166,7 @@ Task<void> QuillmarCore::fetchWithRetry(Life life, int maxAttempts, double delay
       co_return;
     }
     failure = textualDescription(error);
+    self->health_->noteFetch(failure);
     Log::error("Failed to fetch conversion values: {}. Attempt: {}", failure, attempt + 1);
     if (attempt < maxAttempts - 1) {
       const std::chrono::nanoseconds wait(static_cast<std::int64_t>(delaySeconds * std::exp2(attempt) * 1e9));

@@ -38,6 +38,7 @@ void QuillmarCore::resetNow() {
     platform_.notifications->removeObserver(observer);
   }
   emptyPendingEvents();
+  health_->noteChange();  // the key counts as valid again
   Log::debug("Quillmar - SDK state reset");
 }
 

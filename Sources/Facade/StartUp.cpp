@@ -77,6 +77,7 @@ bool QuillmarCore::prepareInBackground(const std::string& verificationKey) {
   auto keyRepository = std::make_shared<VerificationKeyRepository>(quillMarDefaults(platform_.userDefaults));
   setVerificationKeyRepository(keyRepository);
   keyRepository->save(verificationKey);
+  forgetOldEvents();  // also when the library stays off
 
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
@@ -101,6 +102,7 @@ void QuillmarCore::configureSynchronously(const std::string& verificationKey, st
 }
 
 bool QuillmarCore::prepareSynchronously(const std::string& verificationKey) {
+  forgetOldEvents();
   const std::optional<std::int64_t> days = daysSinceFirstRun();
   if (days) {
     if (*days > synchronousDaysLimit) {
@@ -136,6 +138,12 @@ std::optional<std::int64_t> QuillmarCore::daysSinceFirstRun() {
   }
   recordFirstRun();
   return std::nullopt;
+}
+
+void QuillmarCore::forgetOldEvents() {
+  if (const int days = options().limits.historyDays; days > 0) {
+    eventTracker_->forgetBefore(platform_.clock->now() - std::chrono::hours(24) * days);
+  }
 }
 
 void QuillmarCore::recordFirstRun() {

@@ -13,6 +13,7 @@
 #include "quillmar/Decision.h"
 #include "quillmar/EventServerLogRepositoryProtocol.h"
 #include "quillmar/Export.h"
+#include "quillmar/Health.h"
 #include "quillmar/LogLevel.h"
 #include "quillmar/QuillmarOptions.h"
 #include "quillmar/VerificationKeyRepositoryProtocol.h"
@@ -155,6 +156,9 @@ class QUILLMAR_API Quillmar {
   /// May open the settings store on the calling thread. Without consent that is needed, tells of nothing stored.
   QuillmarState state() const noexcept;
 
+  /// Where each event is, and what is wrong. May open the settings store on the calling thread.
+  QuillmarHealth health() const noexcept;
+
   /// Replaceable collaborators. The repositories are null until `configure` has built them, and each `configure` builds
   /// them anew.
   /// @{
@@ -173,6 +177,12 @@ class QUILLMAR_API Quillmar {
   /// reset overtakes leaves no record. The records of earlier events may still come to the observer that was there
   /// before. What the observer throws is logged. Without one, nothing is recorded, and nothing costs anything.
   void setDecisionObserver(DecisionObserver observer) noexcept;
+
+  /// Observes the health from now on; null: nobody does. Called on the event queue, one call at a time, a tenth of a
+  /// second after the first of the changes that it is told of, once for all until then: an event ended otherwise than
+  /// by its log, a fetch of the configuration failed or succeeded, the platform answered, the key became invalid, a
+  /// reset came. `drain` does not wait for it. What the observer throws is logged.
+  void setHealthObserver(QuillmarHealthObserver observer) noexcept;
 
   /// Answers every request with a built-in document instead of asking the service, and configures on the calling
   /// thread. The document is no answer to the configuration request: events stay parked. It shows that a host is wired

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "quillmar/Export.h"
 #include "quillmar/QuillmarOptions.h"
@@ -23,6 +24,24 @@ struct QuillmarASAAttributionStatistics {
   /// In the outbox right now when `QuillmarOptions::reliableDelivery` is on, those of earlier runs included, and in
   /// none of the other counts. One that the service refuses for good, or that got too old, counts as failed.
   std::uint64_t unsent = 0;
+};
+
+/// How the attribution is, for a screen or an alarm.
+struct QuillmarASAAttributionHealth {
+  /// What became of the record that is fetched once.
+  enum class State : std::uint8_t {
+    notEnabled,   ///< tracking was never enabled
+    noKey,        ///< there was no verification key: see `enableASAAttributionTracking`
+    switchedOff,  ///< not fetched: `QuillmarOptions::strictSwitch`
+    fetching,
+    waiting,  ///< an attempt failed, and another one is yet to come, unless tracking is disabled
+    failed,   ///< and is tried again by the next enabling
+    stored
+  };
+
+  State state = State::notEnabled;
+  std::string error;       ///< why the last attempt to fetch it failed; empty when none has
+  bool listening = false;  ///< for subscription updates
 };
 
 /// Fetches the search-ads attribution of the installation, once, and reports subscription purchases together with it.
@@ -68,6 +87,9 @@ class QUILLMAR_API QuillmarASAAttribution {
 
   /// The counts so far.
   QuillmarASAAttributionStatistics statistics() const noexcept;
+
+  /// How the attribution is. Reads no disk.
+  QuillmarASAAttributionHealth health() const noexcept;
 
  private:
   friend class QuillmarASAAttributionCore;

@@ -1,8 +1,38 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace quillmar {
+
+/// How much the library takes on. 0 is no bound, as usual; what is dropped is counted in `QuillmarHealth` by its cause,
+/// and said once a burst in the log, at the level error.
+///
+/// The largest answer of a service has its bound in `platform::DefaultPlatformOptions::maxAnswerBytes`.
+struct QuillmarLimits {
+  /// Which event goes when one more than the bound comes.
+  enum class Drop : std::uint8_t { oldest, newest };
+
+  /// How many events may be parked: wait for the configuration, in memory.
+  std::size_t parkedEvents = 0;
+
+  /// How many events may wait for their turn, in memory, behind the 64 that are on their way; with `reliableDelivery`
+  /// for the disk. Events that are parked no longer do not count.
+  std::size_t queuedEvents = 0;
+
+  /// For the two above. With `reliableDelivery`, events that are being written stay: the bound then holds for those
+  /// behind them.
+  Drop drop = Drop::oldest;
+
+  /// `configure` forgets events of the history that are older than so many days, in one step: a kill leaves the old
+  /// history or the new. 36 are all that can matter to a conversion value; with fewer, rules do without what was
+  /// forgotten. Costs the reading of the whole history when there is something to forget.
+  int historyDays = 0;
+
+  /// The largest event, in bytes: its name and its parameters as JSON. A larger one is refused when it is sent. A
+  /// request has the name, and some 200 bytes of identifiers.
+  std::size_t eventBytes = 0;
+};
 
 /// What goes beyond the library's usual behaviour. All of it is off at first.
 struct QuillmarOptions {
@@ -80,6 +110,8 @@ struct QuillmarOptions {
 
   /// So many events that come before consent are held, in memory, and count when it is granted. Others are dropped.
   std::size_t eventsHeldForConsent = 0;
+  /// Bounds of what the library holds.
+  QuillmarLimits limits = {};
 };
 
 }  // namespace quillmar

@@ -83,6 +83,10 @@ class CInterface : public testing::Test, protected FacadeHarness {
 
 TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   EXPECT_EQ(quillmar_set_log_level(instance, QUILLMAR_LOG_INFO), QUILLMAR_OK);
+  static int told = 0;
+  const quillmar_health_observer observer{sizeof observer, nullptr, [](void*) { told = -1; },
+                                          [](void*, const quillmar_health* now) { told += now->size == sizeof *now; }};
+  EXPECT_EQ(quillmar_set_health_observer(instance, &observer), QUILLMAR_OK);
   EXPECT_EQ(quillmar_configure(instance, "the-key"), QUILLMAR_OK);
   settle();
   const quillmar_parameter oddlyTrue{"revenue", QUILLMAR_VALUE_BOOLEAN, {.integer = 2}};
@@ -102,6 +106,14 @@ TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   EXPECT_EQ(quillmar_copy_app_id(instance, text, sizeof text), 5u);
   EXPECT_STREQ(text, "app") << "as much as there is room for";
   EXPECT_EQ(quillmar_copy_verification_key(instance, nullptr, 0), 7u);
+  quillmar_health health{};
+  health.size = sizeof health;
+  EXPECT_EQ(quillmar_get_health(instance, &health), QUILLMAR_OK);
+  EXPECT_TRUE(health.sent == 3 && health.logged == 3 && health.last_platform_answer == QUILLMAR_ANSWER_SUCCESS);
+  EXPECT_EQ(quillmar_copy_health_text(instance, QUILLMAR_HEALTH_LOGGED_EVENT, nullptr, 0), 7u) << "session";
+  EXPECT_GT(told, 0);
+  EXPECT_EQ(quillmar_set_health_observer(instance, nullptr), QUILLMAR_OK);
+  EXPECT_EQ(told, -1) << "released";
 
   EXPECT_EQ(quillmar_attribution_enable(attribution), QUILLMAR_OK);
   settle();
@@ -111,6 +123,9 @@ TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   update.transaction_error = "not signed";
   EXPECT_EQ(quillmar_subscription_listener_post(listener, &update), QUILLMAR_OK);
   settle();
+  quillmar_attribution_health stored{sizeof stored, 0, false};
+  EXPECT_EQ(quillmar_attribution_get_health(attribution, &stored), QUILLMAR_OK);
+  EXPECT_TRUE(stored.status == QUILLMAR_ATTRIBUTION_STORED && stored.listening);
   quillmar_attribution_statistics purchases{};
   purchases.size = sizeof purchases;
   EXPECT_EQ(quillmar_attribution_get_statistics(attribution, &purchases), QUILLMAR_OK);
@@ -144,6 +159,12 @@ TEST_F(CInterface, refusesWhatItCannotTakeAndDoesNothingThen) {
   EXPECT_EQ(quillmar_set_log_level(instance, 4), invalid);
   EXPECT_EQ(quillmar_logger_set_level(-1), invalid);
   EXPECT_EQ(quillmar_configure(instance, nullptr), invalid);
+  quillmar_options options{};
+  options.size = sizeof options;
+  options.drop = 2;
+  EXPECT_EQ(quillmar_set_options(instance, &options), invalid);
+  const quillmar_health_observer deaf{sizeof deaf, nullptr, nullptr, nullptr};
+  EXPECT_EQ(quillmar_set_health_observer(instance, &deaf), invalid);
   EXPECT_EQ(quillmar_platform_create(nullptr, nullptr), invalid);
   EXPECT_EQ(quillmar_create(nullptr, &instance), invalid);
   platform->members.clock = nullptr;

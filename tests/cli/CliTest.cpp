@@ -51,6 +51,8 @@ TEST(Options, refusesWhatCannotBeUsedAndNamesTheOptionAndTheValue) {
       {"run", "--service", {"ftp://localhost", "http://example.com", "http://127.0.0.1.example.com", "https://"}},
       {"run", "--service", {"http://localhost@example.com", "http://localhost:80@example.com", "https://a.b/api"}},
       {"run", "--service", {"http://128.0.0.1", "http://localhost:0", "http://localhost:65536", "http://[::2]:80"}},
+      {"run", "--max-queued", {"0", "-1", "x"}},
+      {"run", "--drop", {"old"}},
       {"serve", "--port", {"65536", "-1", "80x"}},
   };
   for (const auto& [command, option, values] : rows) {
@@ -78,6 +80,8 @@ TEST(Options, takesWhatIsMeant) {
   EXPECT_EQ(keyOf("--key-file=" + (folder / "key")), "of file");
   EXPECT_EQ(keyOf("--key=k"), "k");
   ::unsetenv("QUILLMAR_KEY");
+  EXPECT_EQ(run("--drop", "newest").library.limits.drop, QuillmarLimits::Drop::newest);
+  EXPECT_EQ(run("--max-event-bytes", "7").library.limits.eventBytes, 7u);
   EXPECT_EQ(run("--drain-timeout", "0.25").drainTimeout, std::chrono::milliseconds(250));
   for (const auto& [text, length] : {std::pair("3d2h", 266400), {"-1h30m", -5400}, {"+90s", 90}, {"1d1h1m1s", 90061}}) {
     EXPECT_EQ(run("--clock-offset", text).clockOffset, std::chrono::seconds(length));
@@ -129,6 +133,7 @@ constexpr const char* configuration = R"({
 TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
   const test::TemporaryFolder folder;
   SimulateOptions options{.config = folder / "config.json", .events = "script"};
+  options.health = true;
   std::ofstream(options.config) << configuration;
   std::ostringstream errors;
   const auto simulate = [&] {
@@ -149,7 +154,8 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
             "window 1: only a coarse value counts here\n",
             "4d +1 +stay +Stay +adAttributionKit: fine 7, coarse high +ignored: the window is locked\n",
             "4d +1 +.n.u001b", "1 +window at 2d +3d and 4d +no value +coarse high +fine 40 +fine 40\n",
-            "2 +lock at 2d +3d and 8d +- +coarse high +coarse high +coarse high\n"));
+            "2 +lock at 2d +3d and 8d +- +coarse high +coarse high +coarse high\n",
+            "Events ended +4 logged\nLast logged +late at 2026-02-06T09:00:00Z\n"));
   EXPECT_THAT(errors.str(), AllOf(HasSubstr("quillmar: script:2: $.at: 30m is earlier"),
                                   HasSubstr("quillmar: script:6: $.at: 37d is after the end")));
   options.json = true;
@@ -167,7 +173,8 @@ TEST(SimulateCommand, livesALifeTheSameWayEachTime) {
                               R"("finalizedBy":"window","earliest":"3d","latest":"4d"}})")));
   EXPECT_THAT(lines.substr(lines.find("{\"final\":")),
               AllOf(HasSubstr(R"("lockedAt":"2d")"), HasSubstr(R"("key":"Stay")"), HasSubstr(R"("last":null)"),
-                    HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)")));
+                    HasSubstr(R"("logged":4)"), HasSubstr(R"("GET /ios/config":37)"), HasSubstr("\n{\"health\":{"),
+                    HasSubstr(R"("lastLogged":{"event":"late",)")));
   std::ofstream(options.config) << R"({"values":[{}]})";
   EXPECT_THAT(simulate, ThrowsMessage<UsageError>(HasSubstr("--config: " + options.config)));
 }

@@ -26,6 +26,18 @@ class ExecutorContract : public testing::TestWithParam<bool> {
 
 INSTANTIATE_TEST_SUITE_P(PoolAndManual, ExecutorContract, testing::Bool());
 
+TEST(ThreadPool, namesItsThreads) {
+  ThreadPoolExecutor pool(1);
+  std::latch named(1);
+  pool.post([&named] {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    EXPECT_STREQ(name, "quillmar-work");
+    named.count_down();
+  });
+  named.wait();
+}
+
 TEST_P(ExecutorContract, eachItemOfManyThreadsRunsOnceAndNotInsidePost) {
   std::vector<std::atomic<int>> runs(16'000);
   std::atomic<std::size_t> next{0};

@@ -68,6 +68,21 @@ TEST_F(EventTrackerTest, onePartWithAllItsEventsIsEnough) {
   EXPECT_FALSE(tracker_.areEventsCompleted({"a", "b"}));
 }
 
+TEST_F(EventTrackerTest, forgetsWhatIsOldWithItsDigest) {
+  for (int i = 0; i < 450; ++i) {
+    tracker_.trackEvent(i < 100 ? "old" : "new", std::nullopt);
+    clock_->advance(i == 99 ? 100s
+                            : 0s);  // all records are of one length: the digest's bytes come to lie on others like them
+  }
+  tracker_.forgetBefore(clock_->now());
+  EXPECT_EQ(tracker_.getAllTrackedEvents().size(), 350u);
+  tracker_.trackEvent("behind", std::nullopt);
+  EventTracker other(store_, clock_);
+  for (EventTracker* const tracker : {&tracker_, &other}) {
+    EXPECT_THAT(tracker->getTrackedEventNames(), ElementsAre("behind", "new"));
+  }
+}
+
 TEST_F(EventTrackerTest, remembersWhatIsCompleteOnlyWhileTheHistoryGrows) {
   test::RandomRules random(7);
   EventTracker other(store_, clock_);

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "support/AttributionHarness.h"
+#include "support/HealthSum.h"
 
 namespace quillmar::test {
 namespace {
@@ -97,6 +98,8 @@ TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
   EXPECT_FALSE(install.logged("fetch"));
   EXPECT_EQ(install.quillmar->statistics().parked, 2u);
   EXPECT_EQ(install.quillmar->statistics().dropped, 1u);
+  EXPECT_EQ(install.quillmar->health().parked, 2u);
+  EXPECT_EQ(install.quillmar->health().count(EventEnd::noConsent), 1u);
   EXPECT_FALSE(install.quillmar->waitUntilDelivered(0ms));
 
   install.quillmar->grantConsent();
@@ -136,6 +139,7 @@ TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
   install.simulated.subscriptionUpdates->post(subscriptionUpdate(2));
   install.advance(24h);
   EXPECT_THAT(install.stored(), testing::IsEmpty()) << "answers have come";
+  EXPECT_EQ(sumOf(install.quillmar->health()), 3u);
   EXPECT_EQ(install.simulated.http->requests().size(), requests);
   EXPECT_EQ(install.calls().size(), calls);
 

@@ -164,6 +164,33 @@ TEST(OutboxKills, atEachChangeOfTheSettingsLoseNothingThatWasKept) {
   }
 }
 
+TEST(HistoryByAge, isForgottenInOneStep) {
+  bool wasKilled = true;
+  for (int changes = 0; wasKilled; ++changes) {
+    Disk disk;
+    {
+      Process process(disk, false);
+      process.configure();
+      process.send("old");
+      process.advance(days(10));
+      process.send("new");
+    }
+    disk.changesLeft = changes;
+    const auto begin = [&disk] {
+      auto next = std::make_unique<Process>(disk, false);
+      next->simulated.clock->setNow(startOfTests + days(10));
+      next->quillmar->setOptions({.limits = {.historyDays = 5}});
+      next->configure();
+      return next;
+    };
+    begin();
+    wasKilled = std::exchange(disk.isDead, false);
+    disk.changesLeft = -1;
+    EXPECT_THAT(Process(disk, false).tracked(), AnyOf(ElementsAre("old", "new"), ElementsAre("new"))) << changes;
+    EXPECT_THAT(begin()->tracked(), ElementsAre("new")) << changes;
+  }
+}
+
 class OutboxLife : public Test {
  protected:
   OutboxLife() { process.configure(); }

@@ -135,6 +135,41 @@ json::object toJson(const QuillmarState& state) {
           {"keyValid", state.verificationKeyValid}};
 }
 
+json::object toJson(const QuillmarHealth& health) {
+  json::object ended;
+  for (std::size_t i = 0; i < eventEndCount; ++i) {
+    ended[rawValue(static_cast<EventEnd>(i))] = health.ended[i];
+  }
+  json::object record;
+  record["configurationAge"] =
+      health.configurationAge ? json::value(health.configurationAge->count()) : json::value(nullptr);
+  record["fetchError"] = orNull(health.fetchError);
+  record["keyValid"] = health.verificationKeyValid;
+  record["failuresInARow"] = health.failuresInARow;
+  record["sent"] = health.sent;
+  record["inherited"] = health.inherited;
+  record["queued"] = health.queued;
+  record["underWay"] = health.underWay;
+  record["parked"] = health.parked;
+  record["kept"] = health.kept;
+  record["ended"] = std::move(ended);
+  record["unsent"] = health.unsent;
+  record["lastLogged"] = nullptr;
+  if (const auto& logged = health.lastLogged) {
+    record["lastLogged"] = json::object{{"event", logged->name}, {"at", timestamp(logged->at)}};
+  }
+  record["lastPlatformCall"] = nullptr;
+  if (const auto& call = health.lastPlatformCall) {
+    const char* const answer = name(call->answer);
+    record["lastPlatformCall"] =
+        json::object{{"interface", call->interface},
+                     {"at", timestamp(call->at)},
+                     {"answer", answer != nullptr ? json::value(answer) : json::value(nullptr)},
+                     {"error", orNull(call->error)}};
+  }
+  return {{"health", std::move(record)}};
+}
+
 json::object toJson(const std::map<std::string, std::uint64_t>& counts) {
   json::object object;
   for (const auto& [name, count] : counts) {

@@ -48,6 +48,8 @@ boost::json::object toJson(const QuillmarStatistics& statistics);
 boost::json::object outboxToJson(const QuillmarStatistics& statistics);
 boost::json::object toJson(const QuillmarASAAttributionStatistics& statistics);
 boost::json::object toJson(const QuillmarState& state);
+/// Where each event is, and what is wrong; the line is {"health":{...}}.
+boost::json::object toJson(const QuillmarHealth& health);
 boost::json::object toJson(const std::map<std::string, std::uint64_t>& counts);
 
 }  // namespace quillmar::cli

@@ -31,13 +31,14 @@ json::value valueJson(const std::optional<SentValue>& value) {
                       {"completedEvents", json::value_from(value->completedEvents)}};
 }
 
-/// The report as JSON Lines, the last of which is {"final":{...}}.
+/// The report as JSON Lines, the last of which is {"final":{...}}, or {"health":{...}} if it is wanted.
 class JsonReport final : public SimulationReport {
  public:
   explicit JsonReport(std::ostream& output) : writer_(output) {}
 
   void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
     explain_ = options.explain;
+    health_ = options.health;
     json::object line;
     line["simulation"] = json::object{{"osVersion", options.osVersion},
                                       {"days", options.days},
@@ -114,11 +115,15 @@ class JsonReport final : public SimulationReport {
     json::object line;
     line["final"] = std::move(final);
     writer_.write(line);
+    if (health_) {
+      writer_.write(toJson(install.quillmar().health()));
+    }
   }
 
  private:
   JsonLineWriter writer_;
   bool explain_ = false;
+  bool health_ = false;
 };
 
 }  // namespace

@@ -86,6 +86,9 @@ be used.)";
 const std::map<std::string, LogLevel> logLevels = {
     {"off", LogLevel::off}, {"error", LogLevel::error}, {"debug", LogLevel::debug}, {"info", LogLevel::info}};
 
+const std::map<std::string, QuillmarLimits::Drop> drops = {{"oldest", QuillmarLimits::Drop::oldest},
+                                                           {"newest", QuillmarLimits::Drop::newest}};
+
 const std::map<std::string, simulated::SignedAd> ads = {{"skan3", simulated::SignedAd::skAdNetwork3},
                                                         {"skan4", simulated::SignedAd::skAdNetwork4},
                                                         {"aak", simulated::SignedAd::adAttributionKit}};
@@ -218,6 +221,22 @@ void addLibraryOptions(CLI::App& command, QuillmarOptions& options) {
       ->capture_default_str();
   command.add_flag("--platform-windows", options.platformWindows,
                    "choose the window by the platform's hours in place of local days");
+  QuillmarLimits& limits = options.limits;
+  const auto addLimit = [&command](const char* name, std::size_t& target, const char* help) {
+    command.add_option(name, target, help)->check(CLI::Range(1, 1'000'000'000))->type_name("COUNT");
+  };
+  addLimit("--max-parked", limits.parkedEvents, "how many events may wait for the configuration");
+  addLimit("--max-queued", limits.queuedEvents, "how many events may wait for their turn");
+  addLimit("--max-event-bytes", limits.eventBytes, "the largest event; a larger one is refused");
+  command.add_option("--history-days", limits.historyDays, "forget events of the history that are older, at the start")
+      ->check(CLI::Range(1, 36500))
+      ->type_name("DAYS");
+  command
+      .add_option_function<std::string>(
+          "--drop", [&limits](const std::string& name) { limits.drop = drops.at(name); },
+          "which event goes when too many wait")
+      ->check(CLI::IsMember(drops))
+      ->default_str("oldest");
 }
 
 std::string keyFromFile(const std::string& path, const std::string& events) {
@@ -307,6 +326,7 @@ void addRun(CLI::App& app, RunOptions& run, std::string& keyFile) {
   command.add_flag("--mock", run.mock,
                    "the library's mock mode: no service is asked, so events wait for a configuration");
   command.add_flag("--explain", run.explain, "print, for each event, what became of it and why");
+  command.add_flag("--health", run.health, "print, at the end, where each event is and what is wrong");
   addLibraryOptions(command, run.library);
 }
 
@@ -375,6 +395,7 @@ void addSimulate(CLI::App& app, SimulateOptions& simulate) {
   command.add_flag("--json", simulate.json, "print JSON Lines in place of the table");
   addPage(command, simulate.html);
   command.add_flag("--explain", simulate.explain, "tell, below each event, what became of it and why");
+  command.add_flag("--health", simulate.health, "tell, at the end, where each event is and what is wrong");
   command
       .add_option_function<std::int64_t>(
           "--service-down", [&simulate](std::int64_t count) { simulate.serviceDown = std::chrono::seconds(count); },

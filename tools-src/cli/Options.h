@@ -34,6 +34,7 @@ struct RunOptions {
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
   bool explain = false;
+  bool health = false;
   QuillmarOptions library = {};
 };
 
@@ -60,6 +61,7 @@ struct SimulateOptions {
   bool json = false;
   std::string html = {};  ///< a file; empty: no page
   bool explain = false;
+  bool health = false;
 };
 
 struct CheckOptions {

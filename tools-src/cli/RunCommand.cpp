@@ -134,6 +134,9 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   boost::json::object line;
   line["summary"] = std::move(summary);
   writer->write(line);
+  if (options_.health) {
+    writer->write(toJson(quillmar->health()));
+  }
   writer->close();
   return lines.badLines() == 0 ? 0 : 1;
 }

@@ -22,6 +22,7 @@ class TextReport final : public SimulationReport {
   void begin(const SimulateOptions& options, const SimulatedInstall& install) override {
     ad_ = install.rules().ad();
     explain_ = options.explain;
+    health_ = options.health;
     line("{} of an install on system version {}, first launched at {}, by an ad signed for {}",
          counted(static_cast<std::size_t>(options.days), "day"), options.osVersion,
          timestamp(SimulatedInstall::firstLaunch()), rawValue(ad_));
@@ -85,6 +86,9 @@ class TextReport final : public SimulationReport {
       requests += fmt::format("{} {} x {}", requests.empty() ? "" : ",", count, endpoint);
     }
     line("Requests:{}", requests);
+    if (health_) {
+      tellHealth(install.quillmar().health());
+    }
     output_.flush();
   }
 
@@ -104,6 +108,30 @@ class TextReport final : public SimulationReport {
     }
   }
 
+  void tellHealth(const QuillmarHealth& health) {
+    line("");
+    line("{:<16} {}", "Configuration",
+         health.configurationAge ? "fetched " + formatDuration(*health.configurationAge) + " ago" : "none");
+    line("{:<16} {}", "Last fetch", health.fetchError.empty() ? "no error" : health.fetchError);
+    line("{:<16} {}, {} in a row", "Key", health.verificationKeyValid ? "valid" : "invalid",
+         counted(static_cast<std::size_t>(health.failuresInARow), "failure"));
+    line("{:<16} {} queued, {} under way, {} parked, {} kept", "Events waiting", health.queued, health.underWay,
+         health.parked, health.kept);
+    std::string ended;
+    for (std::size_t i = 0; i < eventEndCount; ++i) {
+      if (health.ended[i] > 0) {
+        ended += fmt::format("{}{} {}", ended.empty() ? "" : ", ", health.ended[i], rawValue(static_cast<EventEnd>(i)));
+      }
+    }
+    line("{:<16} {}", "Events ended", ended.empty() ? "none" : ended);
+    line("{:<16} {}", "Last logged",
+         health.lastLogged ? health.lastLogged->name + " at " + timestamp(health.lastLogged->at) : "none");
+    const auto& call = health.lastPlatformCall;
+    line("{:<16} {}", "Last call",
+         call ? call->interface + " at " + timestamp(call->at) + (call->error.empty() ? "" : ": " + call->error)
+              : "none");
+  }
+
   void row(const std::string& time, const std::string& window, const std::string& step, const std::string& completed,
            const std::string& sent, const std::string& verdict) {
     line("{:<11} {:<8} {:<24} {:<18} {:<46} {}", time, window, step, completed, sent, verdict);
@@ -119,6 +147,7 @@ class TextReport final : public SimulationReport {
 
   std::ostream& output_;
   bool explain_ = false;
+  bool health_ = false;
   simulated::SignedAd ad_ = simulated::SignedAd::skAdNetwork3;
 };
 

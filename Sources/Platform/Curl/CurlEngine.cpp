@@ -12,6 +12,7 @@
 #include "Platform/Curl/CurlProcess.h"
 #include "Platform/Curl/SocketPairs.h"
 #include "Platform/OwnProcess.h"
+#include "Platform/ThreadName.h"
 #include "quillmar/platform/URLError.h"
 
 namespace quillmar::platform {
@@ -107,6 +108,7 @@ void CurlEngine::wake() noexcept {
 }
 
 void CurlEngine::run() noexcept {
+  nameThisThread("quillmar-http");
   bool broken = false;
   while (!isStopping()) {
     {

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/ThreadName.h"
+
 namespace quillmar::platform {
 
 struct ThreadPoolExecutor::State {
@@ -34,6 +36,7 @@ struct ThreadPoolExecutor::State {
     try {
       state->threads.emplace_back([state] {
         leaveSignalsToTheHost();
+        nameThisThread("quillmar-work");
         startThread(state);
         state->context.run();
       });

@@ -107,6 +107,42 @@ enum {
   QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM = 14,
 };
 
+/// Which event goes when one more than a bound comes.
+typedef int32_t quillmar_drop;
+enum {
+  QUILLMAR_DROP_OLDEST = 0,
+  QUILLMAR_DROP_NEWEST = 1,
+};
+
+/// What the platform said.
+typedef int32_t quillmar_answer;
+enum {
+  QUILLMAR_ANSWER_NONE = 0,
+  QUILLMAR_ANSWER_SUCCESS = 1,
+  QUILLMAR_ANSWER_FAILURE = 2,
+};
+
+/// How the search-ads attribution is; see `quillmar::QuillmarASAAttributionHealth`.
+typedef int32_t quillmar_attribution_status;
+enum {
+  QUILLMAR_ATTRIBUTION_NOT_ENABLED = 0,
+  QUILLMAR_ATTRIBUTION_NO_KEY = 1,
+  QUILLMAR_ATTRIBUTION_SWITCHED_OFF = 2,
+  QUILLMAR_ATTRIBUTION_FETCHING = 3,
+  QUILLMAR_ATTRIBUTION_WAITING = 4,
+  QUILLMAR_ATTRIBUTION_FAILED = 5,
+  QUILLMAR_ATTRIBUTION_STORED = 6,
+};
+
+/// The texts of a health.
+typedef int32_t quillmar_health_text;
+enum {
+  QUILLMAR_HEALTH_FETCH_ERROR = 0,     ///< why the last fetch of the configuration failed
+  QUILLMAR_HEALTH_LOGGED_EVENT = 1,    ///< the name of the last event that the service accepted
+  QUILLMAR_HEALTH_PLATFORM_CALL = 2,   ///< the interface of the last call of the platform
+  QUILLMAR_HEALTH_PLATFORM_ERROR = 3,  ///< the platform's words for a failure of that
+};
+
 typedef struct quillmar_platform quillmar_platform;        ///< what is outside of the library
 typedef struct quillmar_instance quillmar_instance;        ///< `quillmar::Quillmar`
 typedef struct quillmar_attribution quillmar_attribution;  ///< `quillmar::QuillmarASAAttribution`
@@ -151,9 +187,14 @@ typedef struct quillmar_options {
   bool platform_windows;
   bool require_consent;
   size_t events_held_for_consent;
+  uint64_t max_parked_events;  ///< this and what follows: see `quillmar::QuillmarLimits`; 0: no bound
+  uint64_t max_queued_events;
+  uint64_t max_event_bytes;
+  int32_t history_days;
+  quillmar_drop drop;
 } quillmar_options;
 
-/// Before `quillmar_configure`.
+/// Before `quillmar_configure`. Refused: an unknown `drop`, and negative `history_days`.
 QUILLMAR_API quillmar_status quillmar_set_options(quillmar_instance* instance, const quillmar_options* options);
 
 /// The user agrees; see `quillmar::Quillmar::grantConsent`.
@@ -234,6 +275,60 @@ typedef struct quillmar_state {
 /// May open the settings store on the calling thread.
 QUILLMAR_API quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state);
 
+/// Where each event is, and what is wrong; see `quillmar::QuillmarHealth`. Times are in seconds since 1970. Each event
+/// is in exactly one of the counts from `queued` to `too_large`; their sum is `sent` + `inherited`.
+typedef struct quillmar_health {
+  size_t size;
+  int64_t configuration_age_seconds;  ///< since the last good fetch; -1 before the first
+  bool verification_key_valid;
+  int64_t failures_in_a_row;
+  uint64_t unsent;
+  double last_logged_at;         ///< when the service last accepted an event; 0: none so far
+  double last_platform_call_at;  ///< 0: none so far
+  quillmar_answer last_platform_answer;
+  uint64_t sent;
+  uint64_t inherited;
+  uint64_t queued;
+  uint64_t under_way;
+  uint64_t parked;
+  uint64_t kept;
+  uint64_t logged;  ///< this and what follows: the event has ended; see `quillmar::EventEnd`
+  uint64_t failed;
+  uint64_t not_asked;
+  uint64_t switched_off;
+  uint64_t no_consent;
+  uint64_t key_invalid;
+  uint64_t reset;
+  uint64_t lost;
+  uint64_t refused;
+  uint64_t expired;
+  uint64_t displaced;
+  uint64_t parked_limit;
+  uint64_t queued_limit;
+  uint64_t too_large;
+} quillmar_health;
+
+/// Fills `health` as far as its size goes. May open the settings store on the calling thread.
+QUILLMAR_API quillmar_status quillmar_get_health(const quillmar_instance* instance, quillmar_health* health);
+
+/// One of `quillmar_health_text`, empty when there is nothing to say; copied as by `quillmar_copy_app_id`.
+QUILLMAR_API size_t quillmar_copy_health_text(const quillmar_instance* instance, quillmar_health_text text,
+                                              char* buffer, size_t capacity);
+
+/// Is told of the health when something has changed that an alarm wants to know; see
+/// `quillmar::Quillmar::setHealthObserver`.
+typedef struct quillmar_health_observer {
+  size_t size;
+  void* context;
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// Called on the event queue, one call at a time. Required.
+  void (*changed)(void* context, const quillmar_health* health);
+} quillmar_health_observer;
+
+/// `observer` may be null: nobody is told from now on.
+QUILLMAR_API quillmar_status quillmar_set_health_observer(quillmar_instance* instance,
+                                                          const quillmar_health_observer* observer);
+
 /// The app's identifier as the service confirmed it. As much as there is
 /// room for is copied, and a zero behind it. Gives the length of the whole text, without the zero; 0 when there is
 /// none. `buffer` may be null when `capacity` is 0.
@@ -313,6 +408,21 @@ typedef struct quillmar_attribution_statistics {
 /// Fills `statistics` as far as its size goes.
 QUILLMAR_API quillmar_status quillmar_attribution_get_statistics(const quillmar_attribution* attribution,
                                                                  quillmar_attribution_statistics* statistics);
+
+/// How the attribution is; see `quillmar::QuillmarASAAttributionHealth`.
+typedef struct quillmar_attribution_health {
+  size_t size;
+  quillmar_attribution_status status;
+  bool listening;  ///< for subscription updates
+} quillmar_attribution_health;
+
+/// Fills `health` as far as its size goes.
+QUILLMAR_API quillmar_status quillmar_attribution_get_health(const quillmar_attribution* attribution,
+                                                             quillmar_attribution_health* health);
+
+/// Why the last attempt to fetch the attribution failed; copied as by `quillmar_copy_app_id`.
+QUILLMAR_API size_t quillmar_attribution_copy_error(const quillmar_attribution* attribution, char* buffer,
+                                                    size_t capacity);
 
 // The platform.
 

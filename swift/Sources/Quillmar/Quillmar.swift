@@ -145,6 +145,36 @@ public final class Quillmar: Sendable {
       sent: counts.sent, dropped: counts.dropped, parked: counts.parked, logged: counts.logged, failed: counts.failed)
   }
 
+  /// Where each event is, and what is wrong. May open the settings on the calling thread.
+  public var health: QuillmarHealth {
+    var health = quillmar_health()
+    health.size = MemoryLayout.size(ofValue: health)
+    quillmar_get_health(handle.pointer, &health)
+    return QuillmarHealth(health) { part in
+      text { quillmar_copy_health_text(handle.pointer, quillmar_health_text(part), $0, $1) }
+    }
+  }
+
+  /// Observes the health from now on; nil: nobody does. Called in the background, a tenth of a second after the first of
+  /// the changes that it is told of, once for all until then.
+  public func setHealthObserver(_ observer: (@Sendable (QuillmarHealth) -> Void)?) {
+    guard let observer else {
+      quillmar_set_health_observer(handle.pointer, nil)
+      return
+    }
+    register(HealthWatch(self, observer)) { context in
+      var table = quillmar_health_observer()
+      table.size = MemoryLayout.size(ofValue: table)
+      table.context = context
+      table.release = releaseContext
+      table.changed = { pointer, _ in
+        guard let watch = object(at: pointer, as: HealthWatch.self), let quillmar = watch.quillmar else { return }
+        watch.observer(quillmar.health)
+      }
+      return quillmar_set_health_observer(handle.pointer, &table)
+    }
+  }
+
   /// Waits until the service has accepted every event sent so far, for at most `timeout` seconds. True when it has;
   /// false also as soon as waiting cannot help. Not for the main thread of an app.
   public func waitUntilDelivered(timeout: TimeInterval) -> Bool {
@@ -189,4 +219,15 @@ public final class Quillmar: Sendable {
 
   /// The version of the library, such as "2.0.0".
   public static var version: String { String(cString: quillmar_version()) }
+}
+
+/// What an observer of the health is registered with: the instance, weakly, since it holds the observer.
+private final class HealthWatch: @unchecked Sendable {
+  weak var quillmar: Quillmar?
+  let observer: @Sendable (QuillmarHealth) -> Void
+
+  init(_ quillmar: Quillmar, _ observer: @escaping @Sendable (QuillmarHealth) -> Void) {
+    self.quillmar = quillmar
+    self.observer = observer
+  }
 }

@@ -41,6 +41,15 @@ public final class QuillmarASAAttribution: Sendable {
     quillmar_attribution_disable(handle.pointer)
   }
 
+  /// How the attribution is, and why the last attempt to fetch it failed; nil when none has.
+  public var health: (status: AttributionStatus, error: String?) {
+    var health = quillmar_attribution_health()
+    health.size = MemoryLayout.size(ofValue: health)
+    quillmar_attribution_get_health(handle.pointer, &health)
+    let error = text { quillmar_attribution_copy_error(handle.pointer, $0, $1) }
+    return (AttributionStatus(rawValue: health.status) ?? .notEnabled, error.isEmpty ? nil : error)
+  }
+
   /// How many subscription updates went which way since the instance was made.
   public var statistics: QuillmarASAAttributionStatistics {
     var counts = quillmar_attribution_statistics()

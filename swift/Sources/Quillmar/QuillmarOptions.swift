@@ -1,5 +1,31 @@
 import CQuillmar
 
+/// How much the library takes on. 0 is no bound, as usual; what is dropped is counted in `QuillmarHealth` by its cause.
+public struct QuillmarLimits: Equatable, Sendable {
+  /// Which event goes when one more than the bound comes.
+  public enum Drop: Int32, Sendable {
+    case oldest, newest
+  }
+
+  /// How many events may wait for the configuration, in memory.
+  public var parkedEvents: UInt64 = 0
+
+  /// How many events may wait for their turn, in memory; with `reliableDelivery` for the disk.
+  public var queuedEvents: UInt64 = 0
+
+  /// For the two above.
+  public var drop = Drop.oldest
+
+  /// `configure` forgets events of the history that are older than so many days. 36 are all that can matter to a
+  /// conversion value.
+  public var historyDays: UInt16 = 0
+
+  /// The largest event, in bytes: its name and its parameters as JSON. A larger one is refused.
+  public var eventBytes: UInt64 = 0
+
+  public init() {}
+}
+
 /// What goes beyond the library's usual behaviour. All of it is off at first.
 public struct QuillmarOptions: Equatable, Sendable {
   /// Keeps each event, and each purchase, on disk until the service has accepted it, over restarts too. What fails for a
@@ -52,6 +78,9 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// Chooses the window as the platform does, by the hours since the first run: 48, 168 and 840.
   public var platformWindows = false
 
+  /// Bounds of what the library holds.
+  public var limits = QuillmarLimits()
+
   public init() {}
 
   var forC: quillmar_options {
@@ -71,6 +100,11 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.platform_windows = platformWindows
     options.require_consent = requireConsent
     options.events_held_for_consent = max(eventsHeldForConsent, 0)
+    options.max_parked_events = limits.parkedEvents
+    options.max_queued_events = limits.queuedEvents
+    options.max_event_bytes = limits.eventBytes
+    options.history_days = Int32(limits.historyDays)
+    options.drop = limits.drop.rawValue
     return options
   }
 }

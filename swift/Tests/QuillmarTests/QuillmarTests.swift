@@ -9,6 +9,8 @@ final class QuillmarTests: LibraryTestCase {
     XCTAssertNil(events.state.appId)
     let key = String(repeating: "ключ", count: 100)  // longer than a buffer of the usual size
     events.logLevel = .debug
+    let told = Locked(0)
+    events.setHealthObserver { health in told.with { $0 += health.configurationAge == nil ? 0 : 1 } }
     events.configure(key)
     XCTAssertTrue(events.drain(timeout: 30))
     XCTAssertEqual(events.quillmarVerificationKey, key)
@@ -19,6 +21,8 @@ final class QuillmarTests: LibraryTestCase {
         window: 0, appId: "app-1", isInitialized: true, hasFetchedConversionValues: true, isEnabled: true,
         isVerificationKeyValid: true))
     XCTAssertEqual(events.logLevel, .debug)
+    XCTAssertTrue(eventually { told.with { $0 > 0 } })
+    events.setHealthObserver(nil)
     Quillmar.isVerificationKeyInvalid = true
     Quillmar.consecutiveAPIFailures = 9
     XCTAssertFalse(events.state.isVerificationKeyValid)
@@ -52,6 +56,8 @@ final class QuillmarTests: LibraryTestCase {
     Quillmar.shared.sendEvent(event: "session")
     XCTAssertTrue(Quillmar.shared.waitUntilDelivered(timeout: 30))
     XCTAssertTrue(Quillmar.shared.drain(timeout: 30))
+    XCTAssertEqual(Quillmar.shared.health.lastLogged?.name, "session")
+    XCTAssertEqual(Quillmar.shared.health.ended[.logged], Quillmar.shared.statistics.logged)
     XCTAssertEqual(server.requests.map(\.headers["authorization"]), ["shared-key", "shared-key"])
   }
 }
