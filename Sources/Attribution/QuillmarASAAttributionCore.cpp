@@ -14,6 +14,7 @@
 #include "Network/AppleSearchAdsApiClient.h"
 #include "Network/EventsApiClient.h"
 #include "Network/NetworkManager.h"
+#include "Network/UserAgent.h"
 #include "Persistence/ASAAttributionTrackingRepository.h"
 #include "Persistence/ASADataPersistence.h"
 #include "Persistence/EventsRepository.h"
@@ -49,6 +50,7 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       bundle_(std::move(bundle)),
       userDefaults_(std::move(userDefaults)),
       outboxExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.purchaseOutbox")),
+      gate_(std::make_shared<NetworkGate>(platform.http, outboxExecutor_)),
       outbox_(std::make_shared<Outbox>(
           Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, std::make_shared<Epoch>(), activity_,
                                std::make_shared<ActivityCounter>()},
@@ -57,6 +59,7 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
 }
 
 QuillmarASAAttributionCore::~QuillmarASAAttributionCore() {
+  gate_->abandon();
   for (const auto observer : observers_) {
     platform_.notifications->removeObserver(observer);
   }
@@ -126,14 +129,15 @@ void QuillmarASAAttributionCore::enableASAAttributionTracking() {
 }
 
 void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey, const QuillmarOptions& options) {
-  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
+  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(gate_);
   auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
       networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)), options);
   auto persistence = std::make_shared<ASADataPersistence>(platform_.files, std::nullopt, options);
   set(asaAttributionTrackingRepository_,
       std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence)));
   auto eventsClient = std::make_shared<EventsApiClient>(
-      networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)));
+      networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)),
+      options.sendUserAgent ? userAgentOf(bundle_) : std::string());
   set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
 }
 
@@ -268,6 +272,11 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
       co_return;
     }
   }
+}
+
+bool QuillmarASAAttributionCore::drain(std::chrono::milliseconds timeout) {
+  gate_->warnWhileClosed();
+  return activity_->waitUntilIdle(deadlineAfter(timeout));
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const noexcept {

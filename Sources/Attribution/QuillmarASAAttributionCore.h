@@ -14,6 +14,7 @@
 #include "Attribution/PurchaseInterceptorProtocol.h"
 #include "Attribution/PurchaseProcessorProtocol.h"
 #include "Delivery/Outbox.h"
+#include "Network/NetworkGate.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
 #include "quillmar/QuillmarASAAttribution.h"
@@ -39,7 +40,8 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   void enableASAAttributionTracking();
   void disableASAAttributionTracking();
 
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
+  void setNetworkPaused(bool paused) { gate_->setClosed(paused); }
+  bool drain(std::chrono::milliseconds timeout);
   QuillmarASAAttributionStatistics statistics() const noexcept;
 
   // Null until tracking is enabled; the last two again when it has been disabled.
@@ -104,6 +106,7 @@ class QuillmarASAAttributionCore : public std::enable_shared_from_this<QuillmarA
   const platform::Bundle bundle_;
   const std::shared_ptr<platform::UserDefaults> userDefaults_;
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
+  const std::shared_ptr<NetworkGate> gate_;
   const std::shared_ptr<Outbox> outbox_;
   QuillmarOptions options_;                                          // guarded by mutex_
   std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise

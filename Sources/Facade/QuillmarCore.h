@@ -21,6 +21,7 @@
 #include "Delivery/Outbox.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
+#include "Network/NetworkGate.h"
 #include "quillmar/Quillmar.h"
 
 namespace quillmar {
@@ -104,7 +105,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   }
   QuillmarStatistics statistics() const;
   QuillmarState state() const;
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
+  void setNetworkPaused(bool paused) { gate_->setClosed(paused); }
+  bool drain(std::chrono::milliseconds timeout);
   bool waitUntilDelivered(std::chrono::milliseconds timeout);
 
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const;
@@ -211,6 +213,7 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   const std::shared_ptr<SerialExecutor> lifecycleQueue_;  ///< start-up, activations, fetches
   const std::shared_ptr<SerialExecutor> eventExecutor_;   ///< the pipeline
   const std::shared_ptr<platform::Executor> mainExecutor_;
+  const std::shared_ptr<NetworkGate> gate_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
   std::string quillmarVerificationKey_;  // guarded by collaboratorsMutex_

@@ -10,6 +10,7 @@ namespace quillmar {
 // What was begun before ends without effect: a fetch, an activation, a call of `configure`, an event on its way.
 void QuillmarCore::reset() {
   std::vector<platform::NotificationCenter::ObserverId> observers;
+  NetworkGate::Requests held;  // their tasks go with it, outside the lock
   epoch_->raise([&] {
     {
       const std::lock_guard lock(collaboratorsMutex_);
@@ -32,6 +33,7 @@ void QuillmarCore::reset() {
       outbox_->clear();  // before the history: what a kill leaves must not come back there
     }
     eventTracker_->clearCompletedEvents();
+    held = gate_->takeHeld();
   });
   for (const auto observer : observers) {
     platform_.notifications->removeObserver(observer);

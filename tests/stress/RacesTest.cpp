@@ -54,7 +54,7 @@ simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
   return answer;
 }
 
-constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true, true, true, true, true};
+constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true, true, true, true, true, true};
 
 class Races : public testing::TestWithParam<bool> {
  protected:
@@ -98,6 +98,7 @@ class Races : public testing::TestWithParam<bool> {
         [&] { simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round))); },
         [&] {  // gone before what it started is done
           const auto passing = make();
+          passing->setNetworkPaused(random() % 2 == 0);
           passing->sendEvent("before configure");
           passing->configure("key three");
           passing->sendEvent("session");
@@ -107,6 +108,10 @@ class Races : public testing::TestWithParam<bool> {
           quillmar_->setDecisionObserver(random() % 4 == 0 ? DecisionObserver() : observe);
         },
         [&] { QuillmarFactory::createQuillmarASAAttribution(platform_)->enableASAAttributionTracking(); },
+        [&] {
+          quillmar_->setNetworkPaused(random() % 2 == 0);
+          attribution_->setNetworkPaused(random() % 2 == 0);
+        },
         [&] {
           quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
           static_cast<void>(quillmar_->state());
@@ -142,6 +147,8 @@ TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
     });
   }
   threads.clear();
+  quillmar_->setNetworkPaused(false);
+  attribution_->setNetworkPaused(false);
   attribution_->disableASAAttributionTracking();
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));

@@ -43,8 +43,13 @@ struct SubscriptionStep {
   platform::SubscriptionStatusUpdate update;
 };
 
-using Step =
-    std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, AttributionStep, SubscriptionStep>;
+/// Holds requests back, or lets them go on.
+struct NetworkStep {
+  bool pause;
+};
+
+using Step = std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, AttributionStep,
+                          SubscriptionStep, NetworkStep>;
 
 struct InputLine {
   Step step;

@@ -66,6 +66,9 @@ std::string nameOf(const Step& step) {
   if (std::holds_alternative<ActivateStep>(step)) {
     return "activate";
   }
+  if (const auto* network = std::get_if<NetworkStep>(&step)) {
+    return network->pause ? "pause" : "resume";
+  }
   return std::holds_alternative<ResetStep>(step) ? "reset" : "configure";
 }
 

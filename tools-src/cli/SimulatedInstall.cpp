@@ -112,6 +112,8 @@ StepResult SimulatedInstall::perform(const Step& step) {
     simulated_.notifications->post(activate->notification);
   } else if (const auto* configure = std::get_if<ConfigureStep>(&step)) {
     quillmar_->configure(configure->key);
+  } else if (const auto* network = std::get_if<NetworkStep>(&step)) {
+    quillmar_->setNetworkPaused(network->pause);
   } else if (std::holds_alternative<ResetStep>(step)) {
     quillmar_->reset();
   }

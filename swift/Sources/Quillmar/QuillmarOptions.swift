@@ -24,6 +24,10 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// whose logs fail, ten in a row, invalidate the key without it.
   public var useStoredConfiguration = false
 
+  /// Says in the header "User-Agent" of requests to the event service who asks: name and version of the app's bundle, and
+  /// of the library. The attribution service is not told.
+  public var sendUserAgent = false
+
   /// Of a rule with one complete half, sends, ranks and locks by that half only.
   public var onlyCompleteHalves = false
 
@@ -62,6 +66,7 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.skip_repeated_updates = skipRepeatedUpdates
     options.skip_repeated_locks = skipRepeatedLocks
     options.platform_windows = platformWindows
+    options.send_user_agent = sendUserAgent
     return options
   }
 }
