@@ -182,12 +182,14 @@ TEST(Loopback, optionsMeetWhatServicesReallySay) {
   service.start();
   const TemporaryFolder data;
   const auto clock = std::make_shared<simulated::ManualClock>(std::chrono::system_clock::now());
+  std::unique_ptr<Host> host;
   const auto launch = [&](const QuillmarOptions& options) {
-    return std::make_unique<Host>(data.path(), service.url(), LogLevel::info, options, clock);
+    host.reset();
+    host = std::make_unique<Host>(data.path(), service.url(), LogLevel::info, options, clock);
   };
   const auto waits = [&] { return clock->pendingTimers() == 1; };
-  auto host = launch({});
-  const auto attribution = QuillmarFactory::createQuillmarASAAttribution(host->platform);
+  launch({});
+  auto attribution = QuillmarFactory::createQuillmarASAAttribution(host->platform);
   attribution->setOptions({.liveAttribution = true});
   attribution->enableASAAttributionTracking();
   for (const auto& [status, retryAfter, wait] : attempts) {
@@ -202,15 +204,15 @@ TEST(Loopback, optionsMeetWhatServicesReallySay) {
     return content(data / "documents/asa_attribution_data.json") ==
            R"({"attribution":true,"campaignId":"542370539","orgId":"40669820"})";
   }));
-  attribution->disableASAAttributionTracking();
+  attribution.reset();
 
   configStatus = 503;
-  host = launch({.useStoredConfiguration = true});
+  launch({.useStoredConfiguration = true});
   host->send("purchase");
   EXPECT_THAT(host->adNetwork->calls(), SizeIs(1));
   clock->cancelAll();
 
-  host = launch({.strictSwitch = true});
+  launch({.strictSwitch = true});
   host->send("purchase");
   configStatus = 200;
   enabled = false;
