@@ -251,7 +251,8 @@ void addLogRequest() {
   const auto folder = std::make_shared<Folder>();
   add("log request", [folder, store = openStore(folder->path())](State& state) {
     const auto executor = std::make_shared<simulated::ManualExecutor>();
-    const auto manager = std::make_shared<NetworkManager>(std::make_shared<InstantTransport>(executor));
+    const auto manager = std::make_shared<NetworkManager>(
+        std::make_shared<NetworkGate>(std::make_shared<InstantTransport>(executor), executor));
     const auto client = std::make_shared<EventServerLogApiClient>(manager, "bench-key", store, "http://127.0.0.1:1");
     const auto log = [](std::shared_ptr<EventServerLogApiClient> api) -> Task<void> {
       static_cast<void>(co_await api->logEvent(eventName, ""));

@@ -31,6 +31,35 @@ void requirePassedOn(const JsonObjectText& attribution) {
           "both formats differ in white space only");
 }
 
+/// With the identifiers as the live service spells them.
+std::optional<ASAAttributionResponse> decodedLive(std::string_view text) {
+  try {
+    const boost::json::value document = parseJson(text);
+    return ASAAttributionResponse::decode(JsonReader(document), ASAAttributionResponse::Identifiers::textsOrIntegers);
+  } catch (const DecodingError&) {
+    return std::nullopt;
+  }
+}
+
+/// What the service's answer becomes on its way into the file and out of it.
+void requireKept(const ASAAttributionResponse& answered, ASADataPersistence& persistence) {
+  fuzz::requireRoundTrip(answered);
+  persistence.saveASAData(answered);
+  require(persistence.hasASAData() && persistence.loadASAData() == answered, "the saved record reads back as the same");
+}
+
+/// Integers are their digits: spelled as texts, they give the same record.
+void requireDigits(const ASAAttributionResponse& live, const std::string& text) {
+  boost::json::value document = parseJson(text);
+  for (const char* key : {"campaignId", "adGroupId", "keywordId", "adId", "orgId"}) {
+    boost::json::value* const identifier = document.as_object().if_contains(key);
+    if (identifier != nullptr && identifier->is_int64()) {
+      *identifier = std::to_string(identifier->get_int64());
+    }
+  }
+  require(ASAAttributionResponse::decode(JsonReader(document)) == live, "integers are their digits");
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -49,10 +78,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(dictionary->text() == withoutByteOrderMark(text), "the object is the file's text");
     requirePassedOn(*dictionary);
   }
+  const auto live = decodedLive(text);
+  ASADataPersistence livePersistence(files, std::nullopt, {.liveAttribution = true});
+  require(livePersistence.hasASAData() == record.has_value(), "only a record counts as data then");
+  require(!record || live == record, "what the usual reading takes is the same to the other");
+  if (live) {
+    requireDigits(*live, text);
+    requireKept(*live, livePersistence);
+  }
   if (record) {
-    fuzz::requireRoundTrip(*record);
-    persistence.saveASAData(*record);
-    require(persistence.loadASAData() == record, "the saved record reads back as the same");
+    requireKept(*record, persistence);
   }
   persistence.clearASAData();
   require(!persistence.hasASAData() && !persistence.loadASAData(), "cleared data is gone");

@@ -52,6 +52,10 @@ void QuillmarASAAttribution::disableASAAttributionTracking() noexcept {
   guarded("disableASAAttributionTracking", [this] { core_->disableASAAttributionTracking(); });
 }
 
+void QuillmarASAAttribution::setNetworkPaused(bool paused) noexcept {
+  guarded("setNetworkPaused", [&] { core_->setNetworkPaused(paused); });
+}
+
 bool QuillmarASAAttribution::drain(std::chrono::milliseconds timeout) noexcept {
   return guarded("drain", false, [&] { return core_->drain(timeout); });
 }

@@ -14,6 +14,7 @@
 #include "Network/AppleSearchAdsApiClient.h"
 #include "Network/EventsApiClient.h"
 #include "Network/NetworkManager.h"
+#include "Network/UserAgent.h"
 #include "Persistence/ASAAttributionTrackingRepository.h"
 #include "Persistence/ASADataPersistence.h"
 #include "Persistence/EventsRepository.h"
@@ -50,6 +51,7 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
       consent_(Consent::of(userDefaults_)),
       epoch_(std::make_shared<Epoch>()),
       outboxExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.purchaseOutbox")),
+      gate_(std::make_shared<NetworkGate>(platform.http, outboxExecutor_)),
       outbox_(std::make_shared<Outbox>(
           Outbox::Surroundings{userDefaults_, platform.clock, outboxExecutor_, epoch_, activity_,
                                std::make_shared<ActivityCounter>(),
@@ -59,6 +61,7 @@ QuillmarASAAttributionCore::QuillmarASAAttributionCore(std::shared_ptr<platform:
 }
 
 QuillmarASAAttributionCore::~QuillmarASAAttributionCore() {
+  gate_->abandon();
   for (const auto observer : observers_) {
     platform_.notifications->removeObserver(observer);
   }
@@ -77,10 +80,12 @@ void QuillmarASAAttributionCore::setOptions(const QuillmarOptions& options) {
 
 // Disabled, and without effect of what was begun; what is stored goes right after it.
 void QuillmarASAAttributionCore::stop() {
-  epoch_->raise([this] {
+  NetworkGate::Requests held;  // their tasks go with it, outside the lock
+  epoch_->raise([&] {
     if (get(options_).reliableDelivery && outbox_->isMine()) {
       outbox_->clear();
     }
+    held = gate_->takeHeld();
   });
   disable();
 }
@@ -163,7 +168,7 @@ void QuillmarASAAttributionCore::enable(std::uint64_t epoch) {
 
 void QuillmarASAAttributionCore::buildRepositories(const std::string& verificationKey, const QuillmarOptions& options,
                                                    std::uint64_t epoch) {
-  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
+  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(gate_);
   auto appleClient = std::make_shared<AppleSearchAdsApiClient>(
       networkManager, std::string(platform::originOf(platform_.attributionUrl, Config::attributionUrlString)), options);
   auto persistence = std::make_shared<ASADataPersistence>(platform_.files, std::nullopt, options);
@@ -171,7 +176,8 @@ void QuillmarASAAttributionCore::buildRepositories(const std::string& verificati
       std::make_shared<ASAAttributionTrackingRepository>(std::move(appleClient), std::move(persistence),
                                                          Epoch::Term(epoch_, epoch)));
   auto eventsClient = std::make_shared<EventsApiClient>(
-      networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)));
+      networkManager, verificationKey, std::string(platform::originOf(platform_.serviceUrl, Config::urlString)),
+      options.sendUserAgent ? userAgentOf(bundle_) : std::string());
   set(eventsRepository_, std::make_shared<EventsRepository>(std::move(eventsClient)));
 }
 
@@ -333,6 +339,11 @@ Task<void> QuillmarASAAttributionCore::fetchAttribution(
     }
     self->note(State::fetching);
   }
+}
+
+bool QuillmarASAAttributionCore::drain(std::chrono::milliseconds timeout) {
+  gate_->warnWhileClosed();
+  return activity_->waitUntilIdle(deadlineAfter(timeout));
 }
 
 QuillmarASAAttributionStatistics QuillmarASAAttributionCore::statistics() const noexcept {

@@ -15,6 +15,7 @@
 #include "Attribution/PurchaseInterceptorProtocol.h"
 #include "Attribution/PurchaseProcessorProtocol.h"
 #include "Delivery/Outbox.h"
+#include "Network/NetworkGate.h"
 #include "Persistence/ASAAttributionTrackingRepositoryProtocol.h"
 #include "Persistence/EventsRepositoryProtocol.h"
 #include "Settings/Consent.h"
@@ -44,7 +45,8 @@ class QuillmarASAAttributionCore : public Consent::Worker,
   void enableASAAttributionTracking();
   void disableASAAttributionTracking();
 
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
+  void setNetworkPaused(bool paused) { gate_->setClosed(paused); }
+  bool drain(std::chrono::milliseconds timeout);
   QuillmarASAAttributionStatistics statistics() const noexcept;
   QuillmarASAAttributionHealth health() const;
 
@@ -116,6 +118,7 @@ class QuillmarASAAttributionCore : public Consent::Worker,
   const std::shared_ptr<Consent> consent_;
   const std::shared_ptr<Epoch> epoch_;  ///< the end of consent begins another
   const std::shared_ptr<SerialExecutor> outboxExecutor_;
+  const std::shared_ptr<NetworkGate> gate_;
   const std::shared_ptr<Outbox> outbox_;
   QuillmarOptions options_;                                          // guarded by mutex_
   std::vector<platform::NotificationCenter::ObserverId> observers_;  // likewise

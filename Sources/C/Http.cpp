@@ -33,7 +33,7 @@ using platform::URLError;
 
 static_assert(static_cast<int>(URLError::unknown) == QUILLMAR_HTTP_UNKNOWN &&
               static_cast<int>(URLError::networkConnectionLost) == QUILLMAR_HTTP_NETWORK_CONNECTION_LOST &&
-              static_cast<int>(URLError::dataLengthExceedsMaximum) == QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM);
+              static_cast<int>(URLError::proxyRefusedConnection) == QUILLMAR_HTTP_PROXY_REFUSED_CONNECTION);
 
 class TableTransport final : public platform::HttpTransport {
  public:
@@ -84,7 +84,7 @@ platform::HttpResult resultOf(const quillmar_http_result* given) {
   const auto known = received(given);
   const quillmar_http_result result = known.value_or(quillmar_http_result{});
   made.url = orEmpty(result.url);
-  const bool isKnown = result.error >= QUILLMAR_HTTP_OK && result.error <= QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM;
+  const bool isKnown = result.error >= QUILLMAR_HTTP_OK && result.error <= QUILLMAR_HTTP_PROXY_REFUSED_CONNECTION;
   if (!known || !isKnown || (result.body == nullptr && result.body_size > 0)) {
     made.error = URLError::unknown;
   } else if (result.error != QUILLMAR_HTTP_OK) {

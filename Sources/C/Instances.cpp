@@ -138,6 +138,7 @@ quillmar_status setOptions(Handle* handle, const quillmar_options* given) noexce
   options.limits.eventBytes = chosen->max_event_bytes;
   options.limits.historyDays = chosen->history_days;
   options.limits.drop = static_cast<QuillmarLimits::Drop>(chosen->drop);
+  options.sendUserAgent = chosen->send_user_agent;
   return with(handle, [&](auto& object) { object.setOptions(options); });
 }
 
@@ -274,6 +275,9 @@ quillmar_status quillmar_clear_tracked_events(quillmar_instance* instance) {
   return with(instance, [](Quillmar& object) { object.clearTrackedEvents(); });
 }
 
+quillmar_status quillmar_set_network_paused(quillmar_instance* instance, bool paused) {
+  return with(instance, [=](Quillmar& object) { object.setNetworkPaused(paused); });
+}
 bool quillmar_wait_until_delivered(quillmar_instance* instance, int64_t timeout_milliseconds) {
   return valueOf(instance, false,
                  [&](Quillmar& object) { return object.waitUntilDelivered(timeout(timeout_milliseconds)); });
@@ -393,6 +397,9 @@ quillmar_status quillmar_attribution_enable(quillmar_attribution* attribution) {
 }
 quillmar_status quillmar_attribution_disable(quillmar_attribution* attribution) {
   return with(attribution, [](QuillmarASAAttribution& object) { object.disableASAAttributionTracking(); });
+}
+quillmar_status quillmar_attribution_set_network_paused(quillmar_attribution* attribution, bool paused) {
+  return with(attribution, [=](QuillmarASAAttribution& object) { object.setNetworkPaused(paused); });
 }
 bool quillmar_attribution_drain(quillmar_attribution* attribution, int64_t timeout_milliseconds) {
   return valueOf(attribution, false,

@@ -24,6 +24,7 @@ platform::Platform makePlatform(const quillmar_platform_options& chosen) {
   if (chosen.max_connections != 0) {
     options.maxConnections = chosen.max_connections;
   }
+  options.proxyFromEnvironment = chosen.proxy_from_environment;
   platform::Platform members = platform::makeDefaultPlatform(options);
   if (chosen.system_version != nullptr) {
     members.device = std::make_shared<ChosenDevice>(chosen.system_version);

@@ -100,6 +100,10 @@ void Quillmar::setHasFetchedConversionValues(bool fetched) noexcept {
   guarded("setHasFetchedConversionValues", [&] { core_->setHasFetchedConversionValues(fetched); });
 }
 
+void Quillmar::setNetworkPaused(bool paused) noexcept {
+  guarded("setNetworkPaused", [&] { core_->setNetworkPaused(paused); });
+}
+
 bool Quillmar::waitUntilDelivered(std::chrono::milliseconds timeout) noexcept {
   return guarded("waitUntilDelivered", false, [&] { return core_->waitUntilDelivered(timeout); });
 }

@@ -32,6 +32,7 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
       eventExecutor_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.eventProcessing")),
       health_(std::make_shared<HealthRecord>(epoch_, platform.clock, eventExecutor_)),
       mainExecutor_(platform.mainExecutor ? platform.mainExecutor : eventExecutor_),
+      gate_(std::make_shared<NetworkGate>(platform.http, eventExecutor_)),
       pendingEventsQueue_(std::make_shared<SerialExecutor>(platform.executor, "com.quillmar.pendingEvents")),
       conversionTrackingManager_(std::make_shared<ConversionTrackingManager>(
           userDefaults, std::make_shared<RealSKAdNetwork>(platform.storeKitAdNetwork, platform.device),
@@ -51,6 +52,7 @@ QuillmarCore::QuillmarCore(std::shared_ptr<platform::UserDefaults> userDefaults,
 }
 
 QuillmarCore::~QuillmarCore() {
+  gate_->abandon();
   for (const auto observer : observers_) {
     platform_.notifications->removeObserver(observer);
   }
@@ -200,7 +202,13 @@ void QuillmarCore::wakeOutbox() {
   }
 }
 
+bool QuillmarCore::drain(std::chrono::milliseconds timeout) {
+  gate_->warnWhileClosed();
+  return activity_->waitUntilIdle(deadlineAfter(timeout));
+}
+
 bool QuillmarCore::waitUntilDelivered(std::chrono::milliseconds timeout) {
+  gate_->warnWhileClosed();
   const auto deadline = deadlineAfter(timeout);
   // Each begins what the other then waits for: a fetch replays events, an event may start a fetch.
   while (fetches_->waitUntilIdle(deadline) && activity_->waitUntilIdle(deadline)) {

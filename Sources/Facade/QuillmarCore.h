@@ -24,6 +24,7 @@
 #include "Facade/Erasure.h"
 #include "Facade/SharedState.h"
 #include "Facade/TrackingQueue.h"
+#include "Network/NetworkGate.h"
 #include "Settings/Consent.h"
 #include "quillmar/Quillmar.h"
 
@@ -125,7 +126,8 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   QuillmarStatistics statistics() const;
   QuillmarState state() const;
   QuillmarHealth health() const;
-  bool drain(std::chrono::milliseconds timeout) { return activity_->waitUntilIdle(deadlineAfter(timeout)); }
+  void setNetworkPaused(bool paused) { gate_->setClosed(paused); }
+  bool drain(std::chrono::milliseconds timeout);
   bool waitUntilDelivered(std::chrono::milliseconds timeout);
 
   std::shared_ptr<ConversionValuesRepositoryProtocol> conversionValuesRepository() const;
@@ -249,6 +251,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   const std::shared_ptr<SerialExecutor> eventExecutor_;   ///< the pipeline
   const std::shared_ptr<HealthRecord> health_;
   const std::shared_ptr<platform::Executor> mainExecutor_;
+  const std::shared_ptr<NetworkGate> gate_;
 
   std::atomic<LogLevel> logLevel_{LogLevel::off};
   std::string quillmarVerificationKey_;  // guarded by collaboratorsMutex_

@@ -18,6 +18,7 @@ void QuillmarCore::reset() {
 
 void QuillmarCore::resetNow() {
   std::vector<platform::NotificationCenter::ObserverId> observers;
+  NetworkGate::Requests held;  // their tasks go with it, outside the lock
   epoch_->raise([&] {
     {
       const std::lock_guard lock(collaboratorsMutex_);
@@ -33,6 +34,7 @@ void QuillmarCore::resetNow() {
       outbox_->clear();  // before the history: what a kill leaves must not come back there
     }
     eventTracker_->clearCompletedEvents();
+    held = gate_->takeHeld();
   });
   for (const auto observer : observers) {
     platform_.notifications->removeObserver(observer);

@@ -6,6 +6,7 @@
 #include "Network/ConfigApiClientClient.h"
 #include "Network/EventServerLogApiClient.h"
 #include "Network/NetworkManager.h"
+#include "Network/UserAgent.h"
 #include "Persistence/ConversionValuesPersistence.h"
 #include "Persistence/ConversionValuesRepository.h"
 #include "Persistence/EventServerLogRepository.h"
@@ -157,12 +158,14 @@ void QuillmarCore::recordFirstRun() {
 }
 
 void QuillmarCore::buildRepositories(const std::string& verificationKey) {
-  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(platform_.http);
+  const std::shared_ptr<NetworkManagerProtocol> networkManager = makeNetworkManager(gate_);
   const std::string baseUrl(platform::originOf(platform_.serviceUrl, Config::urlString));
+  const std::string userAgent = options().sendUserAgent ? userAgentOf(bundle_) : std::string();
   const auto suite = quillMarDefaults(platform_.userDefaults);
 
-  auto configClient = std::make_shared<ConfigApiClientClient>(networkManager, verificationKey, baseUrl);
-  auto eventLogClient = std::make_shared<EventServerLogApiClient>(networkManager, verificationKey, suite, baseUrl);
+  auto configClient = std::make_shared<ConfigApiClientClient>(networkManager, verificationKey, baseUrl, userAgent);
+  auto eventLogClient =
+      std::make_shared<EventServerLogApiClient>(networkManager, verificationKey, suite, baseUrl, userAgent);
   auto item =
       std::make_shared<PersistenceItem<ConversionValues>>(platform_.files, ConversionValuesPersistence::filename);
   auto persistence = std::make_shared<ConversionValuesPersistence>(std::move(item));

@@ -5,13 +5,18 @@
 namespace quillmar {
 
 BaseApiClient::BaseApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager,
-                             std::string quillmarVerificationKey, std::string baseUrl)
+                             std::string quillmarVerificationKey, std::string baseUrl, std::string userAgent)
     : networkManager_(std::move(networkManager)),
       quillmarVerificationKey_(std::move(quillmarVerificationKey)),
-      baseUrl_(std::move(baseUrl)) {}
+      baseUrl_(std::move(baseUrl)),
+      userAgent_(std::move(userAgent)) {}
 
 RequestBuilder BaseApiClient::createRequestBuilder() const {
-  return RequestBuilder({{"Authorization", quillmarVerificationKey_}}, baseUrl_);
+  RequestBuilder builder({{"Authorization", quillmarVerificationKey_}}, baseUrl_);
+  if (!userAgent_.empty()) {
+    builder.headers({{"User-Agent", userAgent_}});
+  }
+  return builder;
 }
 
 }  // namespace quillmar

@@ -8,11 +8,12 @@
 
 namespace quillmar {
 
-/// What the clients of the event service share: the transport, the key and the address. Clients never catch.
+/// What the clients of the event service share: the transport, the key, the address, and who asks. Clients never catch.
 class BaseApiClient {
  public:
+  /// An empty `userAgent` is not sent.
   BaseApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager, std::string quillmarVerificationKey,
-                std::string baseUrl = std::string(Config::urlString));
+                std::string baseUrl = std::string(Config::urlString), std::string userAgent = {});
 
  protected:
   ~BaseApiClient() = default;
@@ -26,6 +27,7 @@ class BaseApiClient {
   const std::shared_ptr<NetworkManagerProtocol> networkManager_;
   const std::string quillmarVerificationKey_;
   const std::string baseUrl_;
+  const std::string userAgent_;
 };
 
 }  // namespace quillmar

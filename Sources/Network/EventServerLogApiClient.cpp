@@ -11,8 +11,9 @@ namespace quillmar {
 EventServerLogApiClient::EventServerLogApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager,
                                                  std::string quillmarVerificationKey,
                                                  std::shared_ptr<platform::UserDefaults> quillMarDefaults,
-                                                 std::string baseUrl)
-    : BaseApiClient(std::move(networkManager), std::move(quillmarVerificationKey), std::move(baseUrl)),
+                                                 std::string baseUrl, std::string userAgent)
+    : BaseApiClient(std::move(networkManager), std::move(quillmarVerificationKey), std::move(baseUrl),
+                    std::move(userAgent)),
       quillMarDefaults_(std::move(quillMarDefaults)) {}
 
 Task<EventServerLogResponse> EventServerLogApiClient::logEvent(std::string event, std::string eventId) {

@@ -15,7 +15,7 @@ class EventServerLogApiClient final : public BaseApiClient, public EventServerLo
   /// The identifiers of the record come from `quillMarDefaults`, the library's own settings suite.
   EventServerLogApiClient(std::shared_ptr<NetworkManagerProtocol> networkManager, std::string quillmarVerificationKey,
                           std::shared_ptr<platform::UserDefaults> quillMarDefaults,
-                          std::string baseUrl = std::string(Config::urlString));
+                          std::string baseUrl = std::string(Config::urlString), std::string userAgent = {});
 
   Task<EventServerLogResponse> logEvent(std::string event, std::string eventId) override;
 

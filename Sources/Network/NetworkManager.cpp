@@ -18,15 +18,14 @@ std::error_code make_error_code(NetworkManagerError error) noexcept {
   return {static_cast<int>(error), category};
 }
 
-NetworkManager::NetworkManager(std::shared_ptr<platform::HttpTransport> transport) noexcept
-    : transport_(std::move(transport)) {}
+NetworkManager::NetworkManager(std::shared_ptr<NetworkGate> gate) noexcept : gate_(std::move(gate)) {}
 
 Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
   Log::debug("NetworkManager - Starting network request to URL: {}",
              request.url.empty() ? std::string_view("Unknown URL") : std::string_view(request.url));
   std::function<void(std::function<void(platform::HttpResult)>)> start =
-      [transport = transport_, request = std::move(request)](std::function<void(platform::HttpResult)> done) mutable {
-        transport->start(std::move(request), std::move(done));
+      [gate = gate_, request = std::move(request)](std::function<void(platform::HttpResult)> done) mutable {
+        gate->start(std::move(request), std::move(done));
       };
   platform::HttpResult result = co_await awaitCallback<platform::HttpResult>(std::move(start));
   if (result.error) {
@@ -54,11 +53,11 @@ Task<NetworkResponse> NetworkManager::perform(platform::HttpRequest request) {
   throw HttpStatusError(NetworkManagerError::unexpectedStatusCode, status, std::move(result.retryAfter));
 }
 
-std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<platform::HttpTransport> transport) {
+std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<NetworkGate> gate) {
   if (MockSwitch::isOn()) {
     return std::make_shared<MockNetworkManager>();
   }
-  return std::make_shared<NetworkManager>(std::move(transport));
+  return std::make_shared<NetworkManager>(std::move(gate));
 }
 
 }  // namespace quillmar

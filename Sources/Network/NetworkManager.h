@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Network/NetworkGate.h"
 #include "Network/NetworkManagerProtocol.h"
 
 namespace quillmar {
@@ -35,16 +36,16 @@ class HttpStatusError : public std::system_error {
 /// Sends requests through the HTTP seam and tells success from failure by the status.
 class NetworkManager final : public NetworkManagerProtocol {
  public:
-  explicit NetworkManager(std::shared_ptr<platform::HttpTransport> transport) noexcept;
+  explicit NetworkManager(std::shared_ptr<NetworkGate> gate) noexcept;
 
   Task<NetworkResponse> perform(platform::HttpRequest request) override;
 
  private:
-  const std::shared_ptr<platform::HttpTransport> transport_;
+  const std::shared_ptr<NetworkGate> gate_;
 };
 
-/// The way of requests: over `transport`, or the built-in answers while the mock switch is on.
-std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<platform::HttpTransport> transport);
+/// The way of requests: through `gate`, or the built-in answers while the mock switch is on.
+std::shared_ptr<NetworkManagerProtocol> makeNetworkManager(std::shared_ptr<NetworkGate> gate);
 
 }  // namespace quillmar
 

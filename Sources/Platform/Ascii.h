@@ -14,4 +14,10 @@ constexpr bool equalsIgnoringCase(std::string_view a, std::string_view b) noexce
   return std::ranges::equal(a, b, {}, lowerAscii, lowerAscii);
 }
 
+/// What the methods, the header names and the products of HTTP are made of; anything else could end one early.
+constexpr bool isTokenCharacter(char c) noexcept {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+         std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
 }  // namespace quillmar

@@ -19,7 +19,10 @@ const std::error_category& urlErrorCategory() noexcept {
                    {"httpTooManyRedirects", "There were too many redirects."},
                    {"redirectToInsecureLocation", "The server redirected to an insecure or unsupported location."},
                    {"badServerResponse", "The server's response is not valid."},
-                   {"dataLengthExceedsMaximum", "The response is larger than the limit."}});
+                   {"dataLengthExceedsMaximum", "The response is larger than the limit."},
+                   {"cannotConnectToProxy", "Could not connect to the proxy."},
+                   {"proxyAuthenticationRequired", "The proxy wants a user and a password, or other ones."},
+                   {"proxyRefusedConnection", "The proxy refused the connection to the server."}});
   return category;
 }
 

@@ -137,6 +137,15 @@ class QUILLMAR_API Quillmar {
   void setHasFetchedConversionValues(bool fetched) noexcept;
   /// @}
 
+  /// While `paused`, no request is begun: for a network that is constrained or expensive, or that the user wants left
+  /// alone. What is under way goes on. What would be sent is held back, without a time-out and without counting as
+  /// failed, and begins in its order when the pause ends. An event that is not kept by
+  /// `QuillmarOptions::reliableDelivery` waits with all that follows its log, the conversion value too. `reset` forgets
+  /// what is held back, and the pause goes on; `drain` and `waitUntilDelivered` wait for it, until their time is over,
+  /// and say so in the log. May be called before `configure`. Search ads and purchases have a pause of their own:
+  /// `QuillmarASAAttribution::setNetworkPaused`.
+  void setNetworkPaused(bool paused) noexcept;
+
   /// Waits until the service has accepted every event sent so far, for at most `timeout`. True when it has. False when
   /// the time is over, or as soon as waiting cannot help: an event failed or was dropped, or is parked and no fetch of
   /// the configuration is under way. When `QuillmarOptions::reliableDelivery` is on, until the outbox is empty,

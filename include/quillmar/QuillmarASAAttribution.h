@@ -80,6 +80,11 @@ class QUILLMAR_API QuillmarASAAttribution {
   /// Ends the listening. A purchase that is being sent still finishes. What is stored is kept.
   void disableASAAttributionTracking() noexcept;
 
+  /// While `paused`, no request for the attribution and none with a purchase is begun; see
+  /// `Quillmar::setNetworkPaused`. A pause outlasts disabling and enabling. A token of the platform that is held back
+  /// for more than a day is old.
+  void setNetworkPaused(bool paused) noexcept;
+
   /// Waits until no request of this instance is in flight and each update that the platform has handed over has been
   /// dealt with, for at most `timeout`. True when all was done. Not for the main thread of an app: it is there for
   /// command-line hosts and tests.

@@ -72,6 +72,11 @@ struct QuillmarOptions {
   /// for a fetch.
   bool useStoredConfiguration = false;
 
+  /// Says in the header "User-Agent" of requests to the event service who asks: "app/1.0 quillmar/2.0.0", with name and
+  /// version of the host's `platform::Bundle`. What a product's name may not hold is percent-escaped. The attribution
+  /// service, which is another party's, is not told.
+  bool sendUserAgent = false;
+
   // What follows is about conversion values.
 
   /// Of a rule with one complete half, sends, ranks and locks by that half only. The other half comes from the last

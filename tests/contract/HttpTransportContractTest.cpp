@@ -366,16 +366,35 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
   }
 }
 
+// With a real proxy: tools/proxy.
 TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt) {
-  Backend proxy;
-  proxy.answer = [](const ServiceRequest&) { return reply(403); };
-  Backend backend({.proxy = proxy.url});
+  std::optional<Backend> proxy(std::in_place);
+  std::string url = proxy->url;
+  url.insert(url.find("//") + 2, "us%65r:p%40ss@");
+  Backend backend({.proxy = url, .noProxy = "other.example,127.0.0.0/8"});
+  Backend withoutExceptions({.proxy = url});
   EXPECT_EQ(backend.perform(get(backend.url, {{"Authorization", "key"}})).statusCode, 200);
-  EXPECT_TRUE(proxy.requests().empty());
-  EXPECT_TRUE(backend.perform(get("https://service.example", {{"Authorization", "key"}})).error);
-  ASSERT_EQ(proxy.requests().size(), 1U);
-  EXPECT_EQ(proxy.requests()[0].method, "CONNECT");
-  EXPECT_FALSE(proxy.requests()[0].headers.contains("Authorization"));
+  EXPECT_EQ(backend.perform(get("https://127.0.0.1:1")).error, URLError::cannotConnectToHost);
+  EXPECT_TRUE(proxy->requests().empty());
+  const std::pair<int, URLError> rows[] = {{403, URLError::proxyRefusedConnection},
+                                           {407, URLError::proxyAuthenticationRequired},
+                                           {401, URLError::proxyAuthenticationRequired},
+                                           {502, URLError::proxyRefusedConnection},
+                                           {0, URLError::cannotConnectToProxy}};
+  for (const auto& [status, error] : rows) {
+    proxy->answer = [status](const ServiceRequest&) { return reply(status); };
+    if (status == 0) {
+      proxy.reset();
+    }
+    const HttpResult result = withoutExceptions.perform(get("https://service.example", {{"Authorization", "key"}}));
+    EXPECT_EQ(result.error, error) << status << ": " << result.error.message();
+    if (proxy) {
+      const auto asked = proxy->requests().back();
+      EXPECT_EQ(asked.method, "CONNECT");
+      EXPECT_FALSE(asked.headers.contains("Authorization"));
+      EXPECT_EQ(asked.headers.find("Proxy-Authorization")->second, "Basic dXNlcjpwQHNz");
+    }
+  }
 }
 
 TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {

@@ -101,6 +101,35 @@ class ConversionTrackingManagerTest : public testing::Test {
       std::make_shared<ConversionTrackingManager>(store_, network_, platform_, device_, main_, activity_);
 };
 
+TEST_F(ConversionTrackingManagerTest, ofBothNetworksOneThatTakesAValueIsEnough) {
+  const test::LogCapture log;
+  for (int row = 0; row < 8; ++row) {
+    const std::array<bool, 2> refuses{(row & 1) != 0, (row & 2) != 0};
+    const std::size_t first = row < 4 ? 0 : 1;
+    SCOPED_TRACE(
+        fmt::format("AdAttributionKit refuses: {}, SKAdNetwork: {}, first answer: {}", refuses[0], refuses[1], first));
+    forgetCalls();
+    store_->remove("LastWindowValue");
+    main_->post([manager = manager_] {
+      manager->send({"rule", {{"window1", {fine7, medium}}}}, Window::window1, false, {.updateBothNetworks = true}, {});
+    });
+    crank();
+    ASSERT_THAT(platform_->calls, ElementsAre("kit fine=7 coarse=1 lock=false", "4 fine=7 coarse=1 lock=false"));
+    const auto saved = [&] {
+      return std::ranges::count_if(log.messages(),
+                                   [](const std::string& line) { return line.find("Saved") != line.npos; });
+    };
+    const auto before = saved();
+    for (const std::size_t network : {first, 1 - first}) {
+      platform_->completions[network](refuses[network] ? std::optional<PlatformError>({"no"}) : std::nullopt);
+    }
+    const bool isTaken = !refuses[0] || !refuses[1];
+    EXPECT_EQ(last().has_value(), isTaken);
+    EXPECT_EQ(saved() - before, isTaken ? 1 : 0);
+    EXPECT_EQ(activity_->count(), 0);
+  }
+}
+
 TEST_F(ConversionTrackingManagerTest, callsTheNewestInterfaceOfDeviceAndSimulatedVersionOnTheMainExecutor) {
   const std::string kit = "kit fine=7 coarse=1 lock=true", four = "4 fine=7 coarse=1 lock=true";
   const std::string three = "3 fine=7", two = "2 fine=7", one = "register";

@@ -63,6 +63,71 @@ TEST(Options, aStoredConfigurationCountsUntilItIsFetchedAgain) {
   EXPECT_EQ(install.countLines("Going on with the stored configuration"), 1u) << "not after a reset";
 }
 
+TEST(Options, onlyTheEventServiceIsToldWhoAsks) {
+  for (const bool sends : {false, true}) {
+    Install install({.sendUserAgent = sends});
+    install.configure();
+    install.send("session");
+    install.enable();
+    install.post(subscriptionUpdate(1));
+    ASSERT_EQ(install.simulated.http->requests().size(), 4u);
+    for (const auto& request : install.simulated.http->requests()) {
+      EXPECT_EQ(request.headers.contains("User-Agent"), sends && !request.url.ends_with("/api/v1")) << request.url;
+    }
+  }
+}
+
+TEST(Options, aPausedNetworkHoldsRequestsBackUncountedUntilItGoesOn) {
+  Install install({});
+  const auto pause = [&](bool paused) {
+    install.quillmar->setNetworkPaused(paused);
+    install.attribution->setNetworkPaused(paused);
+  };
+  auto urls = [&, seen = std::size_t{0}]() mutable {
+    std::string added;
+    for (const auto all = install.simulated.http->requests(); seen < all.size(); ++seen) {
+      added += all[seen].url.substr(all[seen].url.rfind('/'));
+    }
+    return added;
+  };
+  pause(true);
+  install.configure();
+  install.enable();
+  install.post(subscriptionUpdate(1));
+  EXPECT_FALSE(install.quillmar->waitUntilDelivered(0ms) || install.quillmar->drain(0ms) || install.isIdle());
+  EXPECT_EQ(install.countLines("The network is paused"), 2u) << "once an instance";
+  pause(false);
+  pause(true);
+  install.advance(2h);
+  EXPECT_EQ(urls(), "") << "closed again in time";
+  pause(false);
+  install.settle();
+  EXPECT_EQ(urls(), "/config/v1/events");
+
+  install.delay = 1s;
+  install.send("session");
+  pause(true);
+  install.advance(2h);
+  EXPECT_EQ(install.quillmar->statistics().logged, 1u) << "was under way";
+  install.delay = 0s;
+  install.send("held");
+  install.quillmar->applicationDidBecomeActive();
+  pause(false);
+  install.settle();
+  EXPECT_EQ(urls(), "/events/events/config") << "what comes while it opens waits behind";
+  EXPECT_EQ(install.quillmar->statistics().failed + install.countLines("error: Failed"), 0u);
+
+  pause(true);
+  install.send("of the earlier epoch");
+  install.quillmar->reset();
+  install.settle();
+  EXPECT_TRUE(install.quillmar->drain(0ms)) << "its task is gone";
+  install.configure();
+  install.begin({});
+  install.settle();
+  EXPECT_EQ(urls(), "") << "of an instance that is gone";
+}
+
 TEST(Options, valuesAreChosenAndSentAsTheOptionsSay) {
   const std::pair<QuillmarOptions, std::vector<std::string>> rows[] = {
       {{}, {"40h!", "5l", "5l", "5l", "5l!", "5m", "5l", "5l!", "5h"}},

@@ -9,6 +9,7 @@
 #include "Network/NetworkManager.h"
 #include "Network/RequestBuilder.h"
 #include "Network/RequestDecoder.h"
+#include "Network/UserAgent.h"
 #include "quillmar/platform/URLError.h"
 #include "quillmar/simulated/InMemoryHttpTransport.h"
 #include "quillmar/simulated/InMemoryUserDefaults.h"
@@ -43,7 +44,8 @@ class Client : public ::testing::Test {
       std::make_shared<simulated::ManualClock>(platform::Clock::TimePoint{});
   std::shared_ptr<simulated::InMemoryHttpTransport> transport = std::make_shared<simulated::InMemoryHttpTransport>(
       clock, [this](const platform::HttpRequest&) { return simulated::InMemoryAnswer{answer, {}, false}; });
-  std::shared_ptr<NetworkManager> manager = std::make_shared<NetworkManager>(transport);
+  std::shared_ptr<NetworkManager> manager =
+      std::make_shared<NetworkManager>(std::make_shared<NetworkGate>(transport, nullptr));
   platform::HttpResult answer{{}, "https://a.example/x", 200, "{}"};
 
   platform::HttpRequest request() const { return RequestBuilder({}, "https://a.example").get("x").build(); }
@@ -87,6 +89,16 @@ TEST_F(Client, eventLogCarriesTheIdentifiersAndAFreshIdEachTime) {
     defaults->set("ServerAppId", "app-1");
   }
   EXPECT_EQ(transport->requests()[0].headers.at("Content-Type"), "application/json");
+}
+
+TEST(UserAgent, namesHostAndLibraryWhateverTheHostIsCalled) {
+  const std::pair<platform::Bundle, std::string> rows[] = {
+      {{"id", "", "1.0"}, ""},
+      {{"id", "app", "1.0"}, "app/1.0 "},
+      {{"id", "A b/%\r\nX:\xc3", ""}, "A%20b%2F%25%0D%0AX%3A%C3 "}};
+  for (const auto& [bundle, host] : rows) {
+    EXPECT_EQ(userAgentOf(bundle), host + "quillmar/2.0.0");
+  }
 }
 
 TEST(MockNetworkManager, answersWithAConfigurationToWhateverHasAUrl) {

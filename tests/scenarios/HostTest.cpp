@@ -9,6 +9,7 @@
 
 #include "quillmar/QuillmarFactory.h"
 #include "quillmar/platform/InProcessSubscriptionUpdates.h"
+#include "quillmar/simulated/ManualClock.h"
 #include "quillmar/simulated/SimulatedAdNetwork.h"
 #include "quillmar/simulated/SimulatedAttributionToken.h"
 #include "support/LogCapture.h"
@@ -36,9 +37,11 @@ bool holdsSecret(const std::string& text) {
 
 /// A launch of a host on the real adapters, except for the system, that has fetched its configuration if it can.
 struct Host {
-  Host(const std::string& dataDirectory, const std::string& url, LogLevel level = LogLevel::info)
+  Host(const std::string& dataDirectory, const std::string& url, LogLevel level = LogLevel::info,
+       const QuillmarOptions& options = {}, const std::shared_ptr<platform::Clock>& clock = nullptr)
       : platform(platform::makeDefaultPlatform({dataDirectory, url, {}, url})) {
     platform.logSink = log.sink();
+    platform.clock = clock ? clock : platform.clock;
     Quillmar::resetStaticState();
     const auto device = std::make_shared<simulated::SimulatedDevice>("17.0");
     const auto tokens = std::make_shared<simulated::SimulatedAttributionToken>();
@@ -52,6 +55,7 @@ struct Host {
     platform.standardOutput = [](std::string_view line) { EXPECT_FALSE(holdsSecret(std::string(line))) << line; };
     quillmar = QuillmarFactory::createQuillmar(platform);
     quillmar->setLogLevel(level);
+    quillmar->setOptions(options);
     quillmar->configure(key);
     EXPECT_TRUE(quillmar->drain(30s));
   }
@@ -146,6 +150,76 @@ TEST(Loopback, whateverAnswersInPlaceOfTheServiceIsNotBelieved) {
   EXPECT_LT(peakBefore, 64) << "MiB, for a body that never ends";
   EXPECT_LT(peakMemory() - peakBefore, 64) << "MiB, for a good answer";
 #endif
+}
+
+bool comesTrue(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + 60s;
+  while (!condition() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+  return condition();
+}
+
+TEST(Loopback, optionsMeetWhatServicesReallySay) {
+  const std::tuple<int, std::string, std::chrono::seconds> attempts[] = {
+      {404, "", 5s}, {503, "90", 90s}, {200, "", 0s}};
+  std::atomic<std::size_t> asked{0};
+  std::atomic<int> configStatus{200};
+  std::atomic<bool> enabled{true};
+  service::ServiceLogic logic;
+  service::DevelopmentService service({}, [&](const service::ServiceRequest& request) {
+    service::ServiceAnswer answer = logic.handle(request);
+    if (request.target == "/api/v1") {
+      answer.status = std::get<0>(attempts[asked]);
+      answer.headers = {{"Retry-After", std::get<1>(attempts[asked++])}};
+      answer.body = R"({"attribution":true,"orgId":40669820,"campaignId":542370539})";
+    } else if (request.method == "GET") {
+      answer.status = configStatus;
+      answer.body = enabled ? answer.body : R"({"app_id":"a","sdk_enabled":false,"values":[],"lockWindows":{}})";
+    }
+    return answer;
+  });
+  service.start();
+  const TemporaryFolder data;
+  const auto clock = std::make_shared<simulated::ManualClock>(std::chrono::system_clock::now());
+  std::unique_ptr<Host> host;
+  const auto launch = [&](const QuillmarOptions& options) {
+    host.reset();
+    host = std::make_unique<Host>(data.path(), service.url(), LogLevel::info, options, clock);
+  };
+  const auto waits = [&] { return clock->pendingTimers() == 1; };
+  launch({});
+  auto attribution = QuillmarFactory::createQuillmarASAAttribution(host->platform);
+  attribution->setOptions({.liveAttribution = true});
+  attribution->enableASAAttributionTracking();
+  for (const auto& [status, retryAfter, wait] : attempts) {
+    if (status != 200) {
+      ASSERT_TRUE(comesTrue(waits));
+      clock->advance(wait - 1s);
+      EXPECT_TRUE(waits()) << status;
+      clock->advance(1s);
+    }
+  }
+  EXPECT_TRUE(comesTrue([&] {
+    return content(data / "documents/asa_attribution_data.json") ==
+           R"({"attribution":true,"campaignId":"542370539","orgId":"40669820"})";
+  }));
+  attribution.reset();
+
+  configStatus = 503;
+  launch({.useStoredConfiguration = true});
+  host->send("purchase");
+  EXPECT_THAT(host->adNetwork->calls(), SizeIs(1));
+  clock->cancelAll();
+
+  launch({.strictSwitch = true});
+  host->send("purchase");
+  configStatus = 200;
+  enabled = false;
+  ASSERT_TRUE(comesTrue(waits));
+  clock->advance(5s);
+  EXPECT_TRUE(comesTrue([&] { return host->quillmar->statistics().dropped == 1; })) << "was parked";
+  EXPECT_THAT(host->adNetwork->calls(), IsEmpty());
 }
 
 TEST(Privacy, filesAreTheUsersAloneAndOnlyTheSettingsHoldTheKey) {

@@ -59,8 +59,8 @@ simulated::InMemoryAnswer moodyAnswer(const platform::HttpRequest& request) {
 
 constexpr QuillmarLimits limits{.parkedEvents = 3, .queuedEvents = 3, .historyDays = 1, .eventBytes = 45};
 constexpr QuillmarOptions limitsOnly{.limits = limits};
-constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true,  true,
-                                     true, true, true, true, true, 100,  limits};
+constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true,
+                                     true, true, true, true, true, true, 100,  limits};
 
 class Races : public testing::TestWithParam<QuillmarOptions> {
  protected:
@@ -109,6 +109,7 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
         [&] { simulated_.subscriptionUpdates->post(subscriptionUpdate(static_cast<std::uint64_t>(round))); },
         [&] {  // gone before what it started is done
           const auto passing = make();
+          passing->setNetworkPaused(random() % 2 == 0);
           passing->sendEvent("before configure");
           passing->configure("key three");
           passing->sendEvent("session");
@@ -127,6 +128,10 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
           static_cast<void>(attribution_->health());
         },
         [&] { QuillmarFactory::createQuillmarASAAttribution(platform_)->enableASAAttributionTracking(); },
+        [&] {
+          quillmar_->setNetworkPaused(random() % 2 == 0);
+          attribution_->setNetworkPaused(random() % 2 == 0);
+        },
         [&] {
           quillmar_->setLogLevel(random() % 2 == 0 ? LogLevel::info : LogLevel::error);
           static_cast<void>(quillmar_->state());
@@ -162,6 +167,8 @@ TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
     });
   }
   threads.clear();
+  quillmar_->setNetworkPaused(false);
+  attribution_->setNetworkPaused(false);
   attribution_->disableASAAttributionTracking();
   ASSERT_TRUE(quillmar_->drain(patience));
   ASSERT_TRUE(attribution_->drain(patience));

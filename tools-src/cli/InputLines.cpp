@@ -101,13 +101,19 @@ Step eventStep(const json::value& value, const json::object& line, std::string_v
   return step;
 }
 
-Step activateStep(const json::value& value, const json::object&, std::string_view) {
-  const std::string what = text(value, "activate");
-  if (what != "application" && what != "scene") {
-    fail("activate", "\"application\" or \"scene\" is expected, not \"" + what + "\"");
+/// True for the first of the two words that the member may have.
+bool isFirstOf(const char* first, const char* second, const json::value& value, const char* member) {
+  const std::string what = text(value, member);
+  if (what != first && what != second) {
+    fail(member, fmt::format("\"{}\" or \"{}\" is expected, not \"{}\"", first, second, what));
   }
-  return ActivateStep{what == "scene" ? platform::Notification::sceneDidActivate
-                                      : platform::Notification::applicationDidBecomeActive};
+  return what == first;
+}
+
+Step activateStep(const json::value& value, const json::object&, std::string_view) {
+  return ActivateStep{isFirstOf("application", "scene", value, "activate")
+                          ? platform::Notification::applicationDidBecomeActive
+                          : platform::Notification::sceneDidActivate};
 }
 
 Step sleepStep(const json::value& value, const json::object&, std::string_view) {
@@ -144,11 +150,11 @@ Step configureStep(const json::value& value, const json::object&, std::string_vi
 }
 
 Step attributionStep(const json::value& value, const json::object&, std::string_view) {
-  const std::string what = text(value, "attribution");
-  if (what != "enable" && what != "disable") {
-    fail("attribution", "\"enable\" or \"disable\" is expected, not \"" + what + "\"");
-  }
-  return AttributionStep{what == "enable"};
+  return AttributionStep{isFirstOf("enable", "disable", value, "attribution")};
+}
+
+Step networkStep(const json::value& value, const json::object&, std::string_view) {
+  return NetworkStep{isFirstOf("pause", "resume", value, "network")};
 }
 
 constexpr const char* transactionMember = "transaction";
@@ -245,14 +251,15 @@ struct Kind {
 
 constexpr const char* noAttributionInScript = "only \"quillmar run\" has search-ads attribution";
 
-constexpr std::array<Kind, 8> kinds{{{"event", eventStep},
+constexpr std::array<Kind, 9> kinds{{{"event", eventStep},
                                      {"activate", activateStep},
                                      {"sleep", sleepStep, "say with \"at\" when a line happens"},
                                      {"reset", resetStep},
                                      {"configure", configureStep},
                                      {"consent", consentStep},
                                      {"attribution", attributionStep, noAttributionInScript},
-                                     {"subscription", subscriptionStep, noAttributionInScript}}};
+                                     {"subscription", subscriptionStep, noAttributionInScript},
+                                     {"network", networkStep}}};
 
 std::string expectedKinds(InputTime time) {
   std::string names;

@@ -47,8 +47,13 @@ struct SubscriptionStep {
   platform::SubscriptionStatusUpdate update;
 };
 
+/// Holds requests back, or lets them go on.
+struct NetworkStep {
+  bool pause;
+};
+
 using Step = std::variant<EventStep, ActivateStep, SleepStep, ResetStep, ConfigureStep, ConsentStep, AttributionStep,
-                          SubscriptionStep>;
+                          SubscriptionStep, NetworkStep>;
 
 struct InputLine {
   Step step;

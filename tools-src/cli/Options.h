@@ -31,6 +31,8 @@ struct RunOptions {
   std::chrono::seconds clockOffset{0};
   LogLevel logLevel = LogLevel::off;
   std::string caFile = {};
+  std::string proxy = {};
+  bool proxyFromEnvironment = false;
   std::chrono::milliseconds drainTimeout{30'000};
   bool mock = false;
   bool explain = false;

@@ -64,6 +64,8 @@ int RunCommand::run(std::istream& input, std::ostream& output, std::ostream& err
   platformOptions.serviceUrl = service;
   platformOptions.attributionUrl = options_.attributionService.empty() ? service : options_.attributionService;
   platformOptions.caFile = options_.caFile;
+  platformOptions.proxy = options_.proxy;
+  platformOptions.proxyFromEnvironment = options_.proxyFromEnvironment;
   platform::Platform platform = platform::makeDefaultPlatform(platformOptions);
   platform.clock = std::make_shared<OffsetClock>(platform.clock, options_.clockOffset);
   const auto transport = std::make_shared<CountingTransport>(platform.http);
@@ -163,6 +165,9 @@ void RunCommand::perform(const Step& step, const Host& host) const {
     consent->grant ? host.quillmar.grantConsent() : host.quillmar.revokeConsent();
   } else if (const auto* attribution = std::get_if<AttributionStep>(&step)) {
     switchAttribution(attribution->enable, host);
+  } else if (const auto* network = std::get_if<NetworkStep>(&step)) {
+    host.quillmar.setNetworkPaused(network->pause);
+    host.attribution.setNetworkPaused(network->pause);
   } else if (const auto* subscription = std::get_if<SubscriptionStep>(&step)) {
     host.subscriptionUpdates.post(subscription->update);
   } else {

@@ -69,6 +69,9 @@ std::string nameOf(const Step& step) {
   if (const auto* consent = std::get_if<ConsentStep>(&step)) {
     return consent->grant ? "consent" : "no consent";
   }
+  if (const auto* network = std::get_if<NetworkStep>(&step)) {
+    return network->pause ? "pause" : "resume";
+  }
   return std::holds_alternative<ResetStep>(step) ? "reset" : "configure";
 }
 

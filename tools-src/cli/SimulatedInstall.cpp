@@ -114,6 +114,8 @@ StepResult SimulatedInstall::perform(const Step& step) {
     quillmar_->configure(configure->key);
   } else if (const auto* consent = std::get_if<ConsentStep>(&step)) {
     consent->grant ? quillmar_->grantConsent() : quillmar_->revokeConsent();
+  } else if (const auto* network = std::get_if<NetworkStep>(&step)) {
+    quillmar_->setNetworkPaused(network->pause);
   } else if (std::holds_alternative<ResetStep>(step)) {
     quillmar_->reset();
   }

@@ -106,6 +106,8 @@ Install::Install(const std::string& folder, const std::string& copy) {
     const auto value = store ? store->object(key) : std::nullopt;
     settings[key] = !value ? "" : key == Config::lastWindowValue ? textOf(*value) : encoded(*value);
   }
+  const auto last = store ? readLastWindowValue(*store) : std::nullopt;
+  hasWindow = last && last->window;
   try {
     const auto stored = store ? store->data(EventTracker::completedEventsKey) : std::nullopt;
     const auto json = boost::json::parse(stored.value_or("[]"));
@@ -196,10 +198,14 @@ std::vector<std::string> lossesAfterRun(const Expectation& expected, const Ackno
   losses.expect(std::find(values.begin() + static_cast<std::ptrdiff_t>(first), values.end(), value) != values.end(),
                 "the last window value is \"" + value + "\", neither the old nor the new one");
 
+  losses.expect(!expected.windowIsKept || now.hasWindow || value == before.settings.at(Config::lastWindowValue),
+                "the last window value does not tell its window");
+
   losses.expect(now.configuration.empty() || now.configuration == before.configuration ||
                     now.configuration == expected.configuration,
                 "the configuration file is torn");
-  losses.expect(now.attribution == before.attribution || expected.attribution.rfind(now.attribution, 0) == 0,
+  losses.expect(now.attribution == before.attribution || now.attribution == expected.attribution ||
+                    (!expected.isAttributionWhole && expected.attribution.rfind(now.attribution, 0) == 0),
                 "the attribution file has strange content");
   return losses.texts;
 }

@@ -14,6 +14,7 @@ struct Install {
   std::vector<std::string> history;                  ///< the names of the tracked events, oldest first
   std::string configuration;                         ///< the content of the file
   std::string attribution;                           ///< likewise
+  bool hasWindow = false;                            ///< the last window value tells its window
   std::vector<std::string> problems;                 ///< damage
 
   /// Reads a copy of the folder, made at `copy`, so that the folder itself is left for the next start to mend.
@@ -38,11 +39,13 @@ struct Acknowledged {
 /// What may be in a folder after a run.
 struct Expectation {
   Install before;
-  std::string key;            ///< the verification key of the run
-  std::string configuration;  ///< the content of the file when it is written
-  std::string attribution;    ///< likewise
-  bool resets = false;        ///< the run forgets what the service sent and the events
-  bool writesFailed = false;  ///< settings that could not be written may be the old ones
+  std::string key;                  ///< the verification key of the run
+  std::string configuration;        ///< the content of the file when it is written
+  std::string attribution;          ///< likewise
+  bool resets = false;              ///< the run forgets what the service sent and the events
+  bool writesFailed = false;        ///< settings that could not be written may be the old ones
+  bool isAttributionWhole = false;  ///< it is replaced in one step
+  bool windowIsKept = false;        ///< a new last window value tells its window
 };
 
 /// What is wrong with the folder after the run; one text for each loss.

@@ -64,7 +64,11 @@ struct Path {
   const char* folder;
   std::string script;
   bool resets = false;
+  const char* option = nullptr;  ///< of the command
 };
+
+constexpr const char* liveAttribution = "--live-attribution";
+constexpr const char* comparing = "--skip-repeated-updates";
 
 /// In a "long" folder, some more events let the store put segments together; in a "merged" one they have done so.
 std::vector<Path> paths(const char* longFolder) {
@@ -74,6 +78,8 @@ std::vector<Path> paths(const char* longFolder) {
     result.push_back({"events", folder, events("plain-", 4)});
     result.push_back({"window value", folder, event("session") + event("view_item") + event("add_to_cart")});
     result.push_back({"attribution", folder, enable});
+    result.push_back({"live attribution", folder, enable, false, liveAttribution});
+    result.push_back({"window value, comparing", folder, event("session") + event("add_to_cart"), false, comparing});
     result.push_back(
         {"reset", folder,
          events("early-", 2) + enable + "{\"reset\":true}\n{\"configure\":\"" + sweptKey + "\"}\n" + events("late-", 2),
@@ -247,7 +253,7 @@ class Sweep {
   };
 
   RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {},
-                        std::chrono::microseconds longest = std::chrono::minutes(1)) {
+                        std::chrono::microseconds longest = std::chrono::minutes(1), const char* option = nullptr) {
     service_.delay = key == sweptKey ? delay_.value_or(0) : 0;
     const std::string file = folder_ + "/script";
     std::ofstream(file) << script;
@@ -262,6 +268,9 @@ class Sweep {
       if (!delay_) {
         command.insert(command.end(), {"--service", service_.url()});
       }
+    }
+    if (option != nullptr) {
+      command.emplace_back(option);
     }
     return run(command, folder_, injection, longest);
   }
@@ -327,12 +336,14 @@ class Sweep {
     useCopyOf(prepared);
     Expectation expected = expectation(sweptKey);
     expected.resets = path.resets;
+    expected.isAttributionWhole = path.option == liveAttribution;
+    expected.windowIsKept = path.option == comparing;
     expected.writesFailed = injection.kind == Injection::fail;
     injection.folder = data_;
     injection.first = 1 + tallies_.size() % every_;
     for (bool hit = true; hit; injection.first += every_) {
       useCopyOf(prepared);
-      const RunResult run = runQuillmar(sweptKey, path.script, injection);
+      const RunResult run = runQuillmar(sweptKey, path.script, injection, std::chrono::minutes(1), path.option);
       hit = !run.firstHit.empty();
       judge(title, fmt::format("call {}, {}", injection.first, run.firstHit), expected, run, hit,
             hit && injection.kind != Injection::fail ? run.wasEndedBy(SIGKILL) : run.hasDrained());

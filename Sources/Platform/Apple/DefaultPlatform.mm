@@ -67,7 +67,12 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
 
 Bundle Bundle::main() {
   @autoreleasepool {
-    return {utf8([NSBundle mainBundle].bundleIdentifier).value_or("")};
+    NSBundle* const app = [NSBundle mainBundle];
+    const auto text = [app](NSString* key) {
+      id value = [app objectForInfoDictionaryKey:key];
+      return [value isKindOfClass:[NSString class]] ? utf8(value).value_or("") : std::string();
+    };
+    return {utf8(app.bundleIdentifier).value_or(""), text(@"CFBundleName"), text(@"CFBundleShortVersionString")};
   }
 }
 

@@ -237,7 +237,7 @@ void CurlEngine::reapFinished() noexcept {
     detach(*job);
     learn(job->easy.get());
     advance(*job, [&] {
-      if (auto result = job->exchange.conclude(job->easy.get(), code)) {
+      if (auto result = job->exchange.conclude(job->easy.get(), code, options_)) {
         finish(*job, std::move(*result));
       } else {
         transfer(*job);
@@ -312,7 +312,7 @@ void CurlEngine::transfer(Job& job) {
     job.easy = CurlExchange::makeHandle(options_, resolves_);
     ++handles_;
   }
-  job.exchange.prepare(job.easy.get(), isShared_);
+  job.exchange.prepare(job.easy.get(), options_, isShared_);
   curl_easy_setopt(job.easy.get(), CURLOPT_PRIVATE, &job);
   const CURLMcode code = curl_multi_add_handle(multi_.get(), job.easy.get());
   if (code != CURLM_OK) {

@@ -24,13 +24,9 @@ constexpr int kMaxRedirects = 20;
 constexpr int kOverallTimeoutFactor = 10;
 constexpr std::chrono::duration<double> kLongestTimeout = std::chrono::hours(24 * 365);  // keeps sums in range
 
-/// Methods and header names are such tokens; anything else could end the line or the name early.
+/// Methods and header names are such.
 bool isToken(std::string_view text) noexcept {
-  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return !text.empty() && std::ranges::all_of(text, [&](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           kMarks.find(c) != std::string_view::npos;
-  });
+  return !text.empty() && std::ranges::all_of(text, isTokenCharacter);
 }
 
 bool isHeaderValue(std::string_view text) noexcept {
@@ -56,7 +52,6 @@ std::error_code toError(CURLcode code) noexcept {
     case CURLE_URL_MALFORMAT:
       return URLError::badURL;
     case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
       return URLError::cannotFindHost;
     case CURLE_COULDNT_CONNECT:
     case CURLE_INTERFACE_FAILED:
@@ -235,7 +230,7 @@ std::error_code CurlExchange::begin(OriginReader& origins, std::size_t maxBodyBy
 }
 
 /// Each option here is set each time: a handle keeps them from transfer to transfer.
-void CurlExchange::prepare(CURL* easy, bool isShared) {
+void CurlExchange::prepare(CURL* easy, const CurlHttpTransportOptions& chosen, bool isShared) {
   body_.clear();
   headEnded_ = false;
   begun_ = false;
@@ -250,8 +245,8 @@ void CurlExchange::prepare(CURL* easy, bool isShared) {
   options.set(CURLOPT_URL, request_.url.c_str());
   // Wait to learn whether a connection can be shared, rather than open one each. Only TLS tells before an answer.
   options.set(CURLOPT_PIPEWAIT, origin_.scheme == "https" ? 1L : 0L);
-  // Without TLS a proxy would read the credentials. Nor do we take exceptions from the environment.
-  options.set(CURLOPT_NOPROXY, origin_.scheme == "https" ? "" : "*");
+  // Without TLS a proxy would read the credentials. An empty text, too, keeps libcurl from asking the environment.
+  options.set(CURLOPT_NOPROXY, origin_.scheme == "https" ? chosen.noProxy.c_str() : "*");
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - lastActivity_);
   options.set(CURLOPT_CONNECTTIMEOUT_MS, std::max(static_cast<long>(timeout_.count()), 1L));
   options.set(CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(left.count()), 1L));
@@ -287,12 +282,29 @@ HeaderList CurlExchange::headerList(bool hasBody) const {
   return list;
 }
 
-std::optional<HttpResult> CurlExchange::conclude(CURL* easy, CURLcode code) {
+/// What a proxy has to say comes before the transfer, and libcurl has no codes of its own for it.
+std::error_code CurlExchange::errorOf(CURL* easy, CURLcode code,
+                                      const CurlHttpTransportOptions& options) const noexcept {
+  long answer = 0;  // the proxy's, to the last request for a tunnel of this transfer
+  curl_easy_getinfo(easy, CURLINFO_HTTP_CONNECTCODE, &answer);
+  if (!sent_ && answer >= 300) {
+    const bool isAboutUser = answer == 407 || answer == 401;  // what some proxies say of a wrong password
+    return isAboutUser ? URLError::proxyAuthenticationRequired : URLError::proxyRefusedConnection;
+  }
+  // With exceptions, it may as well have been the host that was not there.
+  const bool isProxyCalled = !options.proxy.empty() && options.noProxy.empty() && origin_.scheme == "https";
+  if (code == CURLE_COULDNT_RESOLVE_PROXY || (code == CURLE_COULDNT_CONNECT && isProxyCalled)) {
+    return URLError::cannotConnectToProxy;
+  }
+  return toError(code);
+}
+
+std::optional<HttpResult> CurlExchange::conclude(CURL* easy, CURLcode code, const CurlHttpTransportOptions& options) {
   if (code == CURLE_OUT_OF_MEMORY && !headEnded_ && hasAnswered(easy)) {
     return failure(URLError::badServerResponse);  // libcurl's word for a head with too long a line
   }
   if (code != CURLE_OK) {
-    return failure(bodyError_ ? bodyError_ : toError(code));
+    return failure(bodyError_ ? bodyError_ : errorOf(easy, code, options));
   }
   if (!headEnded_) {
     return failure(URLError::networkConnectionLost);

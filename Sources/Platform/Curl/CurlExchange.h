@@ -34,10 +34,10 @@ class CurlExchange {
 
   /// Tells libcurl about the next transfer. `isShared`: a server has answered by HTTP/2. The exchange must stay where
   /// it is until that is over.
-  void prepare(CURL* easy, bool isShared);
+  void prepare(CURL* easy, const CurlHttpTransportOptions& options, bool isShared);
 
   /// What the end of a transfer means. Nothing: a redirect, so prepare another one.
-  std::optional<HttpResult> conclude(CURL* easy, CURLcode code);
+  std::optional<HttpResult> conclude(CURL* easy, CURLcode code, const CurlHttpTransportOptions& options);
 
   /// The result of an exchange that ends here.
   HttpResult failure(std::error_code error) noexcept;
@@ -56,6 +56,7 @@ class CurlExchange {
 
   HeaderList headerList(bool hasBody) const;
   std::error_code redirect(long status, std::string location);
+  std::error_code errorOf(CURL* easy, CURLcode code, const CurlHttpTransportOptions& options) const noexcept;
 
   HttpRequest request_;  // redirects change it
   HeaderList headers_;

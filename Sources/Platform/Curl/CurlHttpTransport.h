@@ -18,6 +18,7 @@ struct CurlHttpTransportOptions {
   /// The proxy for https, "http://host:port" or another URL that libcurl takes; or none. The environment is not asked.
   /// What goes by plain http does without: a proxy could read it.
   std::string proxy = {};
+  std::string noProxy = {};  ///< the hosts that are called without it, as libcurl reads "no_proxy"
 };
 
 /// The transport on libcurl. One thread, started by the first request, does all transfers and calls all completions.

@@ -39,6 +39,12 @@ std::string environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
+/// The first of the two that is set.
+std::string environment(const char* name, const char* otherwise) {
+  const std::string value = environment(name);
+  return value.empty() ? environment(otherwise) : value;
+}
+
 /// The home folder of the user's account, for a process whose environment does not name it.
 std::string homeOfAccount() {
   std::vector<char> buffer(16384);
@@ -93,6 +99,10 @@ Platform makeDefaultPlatform(const DefaultPlatformOptions& options) {
   CurlHttpTransportOptions http;
   http.caFile = options.caFile;
   http.proxy = options.proxy;
+  if (http.proxy.empty() && options.proxyFromEnvironment) {
+    http.proxy = environment("https_proxy", "HTTPS_PROXY");
+    http.noProxy = environment("no_proxy", "NO_PROXY");
+  }
   http.maxBodyBytes = options.maxAnswerBytes;
   http.maxConnections = options.maxConnections;
 
@@ -122,7 +132,8 @@ Bundle Bundle::main() {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel hands an address over as a number.
   const auto* const path = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
   const std::string_view executable = path != nullptr ? path : "";
-  return {std::string(executable.substr(executable.rfind('/') + 1))};
+  const std::string name(executable.substr(executable.rfind('/') + 1));
+  return {name, name};
 }
 
 }  // namespace quillmar::platform

@@ -105,6 +105,9 @@ enum {
   QUILLMAR_HTTP_REDIRECT_TO_INSECURE_LOCATION = 12,
   QUILLMAR_HTTP_BAD_SERVER_RESPONSE = 13,
   QUILLMAR_HTTP_DATA_LENGTH_EXCEEDS_MAXIMUM = 14,
+  QUILLMAR_HTTP_CANNOT_CONNECT_TO_PROXY = 15,
+  QUILLMAR_HTTP_PROXY_AUTHENTICATION_REQUIRED = 16,
+  QUILLMAR_HTTP_PROXY_REFUSED_CONNECTION = 17,
 };
 
 /// Which event goes when one more than a bound comes.
@@ -192,6 +195,7 @@ typedef struct quillmar_options {
   uint64_t max_event_bytes;
   int32_t history_days;
   quillmar_drop drop;
+  bool send_user_agent;
 } quillmar_options;
 
 /// Before `quillmar_configure`. Refused: an unknown `drop`, and negative `history_days`.
@@ -235,6 +239,9 @@ QUILLMAR_API quillmar_status quillmar_reset(quillmar_instance* instance);
 
 /// Forgets the tracked events. Writes the settings store on the calling thread.
 QUILLMAR_API quillmar_status quillmar_clear_tracked_events(quillmar_instance* instance);
+
+/// While `paused`, no request is begun; see `quillmar::Quillmar::setNetworkPaused`.
+QUILLMAR_API quillmar_status quillmar_set_network_paused(quillmar_instance* instance, bool paused);
 
 /// Waits until the service has accepted every event sent so far; see `quillmar::Quillmar::waitUntilDelivered`.
 QUILLMAR_API bool quillmar_wait_until_delivered(quillmar_instance* instance, int64_t timeout_milliseconds);
@@ -391,6 +398,9 @@ QUILLMAR_API quillmar_status quillmar_attribution_enable(quillmar_attribution* a
 /// Ends the listening. What is stored is kept.
 QUILLMAR_API quillmar_status quillmar_attribution_disable(quillmar_attribution* attribution);
 
+/// While `paused`, no request is begun; see `quillmar::QuillmarASAAttribution::setNetworkPaused`.
+QUILLMAR_API quillmar_status quillmar_attribution_set_network_paused(quillmar_attribution* attribution, bool paused);
+
 /// Waits until nothing is in flight; see `quillmar::QuillmarASAAttribution::drain`.
 QUILLMAR_API bool quillmar_attribution_drain(quillmar_attribution* attribution, int64_t timeout_milliseconds);
 
@@ -438,6 +448,7 @@ typedef struct quillmar_platform_options {
   uint64_t max_answer_bytes;
   const char* system_version;  ///< in place of the device's, such as "17.4.1": which interfaces the ad networks have
   uint32_t max_connections;
+  bool proxy_from_environment;
 } quillmar_platform_options;
 
 /// The adapters of this system. `options` may be null. A function of `quillmar_platform_set_...` puts a table in the

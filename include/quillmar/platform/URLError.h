@@ -22,6 +22,9 @@ enum class URLError {
   redirectToInsecureLocation,
   badServerResponse,
   dataLengthExceedsMaximum,
+  cannotConnectToProxy,
+  proxyAuthenticationRequired,  ///< the proxy wants a user and a password, or other ones
+  proxyRefusedConnection,       ///< the proxy does not let us through to the host, or cannot reach it
 };
 
 /// The category of `URLError`; its message is a sentence, its case name the enumerator's.

@@ -175,6 +175,13 @@ public final class Quillmar: Sendable {
     }
   }
 
+  /// While `paused`, no request is begun: for a network that is constrained, or that the user wants left alone. What is
+  /// under way goes on; what would be sent is held back, without a time-out and without counting as failed. `drain` and
+  /// `waitUntilDelivered` wait for it, too, until their time is over.
+  public func setNetworkPaused(_ paused: Bool) {
+    quillmar_set_network_paused(handle.pointer, paused)
+  }
+
   /// Waits until the service has accepted every event sent so far, for at most `timeout` seconds. True when it has;
   /// false also as soon as waiting cannot help. Not for the main thread of an app.
   public func waitUntilDelivered(timeout: TimeInterval) -> Bool {

@@ -60,6 +60,11 @@ public final class QuillmarASAAttribution: Sendable {
       dropped: counts.dropped)
   }
 
+  /// While `paused`, no request for the attribution and none with a purchase is begun; see `Quillmar.setNetworkPaused`.
+  public func setNetworkPaused(_ paused: Bool) {
+    quillmar_attribution_set_network_paused(handle.pointer, paused)
+  }
+
   /// Waits until no request is in flight and each update that came has been dealt with, for at most `timeout` seconds.
   /// For tests.
   public func drain(timeout: TimeInterval) -> Bool {

@@ -50,6 +50,10 @@ public struct QuillmarOptions: Equatable, Sendable {
   /// whose logs fail, ten in a row, invalidate the key without it.
   public var useStoredConfiguration = false
 
+  /// Says in the header "User-Agent" of requests to the event service who asks: name and version of the app's bundle, and
+  /// of the library. The attribution service is not told.
+  public var sendUserAgent = false
+
   /// Of a rule with one complete half, sends, ranks and locks by that half only.
   public var onlyCompleteHalves = false
 
@@ -105,6 +109,7 @@ public struct QuillmarOptions: Equatable, Sendable {
     options.max_event_bytes = limits.eventBytes
     options.history_days = Int32(limits.historyDays)
     options.drop = limits.drop.rawValue
+    options.send_user_agent = sendUserAgent
     return options
   }
 }

@@ -13,6 +13,11 @@ public struct QuillmarPlatformOptions: Equatable, Sendable {
   public var maxAnswerBytes: Int?
   /// Connections at a time to a service without HTTP/2.
   public var maxConnections: Int?
+  /// False: no requests over a network in Low Data Mode; they fail with "no network" and are for the outbox of
+  /// `QuillmarOptions.reliableDelivery`. On Apple systems only.
+  public var allowsConstrainedNetwork = true
+  /// False: no requests over a network that costs, such as a mobile one; likewise.
+  public var allowsExpensiveNetwork = true
   /// In place of the device's, such as "17.4.1": which interfaces of the ad networks are used. For tests.
   public var systemVersion: String?
 

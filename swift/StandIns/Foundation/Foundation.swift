@@ -93,6 +93,16 @@ open class URLSessionConfiguration: NSObject, @unchecked Sendable {
     get { fatalError() }
     set { fatalError() }
   }
+  @available(iOS 13.0, *)
+  public var allowsConstrainedNetworkAccess: Bool {
+    get { fatalError() }
+    set { fatalError() }
+  }
+  @available(iOS 13.0, *)
+  public var allowsExpensiveNetworkAccess: Bool {
+    get { fatalError() }
+    set { fatalError() }
+  }
 }
 open class URLSessionTask: NSObject, @unchecked Sendable {
   public var taskIdentifier: Int { fatalError() }

@@ -30,6 +30,10 @@ final class URLSessionTransport: Sendable {
     if let count = options.maxConnections {
       configuration.httpMaximumConnectionsPerHost = count
     }
+    #if !canImport(FoundationNetworking)  // on Linux no network is known to be constrained
+      configuration.allowsConstrainedNetworkAccess = options.allowsConstrainedNetwork
+      configuration.allowsExpensiveNetworkAccess = options.allowsExpensiveNetwork
+    #endif
     register(URLSessionTransport(configuration, maxBodyBytes: options.maxAnswerBytes ?? 2 << 20)) { context in
       var http = quillmar_http()
       http.size = MemoryLayout.size(ofValue: http)

@@ -109,6 +109,7 @@ extern "C" NSArray* NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory, N
 @interface NSBundle : NSObject
 + (NSBundle*)mainBundle;
 @property(readonly) NSString* bundleIdentifier;
+- (id)objectForInfoDictionaryKey:(NSString*)key;
 @end
 
 typedef struct {
