@@ -111,7 +111,8 @@ TEST_F(ConversionTrackingManagerTest, ofBothNetworksOneThatTakesAValueIsEnough) 
     forgetCalls();
     store_->remove("LastWindowValue");
     main_->post([manager = manager_] {
-      manager->send({"rule", {{"window1", {fine7, medium}}}}, Window::window1, false, {.updateBothNetworks = true}, {});
+      manager->send({"rule", {{"window1", {fine7, medium}}}}, Window::window1, false, {.updateBothNetworks = true}, {},
+                    {});
     });
     crank();
     ASSERT_THAT(platform_->calls, ElementsAre("kit fine=7 coarse=1 lock=false", "4 fine=7 coarse=1 lock=false"));
