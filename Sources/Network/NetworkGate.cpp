@@ -66,8 +66,12 @@ void NetworkGate::release() {
 }
 
 void NetworkGate::warnWhileClosed() {
-  const std::lock_guard lock(mutex_);
-  if (isClosed_ && !std::exchange(hasWarned_, true)) {
+  bool isNews = false;
+  {
+    const std::lock_guard lock(mutex_);
+    isNews = isClosed_ && !std::exchange(hasWarned_, true);
+  }
+  if (isNews) {
     Log::error(
         "NetworkGate - The network is paused: requests that are held back are waited for until the time is over");
   }
