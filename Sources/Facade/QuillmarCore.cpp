@@ -102,8 +102,8 @@ QuillmarState QuillmarCore::state() const {
 
 QuillmarHealth QuillmarCore::health() const {
   QuillmarHealth health = health_->health(pendingEventCount());
-  if (const auto lastFetch = userDefaults_->date(Config::lastConversionValuesFetchTimestamp)) {
-    health.configurationAge = std::chrono::floor<std::chrono::seconds>(platform_.clock->now() - *lastFetch);
+  if (const std::optional<double> elapsed = secondsSinceFetch()) {
+    health.configurationAge = std::chrono::seconds(static_cast<std::int64_t>(*elapsed));
   }
   health.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
   health.failuresInARow = SharedState::instance().getConsecutiveAPIFailures();

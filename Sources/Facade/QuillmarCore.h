@@ -164,6 +164,8 @@ class QuillmarCore : public std::enable_shared_from_this<QuillmarCore> {
   bool isFetching() const;
   void markFetched();
   void saveLastFetchTimestamp();
+  /// The last good one; nothing before the first.
+  std::optional<double> secondsSinceFetch() const;
   void giveUpFetching(int maxAttempts, const std::string& lastError);
 
   // Intake.

@@ -8,7 +8,6 @@
 #include "Platform/Posix/SystemClock.h"
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "support/AttributionHarness.h"
-#include "support/HealthSum.h"
 #include "support/TemporaryFolder.h"
 
 // Everything at once, from many threads: what this test is for shows under ThreadSanitizer.
