@@ -87,7 +87,9 @@ bool Intake::put(const Event& event, const QuillmarLimits& limits) {
     return false;
   }
   if (incoming_.empty() || incoming_.back().size() >= blockSize) {
-    incoming_.emplace_back().reserve(blockSize + 1024);
+    std::string fresh;
+    fresh.reserve(blockSize + 1024);
+    incoming_.push_back(std::move(fresh));
   }
   std::string& block = incoming_.back();
   const std::size_t before = block.size();
@@ -104,6 +106,9 @@ bool Intake::put(const Event& event, const QuillmarLimits& limits) {
     }
   } catch (...) {  // out of memory
     block.resize(before);
+    if (before == 0) {
+      incoming_.pop_back();  // the taker does not expect an empty one
+    }
     throw;
   }
   const auto size = static_cast<Size>(block.size() - before);

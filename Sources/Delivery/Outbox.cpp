@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Conversion/EventTracker.h"
+#include "Logging/Guarded.h"
 #include "Logging/Log.h"
 #include "Settings/Uuid.h"
 
@@ -143,6 +144,11 @@ void Outbox::post(std::function<void(Outbox&)> work) {
       work(*self);
     }
   });
+}
+
+// The clock's thread may be the host's. What memory ran out for goes on with the next event or activation.
+void Outbox::after(nanoseconds delay, std::function<void()> then) {
+  with_.clock->after(delay, [then = std::move(then)] { guarded("Outbox", [&then] { then(); }); });
 }
 
 void Outbox::postFlush() {
@@ -461,7 +467,7 @@ void Outbox::answered(std::uint64_t epoch, const Place& place, const SendResult&
   if (delay) {
     Log::debug("Outbox - Goes on in {} ms: {}", std::chrono::ceil<std::chrono::milliseconds>(*delay).count(),
                result.why);
-    with_.clock->after(*delay, [weak = weak_from_this(), number] {
+    after(*delay, [weak = weak_from_this(), number] {
       if (const auto self = weak.lock()) {
         self->post([number](Outbox& outbox) {
           outbox.with_.epoch->during(outbox.with_.epoch->current(), [&] {
@@ -478,7 +484,7 @@ void Outbox::answered(std::uint64_t epoch, const Place& place, const SendResult&
   }
   if (startTimer) {
     auto busy = std::make_shared<Activity>(with_.activity);
-    with_.clock->after(longestUnmarked, [weak = weak_from_this(), busy = std::move(busy)] {
+    after(longestUnmarked, [weak = weak_from_this(), busy = std::move(busy)] {
       if (const auto self = weak.lock()) {
         self->post([](Outbox& outbox) {
           outbox.with_.epoch->during(outbox.with_.epoch->current(), [&] {

@@ -109,6 +109,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
   void post(std::function<void(Outbox&)> work);
   void postFlush();
+  void after(std::chrono::nanoseconds delay, std::function<void()> then);
   /// Writes what waits for it, and goes on sending.
   void flush();
   void pump();

@@ -112,9 +112,8 @@ QuillmarState QuillmarCore::state() const {
 
 QuillmarHealth QuillmarCore::health() const {
   QuillmarHealth health = health_->health(pendingEventCount() + consent_->heldEvents());
-  const auto lastFetch = mayWork() ? userDefaults_->date(Config::lastConversionValuesFetchTimestamp) : std::nullopt;
-  if (lastFetch) {
-    health.configurationAge = std::chrono::floor<std::chrono::seconds>(platform_.clock->now() - *lastFetch);
+  if (const std::optional<double> elapsed = mayWork() ? secondsSinceFetch() : std::nullopt) {
+    health.configurationAge = std::chrono::seconds(static_cast<std::int64_t>(*elapsed));
   }
   health.verificationKeyValid = !SharedState::instance().getVerificationKeyInvalid();
   health.failuresInARow = SharedState::instance().getConsecutiveAPIFailures();

@@ -183,6 +183,8 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   bool isFetching() const;
   void markFetched();
   void saveLastFetchTimestamp();
+  /// The last good one; nothing before the first.
+  std::optional<double> secondsSinceFetch() const;
   void giveUpFetching(int maxAttempts, const std::string& lastError);
 
   // Intake.

@@ -71,19 +71,25 @@ bool QuillmarCore::shouldRefreshConversionValues() const {
     Log::debug("First fetch in this session, proceeding...");
     return true;
   }
-  const auto lastFetch = userDefaults_->date(Config::lastConversionValuesFetchTimestamp);
-  if (!lastFetch) {
+  const std::optional<double> elapsed = secondsSinceFetch();
+  if (!elapsed) {
     Log::debug("No previous fetch timestamp found, proceeding...");
     return true;
   }
-  using Seconds = std::chrono::duration<double>;
-  // In floating point from the start: dates that are centuries apart do not fit the clock's own type.
-  const double elapsed =
-      Seconds(platform_.clock->now().time_since_epoch()).count() - Seconds(lastFetch->time_since_epoch()).count();
-  const bool shouldRefresh = elapsed >= Config::conversionValuesRefreshInterval;
-  Log::debug("Time since last fetch: {}s (threshold: {}s), should refresh: {}", static_cast<std::int64_t>(elapsed),
+  const bool shouldRefresh = *elapsed >= Config::conversionValuesRefreshInterval;
+  Log::debug("Time since last fetch: {}s (threshold: {}s), should refresh: {}", static_cast<std::int64_t>(*elapsed),
              static_cast<std::int64_t>(Config::conversionValuesRefreshInterval), shouldRefresh);
   return shouldRefresh;
+}
+
+std::optional<double> QuillmarCore::secondsSinceFetch() const {
+  using Seconds = std::chrono::duration<double>;
+  const auto lastFetch = userDefaults_->date(Config::lastConversionValuesFetchTimestamp);
+  if (!lastFetch) {
+    return std::nullopt;
+  }
+  // In floating point from the start: dates that are centuries apart do not fit the clock's own type.
+  return Seconds(platform_.clock->now().time_since_epoch()).count() - Seconds(lastFetch->time_since_epoch()).count();
 }
 
 void QuillmarCore::saveLastFetchTimestamp() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <latch>
 #include <mutex>
 #include <thread>
@@ -27,15 +28,14 @@ class ExecutorContract : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(PoolAndManual, ExecutorContract, testing::Bool());
 
 TEST(ThreadPool, namesItsThreads) {
+  std::promise<std::string> name;
   ThreadPoolExecutor pool(1);
-  std::latch named(1);
-  pool.post([&named] {
-    char name[16] = {};
-    pthread_getname_np(pthread_self(), name, sizeof name);
-    EXPECT_STREQ(name, "quillmar-work");
-    named.count_down();
+  pool.post([&name] {
+    char text[16] = {};
+    pthread_getname_np(pthread_self(), text, sizeof text);
+    name.set_value(text);
   });
-  named.wait();
+  EXPECT_EQ(name.get_future().get(), "quillmar-work");
 }
 
 TEST_P(ExecutorContract, eachItemOfManyThreadsRunsOnceAndNotInsidePost) {

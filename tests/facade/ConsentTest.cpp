@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include "support/AttributionHarness.h"
-#include "support/HealthSum.h"
 
 namespace quillmar::test {
 namespace {

@@ -4,12 +4,11 @@
 #include <gmock/gmock.h>
 
 #include "support/AttributionHarness.h"
-#include "support/HealthSum.h"
 
 namespace quillmar::test {
 namespace {
 
-using namespace std::chrono_literals;
+using namespace std::literals;
 
 struct Host : AttributionHarness {
   explicit Host(const QuillmarOptions& options = {}) { begin(options); }
@@ -25,11 +24,8 @@ struct Host : AttributionHarness {
     const auto add = [&text](std::string_view name, std::uint64_t count) {
       text += count > 0 ? fmt::format("{} {}, ", name, count) : "";
     };
-    add("queued", health.queued);
-    add("underWay", health.underWay);
-    add("parked", health.parked);
-    add("kept", health.kept);
-    add("inherited", health.inherited);
+    add("queued", health.queued), add("underWay", health.underWay), add("parked", health.parked);
+    add("kept", health.kept), add("inherited", health.inherited);
     for (std::size_t i = 0; i < eventEndCount; ++i) {
       add(rawValue(static_cast<EventEnd>(i)), health.ended[i]);
     }
@@ -43,142 +39,76 @@ struct Forgetful final : EventServerLogRepositoryProtocol {
   void logEvent(std::string /*event*/, Completion /*completion*/) override {}
 };
 
+/// What may happen, by a letter.
+const std::map<char, std::function<void(Host&)>> happenings = {
+    {'s', [](Host& host) { host.send("a"); }},
+    {'q', [](Host& host) { host.quillmar->sendEvent("a"); }},
+    {'.', [](Host& host) { host.settle(); }},
+    {'w', [](Host& host) { host.advance(1s); }},
+    {'d', [](Host& host) { host.delay = 1s; }},
+    {'2', [](Host& host) { host.eventStatus = 200; }},
+    {'4', [](Host& host) { host.eventStatus = 400; }},
+    {'5', [](Host& host) { host.eventStatus = 503; }},
+    {'B', [](Host& host) { host.begin(host.options); }},
+    {'C', [](Host& host) { host.configure(); }},
+    {'R', [](Host& host) { host.quillmar->reset(); }},
+    {'O', [](Host& host) { host.defaults->set("SdkEnabled", false); }},
+    {'N', [](Host& host) { host.quillmar->setEventServerLogRepository(nullptr); }},
+    {'F', [](Host& host) { host.quillmar->setEventServerLogRepository(std::make_shared<Forgetful>()); }},
+    {'X', [](Host& host) { host.simulated.clock->setNow(startOfTests + 37 * 24h), host.activate(); }}};
+
 TEST(Health, hasEachEventInOneCount) {
-  const QuillmarOptions usual;
-  const QuillmarOptions strict{.strictSwitch = true};
-  const QuillmarOptions reliable{.reliableDelivery = true};
-  const std::tuple<const char*, QuillmarOptions, std::function<void(Host&)>, const char*> rows[] = {
-      {"accepted", usual, [](Host& host) { host.send("a"); }, "logged 1, "},
-      {"more than go at a time", usual,
-       [](Host& host) {
-         host.delay = 1s;
-         for (int i = 0; i < 70; ++i) {
-           host.quillmar->sendEvent("a");
-         }
-         host.settle();
-       },
-       "queued 6, underWay 64, "},
-      {"not accepted, up to the tenth", usual,
-       [](Host& host) {
-         host.eventStatus = 500;
-         for (int i = 0; i < 12; ++i) {
-           host.send("a");
-         }
-       },
-       "failed 10, keyInvalid 2, "},
-      {"without a repository", usual,
-       [](Host& host) {
-         host.quillmar->setEventServerLogRepository(nullptr);
-         host.send("a");
-       },
-       "notAsked 1, "},
-      {"with one that forgets", usual,
-       [](Host& host) {
-         host.quillmar->setEventServerLogRepository(std::make_shared<Forgetful>());
-         host.send("a");
-       },
-       "lost 1, "},
-      {"switched off at once, and while one waits for the service", usual,
-       [](Host& host) {
-         host.quillmar->sendEvent("a");
-         host.defaults->set("SdkEnabled", false);
-         host.send("b");
-       },
-       "switchedOff 2, "},
-      {"switched off before its turn", strict,
-       [](Host& host) {
-         host.quillmar->sendEvent("a");
-         host.defaults->set("SdkEnabled", false);
-         host.settle();
-       },
-       "switchedOff 1, "},
-      {"parked, and overtaken by resets: parked, under way, queued", usual,
-       [](Host& host) {
-         host.begin({});
-         host.send("a");
-         EXPECT_EQ(host.text(), "parked 1, ");
-         host.quillmar->reset();
-         host.settle();
-         host.configure();
-         host.delay = 1s;
-         host.send("a");
-         host.quillmar->sendEvent("b");
-         host.quillmar->reset();
-         host.advance(1s);
-       },
-       "reset 3, "},
-      {"kept, accepted, refused, too old, and of an earlier run", reliable,
-       [](Host& host) {
-         host.send("a");
-         host.eventStatus = 400;
-         host.send("b");
-         host.eventStatus = 503;
-         host.send("c");
-         host.send("d");
-         EXPECT_EQ(host.text(), "kept 2, logged 1, refused 1, ");
-         host.begin({.reliableDelivery = true});
-         host.eventStatus = 200;
-         host.configure();
-         EXPECT_EQ(host.text(), "inherited 2, logged 2, ");
-         host.eventStatus = 503;
-         host.send("e");
-         host.simulated.clock->setNow(startOfTests + 37 * 24h);
-         host.activate();
-       },
-       "inherited 2, logged 2, expired 1, "},
-      {"switched off, or reset, before and behind the outbox", reliable,
-       [](Host& host) {
-         host.delay = 1s;
-         host.send("a");
-         host.quillmar->sendEvent("b");
-         host.quillmar->reset();
-         host.settle();
-         host.configure();
-         host.defaults->set("SdkEnabled", false);
-         host.send("c");
-       },
-       "switchedOff 1, reset 2, "}};
-  for (const auto& [what, options, live, expected] : rows) {
-    SCOPED_TRACE(what);
+  const QuillmarOptions usual, strict{.strictSwitch = true}, reliable{.reliableDelivery = true};
+  const std::tuple<std::string, QuillmarOptions, const char*> rows[] = {
+      {"s", usual, "logged 1, "},
+      {"d" + std::string(70, 'q') + ".", usual, "queued 6, underWay 64, "},
+      {"5ssssssssssss", usual, "failed 10, keyInvalid 2, "},
+      {"Ns", usual, "notAsked 1, "},
+      {"Fs", usual, "lost 1, "},
+      {"qOs", usual, "switchedOff 2, "},
+      {"qO.", strict, "switchedOff 1, "},
+      {"Bs", usual, "parked 1, "},
+      {"BsR.CdsqRw", usual, "reset 3, "},
+      {"s4s5ss", reliable, "kept 2, logged 1, refused 1, "},
+      {"5ssB2C5sX", reliable, "inherited 2, logged 2, expired 1, "},
+      {"dsqR.COs", reliable, "switchedOff 1, reset 2, "}};
+  for (const auto& [life, options, expected] : rows) {
     Quillmar::resetStaticState();
     Host host(options);
     host.configure();
-    live(host);
-    EXPECT_EQ(host.text(), expected);
+    for (const char happening : life) {
+      happenings.at(happening)(host);
+    }
+    EXPECT_EQ(host.text(), expected) << life;
   }
 }
 
 TEST(Limits, dropTheOldestOrTheNewestCountItAndSaySoOnce) {
   constexpr auto newest = QuillmarLimits::Drop::newest;
   const auto burst = [](Host& host) {
-    for (const char* name : {"a", "b", "c", "d", "e"}) {
-      host.quillmar->sendEvent(name);
-    }
+    std::ranges::for_each("abcde"s, [&host](char name) { host.quillmar->sendEvent({&name, 1}); });
   };
   const auto park = [&burst](Host& host) {
     host.begin(host.options);
     burst(host);
-    host.settle();
     host.configure();
   };
   const auto large = [](Host& host) {
-    host.send("a", {{ASEventParam::revenue, 9}});
     host.send("a", {{ASEventParam::revenue, std::string(60, '9')}});
+    host.send("a", {{ASEventParam::revenue, 9}});
+    host.send("b");
     host.send(std::string(30, '\n'));
   };
-  const std::tuple<QuillmarOptions, std::function<void(Host&)>, const char*, const char*> rows[] = {
-      {{.limits = {.parkedEvents = 2}}, park, "logged 2, parkedLimit 3, ", "de"},
-      {{.limits = {.parkedEvents = 2, .drop = newest}}, park, "logged 2, parkedLimit 3, ", "ab"},
-      {{.limits = {.queuedEvents = 2}}, burst, "logged 2, queuedLimit 3, ", "de"},
-      {{.limits = {.queuedEvents = 2, .drop = newest}}, burst, "logged 2, queuedLimit 3, ", "ab"},
-      {{.reliableDelivery = true, .limits = {.queuedEvents = 2}}, burst, "logged 2, queuedLimit 3, ", "de"},
-      {{.reliableDelivery = true, .limits = {.queuedEvents = 2, .drop = newest}},
-       burst,
-       "logged 2, queuedLimit 3, ",
-       "ab"},
-      {{.limits = {.eventBytes = 60}}, large, "logged 1, tooLarge 2, ", "a"}};
-  for (const auto& [options, live, expected, names] : rows) {
-    Host host(options);
+  const std::tuple<bool, QuillmarLimits, std::function<void(Host&)>, const char*, const char*> rows[] = {
+      {false, {.parkedEvents = 2}, park, "logged 2, parkedLimit 3, ", "de"},
+      {false, {.parkedEvents = 2, .drop = newest}, park, "logged 2, parkedLimit 3, ", "ab"},
+      {false, {.queuedEvents = 2}, burst, "logged 2, queuedLimit 3, ", "de"},
+      {false, {.queuedEvents = 2, .drop = newest}, burst, "logged 2, queuedLimit 3, ", "ab"},
+      {true, {.queuedEvents = 2}, burst, "logged 2, queuedLimit 3, ", "de"},
+      {true, {.queuedEvents = 2, .drop = newest}, burst, "logged 2, queuedLimit 3, ", "ab"},
+      {false, {.eventBytes = 60}, large, "logged 2, tooLarge 2, ", "ab"}};
+  for (const auto& [reliably, limits, live, expected, names] : rows) {
+    Host host({.reliableDelivery = reliably, .limits = limits});
     host.configure();
     live(host);
     host.advance(1s);
@@ -210,12 +140,11 @@ TEST(Health, tellsWhatAScreenShowsAndItsObserverOnceABurst) {
   host.advance(1h);
   EXPECT_EQ(host.quillmar->health().configurationAge, 1h);
   host.eventStatus = 500;
-  for (int i = 0; i < 3; ++i) {
-    host.send("a");
-  }
+  host.send("a");
+  host.send("a");
   host.advance(1s);
-  EXPECT_EQ(failures, (std::vector<std::uint64_t>{0, 0, 3})) << "a fetch that failed, one that did not, a burst";
-  EXPECT_EQ(host.quillmar->health().failuresInARow, 3);
+  EXPECT_EQ(failures, (std::vector<std::uint64_t>{0, 0, 2})) << "a fetch that failed, one that did not, a burst";
+  EXPECT_EQ(host.quillmar->health().failuresInARow, 2);
   host.eventStatus = 200;
   host.simulated.adNetwork->setError("No");
   host.send("session");
@@ -237,7 +166,7 @@ TEST(Health, tellsHowTheAttributionIs) {
   host.enable();
   EXPECT_EQ(state(), State::noKey);
   host.configure();
-  host.attribution->setOptions({.liveAttribution = true});
+  host.attribution->setOptions(host.options);
   host.attributionStatus = 500;
   host.enable();
   EXPECT_EQ(state(), State::waiting);

@@ -77,6 +77,9 @@ void failEachAllocation(const char* what, const std::function<void(FacadeHarness
       host.send("after");
       EXPECT_TRUE(host.core().eventTracker()->areEventsCompleted({"session", "after"}));
       EXPECT_GT(host.quillmar->statistics().logged, before.logged);
+      const QuillmarHealth health = host.quillmar->health();
+      EXPECT_EQ(sumOf(health), health.sent) << "what was dropped is counted as well";
+      EXPECT_EQ(health.queued + health.underWay, 0u);
       if (!failed || testing::Test::HasFailure()) {
         break;
       }
@@ -89,6 +92,11 @@ void failEachAllocation(const char* what, const std::function<void(FacadeHarness
 
 TEST(OutOfMemory, aCallComesToNothingAtWorstAndTheNextOnesWork) {
   failEachAllocation("sendEvent", [](FacadeHarness& host) { host.send("purchase"); });
+  failEachAllocation("sendEvent, reliably", [](FacadeHarness& host) {
+    host.quillmar->setOptions({.reliableDelivery = true});
+    host.send("purchase");
+    host.advance(std::chrono::seconds(1));
+  });
   failEachAllocation("configure", [](FacadeHarness& host) { host.configure(); });
   failEachAllocation("activation", [](FacadeHarness& host) { host.activate(); });
 }

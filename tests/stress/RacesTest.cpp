@@ -9,7 +9,6 @@
 #include "Platform/Sqlite/SqliteUserDefaultsProvider.h"
 #include "quillmar/Config.h"
 #include "support/AttributionHarness.h"
-#include "support/HealthSum.h"
 #include "support/TemporaryFolder.h"
 
 // Everything at once, from many threads: what this test is for shows under ThreadSanitizer.

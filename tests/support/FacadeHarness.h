@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <numeric>
 
 #include "Facade/QuillmarCore.h"
 #include "Settings/QuillMarDefaults.h"
@@ -23,6 +24,12 @@ inline std::string configuration(const std::string& lockWindows = "{}", bool ena
       R"({{"app_id":"app-1","sdk_enabled":{},"values":[{},{}],"lockWindows":{}}})", enabled,
       rule("Purchase", 40, "high", R"("requiredEvents":[{"name":"purchase","revenueMin":10,"revenueMax":50}])"),
       rule("Session", 1, "low", R"("requiredEvents":[{"name":"session"}])"), lockWindows);
+}
+
+/// How many events are in some count.
+inline std::uint64_t sumOf(const QuillmarHealth& health) {
+  const auto inMemory = health.queued + health.underWay + health.parked;
+  return std::reduce(health.ended.begin(), health.ended.end(), inMemory + health.kept);
 }
 
 /// A host on a simulated platform, with a service in the same process. Time goes only by `advance`.
