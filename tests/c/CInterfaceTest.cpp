@@ -84,6 +84,10 @@ class CInterface : public testing::Test, protected FacadeHarness {
 TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   EXPECT_EQ(quillmar_set_log_level(instance, QUILLMAR_LOG_INFO), QUILLMAR_OK);
   EXPECT_EQ(quillmar_configure(instance, "the-key"), QUILLMAR_OK);
+  EXPECT_EQ(quillmar_set_network_paused(instance, true), QUILLMAR_OK);
+  settle();
+  EXPECT_EQ(configRequests(), 0u);
+  EXPECT_EQ(quillmar_set_network_paused(instance, false), QUILLMAR_OK);
   settle();
   const quillmar_parameter oddlyTrue{"revenue", QUILLMAR_VALUE_BOOLEAN, {.integer = 2}};
   EXPECT_EQ(quillmar_send_event(instance, "start", &oddlyTrue, 1), QUILLMAR_OK);
