@@ -88,6 +88,10 @@ TEST_F(CInterface, livesAnInstallsLifeOnTables) {
                                           [](void*, const quillmar_health* now) { told += now->size == sizeof *now; }};
   EXPECT_EQ(quillmar_set_health_observer(instance, &observer), QUILLMAR_OK);
   EXPECT_EQ(quillmar_configure(instance, "the-key"), QUILLMAR_OK);
+  EXPECT_EQ(quillmar_set_network_paused(instance, true), QUILLMAR_OK);
+  settle();
+  EXPECT_EQ(configRequests(), 0u);
+  EXPECT_EQ(quillmar_set_network_paused(instance, false), QUILLMAR_OK);
   settle();
   const quillmar_parameter oddlyTrue{"revenue", QUILLMAR_VALUE_BOOLEAN, {.integer = 2}};
   EXPECT_EQ(quillmar_send_event(instance, "start", &oddlyTrue, 1), QUILLMAR_OK);

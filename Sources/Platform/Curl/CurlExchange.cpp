@@ -55,8 +55,9 @@ std::error_code toError(CURLcode code) noexcept {
       return URLError::cannotFindHost;
     case CURLE_COULDNT_CONNECT:
     case CURLE_INTERFACE_FAILED:
-    case CURLE_PROXY:
       return URLError::cannotConnectToHost;
+    case CURLE_PROXY:  // one that speaks SOCKS
+      return URLError::proxyRefusedConnection;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING:
