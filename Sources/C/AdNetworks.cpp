@@ -21,9 +21,7 @@ static_assert(static_cast<int>(AttributionKitCoarseValue::high) == QUILLMAR_COAR
 template <auto Function, class Functions, class... Arguments>
 void callWithCompletion(const Table<Functions>& table, AdNetworkCompletion completion, Arguments... arguments) {
   if (table.template has<Function>()) {
-    auto handle = std::make_unique<quillmar_ad_network_completion>();
-    handle->callback = std::move(completion);
-    table.template call<Function>(arguments..., handle.release());
+    table.template call<Function>(arguments..., handed<quillmar_ad_network_completion>(std::move(completion)));
   }
 }
 

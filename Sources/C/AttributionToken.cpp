@@ -9,9 +9,7 @@ namespace {
 class TableTokenProvider final : public platform::AttributionTokenProvider {
  public:
   void requestToken(Completion completion) override {
-    auto handle = std::make_unique<quillmar_token_completion>();
-    handle->callback = std::move(completion);
-    table->call<&quillmar_attribution_token::request>(handle.release());
+    table->call<&quillmar_attribution_token::request>(handed<quillmar_token_completion>(std::move(completion)));
   }
 
   std::shared_ptr<const Table<quillmar_attribution_token>> table;

@@ -9,9 +9,7 @@ namespace {
 class TableExecutor final : public platform::Executor {
  public:
   void post(std::function<void()> work) override {
-    auto handle = std::make_unique<quillmar_work>();
-    handle->callback = std::move(work);
-    table->call<&quillmar_executor::post>(handle.release());
+    table->call<&quillmar_executor::post>(handed<quillmar_work>(std::move(work)));
   }
 
   std::shared_ptr<const Table<quillmar_executor>> table;

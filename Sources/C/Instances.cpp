@@ -1,15 +1,10 @@
 #include <cstring>
 
-#include "C/PlatformHandle.h"
+#include "C/InstanceHandle.h"
 #include "Platform/PlatformMembers.h"
 #include "quillmar/Logger.h"
-#include "quillmar/Quillmar.h"
 #include "quillmar/QuillmarASAAttribution.h"
 #include "quillmar/QuillmarFactory.h"
-
-struct quillmar_instance : quillmar::Counted {
-  std::shared_ptr<quillmar::Quillmar> object;
-};
 
 struct quillmar_attribution : quillmar::Counted {
   std::shared_ptr<quillmar::QuillmarASAAttribution> object;
@@ -69,15 +64,6 @@ template <class Handle, class Result, class Get>
 Result valueOf(Handle* handle, Result otherwise, Get get) noexcept {
   with(handle, [&](auto& object) { otherwise = get(object); });
   return otherwise;
-}
-
-std::size_t copyText(const std::string& text, char* buffer, std::size_t capacity) noexcept {
-  if (buffer != nullptr && capacity > 0) {
-    const std::size_t copied = std::min(text.size(), capacity - 1);
-    std::memcpy(buffer, text.data(), copied);
-    buffer[copied] = '\0';
-  }
-  return text.size();
 }
 
 std::optional<EventValue> valueOf(const quillmar_parameter& parameter) {
@@ -208,6 +194,9 @@ using namespace quillmar;
 
 quillmar_instance* quillmar_shared(void) {
   return makeHandle<quillmar_instance>([] { return Quillmar::shared(); });
+}
+void quillmar_set_shared(const quillmar_instance* instance) {
+  Quillmar::setShared(instance != nullptr ? instance->object : nullptr);
 }
 quillmar_status quillmar_create(const quillmar_platform* platform, quillmar_instance** instance) {
   return create(platform, instance, [](const auto& members) { return QuillmarFactory::createQuillmar(members); });
@@ -378,6 +367,9 @@ void quillmar_reset_static_state(void) {
 
 quillmar_attribution* quillmar_attribution_shared(void) {
   return makeHandle<quillmar_attribution>([] { return QuillmarASAAttribution::shared(); });
+}
+void quillmar_attribution_set_shared(const quillmar_attribution* attribution) {
+  QuillmarASAAttribution::setShared(attribution != nullptr ? attribution->object : nullptr);
 }
 quillmar_status quillmar_attribution_create(const quillmar_platform* platform, quillmar_attribution** attribution) {
   return create(platform, attribution,

@@ -47,17 +47,16 @@ inline platform::Platform membersOf(const quillmar_platform& handle) {
 template <class Adapter, class Member, class Functions, class... Required>
 quillmar_status setMember(quillmar_platform* handle, Member platform::Platform::* member, const Functions* given,
                           Required... required) noexcept {
-  const std::optional<Functions> functions = received(given);
-  if (handle == nullptr || !functions || !((*functions.*required != nullptr) && ...)) {
+  if (handle == nullptr) {
     return QUILLMAR_ERROR_INVALID_ARGUMENT;
   }
   return statusOf([&] {
-    // When memory runs out, the table stays the host's: nothing may fail from here on that would release it.
-    auto adapter = std::make_shared<Adapter>();
-    adapter->table = std::make_unique<const Table<Functions>>(*functions);
-    Member previous = std::move(adapter);
+    Member adapter = adapterOver<Adapter>(given, required...);
+    if (!adapter) {
+      return QUILLMAR_ERROR_INVALID_ARGUMENT;
+    }
     const std::lock_guard lock(handle->mutex);
-    (handle->members.*member).swap(previous);
+    (handle->members.*member).swap(adapter);
     return QUILLMAR_OK;
   });
 }

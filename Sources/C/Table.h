@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -20,6 +21,11 @@ class Table {
   }
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
+
+  /// The context, for whoever knows its release function.
+  void* contextOf(void (*release)(void*)) const noexcept {
+    return functions_.release == release ? functions_.context : nullptr;
+  }
 
   template <auto Function>
   bool has() const noexcept {
@@ -43,6 +49,19 @@ class Table {
   const Functions functions_;
 };
 
+/// An adapter over a host's table, if that has what it must have; null otherwise.
+template <class Adapter, class Functions, class... Required>
+std::shared_ptr<Adapter> adapterOver(const Functions* given, Required... required) {
+  const std::optional<Functions> functions = received(given);
+  if (!functions || !((*functions.*required != nullptr) && ...)) {
+    return nullptr;
+  }
+  // When memory runs out, the table stays the host's: nothing may fail from here on that would release it.
+  auto adapter = std::make_shared<Adapter>();
+  adapter->table = std::make_shared<const Table<Functions>>(*functions);
+  return adapter;
+}
+
 /// What a host holds until it calls it or drops it.
 template <class Callback>
 struct Pending {
@@ -55,5 +74,13 @@ struct Pending {
     return owned ? std::move(owned->callback) : Callback();
   }
 };
+
+/// A handle of that kind for a host.
+template <class Handle, class Callback>
+Handle* handed(Callback callback) {
+  auto handle = std::make_unique<Handle>();
+  handle->callback = std::move(callback);
+  return handle.release();
+}
 
 }  // namespace quillmar

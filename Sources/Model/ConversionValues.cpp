@@ -216,6 +216,16 @@ ConversionValues::ConversionValue Codable<ConversionValues::ConversionValue>::de
   return value;
 }
 
+void Codable<ConversionValues::ConversionValue>::encode(JsonWriter& writer,
+                                                        const ConversionValues::ConversionValue& value) {
+  writer.beginObject().member("key", value.key).key("windows").beginObject();
+  for (const auto& [name, windowValue] : value.windows) {
+    writer.key(name);
+    encodeWindowValue(writer, windowValue);
+  }
+  writer.endObject().endObject();
+}
+
 ConversionValues::LockWindowConfiguration Codable<ConversionValues::LockWindowConfiguration>::decode(
     const JsonReader& reader) {
   ConversionValues::LockWindowConfiguration lock;
@@ -251,12 +261,7 @@ void encodeMembers(JsonWriter& writer, const std::vector<ConversionValues::Conve
                    const std::map<std::string, ConversionValues::LockWindowConfiguration, std::less<>>& lockWindows) {
   writer.key("values").beginArray();
   for (const auto& value : values) {
-    writer.beginObject().member("key", value.key).key("windows").beginObject();
-    for (const auto& [name, windowValue] : value.windows) {
-      writer.key(name);
-      encodeWindowValue(writer, windowValue);
-    }
-    writer.endObject().endObject();
+    Codable<ConversionValues::ConversionValue>::encode(writer, value);
   }
   writer.endArray().key("lockWindows").beginObject();
   for (const auto& [name, lock] : lockWindows) {

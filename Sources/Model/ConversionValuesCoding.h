@@ -21,6 +21,7 @@ struct Codable<ConversionValues> {
 template <>
 struct Codable<ConversionValues::ConversionValue> {
   static ConversionValues::ConversionValue decode(const JsonReader& reader);
+  static void encode(JsonWriter& writer, const ConversionValues::ConversionValue& value);
 };
 
 template <>

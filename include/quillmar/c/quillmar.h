@@ -158,6 +158,9 @@ QUILLMAR_API const char* quillmar_version(void);
 /// The instance of the process, made at the first call over the shared platform. Null when memory runs out.
 QUILLMAR_API quillmar_instance* quillmar_shared(void);
 
+/// Makes this one the instance of the process; null: the next `quillmar_shared` makes a new one.
+QUILLMAR_API void quillmar_set_shared(const quillmar_instance* instance);
+
 /// An instance of its own over the library's settings suite of that platform.
 QUILLMAR_API quillmar_status quillmar_create(const quillmar_platform* platform, quillmar_instance** instance);
 
@@ -377,6 +380,9 @@ QUILLMAR_API void quillmar_reset_static_state(void);
 
 /// The instance of the process, made at the first call over the shared platform. Null when memory runs out.
 QUILLMAR_API quillmar_attribution* quillmar_attribution_shared(void);
+
+/// Makes this one the instance of the process; null: the next `quillmar_attribution_shared` makes a new one.
+QUILLMAR_API void quillmar_attribution_set_shared(const quillmar_attribution* attribution);
 
 /// An instance of its own over the library's settings suite of that platform.
 QUILLMAR_API quillmar_status quillmar_attribution_create(const quillmar_platform* platform,
@@ -754,6 +760,154 @@ QUILLMAR_API quillmar_status quillmar_platform_set_executor(quillmar_platform* p
 /// Of the calls to the ad networks, which run one at a time.
 QUILLMAR_API quillmar_status quillmar_platform_set_main_executor(quillmar_platform* platform,
                                                                  const quillmar_executor* executor);
+
+// The collaborators of an instance, which a program may replace, above all in its tests. A null table leaves the place
+// empty. The repositories are not there until `quillmar_configure` has built them in the background, and each
+// `quillmar_configure` builds them anew: wait for it with `quillmar_drain` before you replace them. What is under way
+// goes on with the one that it began with.
+//
+// Conversion values cross as JSON, with the members that the service's configuration has for them: a document is
+// {"values":[...],"lockWindows":{...}}, a rule is one of the elements of "values".
+
+/// Waits for the end of a fetch.
+typedef struct quillmar_fetch_completion quillmar_fetch_completion;
+
+/// `error`: what went wrong, in words, or null on success.
+QUILLMAR_API void quillmar_fetch_completion_call(quillmar_fetch_completion* completion, const char* error);
+
+/// For a fetch that will not end: nothing comes of it, and it is not tried again by itself. `quillmar_drain` waits for
+/// completions that are still there.
+QUILLMAR_API void quillmar_fetch_completion_drop(quillmar_fetch_completion* completion);
+
+/// Where the service's configuration enters the library and is kept; see
+/// `quillmar::ConversionValuesRepositoryProtocol`. Called on the platform's executor.
+typedef struct quillmar_conversion_values_repository {
+  size_t size;
+  void* context;
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// Fetches the configuration and stores it. Returns at once. A failure is tried again, three times in all. Required.
+  void (*fetch_and_save)(void* context, quillmar_fetch_completion* completion);
+  /// Sets `document` to the stored document, and does not when there is none. What is no such document is told in the
+  /// log, and counts as none. Called for each event; may block on the disk. Required.
+  void (*fetch_all)(void* context, quillmar_bytes* document);
+} quillmar_conversion_values_repository;
+
+/// Puts the table in the place of the instance's repository.
+QUILLMAR_API quillmar_status quillmar_set_conversion_values_repository(
+    quillmar_instance* instance, const quillmar_conversion_values_repository* repository);
+
+/// Keeps the key that the event service knows the app by; see `quillmar::VerificationKeyRepositoryProtocol`. Called on
+/// any thread; may block on the disk. The library saves the key with the repository that `quillmar_configure` builds;
+/// another one serves whoever asks the instance for it.
+typedef struct quillmar_verification_key_repository {
+  size_t size;
+  void* context;
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// Sets `key` to the stored key, and does not when there is none. Required.
+  void (*fetch)(void* context, quillmar_bytes* key);
+  /// Stores the key in place of the one before. Required.
+  void (*save)(void* context, const char* key);
+} quillmar_verification_key_repository;
+
+/// Puts the table in the place of the instance's repository.
+QUILLMAR_API quillmar_status quillmar_set_verification_key_repository(
+    quillmar_instance* instance, const quillmar_verification_key_repository* repository);
+
+/// Waits to hear what became of an event.
+typedef struct quillmar_log_completion quillmar_log_completion;
+
+/// `error`: why the event was not logged, in words, or null; it counts against the key, and with
+/// `quillmar_options.reliable_delivery` it passes. `accepted`, without an error: false when the service has switched
+/// the library off and was not asked.
+QUILLMAR_API void quillmar_log_completion_call(quillmar_log_completion* completion, bool accepted, const char* error);
+
+/// For an event that goes no further. `quillmar_drain` waits for completions that are still there.
+QUILLMAR_API void quillmar_log_completion_drop(quillmar_log_completion* completion);
+
+/// Logs events to the service; see `quillmar::EventServerLogRepositoryProtocol`. Called on the platform's executor.
+typedef struct quillmar_event_server_log_repository {
+  size_t size;
+  void* context;
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// Logs one event. Returns at once. `identifier`: by which the service knows an event that it gets twice, with
+  /// `quillmar_options.reliable_delivery`; null without. Required.
+  void (*log_event)(void* context, const char* event, const char* identifier, quillmar_log_completion* completion);
+} quillmar_event_server_log_repository;
+
+/// Puts the table in the place of the instance's repository.
+QUILLMAR_API quillmar_status quillmar_set_event_server_log_repository(
+    quillmar_instance* instance, const quillmar_event_server_log_repository* repository);
+
+/// Reports conversion values to the platform; see `quillmar::ConversionTrackingManagerProtocol`. Called on the main
+/// executor, one call at a time; must not block.
+typedef struct quillmar_conversion_tracking_manager {
+  size_t size;
+  void* context;
+  void (*release)(void* context);  ///< called once, when nothing uses the table any more; may be null
+  /// Starts an update with what the rule `conversion_value`, as JSON, has for the postback window 0...2. Required.
+  void (*send)(void* context, const char* conversion_value, int32_t window, bool force_lock_window);
+} quillmar_conversion_tracking_manager;
+
+/// Puts the table in the place of the instance's manager.
+QUILLMAR_API quillmar_status quillmar_set_conversion_tracking_manager(
+    quillmar_instance* instance, const quillmar_conversion_tracking_manager* manager);
+
+/// Which collaborator.
+typedef int32_t quillmar_collaborator_kind;
+enum {
+  QUILLMAR_CONVERSION_VALUES_REPOSITORY = 0,
+  QUILLMAR_VERIFICATION_KEY_REPOSITORY = 1,
+  QUILLMAR_EVENT_SERVER_LOG_REPOSITORY = 2,
+  QUILLMAR_CONVERSION_TRACKING_MANAGER = 3,
+};
+
+/// A collaborator, the library's own or a table: to be called, for instance by the table that stands in for it, and to
+/// be put back. A function below that does not go with its kind is given an argument that it refuses.
+typedef struct quillmar_collaborator quillmar_collaborator;
+
+/// The collaborator that is in that place now, to be released once. Null when there is none, or memory runs out.
+QUILLMAR_API quillmar_collaborator* quillmar_get_collaborator(const quillmar_instance* instance,
+                                                              quillmar_collaborator_kind kind);
+
+/// Puts it into its place.
+QUILLMAR_API quillmar_status quillmar_set_collaborator(quillmar_instance* instance,
+                                                       const quillmar_collaborator* collaborator);
+
+/// The handle is gone; the collaborator stays where it is used.
+QUILLMAR_API void quillmar_collaborator_release(quillmar_collaborator* collaborator);
+
+/// The context of the program's own table, which it knows by its release function; it is valid as long as the handle.
+/// Null for any other.
+QUILLMAR_API void* quillmar_collaborator_context(const quillmar_collaborator* collaborator,
+                                                 void (*release)(void* context));
+
+/// Fetches the configuration and stores it. `done` is called once, unless the status is an error, on any thread, also
+/// inside this call: with what went wrong, in words, or null. What never answers has gone wrong.
+QUILLMAR_API quillmar_status quillmar_collaborator_fetch_and_save(const quillmar_collaborator* collaborator,
+                                                                  void* context,
+                                                                  void (*done)(void* context, const char* error));
+
+/// The stored document, copied as by `quillmar_copy_app_id`; 0 when there is none that can be read.
+QUILLMAR_API size_t quillmar_collaborator_copy_document(const quillmar_collaborator* collaborator, char* buffer,
+                                                        size_t capacity);
+
+/// The stored key, copied as by `quillmar_copy_app_id`; 0 when there is none.
+QUILLMAR_API size_t quillmar_collaborator_copy_key(const quillmar_collaborator* collaborator, char* buffer,
+                                                   size_t capacity);
+
+/// Stores the key.
+QUILLMAR_API quillmar_status quillmar_collaborator_save_key(const quillmar_collaborator* collaborator, const char* key);
+
+/// Logs one event; `identifier` may be null. `done` as above, with what `quillmar_log_completion_call` says.
+QUILLMAR_API quillmar_status quillmar_collaborator_log_event(const quillmar_collaborator* collaborator,
+                                                             const char* event, const char* identifier, void* context,
+                                                             void (*done)(void* context, bool accepted,
+                                                                          const char* error));
+
+/// Starts an update. On the main executor, one call at a time. Refused: what is no rule, and an unknown window.
+QUILLMAR_API quillmar_status quillmar_collaborator_send(const quillmar_collaborator* collaborator,
+                                                        const char* conversion_value, int32_t window,
+                                                        bool force_lock_window);
 
 #ifdef __cplusplus
 }  // extern "C"

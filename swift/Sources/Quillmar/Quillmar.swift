@@ -7,13 +7,23 @@ import Foundation
 /// may be used from any thread, and none but `reset`, `clearTrackedEvents`, `drain`, `waitUntilDelivered` and `state`
 /// waits for a disk or a network.
 public final class Quillmar: Sendable {
-  /// The instance of the app, over the shared platform; see `QuillmarPlatform.useForSharedInstances`.
-  public static let shared: Quillmar = {
-    QuillmarPlatform.chooseForSharedInstances()
-    return Quillmar(quillmar_shared())
-  }()
+  private static let sharedInstance = SharedInstance(
+    make: { Quillmar(quillmar_shared()) },
+    tell: { quillmar_set_shared($0?.handle.pointer) })
 
-  private let handle: Handle
+  /// The instance of the app, over the shared platform; see `QuillmarPlatform.useForSharedInstances`. Another one can be
+  /// put in its place.
+  public static var shared: Quillmar {
+    get { sharedInstance.instance }
+    set { sharedInstance.set(newValue) }
+  }
+
+  /// Lets the next use of `shared` make a new instance.
+  public static func resetShared() {
+    sharedInstance.set(nil)
+  }
+
+  let handle: Handle
 
   /// Takes a handle over.
   init(_ pointer: OpaquePointer?) {

@@ -6,13 +6,23 @@ import Foundation
 /// Works once `Quillmar.isInitialized` is true, or was in an earlier run of the app. What happens is told in the log
 /// only. All members may be used from any thread.
 public final class QuillmarASAAttribution: Sendable {
-  /// The instance of the app, over the shared platform; see `QuillmarPlatform.useForSharedInstances`.
-  public static let shared: QuillmarASAAttribution = {
-    QuillmarPlatform.chooseForSharedInstances()
-    return QuillmarASAAttribution(quillmar_attribution_shared())
-  }()
+  private static let sharedInstance = SharedInstance(
+    make: { QuillmarASAAttribution(quillmar_attribution_shared()) },
+    tell: { quillmar_attribution_set_shared($0?.handle.pointer) })
 
-  private let handle: Handle
+  /// The instance of the app, over the shared platform; see `QuillmarPlatform.useForSharedInstances`. Another one can be
+  /// put in its place.
+  public static var shared: QuillmarASAAttribution {
+    get { sharedInstance.instance }
+    set { sharedInstance.set(newValue) }
+  }
+
+  /// Lets the next use of `shared` make a new instance.
+  public static func resetShared() {
+    sharedInstance.set(nil)
+  }
+
+  let handle: Handle
 
   /// Takes a handle over.
   init(_ pointer: OpaquePointer?) {

@@ -45,6 +45,15 @@ public struct Data: Collection, Hashable, Sendable {
   public subscript(index: Int) -> UInt8 { fatalError() }
 }
 
+open class JSONEncoder {
+  public init() {}
+  open func encode<Value: Encodable>(_ value: Value) throws -> Data { fatalError() }
+}
+open class JSONDecoder {
+  public init() {}
+  open func decode<Value: Decodable>(_ type: Value.Type, from data: Data) throws -> Value { fatalError() }
+}
+
 public struct URL: Hashable, Sendable {
   public init?(string: String) { fatalError() }
   public init?(string: String, relativeTo url: URL?) { fatalError() }
