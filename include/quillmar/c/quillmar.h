@@ -7,13 +7,11 @@
 /// Everything that `Quillmar.h` and its neighbours say holds here as well; this says what is different.
 ///
 /// - Texts are UTF-8 and end with a zero. What goes in is copied during the call. What a function of a table is given
-/// is
-///   valid during that call only.
+///   is valid during that call only.
 /// - A function that can fail gives a status. A null or unknown argument is `QUILLMAR_ERROR_INVALID_ARGUMENT`, and then
 ///   nothing has happened. A function without a status does nothing then, and gives 0 or null.
 /// - Handles are counted. Who gets one from a function whose name ends in "create" or "shared" releases it once, and
-/// once
-///   more for each "retain". A handle that was released for the last time must not be used.
+///   once more for each "retain". A handle that was released for the last time must not be used.
 /// - Structures begin with their size as the program was compiled: `state.size = sizeof state`. So they can grow, and
 ///   programs that were built before go on to work. What the library does not know yet is ignored; what the program
 ///   does not know yet counts as zero.
