@@ -85,8 +85,9 @@ class QUILLMAR_API Quillmar {
   /// on as it was.
   void setOptions(const QuillmarOptions& options) noexcept;
 
-  /// With `QuillmarOptions::requireConsent`: the user agrees. What was called before begins now, in its order. Nothing
-  /// about it is stored: call it at each start, or `revokeConsent`. An erasure that was cut off is finished first.
+  /// The user agrees, as `QuillmarOptions::requireConsent` wants it. What was called before begins now, in its order.
+  /// Nothing about it is stored. Call it at each start, or `revokeConsent`. An erasure that was cut off is finished
+  /// first.
   void grantConsent() noexcept;
 
   /// The user does not agree, or no longer: everything stops, here and in `QuillmarASAAttribution`, and everything that

@@ -107,10 +107,10 @@ struct QuillmarOptions {
 
   // Consent.
 
-  /// Stores nothing, sends nothing and asks the platform nothing before `Quillmar::grantConsent`: not even whether
-  /// something is stored. Give it to `Quillmar` and `QuillmarASAAttribution` before anything else is called: it holds
-  /// for all instances over a settings store, until the process ends. `configure` and the tracking of the attribution
-  /// begin when consent is granted.
+  /// Stores nothing, sends nothing and asks the platform nothing before `Quillmar::grantConsent` is called, not even
+  /// whether something is stored. Give it to `Quillmar` and `QuillmarASAAttribution` before anything else is called: it
+  /// holds for all instances over a settings store, until the process ends. `configure` and the tracking of the
+  /// attribution begin when consent is granted.
   bool requireConsent = false;
 
   /// So many events that come before consent are held, in memory, and count when it is granted. Others are dropped.
