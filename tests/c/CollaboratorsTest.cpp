@@ -16,20 +16,17 @@ struct Collaborators : testing::Test, protected FacadeHarness {
     configure();
     std::ranges::generate(own, [this, kind = 0]() mutable { return present(kind++); });
     document = text(quillmar_collaborator_copy_document, own[0]);
+    EXPECT_EQ(quillmar_set_conversion_values_repository(&instance, &values), QUILLMAR_OK);
+    EXPECT_EQ(quillmar_set_verification_key_repository(&instance, &key), QUILLMAR_OK);
+    EXPECT_EQ(quillmar_set_event_server_log_repository(&instance, &logs), QUILLMAR_OK);
+    EXPECT_EQ(quillmar_set_conversion_tracking_manager(&instance, &manager), QUILLMAR_OK);
   }
   ~Collaborators() override { std::ranges::for_each(own, quillmar_collaborator_release); }
 
   quillmar_collaborator* present(int kind) { return quillmar_get_collaborator(&instance, kind); }
-  bool replaceAll() {
-    return quillmar_set_conversion_values_repository(&instance, &values) == QUILLMAR_OK &&
-           quillmar_set_verification_key_repository(&instance, &key) == QUILLMAR_OK &&
-           quillmar_set_event_server_log_repository(&instance, &logs) == QUILLMAR_OK &&
-           quillmar_set_conversion_tracking_manager(&instance, &manager) == QUILLMAR_OK;
-  }
   static Collaborators& self(void* context) { return *static_cast<Collaborators*>(context); }
   static void released(void* context) { ++self(context).releases; }
   static void logged(void* c, bool, const char* error) { self(c).told.push_back(fmt::format("({})", orEmpty(error))); }
-  static void fetched(void* c, const char* error) { logged(c, true, error); }
   static std::string text(size_t (*copy)(const quillmar_collaborator*, char*, size_t), quillmar_collaborator* from) {
     char buffer[4096];
     return {buffer, copy(from, buffer, sizeof buffer)};
@@ -61,10 +58,8 @@ struct Collaborators : testing::Test, protected FacadeHarness {
 };
 
 TEST_F(Collaborators, tablesStandInForTheLibrarysOwnUntilTheseArePutBack) {
-  EXPECT_TRUE(replaceAll());
   const auto shown = present(QUILLMAR_VERIFICATION_KEY_REPOSITORY);
-  EXPECT_EQ(quillmar_collaborator_save_key(shown, "new"), QUILLMAR_OK);
-  EXPECT_EQ(quillmar_collaborator_save_key(own[1], "own"), QUILLMAR_OK);
+  EXPECT_TRUE(!quillmar_collaborator_save_key(shown, "new") && !quillmar_collaborator_save_key(own[1], "own"));
   EXPECT_EQ(text(quillmar_collaborator_copy_key, shown) + text(quillmar_collaborator_copy_key, own[1]), "a keyown");
   EXPECT_EQ(quillmar_collaborator_context(shown, released), this);
   EXPECT_TRUE(!quillmar_collaborator_context(shown, [](void*) {}) && !quillmar_collaborator_context(own[0], released));
@@ -77,18 +72,12 @@ TEST_F(Collaborators, tablesStandInForTheLibrarysOwnUntilTheseArePutBack) {
   EXPECT_THAT(told,
               testing::ElementsAre("save new", "log purchase ", R"(send {"key":"Purchase 0 false)", "log again id-1"));
   EXPECT_TRUE(calls().size() == 1 && calls()[0].fineValue == 40 && quillmar->statistics().logged == 1);
-  EXPECT_EQ(quillmar_collaborator_log_event(own[2], "again", "id-2", this, logged), QUILLMAR_OK);
-  EXPECT_EQ(quillmar_collaborator_fetch_and_save(own[0], this, fetched), QUILLMAR_OK);
-  settle();
-  EXPECT_NE(eventBodies().at(0).find(R"("event_id":"id-2")"), std::string::npos);
-  EXPECT_TRUE(configRequests() == 2 && told.size() == 6 && told.back() == "()" && releases == 0);
   std::ranges::for_each(own, [&](auto* each) { EXPECT_EQ(quillmar_set_collaborator(&instance, each), QUILLMAR_OK); });
   send("session");
-  EXPECT_TRUE(calls().size() == 2 && told.size() == 6 && releases == 4);
+  EXPECT_TRUE(calls().size() == 2 && told.size() == 4 && releases == 4);
 }
 
 TEST_F(Collaborators, whatFailsIsNeverAnsweredOrIsNoDocumentCountsAsInCpp) {
-  EXPECT_TRUE(replaceAll());
   advance(std::chrono::hours(2));
   activate();
   quillmar_fetch_completion_call(fetching, "out of order");
@@ -128,13 +117,14 @@ TEST_F(Collaborators, refuseWhatTheyCannotTakeAndAnswerOnce) {
     EXPECT_EQ(quillmar_collaborator_log_event(odd, name, nullptr, this, logged), QUILLMAR_OK);
     EXPECT_EQ(quillmar_collaborator_log_event(own[3], name, nullptr, this, logged), invalid) << "of another kind";
   }
+  EXPECT_EQ(quillmar_collaborator_log_event(odd, nullptr, nullptr, this, logged), invalid);
   EXPECT_THAT(told, testing::ElementsAre("(It ended without an answer.)", "()", "()"));
   quillmar_collaborator_release(odd);
   logs.log_event = nullptr;
   EXPECT_EQ(quillmar_set_event_server_log_repository(&instance, &logs), invalid);
   EXPECT_EQ(quillmar_set_event_server_log_repository(nullptr, nullptr), invalid);
   EXPECT_EQ(quillmar_set_collaborator(&instance, nullptr), invalid);
-  EXPECT_TRUE(present(4) == nullptr && quillmar_get_collaborator(nullptr, 0) == nullptr && releases == 0);
+  EXPECT_TRUE(present(4) == nullptr && quillmar_get_collaborator(nullptr, 0) == nullptr && releases == 1);
   EXPECT_EQ(quillmar_collaborator_send(own[3], R"({"key":"k","windows":{}})", 3, false), invalid);
   EXPECT_EQ(quillmar_collaborator_send(own[3], "{}", 0, false), invalid);
 }

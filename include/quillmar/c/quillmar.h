@@ -814,9 +814,9 @@ QUILLMAR_API quillmar_status quillmar_set_verification_key_repository(
 /// Waits to hear what became of an event.
 typedef struct quillmar_log_completion quillmar_log_completion;
 
-/// `error`: why the event was not logged, in words, or null; it counts against the key, and with
-/// `quillmar_options.reliable_delivery` it passes. `accepted`, without an error: false when the service has switched
-/// the library off and was not asked.
+/// `error`: why the event was not logged, in words, or null. It counts against the key; with
+/// `quillmar_options.reliable_delivery` it does not, and the event is logged again later. `accepted`, without an error:
+/// false when the service has switched the library off and was not asked.
 QUILLMAR_API void quillmar_log_completion_call(quillmar_log_completion* completion, bool accepted, const char* error);
 
 /// For an event that goes no further. `quillmar_drain` waits for completions that are still there.

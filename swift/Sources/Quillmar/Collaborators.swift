@@ -22,7 +22,7 @@ public protocol VerificationKeyRepositoryProtocol: Sendable {
 /// Logs events to the service. Calls may overtake each other.
 public protocol EventServerLogRepositoryProtocol: Sendable {
   /// Logs one event. False when the service has switched the library off and was not asked. What is thrown counts
-  /// against the key.
+  /// against the key; with `QuillmarOptions.reliableDelivery` it does not, and the event is logged again later.
   @discardableResult
   func logEvent(_ event: String) async throws -> Bool
 

@@ -53,7 +53,6 @@
       LibraryVerificationKey(own: asSeen(events, 1)).save(verificationKey: "key-2")
       XCTAssertEqual(told?.with { $0 }, ["send rule 12 window0", "save key-2"])
       XCTAssertEqual(events.statistics, QuillmarStatistics(sent: 3, dropped: 0, parked: 0, logged: 1, failed: 1))
-
       events.conversionValuesRepository = values
       events.eventServerLogRepository = log
       events.verificationKeyRepository = nil
@@ -68,7 +67,6 @@
       XCTAssertTrue(eventually { StandInPostbacks.taken.map(\.fineConversionValue) == [40] })
       let accepted = try await log?.logEvent("again", identifier: "id-1")
       XCTAssertTrue(accepted == true && server.requests.last?.body.contains(#""event_id":"id-1""#) == true)
-
       Quillmar.shared = events
       XCTAssertTrue(Quillmar.shared === events)
       XCTAssertEqual(Quillmar(quillmar_shared()).quillmarVerificationKey, "key-1")
