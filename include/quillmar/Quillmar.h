@@ -52,8 +52,8 @@ struct QuillmarState {
 /// Reports app events to the event service and keeps the platform's conversion value up to date.
 ///
 /// Call `configure` once at start-up and `sendEvent` for each event. No function throws, and none but `reset`,
-/// `clearTrackedEvents`, `drain`, `state` and `health` waits for a disk or a network: the work is done on the platform's
-/// executor. What happens is told in the log only. All functions may be called from any thread.
+/// `clearTrackedEvents`, `drain`, `state` and `health` waits for a disk or a network: the work is done on the
+/// platform's executor. What happens is told in the log only. All functions may be called from any thread.
 ///
 /// The library works in the process that called it first. In a child that this process forks off, all functions of
 /// all instances do nothing and give what an unused instance gives, until the child calls exec.
