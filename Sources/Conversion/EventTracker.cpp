@@ -207,7 +207,12 @@ std::vector<ConversionValues::ConversionValue> EventTracker::findCompletedConver
     if (halves.fineValue || halves.coarseValue) {
       auto& copy = completed.emplace_back();
       copy.key = value.key;
-      copy.windows.emplace(rawValue(currentWindow), matching.onlyCompleteHalves ? std::move(halves) : *windowValue);
+      ConversionValues::WindowValue& counting = copy.windows[std::string(rawValue(currentWindow))];
+      if (matching.onlyCompleteHalves) {
+        counting = std::move(halves);
+      } else {
+        counting = *windowValue;
+      }
     }
     if (rules != nullptr) {
       rules->push_back(explained(value.key, *windowValue, history, matching.singleBound));

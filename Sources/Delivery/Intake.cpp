@@ -10,7 +10,7 @@ namespace quillmar {
 
 namespace {
 
-constexpr std::size_t blockSize = 32 * 1024;
+constexpr std::size_t blockSize = std::size_t{32} * 1024;
 constexpr std::uint8_t noParameters = 0xff;
 using Size = std::uint32_t;  // of an event, in front of it
 
