@@ -216,9 +216,6 @@ Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
 
 void QuillmarCore::emptyPendingEvents() {
   postInLife(*pendingEventsQueue_, thisLife(), [](QuillmarCore& self) {
-    for (NamedEvent& event : self.pendingEvents_) {
-      event.passage.end(EventEnd::reset);
-    }
     self.pendingEvents_.clear();
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
   });

@@ -67,7 +67,7 @@ TEST(Health, hasEachEventInOneCount) {
       {"Fs", usual, "lost 1, "},
       {"qOs", usual, "switchedOff 2, "},
       {"qO.", strict, "switchedOff 1, "},
-      {"Bs", usual, "parked 1, "},
+      {"Bsq", usual, "queued 1, parked 1, "},
       {"BsR.CdsqRw", usual, "reset 3, "},
       {"s4s5ss", reliable, "kept 2, logged 1, refused 1, "},
       {"5ssB2C5sX", reliable, "inherited 2, logged 2, expired 1, "},
