@@ -216,6 +216,9 @@ Task<void> QuillmarCore::replayEvent(Life life, NamedEvent event) {
 
 void QuillmarCore::emptyPendingEvents() {
   postInLife(*pendingEventsQueue_, thisLife(), [](QuillmarCore& self) {
+    for (NamedEvent& event : self.pendingEvents_) {
+      event.passage.end(EventEnd::reset);  // some may have been parked since the next epoch began
+    }
     self.pendingEvents_.clear();
     self.pendingEventCount_.store(0, std::memory_order_relaxed);
   });

@@ -61,7 +61,14 @@ constexpr QuillmarOptions limitsOnly{.limits = limits};
 constexpr QuillmarOptions allOptions{true, true, true, true, true, true, true, true,
                                      true, true, true, true, true, true, 100,  limits};
 
-class Races : public testing::TestWithParam<QuillmarOptions> {
+struct Choice {
+  const char* name;
+  QuillmarOptions options;
+
+  friend void PrintTo(const Choice& choice, std::ostream* stream) { *stream << choice.name; }
+};
+
+class Races : public testing::TestWithParam<Choice> {
  protected:
   Races() {
     Quillmar::resetStaticState();
@@ -78,7 +85,7 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
     platform_.logSink = lines_;
     quillmar_ = make();
     attribution_ = QuillmarFactory::createQuillmarASAAttribution(platform_);
-    attribution_->setOptions(GetParam());
+    attribution_->setOptions(GetParam().options);
   }
   ~Races() override {
     Log::setSink(nullptr, platform_.clock);
@@ -88,7 +95,7 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
   std::shared_ptr<Quillmar> make() const {
     auto quillmar = QuillmarFactory::createQuillmar(platform_);
     quillmar->setLogLevel(LogLevel::info);
-    quillmar->setOptions(GetParam());
+    quillmar->setOptions(GetParam().options);
     return quillmar;
   }
 
@@ -99,7 +106,7 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
         [&] { simulated_.notifications->post(platform::Notification::applicationDidBecomeActive); },
         [&] { quillmar_->sceneDidActivate(); },
         [&] {
-          if (GetParam().requireConsent) {
+          if (GetParam().options.requireConsent) {
             round % 50 == 9 ? quillmar_->revokeConsent() : quillmar_->grantConsent();
           }
         },
@@ -153,7 +160,8 @@ class Races : public testing::TestWithParam<QuillmarOptions> {
   std::shared_ptr<std::atomic<std::size_t>> decided_ = std::make_shared<std::atomic<std::size_t>>(0);
 };
 
-INSTANTIATE_TEST_SUITE_P(Options, Races, testing::Values(QuillmarOptions(), limitsOnly, allOptions));
+INSTANTIATE_TEST_SUITE_P(Options, Races,
+                         testing::Values(Choice{"none", {}}, Choice{"limits", limitsOnly}, Choice{"all", allOptions}));
 
 TEST_P(Races, nothingBreaksAndTheLibraryWorksAfterwards) {
   std::vector<std::jthread> threads;
