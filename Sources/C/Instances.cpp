@@ -296,6 +296,10 @@ quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_s
               state);
 }
 
+quillmar_status quillmar_set_has_fetched_conversion_values(quillmar_instance* instance, bool fetched) {
+  return with(instance, [&](Quillmar& object) { object.setHasFetchedConversionValues(fetched); });
+}
+
 quillmar_status quillmar_get_health(const quillmar_instance* instance, quillmar_health* health) {
   return instance != nullptr ? hand(forC(instance->object->health()), health) : QUILLMAR_ERROR_INVALID_ARGUMENT;
 }

@@ -106,6 +106,9 @@ TEST_F(CInterface, livesAnInstallsLifeOnTables) {
   EXPECT_THAT(postbacks, ElementsAre("40 0 false", "1 2 false")) << "the second one by AdAttributionKit";
   EXPECT_TRUE(state().window == 1 && state().initialized && state().enabled && state().verification_key_valid);
   EXPECT_EQ(configRequests(), 2u);
+  EXPECT_TRUE(state().has_fetched_conversion_values);
+  EXPECT_EQ(quillmar_set_has_fetched_conversion_values(instance, false), QUILLMAR_OK);
+  EXPECT_FALSE(state().has_fetched_conversion_values);
   char text[4] = "???";
   EXPECT_EQ(quillmar_copy_app_id(instance, text, sizeof text), 5u);
   EXPECT_STREQ(text, "app") << "as much as there is room for";

@@ -283,6 +283,9 @@ typedef struct quillmar_state {
 /// May open the settings store on the calling thread.
 QUILLMAR_API quillmar_status quillmar_get_state(const quillmar_instance* instance, quillmar_state* state);
 
+/// What `quillmar_state` says of it; false lets the next activation fetch the configuration at once.
+QUILLMAR_API quillmar_status quillmar_set_has_fetched_conversion_values(quillmar_instance* instance, bool fetched);
+
 /// Where each event is, and what is wrong; see `quillmar::QuillmarHealth`. Times are in seconds since 1970. Each event
 /// is in exactly one of the counts from `queued` to `too_large`; their sum is `sent` + `inherited`.
 typedef struct quillmar_health {

@@ -127,7 +127,11 @@ public final class Quillmar: Sendable {
   public var isInitialized: Bool { cState.initialized }
 
   /// True once a fetch of the conversion values has succeeded, or is under way, in this process.
-  public var hasFetchedConversionValues: Bool { cState.has_fetched_conversion_values }
+  /// Set to false, it lets the next activation fetch them at once.
+  public var hasFetchedConversionValues: Bool {
+    get { cState.has_fetched_conversion_values }
+    set { quillmar_set_has_fetched_conversion_values(handle.pointer, newValue) }
+  }
 
   /// Where the instance stands. May open the settings on the calling thread.
   public var state: QuillmarState {
