@@ -27,12 +27,12 @@ std::string description(const EventValue& value) {
 }
 
 /// The host's parameters under their names, with texts in well-formed UTF-8.
-std::optional<NamedParameters> namedParameters(std::optional<EventParameters> params) {
+std::shared_ptr<NamedParameters> namedParameters(std::optional<EventParameters> params) {
   if (!params) {
-    return std::nullopt;
+    return nullptr;
   }
-  NamedParameters named = parameters(std::move(*params));
-  for (auto& [name, value] : named) {
+  auto named = std::make_shared<NamedParameters>(parameters(std::move(*params)));
+  for (auto& [name, value] : *named) {
     if (auto* const text = std::get_if<std::string>(&value.storage())) {
       *text = repairedUtf8(std::move(*text));
     }
@@ -41,10 +41,11 @@ std::optional<NamedParameters> namedParameters(std::optional<EventParameters> pa
 }
 
 /// What the host gave, as JSON.
-std::size_t bytesOf(const std::string& name, const std::optional<NamedParameters>& params) {
+std::size_t bytesOf(const std::string& name, const NamedParameters* params) {
+  const NamedParameters none;
   JsonWriter writer;
   writer.beginObject().member("event_name", name);
-  for (const auto& [param, value] : params.value_or(NamedParameters())) {
+  for (const auto& [param, value] : params != nullptr ? *params : none) {
     const auto* const text = std::get_if<std::string>(&value.storage());
     writer.member(param, text != nullptr ? *text : description(value));
   }
@@ -60,7 +61,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
   HealthRecord::Passage passage = health_->begin();
   NamedEvent named{repairedUtf8(std::move(event)), namedParameters(std::move(params)), std::move(passage)};
   const QuillmarLimits limits = isLimited_.load(std::memory_order_relaxed) ? options().limits : QuillmarLimits();
-  if (limits.eventBytes > 0 && bytesOf(named.name, named.params) > limits.eventBytes) {
+  if (limits.eventBytes > 0 && bytesOf(named.name, named.params.get()) > limits.eventBytes) {
     refuse(named.passage, EventEnd::tooLarge, limits.eventBytes);
     return;
   }
@@ -68,7 +69,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
     return;
   }
   const bool isOpen = userDefaults_->isOpen();
-  if (isOpen && !isAccepted(named.name, named.params)) {
+  if (isOpen && !isAccepted(named.name, named.params.get())) {
     named.passage.end(EventEnd::switchedOff);
     return;
   }
@@ -78,7 +79,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
 void QuillmarCore::enter(const Life& life, NamedEvent event, bool isAccepted, const QuillmarLimits& limits) {
   if (!deliversReliably()) {
     post({life, std::move(event), isAccepted ? processEvent : acceptEvent}, limits);
-  } else if (!outbox_->put({std::move(event.name), std::move(event.params), platform_.clock->now(), isAccepted},
+  } else if (!outbox_->put({std::move(event.name), event.takeParams(), platform_.clock->now(), isAccepted},
                            event.passage, limits)) {
     refuse(event.passage, EventEnd::queuedLimit, limits.queuedEvents);
   }
@@ -116,14 +117,14 @@ void QuillmarCore::refuse(HealthRecord::Passage& passage, EventEnd how, std::siz
   }
 }
 
-bool QuillmarCore::isAccepted(const std::string& name, const std::optional<NamedParameters>& params) {
+bool QuillmarCore::isAccepted(const std::string& name, const NamedParameters* params) {
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
     drop(name, traceOf(name));
     return false;
   }
   if (Log::passes(LogLevel::debug)) {
     const NamedParameters none;
-    Log::debug("Sending event: {} with params: {}", name, mapText(params ? *params : none, description));
+    Log::debug("Sending event: {} with params: {}", name, mapText(params != nullptr ? *params : none, description));
   }
   return true;
 }
@@ -149,7 +150,7 @@ Task<void> QuillmarCore::acceptEvent(Life life, NamedEvent event) {
   if (!self) {
     co_return;
   }
-  if (!self->isAccepted(event.name, event.params)) {
+  if (!self->isAccepted(event.name, event.params.get())) {
     event.passage.end(EventEnd::switchedOff);
     co_return;
   }

@@ -49,8 +49,10 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   /// What the host reported, as it goes on.
   struct NamedEvent {
     std::string name;
-    std::optional<NamedParameters> params;
+    std::shared_ptr<NamedParameters> params;  ///< null: none were given
     HealthRecord::Passage passage;
+
+    std::optional<NamedParameters> takeParams() { return params ? std::optional(std::move(*params)) : std::nullopt; }
   };
 
   /// Builds the event tracker, the resolver and the tracking manager, and directs the log to the platform's sink. Does
@@ -197,12 +199,15 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
 
     Task<void> operator()() { return begin(std::move(life), std::move(event)); }
   };
+  // glibc keeps freed blocks of up to 120 bytes apart without a lock, and takes an arena's lock for larger ones. These
+  // are allocated by the host's threads and freed by the library's.
+  static_assert(sizeof(Start) <= 120);
 
   void post(Start start, const QuillmarLimits& limits);
   /// Ends an event for a limit.
   void refuse(HealthRecord::Passage& passage, EventEnd how, std::size_t limit);
   /// False when the service has switched the library off; the log has either.
-  bool isAccepted(const std::string& name, const std::optional<NamedParameters>& params);
+  bool isAccepted(const std::string& name, const NamedParameters* params);
   /// With `strictSwitch`: the service has switched the library off, and what is on its way stops.
   bool isSwitchedOff() const;
   /// Ends an event for the switch.

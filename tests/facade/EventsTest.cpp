@@ -65,7 +65,7 @@ TEST_F(Intake, disabledLibraryDropsEventsAndNeitherLogsNorCountsThoseInFlight) {
   EXPECT_EQ(quillmar->statistics().dropped, 1u);
   EXPECT_EQ(quillmar->statistics().parked, 0u);
 
-  spawn(simulated.executor, QuillmarCore::processEvent(core().thisLife(), {"session", std::nullopt, {}}));
+  spawn(simulated.executor, QuillmarCore::processEvent(core().thisLife(), {"session", nullptr, {}}));
   settle();
   EXPECT_TRUE(logged("EventServerLogRepository - SDK is disabled by server configuration, skipping event: session"));
   EXPECT_TRUE(eventNames().empty());
