@@ -134,9 +134,6 @@ void ConversionTrackingManager::send(const ConversionValues::ConversionValue& co
 }
 
 void ConversionTrackingManager::startUpdate(Update update, const QuillmarOptions& options) {
-  if (update.term.isOver()) {
-    return;
-  }
   const std::string system = device_->systemVersion();
   const std::string version = simulatediOSVersion().value_or(system);
   const auto isAtLeast = [&](std::string_view tier) {

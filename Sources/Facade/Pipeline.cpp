@@ -372,6 +372,9 @@ namespace {
 Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
                      ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
                      QuillmarOptions options, std::shared_ptr<DecisionTrace> trace, Epoch::Term term) {
+  if (term.isOver()) {
+    co_return;
+  }
   // A manager of the host's knows no options, and does not tell what it calls.
   if (auto* const own = dynamic_cast<ConversionTrackingManager*>(manager.get())) {
     own->send(value, window, forceLockWindow, options, std::move(trace), std::move(term));
@@ -387,7 +390,8 @@ Task<void> sendValue(std::shared_ptr<ConversionTrackingManagerProtocol> manager,
 Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue value, Window window, bool forceLockWindow,
                                 Trace trace) {
   std::shared_ptr<QuillmarCore> self = life.lock();
-  if (!self) {
+  Epoch::Term term = self ? self->consent_->term() : Epoch::Term();
+  if (!life.lock()) {  // looked at after the term is taken: the end of consent ends this life before it ends terms
     co_return;
   }
   if (self->isSwitchedOff()) {
@@ -415,10 +419,9 @@ Task<void> QuillmarCore::update(Life life, ConversionValues::ConversionValue val
       co_return;
     }
   }
-  // A reset leaves alone what the platform is told; the end of consent does not.
-  Epoch::Term term = options.requireConsent ? Epoch::Term(self->epoch_, life.epoch) : Epoch::Term();
   std::shared_ptr<platform::Executor> mainExecutor = self->mainExecutor_;
   self.reset();
+  // A reset leaves alone what the platform is told; the end of consent does not.
   Task<void> send = sendValue(std::move(manager), std::move(resolved), window, forceLockWindow, options,
                               std::move(trace), std::move(term));
   co_await runOn(std::move(mainExecutor), std::move(send));

@@ -107,6 +107,7 @@ void Consent::revoke(const std::function<void()>& before, const std::function<vo
       alive->stop();
     }
   }
+  epoch_->raise([] {});
   erase();
 }
 

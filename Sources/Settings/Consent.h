@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "Async/Epoch.h"
 #include "quillmar/platform/Executor.h"
 #include "quillmar/platform/UserDefaults.h"
 
@@ -55,6 +56,10 @@ class Consent {
   /// nothing when consent was withdrawn meanwhile.
   void open(const std::function<void()>& prepare, platform::Executor& startUp);
 
+  /// For work that goes on when its worker is stopped: over before `revoke` erases. What was begun before it was taken,
+  /// a worker may have been told to stop.
+  Epoch::Term term() const noexcept { return {epoch_, epoch_->current()}; }
+
   /// Nothing works from now on, and what is held is forgotten. Stops all workers between the two steps.
   void revoke(const std::function<void()>& before, const std::function<void()>& erase);
 
@@ -65,6 +70,7 @@ class Consent {
   Held holdAnyway(Call call, std::size_t events);
   bool takeHeld(std::deque<Call>& calls);
 
+  const std::shared_ptr<Epoch> epoch_ = std::make_shared<Epoch>();
   std::atomic<State> state_{State::notRequired};
   std::mutex turns_;  ///< one opens or revokes at a time
   mutable std::mutex mutex_;

@@ -93,9 +93,9 @@ class QUILLMAR_API Quillmar {
   /// The user does not agree, or no longer: everything stops, here and in `QuillmarASAAttribution`, and everything that
   /// is stored is erased, the install identifier, the files and what is in an outbox included. Then nothing works until
   /// `grantConsent`, after which `configure` begins a new install. What was handed to the network or to the platform is
-  /// not called back. For instances with `QuillmarOptions::requireConsent` on; without it an answer of the platform
-  /// that comes later is still remembered. Call it at each start without consent, too: it finishes an erasure that the
-  /// end of the process cut off. Erases on the calling thread, and waits for what is being written.
+  /// not called back. It does so with `QuillmarOptions::requireConsent` or without. Call it at each start without
+  /// consent, too: it finishes an erasure that the end of the process cut off. Erases on the calling thread, and waits
+  /// for what is being written.
   void revokeConsent() noexcept;
 
   /// Starts the library with the key that the event service knows the app by. Returns at once.

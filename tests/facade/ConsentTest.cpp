@@ -22,7 +22,8 @@ class WatchedFiles final : public simulated::InMemoryFileManager {
 };
 
 struct Install : FacadeHarness {
-  explicit Install(QuillmarOptions options) : options_(options) {
+  explicit Install(QuillmarOptions options, bool requiresConsent = true) : options_(options) {
+    options_.requireConsent = requiresConsent;
     simulated.files = files;
     begin();
   }
@@ -35,7 +36,6 @@ struct Install : FacadeHarness {
     quillmar.reset();
     attribution.reset();
     settle();
-    options_.requireConsent = true;
     restart();
     attribution = QuillmarFactory::createQuillmarASAAttribution(simulated.platform());
     quillmar->setOptions(options_);
@@ -182,17 +182,19 @@ TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {
     }
     platform::AdNetworkCompletion answer;
   };
-  Install install({});
-  const auto late = std::make_shared<LateNetwork>(install.simulated.clock, install.simulated.device);
-  install.simulated.adNetwork = late;
-  install.begin();
-  install.grant();
-  install.configure();
-  install.send("session");
-  ASSERT_TRUE(late->answer);
-  install.quillmar->revokeConsent();
-  late->answer(std::nullopt);
-  EXPECT_THAT(install.stored(), testing::IsEmpty());
+  for (const bool requiresConsent : {false, true}) {
+    Install install({}, requiresConsent);
+    const auto late = std::make_shared<LateNetwork>(install.simulated.clock, install.simulated.device);
+    install.simulated.adNetwork = late;
+    install.begin();
+    install.grant();
+    install.configure();
+    install.send("session");
+    ASSERT_TRUE(late->answer);
+    install.quillmar->revokeConsent();
+    late->answer(std::nullopt);
+    EXPECT_THAT(install.stored(), testing::IsEmpty());
+  }
 }
 
 // How it is where a process is killed at each system call: quillmar_sweep.
