@@ -69,8 +69,8 @@ class EventTracker {
 
   void clearCompletedEvents();
 
-  /// Takes events off the history that were tracked before, in one write: the others stay as they are. Looks at the
-  /// oldest one first, which mostly is not that old.
+  /// Takes events off the history that were tracked before, in one write: the others stay as they are. Does nothing as
+  /// long as the first one is not that old: where the clock was set back since, older ones stay that long, too.
   void forgetBefore(platform::Clock::TimePoint instant);
 
   /// The values of the configuration whose fine or coarse part in `currentWindow` has all its required events, in the

@@ -37,6 +37,10 @@ bool isWhole(const std::string& file) {
   return answer == "ok";
 }
 
+std::string settingsFile(const std::string& folder) {
+  return folder + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
+}
+
 std::string encoded(const PropertyListValue& value) {
   return platform::encodePropertyList(value).value();
 }
@@ -92,7 +96,7 @@ Install::Install(const std::string& folder, const std::string& copy) {
   fs::copy(folder, copy, fs::copy_options::recursive);
   configuration = readFile(copy + configurationPath);
   attribution = readFile(copy + "/documents/asa_attribution_data.json");
-  const std::string file = copy + "/settings/" + std::string(quillMarDefaultsSuite) + ".sqlite";
+  const std::string file = settingsFile(copy);
   std::shared_ptr<platform::SqliteUserDefaults> store;
   if (fs::exists(file)) {
     if (!isWhole(file)) {
@@ -119,6 +123,17 @@ Install::Install(const std::string& folder, const std::string& copy) {
   }
 }
 
+void makeHistoryOld(const std::string& folder) {
+  constexpr double hundredDays = 100 * 86400.0;
+  const auto store = platform::SqliteUserDefaults::open(settingsFile(folder), [](std::string_view) {});
+  auto history = boost::json::parse(store->data(EventTracker::completedEventsKey).value());
+  boost::json::array& events = history.as_array();
+  std::for_each(events.begin(), events.end() - 1, [](boost::json::value& event) {
+    event.at("timestamp") = event.at("timestamp").to_number<double>() - hundredDays;
+  });
+  store->set(EventTracker::completedEventsKey, PropertyListValue::Data{boost::json::serialize(history)});
+}
+
 Acknowledged::Acknowledged(const RunResult& run) {
   std::istringstream log = completeLines(run.errors);
   for (std::string line; std::getline(log, line);) {
@@ -135,6 +150,8 @@ Acknowledged::Acknowledged(const RunResult& run) {
       keptEvents.clear();
       clearedEvents.insert(clearedEvents.end(), events.begin(), events.end());
       events.clear();
+    } else if (says("EventTracker - Forgot ")) {
+      forgot = true;
     } else if (says("ConversionTrackingManager - Saved last window value")) {
       ++windowValues;
     } else if (says(" cannot be used: ") || says(" cannot be created: ")) {
@@ -169,10 +186,17 @@ std::vector<std::string> lossesAfterRun(const Expectation& expected, const Ackno
   if (told.cleared && !expected.writesFailed) {
     losses.expect(areGone(before.history) && areGone(told.clearedEvents), "an event has come back after the reset");
   }
+  losses.expect(!told.forgot || expected.writesFailed || areGone(expected.old), "an old event has come back");
   // A reset that has begun may have forgotten the events already, but all of them together.
   const bool mayBeGone = expected.resets && areGone(before.history) && (told.cleared || areGone(told.events));
   if (!mayBeGone) {
-    losses.expectEvents(now, before.history, "of an earlier run");
+    const auto& old = expected.old;
+    const auto isOld = [&old](const auto& name) { return std::find(old.begin(), old.end(), name) != old.end(); };
+    std::vector<std::string> stay = before.history;
+    if (areGone(old)) {
+      std::erase_if(stay, isOld);
+    }
+    losses.expectEvents(now, stay, "of an earlier run");
   }
   if (!mayBeGone || told.cleared) {
     losses.expectEvents(now, told.events, "that was tracked");

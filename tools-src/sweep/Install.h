@@ -21,6 +21,9 @@ struct Install {
   Install(const std::string& folder, const std::string& copy);
 };
 
+/// Makes all events but the last older than any that can matter.
+void makeHistoryOld(const std::string& folder);
+
 constexpr const char* configurationPath = "/documents/Quillmar/quill-mar-conv-val.json";
 
 /// What a run has said that it stored, before it ended or was killed.
@@ -31,6 +34,7 @@ struct Acknowledged {
   std::vector<std::string> clearedEvents;  ///< tracked before that
   std::vector<std::string> keptEvents;     ///< in the outbox, since the history was last cleared
   bool cleared = false;
+  bool forgot = false;                     ///< what was old
   std::size_t windowValues = 0;            ///< how many last window values were saved
   std::vector<std::string> platformCalls;  ///< fine and coarse value of each call to the ad network, in order
   bool standInStore = false;               ///< the settings suite could not be opened
@@ -46,6 +50,7 @@ struct Expectation {
   bool writesFailed = false;        ///< settings that could not be written may be the old ones
   bool isAttributionWhole = false;  ///< it is replaced in one step
   bool windowIsKept = false;        ///< a new last window value tells its window
+  std::vector<std::string> old{};   ///< events that the run forgets, in one step
 };
 
 /// What is wrong with the folder after the run; one text for each loss.

@@ -69,10 +69,13 @@ struct Path {
 
 constexpr const char* liveAttribution = "--live-attribution";
 constexpr const char* comparing = "--skip-repeated-updates";
+constexpr const char* forgetting = "--history-days=36";
 
-/// In a "long" folder, some more events let the store put segments together; in a "merged" one they have done so.
-std::vector<Path> paths(const char* longFolder) {
-  std::vector<Path> result{{"single events", longFolder, events("single-", 6, enable)}};
+/// In a "long" folder, some more events let the store put segments together; in a "merged" one they have done so. In an
+/// "aged" one, all events but the last are old. With `only`, those whose names have it.
+std::vector<Path> paths(const char* longFolder, const std::string& only) {
+  std::vector<Path> result{{"single events", longFolder, events("single-", 6, enable)},
+                           {"history by age", "aged", event("session"), false, forgetting}};
   for (const char* folder : {"fresh", "used"}) {
     result.push_back({"start", folder, ""});
     result.push_back({"events", folder, events("plain-", 4)});
@@ -85,6 +88,7 @@ std::vector<Path> paths(const char* longFolder) {
          events("early-", 2) + enable + "{\"reset\":true}\n{\"configure\":\"" + sweptKey + "\"}\n" + events("late-", 2),
          true});
   }
+  std::erase_if(result, [&only](const Path& path) { return std::string(path.name).find(only) == std::string::npos; });
   return result;
 }
 
@@ -124,8 +128,8 @@ class Service {
 class Sweep {
  public:
   /// With `delay`, runs have the outbox, and the service takes so long for each of their answers.
-  Sweep(std::string executable, std::size_t every, std::optional<int> delay)
-      : executable_(std::move(executable)), every_(every), delay_(delay) {
+  Sweep(std::string executable, std::size_t every, std::string only, std::optional<int> delay)
+      : executable_(std::move(executable)), every_(every), only_(std::move(only)), delay_(delay) {
     fs::create_directory(folder_ + "/fresh");
     const RunResult run = runQuillmar(sweptKey, enable);
     const Install whole(data_, copy_);
@@ -143,7 +147,7 @@ class Sweep {
   Sweep& operator=(const Sweep&) = delete;
 
   void killAtEachCall() {
-    for (const Path& path : paths("long")) {
+    for (const Path& path : paths("long", only_)) {
       hitEachCall(path, {.kind = Injection::kill}, "kill");
       hitEachCall(path, {.kind = Injection::tear}, "kill in mid-write");
     }
@@ -226,7 +230,7 @@ class Sweep {
   void failEachCall() {
     constexpr std::tuple<const char*, std::size_t, std::size_t> spells[] = {
         {"once", 1, 0}, {"once, another error", 1, 1}, {"20 in a row", 20, 0}, {"from there on", ~std::size_t{0}, 0}};
-    for (const Path& path : paths("merged")) {
+    for (const Path& path : paths("merged", only_)) {
       for (const auto& [name, count, variant] : spells) {
         hitEachCall(path, {.kind = Injection::fail, .count = count, .variant = variant, .reads = true},
                     std::string("fail ") + name);
@@ -320,6 +324,9 @@ class Sweep {
     if (const RunResult run = runQuillmar(preparingKey, script); !run.hasDrained()) {
       throw std::runtime_error("a folder cannot be prepared: " + run.errors);
     }
+    if (kind == "aged") {
+      makeHistoryOld(data_);
+    }
     std::ofstream(data_ + configurationPath) << R"({"values":[],"lockWindows":{}})";  // no later one equals it
     fs::rename(data_, folder);
     return folder;
@@ -338,6 +345,9 @@ class Sweep {
     expected.resets = path.resets;
     expected.isAttributionWhole = path.option == liveAttribution;
     expected.windowIsKept = path.option == comparing;
+    if (path.option == forgetting) {
+      expected.old.assign(expected.before.history.begin(), expected.before.history.end() - 1);
+    }
     expected.writesFailed = injection.kind == Injection::fail;
     injection.folder = data_;
     injection.first = 1 + tallies_.size() % every_;
@@ -356,6 +366,9 @@ class Sweep {
     std::vector<std::string> losses = lossesAfterRun(expected, told, Install(data_, copy_));
     if (!endedAsItShould) {
       losses.push_back(fmt::format("the run ended with status {:#x}: {}", run.status, run.output));
+    }
+    if (!hit && !expected.old.empty() && !told.forgot) {
+      losses.emplace_back("nothing was forgotten");
     }
     const Expectation restarted = expectation(laterKey);
     const std::string next = "after " + where;
@@ -396,6 +409,7 @@ class Sweep {
 
   const std::string executable_;  ///< the command
   const std::size_t every_;       ///< only each n-th call
+  const std::string only_;        ///< of the paths
   const std::optional<int> delay_;
   bool requiresConsent_ = false;
   Service service_;
@@ -424,6 +438,7 @@ int main(int argc, char** argv) {
   bool fails = false;
   std::size_t randomKills = 0;
   std::size_t every = 1;
+  std::string only;
   std::uint32_t seed = 1;
   std::optional<int> delay;
   app.add_option("command", command, "the quillmar command")->required()->check(CLI::ExistingFile);
@@ -432,12 +447,13 @@ int main(int argc, char** argv) {
   app.add_flag("--fail", fails, "an error at each such call, and each that reads: once, for a while, from there on");
   app.add_option("--random", randomKills, "so many kills at random moments under load");
   app.add_option("--every", every, "only each n-th call")->check(CLI::PositiveNumber);
+  app.add_option("--only", only, "only the paths whose names have this text");
   app.add_option("--seed", seed, "for the random moments");
   app.add_option("--reliable", delay,
                  "with --reliable-delivery; the service takes so many ms for a disturbed run's answers");
   CLI11_PARSE(app, argc, argv);
   try {
-    quillmar::sweep::Sweep sweep(command, every, delay);
+    quillmar::sweep::Sweep sweep(command, every, only, delay);
     if (kills) {
       sweep.killAtEachCall();
     }
