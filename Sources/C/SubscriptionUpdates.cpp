@@ -55,7 +55,7 @@ class TableUpdates final : public platform::SubscriptionStatusUpdates {
   UpdatesTable table;
 };
 
-std::optional<platform::PlatformError> errorOf(const char* text) {
+std::optional<platform::PlatformError> platformErrorOf(const char* text) {
   return text != nullptr ? std::optional(platform::PlatformError{text}) : std::nullopt;
 }
 
@@ -75,8 +75,8 @@ quillmar_status quillmar_subscription_listener_post(quillmar_subscription_listen
     const quillmar_subscription_update& given = *known;
     platform::SubscriptionStatusUpdate status;
     status.transaction = {given.transaction_identifier, orEmpty(given.transaction_json),
-                          errorOf(given.transaction_error)};
-    status.renewalInfo = {orEmpty(given.renewal_info_json), errorOf(given.renewal_info_error)};
+                          platformErrorOf(given.transaction_error)};
+    status.renewalInfo = {orEmpty(given.renewal_info_json), platformErrorOf(given.renewal_info_error)};
     status.renewalState = given.renewal_state;
     listener->stream.post(status);
     return QUILLMAR_OK;

@@ -16,7 +16,7 @@ namespace quillmar {
 
 namespace {
 
-std::string description(const EventValue& value) {
+std::string valueText(const EventValue& value) {
   struct Describe {
     std::string operator()(bool flag) const { return flag ? "true" : "false"; }
     std::string operator()(std::int64_t number) const { return fmt::to_string(number); }
@@ -47,7 +47,7 @@ std::size_t bytesOf(const std::string& name, const NamedParameters* params) {
   writer.beginObject().member("event_name", name);
   for (const auto& [param, value] : params != nullptr ? *params : none) {
     const auto* const text = std::get_if<std::string>(&value.storage());
-    writer.member(param, text != nullptr ? *text : description(value));
+    writer.member(param, text != nullptr ? *text : valueText(value));
   }
   return writer.endObject().take().size();
 }
@@ -124,7 +124,7 @@ bool QuillmarCore::isAccepted(const std::string& name, const NamedParameters* pa
   }
   if (Log::passes(LogLevel::debug)) {
     const NamedParameters none;
-    Log::debug("Sending event: {} with params: {}", name, mapText(params != nullptr ? *params : none, description));
+    Log::debug("Sending event: {} with params: {}", name, mapText(params != nullptr ? *params : none, valueText));
   }
   return true;
 }

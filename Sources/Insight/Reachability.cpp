@@ -19,7 +19,7 @@ namespace quillmar::insight {
 namespace {
 
 /// So many choices may be open in a search; it runs on the stack.
-constexpr int deepest = 200;
+constexpr int deepestSearch = 200;
 
 /// A number between two, with few digits if that can be; nothing when there is no double between them.
 std::optional<double> between(double low, double high) {
@@ -66,7 +66,7 @@ class ReachabilityAnalysis::Search {
 
   std::optional<History> find(Way way) {
     way_ = way;
-    return complete(History{}, rule_, deepest);
+    return complete(History{}, rule_, deepestSearch);
   }
 
   /// There was too much to try.

@@ -14,8 +14,6 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 
-constexpr auto invalid = QUILLMAR_ERROR_INVALID_ARGUMENT;
-
 /// An ad network that notes what it is told.
 void report(void* told, int32_t fine, quillmar_coarse_value coarse, bool lock, quillmar_ad_network_completion* done) {
   static_cast<std::vector<std::string>*>(told)->push_back(fmt::format("{} {} {}", fine, coarse, lock));

@@ -3,11 +3,10 @@
 #include "C/Bytes.h"
 #include "C/InstanceHandle.h"
 #include "support/FacadeHarness.h"
+#include "support/ThroughC.h"
 
 namespace quillmar::test {
 namespace {
-
-constexpr auto invalid = QUILLMAR_ERROR_INVALID_ARGUMENT;
 
 /// Tables that note what they are told. What is to be reported goes on to the library's own.
 struct Collaborators : testing::Test, protected FacadeHarness {

@@ -17,8 +17,6 @@ namespace {
 using namespace std::chrono_literals;
 using namespace platform;
 using namespace service;
-using testing::Script;
-using testing::ScriptedServer;
 
 constexpr auto kLong = 30s;  // nothing that is expected to happen takes so long
 

@@ -21,13 +21,13 @@ class WatchedFiles final : public simulated::InMemoryFileManager {
   mutable int looks = 0;
 };
 
-struct Install : FacadeHarness {
-  explicit Install(QuillmarOptions options, bool requiresConsent = true) : options_(options) {
+struct ConsentInstall : FacadeHarness {
+  explicit ConsentInstall(QuillmarOptions options, bool requiresConsent = true) : options_(options) {
     options_.requireConsent = requiresConsent;
     simulated.files = files;
     begin();
   }
-  ~Install() override {
+  ~ConsentInstall() override {
     attribution.reset();
     settle();
   }
@@ -76,7 +76,7 @@ class Consent : public testing::TestWithParam<bool> {};
 INSTANTIATE_TEST_SUITE_P(ReliableDelivery, Consent, testing::Bool());
 
 TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
-  Install install({.reliableDelivery = GetParam(), .eventsHeldForConsent = 2});
+  ConsentInstall install({.reliableDelivery = GetParam(), .eventsHeldForConsent = 2});
   install.configure();
   install.attribution->enableASAAttributionTracking();
   install.attribution->disableASAAttributionTracking();
@@ -112,7 +112,7 @@ TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
 }
 
 TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
-  Install install({.reliableDelivery = GetParam(), .liveAttribution = true});
+  ConsentInstall install({.reliableDelivery = GetParam(), .liveAttribution = true});
   install.grant();
   install.configure();
   install.attribution->enableASAAttributionTracking();
@@ -160,7 +160,7 @@ TEST_P(Consent, anEventWhoseCallHasPassedAsConsentEndsLeavesNothing) {
     }
     std::shared_ptr<Quillmar> quillmar;
   };
-  Install install({.reliableDelivery = GetParam()});
+  ConsentInstall install({.reliableDelivery = GetParam()});
   const auto sink = std::make_shared<RevokingSink>();
   install.simulated.logSink = sink;
   install.begin();
@@ -183,7 +183,7 @@ TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {
     platform::AdNetworkCompletion answer;
   };
   for (const bool requiresConsent : {false, true}) {
-    Install install({}, requiresConsent);
+    ConsentInstall install({}, requiresConsent);
     const auto late = std::make_shared<LateNetwork>(install.simulated.clock, install.simulated.device);
     install.simulated.adNetwork = late;
     install.begin();
@@ -200,7 +200,7 @@ TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {
 // How it is where a process is killed at each system call: quillmar_sweep.
 TEST(ConsentOfAPlatform, anErasureThatWasCutOffIsDoneAgain) {
   for (const bool agrees : {false, true}) {
-    Install install({.reliableDelivery = true});
+    ConsentInstall install({.reliableDelivery = true});
     install.grant();
     install.configure();
     install.send("session");

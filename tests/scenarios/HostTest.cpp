@@ -20,8 +20,6 @@ namespace quillmar::test {
 namespace {
 
 using namespace std::chrono_literals;
-using quillmar::testing::Script;
-using quillmar::testing::ScriptedServer;
 using service::ServedRequest;
 using namespace ::testing;
 

@@ -5,7 +5,7 @@
 #include <boost/asio.hpp>
 #include <thread>
 
-namespace quillmar::testing {
+namespace quillmar::test {
 
 namespace asio = boost::asio;
 
@@ -123,4 +123,4 @@ class ScriptedServer {
   std::thread thread_;
 };
 
-}  // namespace quillmar::testing
+}  // namespace quillmar::test

@@ -2,9 +2,12 @@
 
 #include <memory>
 
+#include "quillmar/c/quillmar.h"
 #include "quillmar/platform/Platform.h"
 
 namespace quillmar::test {
+
+constexpr auto invalid = QUILLMAR_ERROR_INVALID_ARGUMENT;
 
 /// The adapter that is given, behind a table as a host in C brings it, and the library's adapter over that.
 /// @{

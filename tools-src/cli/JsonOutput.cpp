@@ -40,8 +40,6 @@ json::object toJson(const simulated::PlatformCall& call) {
           {"at", timestamp(call.at)}};
 }
 
-namespace {
-
 json::value orNull(const std::optional<CoarseValue>& value) {
   return value ? json::value(rawValue(*value)) : json::value(nullptr);
 }
@@ -50,7 +48,9 @@ json::value orNull(const std::string& text) {
   return text.empty() ? json::value(nullptr) : json::value(text);
 }
 
-json::value toJson(const Decision::Choice& choice) {
+namespace {
+
+json::value choiceToJson(const Decision::Choice& choice) {
   json::array filledIn;
   if (choice.fineFilledIn) {
     filledIn.emplace_back("fineValue");
@@ -59,7 +59,7 @@ json::value toJson(const Decision::Choice& choice) {
     filledIn.emplace_back("coarseValue");
   }
   return json::object{{"key", choice.key},
-                      {"fineValue", cli::orNull(choice.fineValue)},
+                      {"fineValue", orNull(choice.fineValue)},
                       {"coarseValue", orNull(choice.coarseValue)},
                       {"filledIn", std::move(filledIn)},
                       {"filledInFrom", orNull(choice.filledInFrom)},
@@ -85,7 +85,7 @@ json::object toJson(const Decision& decision) {
   for (const Decision::Rule& rule : decision.rules) {
     rules.push_back(json::object{{"key", rule.key},
                                  {"complete", rule.fineComplete || rule.coarseComplete},
-                                 {"fineValue", cli::orNull(rule.fineValue)},
+                                 {"fineValue", orNull(rule.fineValue)},
                                  {"fineComplete", rule.fineComplete},
                                  {"coarseValue", orNull(rule.coarseValue)},
                                  {"coarseComplete", rule.coarseComplete},
@@ -97,7 +97,7 @@ json::object toJson(const Decision& decision) {
   record["window"] = decision.window ? json::value(static_cast<int>(*decision.window)) : json::value(nullptr);
   record["rules"] = std::move(rules);
   record["ranking"] = json::value_from(decision.ranking);
-  record["chosen"] = decision.choice ? toJson(*decision.choice) : json::value(nullptr);
+  record["chosen"] = decision.choice ? choiceToJson(*decision.choice) : json::value(nullptr);
   record["interface"] = orNull(decision.interface);
   record["answer"] = answer != nullptr ? json::value(answer) : json::value(nullptr);
   record["error"] = orNull(decision.error);

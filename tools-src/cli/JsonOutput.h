@@ -35,6 +35,9 @@ template <class Value>
 boost::json::value orNull(const std::optional<Value>& value) {
   return value ? boost::json::value(*value) : boost::json::value(nullptr);
 }
+boost::json::value orNull(const std::optional<CoarseValue>& value);
+/// An empty text is null.
+boost::json::value orNull(const std::string& text);
 
 /// "2026-11-21T09:30:00Z".
 std::string timestamp(platform::Clock::TimePoint instant);

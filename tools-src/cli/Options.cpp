@@ -134,7 +134,7 @@ std::string duration(std::string& text) {
   return {};
 }
 
-std::string seconds(const std::string& text) {
+std::string numberOfSeconds(const std::string& text) {
   double number = -1;
   // The comparison refuses what is not a number, too.
   return CLI::detail::lexical_cast(text, number) && number >= 0 && number <= 86400
@@ -178,7 +178,7 @@ void addSeconds(CLI::App& command, const std::string& name, std::chrono::millise
           name,
           [&target](double count) { target = std::chrono::milliseconds(static_cast<std::int64_t>(count * 1000)); },
           help)
-      ->check(CLI::Validator(seconds, ""))
+      ->check(CLI::Validator(numberOfSeconds, ""))
       ->type_name("SECONDS")
       ->default_str(fmt::format("{}", target.count() / 1000));
 }
