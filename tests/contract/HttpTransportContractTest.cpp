@@ -14,6 +14,8 @@
 namespace quillmar {
 namespace {
 
+using test::Script;
+using test::ScriptedServer;
 using namespace std::chrono_literals;
 using namespace platform;
 using namespace service;
