@@ -104,6 +104,24 @@ TEST_F(SqliteUserDefaultsTest, removedDataLeavesTheDisk) {
   EXPECT_FALSE(isOnDisk());
 }
 
+// The store goes through the segments from a key's first one on. SQLite gives numbers of deleted rows again.
+TEST_F(SqliteUserDefaultsTest, dataIsRemovedWholeWhereItsSegmentsTookThePlacesOfOthers) {
+  for (const char* key : {"first", "removed", "data"}) {
+    ASSERT_FALSE(open()->set(key, Data{"x"}));
+  }
+  auto store = open();
+  store->remove("removed");
+  for (std::size_t length = 1; length < 300; ++length) {  // until small segments are put together
+    ASSERT_FALSE(store->replaceDataTail("data", length, "y"));
+  }
+  EXPECT_EQ(store->data("data"), "x" + std::string(299, 'y'));
+  store->remove("data");
+  store.reset();
+  EXPECT_EQ(Intruder(file_).countSegments(), 1);
+  EXPECT_EQ(open()->data("first"), "x");
+  EXPECT_EQ(open()->object("data"), std::nullopt);
+}
+
 TEST_F(SqliteUserDefaultsTest, aFileHasOneStoreInAProcess) {
   auto store = open();
   EXPECT_EQ(open(), store);

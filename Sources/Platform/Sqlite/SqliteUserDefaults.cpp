@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <new>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -254,7 +255,6 @@ int SqliteUserDefaults::inspect(std::int64_t& version, std::string& problem) {
 int SqliteUserDefaults::prepareStatements() {
   const std::pair<SqliteStatement*, std::string_view> statements[] = {
       {&insertSegment_, "INSERT INTO segment(key, offset, bytes) VALUES(?, ?, ?)"},
-      {&deleteSegments_, "DELETE FROM segment WHERE key = ?"},
       {&selectSegments_, "SELECT offset, bytes FROM segment WHERE key = ? AND sequence >= ? ORDER BY sequence"},
       {&selectPlaces_, "SELECT sequence, offset FROM segment WHERE key = ? ORDER BY sequence DESC"},
       {&deleteTail_, "DELETE FROM segment WHERE key = ? AND sequence >= ?"},
@@ -314,7 +314,11 @@ int SqliteUserDefaults::loadData() {
   auto current = segmentsByKey.end();
   while ((result = select.step()) == SQLITE_ROW) {
     if (current == segmentsByKey.end() || current->first != select.bytes(0)) {
-      current = segmentsByKey.try_emplace(std::string(select.bytes(0))).first;
+      bool isNew = false;
+      std::tie(current, isNew) = segmentsByKey.try_emplace(std::string(select.bytes(0)));
+      if (isNew) {
+        entries_[current->first].firstSegment = select.integer(3);
+      }
     }
     auto& [count, length] = current->second;
     ++count;
@@ -341,10 +345,11 @@ int SqliteUserDefaults::loadData() {
       std::string bytes;
       result = readData(key, 0, whole, bytes);
       if (result == SQLITE_OK) {
-        result = deleteSegments_.bind(std::string_view(key)).run();
+        result = deleteSegments(key, entry);
       }
       if (result == SQLITE_OK) {
         result = insertSegment(key, 0, bytes);
+        entry.firstSegment = database_.lastInsertedRow();
       }
       if (result != SQLITE_OK) {
         return result;
@@ -485,12 +490,13 @@ std::error_code SqliteUserDefaults::replace(std::span<Tail> tails) {
 std::error_code SqliteUserDefaults::commit(std::span<Tail> tails) {
   const NoWriteSignals noSignals;
   // Allocated now, since nothing may fail between the commit and the update of the entries.
-  std::vector<std::optional<PropertyListValue>> released(dirty_.size());
+  std::vector<Written> written(dirty_.size());
+  auto slot = written.begin();
   std::optional<Transaction> transaction(*this);
   int result = transaction->begin();
   for (auto key = dirty_.begin(); result == SQLITE_OK && key != dirty_.end(); ++key) {
     if (const auto entry = entries_.find(*key); entry != entries_.end()) {
-      result = writeEntry(*key, entry->second);
+      result = writeEntry(*key, entry->second, *slot++);
     }
   }
   for (auto tail = tails.begin(); result == SQLITE_OK && tail != tails.end(); ++tail) {
@@ -504,13 +510,18 @@ std::error_code SqliteUserDefaults::commit(std::span<Tail> tails) {
   if (result != SQLITE_OK) {
     return sqliteError(result);
   }
-  auto slot = released.begin();
+  slot = written.begin();
   {
     const std::lock_guard lock(cacheMutex_);
     for (const std::string& key : dirty_) {
-      if (const auto entry = entries_.find(key); entry != entries_.end() && entry->second.dataLength) {
-        slot++->swap(entry->second.value);  // on disk now
-        entry->second.smallSegments = 0;    // what is before the next append stays as it is
+      if (const auto found = entries_.find(key); found != entries_.end()) {
+        Entry& entry = found->second;
+        entry.firstSegment = slot->firstSegment;
+        if (entry.dataLength) {
+          slot->value.swap(entry.value);  // on disk now
+          entry.smallSegments = 0;        // what is before the next append stays as it is
+        }
+        ++slot;
       }
     }
     dirty_.clear();
@@ -544,7 +555,12 @@ void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int
   try {
     Transaction transaction(*this);
     if (transaction.begin() == SQLITE_OK && mergeSegments(key, first) == SQLITE_OK) {
-      transaction.commit();
+      const std::int64_t merged = database_.lastInsertedRow();
+      if (transaction.commit() == SQLITE_OK) {
+        const std::lock_guard lock(cacheMutex_);
+        std::optional<std::int64_t>& firstSegment = entries_.find(key)->second.firstSegment;
+        firstSegment = std::min(firstSegment, std::optional(merged));  // numbers of deleted ones are given again
+      }
     }
   } catch (const std::bad_alloc&) {  // rolled back; the append that led here is done all the same
   }
@@ -561,20 +577,27 @@ int SqliteUserDefaults::mergeSegments(std::string_view key, std::int64_t first) 
   return result == SQLITE_OK && offset ? insertSegment(key, static_cast<std::size_t>(*offset), bytes) : result;
 }
 
-int SqliteUserDefaults::writeEntry(const std::string& key, const Entry& entry) {
+int SqliteUserDefaults::deleteSegments(std::string_view key, const Entry& entry) {
+  return entry.firstSegment ? deleteTail_.bind(key, *entry.firstSegment).run() : SQLITE_OK;
+}
+
+int SqliteUserDefaults::writeEntry(const std::string& key, const Entry& entry, Written& written) {
   if (entry.dataLength && !entry.value) {
+    written.firstSegment = entry.firstSegment;
     return SQLITE_OK;  // there already
   }
   const std::string_view name = key;
   int result = deleteValue_.bind(name).run();
   if (result == SQLITE_OK) {
-    result = deleteSegments_.bind(name).run();
+    result = deleteSegments(name, entry);
   }
   if (result != SQLITE_OK || !entry.value) {
     return result;
   }
   if (const auto* data = entry.value->as<PropertyListValue::Data>()) {
-    return insertSegment(name, 0, data->bytes);
+    result = insertSegment(name, 0, data->bytes);
+    written.firstSegment = database_.lastInsertedRow();
+    return result;
   }
   const std::optional<std::string> content = encodePropertyList(*entry.value);
   return insertValue_.bind(name, SqliteStatement::Blob{*content}).run();
@@ -605,7 +628,7 @@ int SqliteUserDefaults::readSegments(std::string_view key, std::int64_t first, s
 
 /// Reads what is behind the first `skip` bytes of a value that has so many.
 int SqliteUserDefaults::readData(std::string_view key, std::size_t skip, std::size_t length, std::string& bytes) const {
-  std::int64_t first = 0;
+  std::int64_t first = entries_.find(key)->second.firstSegment.value_or(0);
   if (const int result = skip > 0 ? findSegment(key, skip, first) : SQLITE_OK; result != SQLITE_OK) {
     return result;
   }

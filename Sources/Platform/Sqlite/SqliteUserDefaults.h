@@ -61,6 +61,9 @@ class SqliteUserDefaults : public UserDefaults {
     std::optional<PropertyListValue> value;
     std::optional<std::size_t> dataLength;  ///< of a data value, wherever it is
     std::uint64_t revision = 0;
+    /// No segment of the key lies before this one; nothing: there is none. Who looks for them need not go through all
+    /// that others have.
+    std::optional<std::int64_t> firstSegment;
     std::size_t smallSegments = 0;  ///< so many at the end of a data value wait to be put together
     std::int64_t firstSmall = 0;    ///< the sequence number of the first of them
 
@@ -88,7 +91,13 @@ class SqliteUserDefaults : public UserDefaults {
   int load();
   int loadSmallValues();
   int loadData();
-  int writeEntry(const std::string& key, const Entry& entry);
+  /// What a commit brings about in an entry.
+  struct Written {
+    std::optional<PropertyListValue> value;  ///< released by it
+    std::optional<std::int64_t> firstSegment;
+  };
+  int writeEntry(const std::string& key, const Entry& entry, Written& written);
+  int deleteSegments(std::string_view key, const Entry& entry);
   int insertSegment(std::string_view key, std::size_t offset, std::string_view bytes);
   int readSegments(std::string_view key, std::int64_t first, std::optional<std::int64_t>& offset,
                    std::string& bytes) const;
@@ -111,7 +120,7 @@ class SqliteUserDefaults : public UserDefaults {
   mutable SqliteDatabase database_;
   mutable SqliteStatement selectSegments_, selectPlaces_;
   SqliteStatement begin_, commit_, rollback_;
-  SqliteStatement insertSegment_, deleteSegments_, deleteTail_, insertValue_, deleteValue_;
+  SqliteStatement insertSegment_, deleteTail_, insertValue_, deleteValue_;
   std::set<std::string, std::less<>> dirty_;  ///< keys whose entries are not on disk yet
 
   /// Guards the entries against reading while they change. They change only with both locks held, so whoever holds the
