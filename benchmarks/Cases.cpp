@@ -272,7 +272,7 @@ void addPipeline() {
   platform.executor = executor;
   platform.http = std::make_shared<InstantTransport>(executor);
   const auto quillmar = QuillmarFactory::createQuillmar(platform);
-  quillmar->setOptions(chosenOptions());
+  setChosenOptions(*quillmar);
   quillmar->configure("bench-key");
   executor->runUntilIdle();
   add("pipeline", [folder, executor, quillmar](State& state) {

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -144,14 +147,35 @@ platform::Platform makePlatform(const std::string& folder, const std::string& se
   return platform;
 }
 
-QuillmarOptions chosenOptions() {
-  return {std::getenv("QUILLMAR_BENCH_RELIABLE") != nullptr};
+void setChosenOptions(Quillmar& quillmar) {
+  QuillmarOptions options;
+  const std::map<std::string_view, std::function<void()>> switches{
+      {"reliableDelivery", [&] { options.reliableDelivery = true; }},
+      {"strictSwitch", [&] { options.strictSwitch = true; }},
+      {"onlyCompleteHalves", [&] { options.onlyCompleteHalves = true; }},
+      {"skipRepeatedUpdates", [&] { options.skipRepeatedUpdates = true; }},
+      {"requireConsent", [&] { options.requireConsent = true; }},
+      {"limits", [&] {
+         options.limits.parkedEvents = options.limits.queuedEvents = 1'000'000;
+         options.limits.eventBytes = 4096;
+       }}};
+  const char* const variable = std::getenv("QUILLMAR_BENCH_OPTIONS");
+  std::istringstream names(variable != nullptr ? variable : "");
+  for (std::string name; std::getline(names, name, ',');) {
+    const auto chosen = switches.find(name);
+    if (chosen == switches.end()) {
+      throw std::invalid_argument("QUILLMAR_BENCH_OPTIONS: no option is called \"" + name + "\" here");
+    }
+    chosen->second();
+  }
+  quillmar.setOptions(options);
+  quillmar.grantConsent();
 }
 
 std::shared_ptr<Quillmar> makeReady(const platform::Platform& platform) {
   platform::setSharedPlatform(platform);
   auto quillmar = QuillmarFactory::createQuillmar(platform);
-  quillmar->setOptions(chosenOptions());
+  setChosenOptions(*quillmar);
   quillmar->configure("bench-key");
   if (!quillmar->drain(std::chrono::seconds(30)) || !quillmar->state().appId) {
     throw std::runtime_error("the configuration was not fetched");

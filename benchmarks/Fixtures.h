@@ -70,8 +70,8 @@ class InstantTransport final : public platform::HttpTransport {
 /// that goes nowhere. An empty address: an `InstantTransport`.
 platform::Platform makePlatform(const std::string& folder, const std::string& serviceUrl);
 
-/// With QUILLMAR_BENCH_RELIABLE in the environment, reliable delivery.
-QuillmarOptions chosenOptions();
+/// Those that QUILLMAR_BENCH_OPTIONS in the environment names, "reliableDelivery,limits".
+void setChosenOptions(Quillmar& quillmar);
 
 /// An instance over that platform, configured, with the configuration fetched and the chosen options.
 std::shared_ptr<Quillmar> makeReady(const platform::Platform& platform);

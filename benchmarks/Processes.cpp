@@ -340,7 +340,7 @@ Figures parked(std::size_t events) {
   platform.http = gate;
   platform::setSharedPlatform(platform);
   const auto quillmar = QuillmarFactory::createQuillmar(platform);
-  quillmar->setOptions(chosenOptions());
+  setChosenOptions(*quillmar);
   quillmar->configure("bench-key");
   const auto deadline = SteadyClock::now() + patience;
   const auto waitFor = [deadline](const std::function<bool()>& reached) {
