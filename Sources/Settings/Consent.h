@@ -56,11 +56,12 @@ class Consent {
   /// nothing when consent was withdrawn meanwhile.
   void open(const std::function<void()>& prepare, platform::Executor& startUp);
 
-  /// For work that goes on when its worker is stopped: over before `revoke` erases. What was begun before it was taken,
-  /// a worker may have been told to stop.
+  /// For work that goes on when its worker is stopped. `revoke` ends terms after it has stopped the workers: whoever
+  /// takes one looks then whether its worker was stopped.
   Epoch::Term term() const noexcept { return {epoch_, epoch_->current()}; }
 
-  /// Nothing works from now on, and what is held is forgotten. Stops all workers between the two steps.
+  /// Nothing works from now on, and what is held is forgotten. Between the two steps it stops all workers
+  /// and ends all terms.
   void revoke(const std::function<void()>& before, const std::function<void()>& erase);
 
  private:
