@@ -26,13 +26,8 @@ std::string valueText(const EventValue& value) {
   return std::visit(Describe(), value.storage());
 }
 
-/// The host's parameters under their names, with texts in well-formed UTF-8.
-std::shared_ptr<NamedParameters> namedParameters(std::optional<EventParameters> params) {
-  if (!params) {
-    return nullptr;
-  }
-  auto named = std::make_shared<NamedParameters>(parameters(std::move(*params)));
-  for (auto& [name, value] : *named) {
+NamedParameters withRepairedTexts(NamedParameters named) {
+  for (auto& [name, value] : named) {
     if (auto* const text = std::get_if<std::string>(&value.storage())) {
       *text = repairedUtf8(std::move(*text));
     }
@@ -41,11 +36,10 @@ std::shared_ptr<NamedParameters> namedParameters(std::optional<EventParameters> 
 }
 
 /// What the host gave, as JSON.
-std::size_t bytesOf(const std::string& name, const NamedParameters* params) {
-  const NamedParameters none;
+std::size_t bytesOf(const std::string& name, const std::optional<NamedParameters>& params) {
   JsonWriter writer;
   writer.beginObject().member("event_name", name);
-  for (const auto& [param, value] : params != nullptr ? *params : none) {
+  for (const auto& [param, value] : params.value_or(NamedParameters())) {
     const auto* const text = std::get_if<std::string>(&value.storage());
     writer.member(param, text != nullptr ? *text : valueText(value));
   }
@@ -54,14 +48,23 @@ std::size_t bytesOf(const std::string& name, const NamedParameters* params) {
 
 }  // namespace
 
+std::optional<NamedParameters> QuillmarCore::NamedEvent::namedParams() const {
+  return params ? std::optional(withRepairedTexts(parameters(*params))) : std::nullopt;
+}
+
+std::optional<NamedParameters> QuillmarCore::NamedEvent::takeNamedParams() {
+  return params ? std::optional(withRepairedTexts(parameters(std::move(*params)))) : std::nullopt;
+}
+
 // The switch and the parameters count as they are when the host calls. Only a settings store that has yet to be opened,
 // which takes its time, is left to the queue.
 void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> params) {
   const std::uint64_t epoch = epoch_->current();  // before the look at consent: what comes after its end must not go on
   HealthRecord::Passage passage = health_->begin();
-  NamedEvent named{repairedUtf8(std::move(event)), namedParameters(std::move(params)), std::move(passage)};
+  NamedEvent named{repairedUtf8(std::move(event)),
+                   params ? std::make_shared<EventParameters>(std::move(*params)) : nullptr, std::move(passage)};
   const QuillmarLimits limits = isLimited_.load(std::memory_order_relaxed) ? options().limits : QuillmarLimits();
-  if (limits.eventBytes > 0 && bytesOf(named.name, named.params.get()) > limits.eventBytes) {
+  if (limits.eventBytes > 0 && bytesOf(named.name, named.namedParams()) > limits.eventBytes) {
     refuse(named.passage, EventEnd::tooLarge, limits.eventBytes);
     return;
   }
@@ -69,7 +72,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
     return;
   }
   const bool isOpen = userDefaults_->isOpen();
-  if (isOpen && !isAccepted(named.name, named.params.get())) {
+  if (isOpen && !isAccepted(named)) {
     named.passage.end(EventEnd::switchedOff);
     return;
   }
@@ -79,7 +82,7 @@ void QuillmarCore::sendEvent(std::string event, std::optional<EventParameters> p
 void QuillmarCore::enter(const Life& life, NamedEvent event, bool isAccepted, const QuillmarLimits& limits) {
   if (!deliversReliably()) {
     post({life, std::move(event), isAccepted ? processEvent : acceptEvent}, limits);
-  } else if (!outbox_->put({std::move(event.name), event.takeParams(), platform_.clock->now(), isAccepted},
+  } else if (!outbox_->put({std::move(event.name), event.takeNamedParams(), platform_.clock->now(), isAccepted},
                            event.passage, limits)) {
     refuse(event.passage, EventEnd::queuedLimit, limits.queuedEvents);
   }
@@ -117,14 +120,17 @@ void QuillmarCore::refuse(HealthRecord::Passage& passage, EventEnd how, std::siz
   }
 }
 
-bool QuillmarCore::isAccepted(const std::string& name, const NamedParameters* params) {
+bool QuillmarCore::isAccepted(const NamedEvent& event) {
+  return isAccepted(event.name, [&event] { return event.namedParams(); });
+}
+
+bool QuillmarCore::isAccepted(const std::string& name, const std::function<std::optional<NamedParameters>()>& params) {
   if (!isSDKEnabled(*userDefaults_, "SDK enabled status")) {
     drop(name, traceOf(name));
     return false;
   }
   if (Log::passes(LogLevel::debug)) {
-    const NamedParameters none;
-    Log::debug("Sending event: {} with params: {}", name, mapText(params != nullptr ? *params : none, valueText));
+    Log::debug("Sending event: {} with params: {}", name, mapText(params().value_or(NamedParameters()), valueText));
   }
   return true;
 }
@@ -150,7 +156,7 @@ Task<void> QuillmarCore::acceptEvent(Life life, NamedEvent event) {
   if (!self) {
     co_return;
   }
-  if (!self->isAccepted(event.name, event.params.get())) {
+  if (!self->isAccepted(event)) {
     event.passage.end(EventEnd::switchedOff);
     co_return;
   }

@@ -38,7 +38,7 @@ bool KeptEvents::mayStore() {
 
 bool KeptEvents::accept(const Intake::Event& event) {
   const auto core = core_.lock();
-  return core && core->isAccepted(event.name, event.parameters ? &*event.parameters : nullptr);
+  return core && core->isAccepted(event.name, [&event] { return event.parameters; });
 }
 
 std::error_code KeptEvents::track(const std::vector<TrackedEvent>& events, Tails tails) {

@@ -147,7 +147,7 @@ Task<void> QuillmarCore::processEvent(Life life, NamedEvent event) {
                                                                    : Decision::Outcome::noConfiguration);
     co_return;
   }
-  Task<void> tracking = self->trackingQueue_->track(name, event.takeParams(), life.epoch);
+  Task<void> tracking = self->trackingQueue_->track(name, event.takeNamedParams(), life.epoch);
   self.reset();
   co_await std::move(tracking);
   self = life.lock();

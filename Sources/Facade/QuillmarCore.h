@@ -49,10 +49,13 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   /// What the host reported, as it goes on.
   struct NamedEvent {
     std::string name;
-    std::shared_ptr<NamedParameters> params;  ///< null: none were given
+    /// Null: none were given. As the host made them: to name them is left to the library's threads.
+    std::shared_ptr<EventParameters> params;
     HealthRecord::Passage passage;
 
-    std::optional<NamedParameters> takeParams() { return params ? std::optional(std::move(*params)) : std::nullopt; }
+    /// Under their names, with texts in well-formed UTF-8.
+    std::optional<NamedParameters> namedParams() const;
+    std::optional<NamedParameters> takeNamedParams();
   };
 
   /// Builds the event tracker, the resolver and the tracking manager, and directs the log to the platform's sink. Does
@@ -206,8 +209,9 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   void post(Start start, const QuillmarLimits& limits);
   /// Ends an event for a limit.
   void refuse(HealthRecord::Passage& passage, EventEnd how, std::size_t limit);
-  /// False when the service has switched the library off; the log has either.
-  bool isAccepted(const std::string& name, const NamedParameters* params);
+  /// False when the service has switched the library off; the log has either. `params` is called for the log only.
+  bool isAccepted(const std::string& name, const std::function<std::optional<NamedParameters>()>& params);
+  bool isAccepted(const NamedEvent& event);
   /// With `strictSwitch`: the service has switched the library off, and what is on its way stops.
   bool isSwitchedOff() const;
   /// Ends an event for the switch.
