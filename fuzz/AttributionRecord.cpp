@@ -32,13 +32,8 @@ void requirePassedOn(const JsonObjectText& attribution) {
 }
 
 /// With the identifiers as the live service spells them.
-std::optional<ASAAttributionResponse> decodedLive(std::string_view text) {
-  try {
-    const boost::json::value document = parseJson(text);
-    return ASAAttributionResponse::decode(JsonReader(document), ASAAttributionResponse::Identifiers::textsOrIntegers);
-  } catch (const DecodingError&) {
-    return std::nullopt;
-  }
+ASAAttributionResponse decodeLive(const JsonReader& reader) {
+  return ASAAttributionResponse::decode(reader, ASAAttributionResponse::Identifiers::textsOrIntegers);
 }
 
 /// What the service's answer becomes on its way into the file and out of it.
@@ -62,8 +57,8 @@ void requireDigits(const ASAAttributionResponse& live, const std::string& text) 
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view bytes) {
+  const std::string text(bytes);
   const auto files = std::make_shared<simulated::InMemoryFileManager>();
   const std::string path = "/documents/" + std::string(ASADataPersistence::asaDataFileName);
   files->createDirectory("/documents");
@@ -78,7 +73,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(dictionary->text() == withoutByteOrderMark(text), "the object is the file's text");
     requirePassedOn(*dictionary);
   }
-  const auto live = decodedLive(text);
+  const auto live = fuzz::decoded(text, decodeLive);
   ASADataPersistence livePersistence(files, std::nullopt, {.liveAttribution = true});
   require(livePersistence.hasASAData() == record.has_value(), "only a record counts as data then");
   require(!record || live == record, "what the usual reading takes is the same to the other");
@@ -90,6 +85,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     requireKept(*record, persistence);
   }
   persistence.clearASAData();
-  require(!persistence.hasASAData() && !persistence.loadASAData(), "cleared data is gone");
-  return 0;
+  require(!persistence.hasASAData() && !persistence.loadASAData() && !persistence.loadASADataAsDictionary(),
+          "cleared data is gone");
 }

@@ -8,10 +8,8 @@
 #include "Promises.h"
 
 using namespace quillmar;
-using fuzz::require;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view text) {
   const insight::CheckReport report = insight::checkConfiguration(text, {200'000, 20'000});
   const bool isResponse = fuzz::decoded<ConfigResponse>(text).has_value();
   if (isResponse) {
@@ -29,5 +27,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(finding.shadowedBy.has_value() == (finding.code == "unreachable"),
             "a dead rule has one that is sent instead");
   }
-  return 0;
 }

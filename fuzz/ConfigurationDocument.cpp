@@ -28,8 +28,7 @@ void requireOrder(const std::vector<ConversionValues::ConversionValue>& values) 
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view text) {
   const auto document = fuzz::decoded<ConversionValues>(text);
   if (document) {
     fuzz::requireRoundTrip(*document);
@@ -39,5 +38,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::requireRoundTrip(*response);
     require(response->conversionValues() == document, "a good answer is also a good document, with the same content");
   }
-  return 0;
 }

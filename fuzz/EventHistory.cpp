@@ -1,11 +1,10 @@
 // The stored event history: JSON that the tracker appends to without reading it whole again.
 #include <algorithm>
 
-#include "Conversion/EventTracker.h"
 #include "Json/Utf8.h"
 #include "Promises.h"
-#include "quillmar/simulated/InMemoryUserDefaults.h"
 #include "quillmar/simulated/ManualClock.h"
+#include "support/FaultyStores.h"
 
 using namespace quillmar;
 using fuzz::require;
@@ -15,15 +14,6 @@ namespace {
 
 constexpr std::size_t askedEvents = 16;  ///< of a long history, for which the rules are tried
 const platform::Clock::TimePoint now = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
-
-/// A store that cannot tell whether a value was changed, and appends by reading and writing.
-class SimpleStore : public simulated::InMemoryUserDefaults {
- public:
-  std::optional<std::uint64_t> revision(std::string_view) const override { return std::nullopt; }
-  std::error_code replaceDataTail(std::string_view key, std::size_t keep, std::string_view tail) override {
-    return UserDefaults::replaceDataTail(key, keep, tail);
-  }
-};
 
 /// The tracker's rule, over the plain list.
 bool isMet(const std::vector<TrackedEvent>& events, const ConversionValues::RequiredEvent& rule) {
@@ -61,9 +51,8 @@ void requireAnswers(EventTracker& tracker, const std::vector<TrackedEvent>& even
 }
 
 /// Two trackers take turns on one store.
-template <class Store>
-std::string tracked(const std::string& stored, const std::string& name) {
-  const auto store = std::make_shared<Store>();
+std::string tracked(const std::shared_ptr<platform::UserDefaults>& store, const std::string& stored,
+                    const std::string& name) {
   const auto clock = std::make_shared<simulated::ManualClock>(now);
   store->set(EventTracker::completedEventsKey, PropertyListValue::Data{stored});
   EventTracker first(store, clock);
@@ -82,11 +71,12 @@ std::string tracked(const std::string& stored, const std::string& name) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string input(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view bytes) {
+  const std::string input(bytes);
   for (const std::string& name : {std::string("purchase"), input}) {  // any bytes may be an event's name, too
-    require(tracked<simulated::InMemoryUserDefaults>(input, name) == tracked<SimpleStore>(input, name),
+    using Store = simulated::InMemoryUserDefaults;
+    const auto simple = std::make_shared<test::MinimalUserDefaults>(std::make_shared<Store>());
+    require(tracked(std::make_shared<Store>(), input, name) == tracked(simple, input, name),
             "what is stored does not depend on what the store can do");
   }
-  return 0;
 }

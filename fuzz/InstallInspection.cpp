@@ -11,10 +11,9 @@
 #include "quillmar/simulated/SimulatedPlatform.h"
 
 using namespace quillmar;
-using fuzz::require;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view bytes) {
+  const std::string text(bytes);
   const simulated::SimulatedPlatform simulated{platform::Clock::TimePoint(std::chrono::hours(24 * 365 * 31 + 24 * 8))};
   const insight::InstallFiles files{std::make_shared<simulated::InMemoryUserDefaults>(), text, text};
   files.settings->set(EventTracker::completedEventsKey, platform::PropertyListValue::Data{text});
@@ -33,5 +32,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   require(report.rules.has_value() == fuzz::decoded<ConversionValues>(text).has_value(), "so does the configuration's");
   require(report.age().has_value() == report.fetched.has_value(), "what was fetched has an age");
   require(report.complete.empty() || report.next.empty() || report.next.front().sent, "what is complete is sent next");
-  return 0;
 }

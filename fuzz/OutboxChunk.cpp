@@ -5,10 +5,9 @@
 #include "Promises.h"
 
 using namespace quillmar;
-using fuzz::require;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string input(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view bytes) {
+  const std::string input(bytes);
   const OutboxChunk chunk = OutboxChunk::parse(input, 3);
   std::string good;
   for (const OutboxRecord& record : chunk.records) {
@@ -18,7 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const OutboxChunk again = OutboxChunk::parse(good, 3);
   require(again.records == chunk.records && again.problems.empty(), "what was read can be written and read again");
   if (chunk.next >= OutboxStore::chunkSize) {
-    return 0;  // no more is added to it
+    return;  // no more is added to it
   }
   OutboxRecord added;
   added.place = {3, chunk.next};
@@ -27,5 +26,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const OutboxChunk longer =
       OutboxChunk::parse(input + (chunk.whole ? "" : "\n") + OutboxChunk::line(added) + OutboxChunk::sentLine({}), 3);
   require(std::count(longer.records.begin(), longer.records.end(), added) == 1, "damage does not swallow what follows");
-  return 0;
 }

@@ -8,11 +8,11 @@
 #include "Json/JsonReader.h"
 #include "Json/JsonWriter.h"
 
-/// A target: looks what the code makes of any bytes, and ends the process when a promise is broken. libFuzzer, or the
-/// replay of the corpus, calls it over and over in one process. The result is always 0; the name is libFuzzer's.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 namespace quillmar::fuzz {
+
+/// The target: looks what the code makes of any bytes, and ends the process when a promise is broken. libFuzzer, or the
+/// replay of the corpus, calls it over and over in one process.
+void look(std::string_view bytes);
 
 /// Ends the process when a promise is broken; the caller of the target reports the input.
 inline void require(bool kept, const char* promise) {
@@ -24,10 +24,10 @@ inline void require(bool kept, const char* promise) {
 
 /// The decoded document; nothing when it is refused, which no other exception than `DecodingError` may do.
 template <class T>
-std::optional<T> decoded(std::string_view text) {
+std::optional<T> decoded(std::string_view text, T (*decode)(const JsonReader&) = &Codable<T>::decode) {
   try {
     const boost::json::value document = parseJson(text);
-    return Codable<T>::decode(JsonReader(document));
+    return decode(JsonReader(document));
   } catch (const DecodingError&) {
     return std::nullopt;
   }

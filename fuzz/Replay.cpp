@@ -1,14 +1,11 @@
 // Calls a target with every file of a folder, and with files that were cut off in the middle: fuzz_NAME FOLDER.
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "Promises.h"
 
 constexpr std::size_t cutsAFile = 64;
 
@@ -29,9 +26,9 @@ int main(int argc, char** argv) {
     const std::string content{std::istreambuf_iterator<char>(stream), {}};
     for (std::size_t cut = 0; cut <= cutsAFile; ++cut) {
       // A copy of exactly that size, so that a read past its end is seen.
-      const std::vector<std::uint8_t> bytes(
-          content.begin(), content.begin() + static_cast<std::ptrdiff_t>(content.size() * cut / cutsAFile));
-      LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+      const std::vector<char> bytes(content.begin(),
+                                    content.begin() + static_cast<std::ptrdiff_t>(content.size() * cut / cutsAFile));
+      quillmar::fuzz::look({bytes.data(), bytes.size()});
     }
   }
   return 0;

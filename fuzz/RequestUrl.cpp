@@ -6,10 +6,8 @@
 #include "Promises.h"
 
 using namespace quillmar;
-using fuzz::require;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view text) {
   const auto uri = boost::urls::parse_uri(text);
   const bool hasHost = uri && uri->has_authority() && !uri->host().empty();
   if (isUrl(text)) {
@@ -20,5 +18,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const bool isWrong = hasHost && !uri->encoded_path().empty() && uri->encoded_path().front() != '/';
     require(!hasHost || isWrong || uri->host_type() == boost::urls::host_type::ipvfuture, "a URI with a host is a URL");
   }
-  return 0;
 }

@@ -6,13 +6,11 @@
 #include "Promises.h"
 
 using namespace quillmar;
-using fuzz::require;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+void fuzz::look(std::string_view bytes) {
   const auto value = platform::decodePropertyList(bytes);
   if (!value) {
-    return 0;
+    return;
   }
   const auto encoded = platform::encodePropertyList(*value);
   require(encoded.has_value(), "what can be read can be written");
@@ -29,5 +27,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     boost::json::parse(*json, error, {}, options);
     require(!error, "a value that has a JSON form has a valid one");
   }
-  return 0;
 }

@@ -32,9 +32,9 @@ using namespace std::chrono_literals;
 const std::string history = "com.quillmar.completedEvents";
 
 /// The user defaults as an app without this adapter sees them.
-NSUserDefaults* native(const test::TemporaryFolder& folder) {
+NSUserDefaults* native(const test::TemporaryFolder& folder, NSString* suite = @"suite") {
   ::setenv("SUITES", folder.path().c_str(), 1);
-  return autoreleased([[NSUserDefaults alloc] initWithSuiteName:@"suite"]);
+  return autoreleased([[NSUserDefaults alloc] initWithSuiteName:suite]);
 }
 
 void setNatively(NSUserDefaults* defaults, const std::string& key, id value) {
@@ -120,10 +120,7 @@ TEST(FirstUnlock, nothingTakesTheAppForANewOneBeforeAndNothingIsLost) {
   @autoreleasepool {
     const test::TemporaryFolder folder;
     const auto start = Clock::TimePoint(1'795'000'000s);
-    ::setenv("SUITES", folder.path().c_str(), 1);
-    const auto earlier = [] {
-      return autoreleased([[NSUserDefaults alloc] initWithSuiteName:@"tech.quill-mar.quillmaruserdefaults"]);
-    };
+    const auto earlier = [&] { return native(folder, @"tech.quill-mar.quillmaruserdefaults"); };
     setNatively(earlier(), std::string(Config::quillMarId), @"earlier");
     setNatively(earlier(), std::string(Config::firstRunDateKey),
                 [NSDate dateWithTimeIntervalSinceReferenceDate:816'692'800 - 5 * 86'400]);

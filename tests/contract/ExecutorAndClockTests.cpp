@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <future>
 #include <latch>
 #include <mutex>
 #include <thread>
@@ -18,70 +17,58 @@ using namespace std::chrono_literals;
 using simulated::ManualClock;
 using simulated::ManualExecutor;
 
-class ExecutorContract : public testing::TestWithParam<bool> {
- protected:
-  const bool manual_ = GetParam();
-  std::shared_ptr<Executor> executor_ =
-      manual_ ? std::shared_ptr<Executor>(std::make_shared<ManualExecutor>()) : std::make_shared<ThreadPoolExecutor>(2);
-};
-
-INSTANTIATE_TEST_SUITE_P(PoolAndManual, ExecutorContract, testing::Bool());
-
-TEST(ThreadPool, namesItsThreads) {
-  std::promise<std::string> name;
-  ThreadPoolExecutor pool(1);
-  pool.post([&name] {
-    char text[16] = {};
-    pthread_getname_np(pthread_self(), text, sizeof text);
-    name.set_value(text);
-  });
-  EXPECT_EQ(name.get_future().get(), "quillmar-work");
+TEST(Executors, runEachItemOfManyThreadsOnceAndNotInsidePost) {
+  for (const bool pools : {false, true}) {
+    const auto manual = std::make_shared<ManualExecutor>();
+    std::shared_ptr<Executor> executor = manual;
+    if (pools) {
+      executor = std::make_shared<ThreadPoolExecutor>(2);
+    }
+    std::vector<std::atomic<int>> runs(16'000);
+    std::atomic<std::size_t> next{0};
+    std::latch left(std::ssize(runs));
+    static thread_local bool posting = false;
+    const auto post = [&executor](auto work) {
+      posting = true;
+      executor->post([work] {
+        EXPECT_FALSE(posting);
+        work();
+      });
+      posting = false;
+    };
+    const auto run = [&](std::size_t item) {
+      ++runs[item];
+      left.count_down();
+    };
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        for (std::size_t item = next.fetch_add(2); item < runs.size(); item = next.fetch_add(2)) {
+          post([&, item] {
+            post([&, item] { run(item + 1); });
+            run(item);
+          });
+        }
+      });
+    }
+    threads.clear();
+    manual->runUntilIdle();
+    left.wait();
+    executor.reset();  // nothing uses the locals any more
+    EXPECT_TRUE(std::ranges::all_of(runs, [](const auto& count) { return count == 1; }));
+  }
 }
 
-TEST_P(ExecutorContract, eachItemOfManyThreadsRunsOnceAndNotInsidePost) {
-  std::vector<std::atomic<int>> runs(16'000);
-  std::atomic<std::size_t> next{0};
-  std::latch left(std::ssize(runs));
-  static thread_local bool posting = false;
-  const auto post = [this](auto work) {
-    posting = true;
-    executor_->post([work] {
-      EXPECT_FALSE(posting);
-      work();
-    });
-    posting = false;
-  };
-  const auto run = [&](std::size_t item) {
-    ++runs[item];
-    left.count_down();
-  };
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      for (std::size_t item = next.fetch_add(2); item < runs.size(); item = next.fetch_add(2)) {
-        post([&, item] {
-          post([&, item] { run(item + 1); });
-          run(item);
-        });
-      }
-    });
-  }
-  threads.clear();
-  if (manual_) {
-    std::static_pointer_cast<ManualExecutor>(executor_)->runUntilIdle();
-  }
-  left.wait();
-  executor_.reset();  // nothing uses the test's locals any more
-  EXPECT_TRUE(std::ranges::all_of(runs, [](const auto& count) { return count == 1; }));
-}
-
-TEST(ThreadPoolExecutor, mayBeDestroyedByItsOwnWork) {
+TEST(ThreadPoolExecutor, namesItsThreadsAndMayBeDestroyedByItsOwnWork) {
   // The last work to be destroyed tells that the thread is through with everything.
   const auto dropped = std::make_shared<std::latch>(1);
   std::shared_ptr<void> last(nullptr, [dropped](void*) { dropped->count_down(); });
   auto executor = std::make_shared<ThreadPoolExecutor>(2);
   auto* const raw = executor.get();
   raw->post([executor = std::move(executor), last]() mutable {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    EXPECT_STREQ(name, "quillmar-work");
     executor->post([last] {});
     executor.reset();
   });

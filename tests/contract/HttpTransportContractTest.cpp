@@ -60,8 +60,9 @@ class Outcome {
   std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
-HttpRequest get(std::string url, std::map<std::string, std::string> headers = {}) {
-  return {std::move(url), "GET", std::move(headers), {}, kLong, {}};
+HttpRequest requestFor(std::string url, std::map<std::string, std::string> headers = {}, std::string method = "GET",
+                       std::string body = {}) {
+  return {std::move(url), std::move(method), std::move(headers), std::move(body), kLong, {}};
 }
 
 ServiceAnswer reply(int status, std::string body = {}, service::Headers headers = {},
@@ -130,7 +131,7 @@ class HttpTransportContract : public ::testing::TestWithParam<const char*> {
       return reply(200, {}, {}, request.target == "/now" ? 0ms : 1h);
     };
     for (Outcome& outcome : outcomes_) {
-      identifiers_.insert(backend_.transport->start(get(backend_.url), outcome.completion()));
+      identifiers_.insert(backend_.transport->start(requestFor(backend_.url), outcome.completion()));
     }
     const auto end = std::chrono::steady_clock::now() + kLong;
     while (backend_.requests().empty() && std::chrono::steady_clock::now() < end) {
@@ -164,9 +165,7 @@ TEST_P(HttpTransportContract, carriesTheExchangeUnchanged) {
     SCOPED_TRACE(method + " -> " + std::to_string(status));
     const ServiceAnswer answer = reply(status, status == 204 ? "" : bytes + std::to_string(status));
     backend_.answer = [&answer](const ServiceRequest&) { return answer; };
-    HttpRequest request = get(backend_.url + "//a/../b?c=%20d", headers);
-    request.method = method;
-    request.body = body;
+    const HttpRequest request = requestFor(backend_.url + "//a/../b?c=%20d", headers, method, body);
     const HttpResult result = backend_.perform(request);
     EXPECT_EQ(result.statusCode, status) << result.error.message();
     EXPECT_EQ(result.body, answer.body);
@@ -195,7 +194,7 @@ TEST_P(HttpTransportContract, completesOnceAndNotInsideStart) {
       next(std::move(result));
     };
     // Every other one fails before it gets to the network.
-    identifiers_.insert(backend_.transport->start(get(i % 2 == 0 ? backend_.url : ""), complete));
+    identifiers_.insert(backend_.transport->start(requestFor(i % 2 == 0 ? backend_.url : ""), complete));
   }
   backend_.pump();
   EXPECT_EQ(identifiers_.size(), outcomes_.size());
@@ -217,7 +216,7 @@ TEST_P(HttpTransportContract, cancelEndsARequestWhereverItIs) {
   for (Outcome& outcome : outcomes_) {
     EXPECT_EQ(outcome.await().value().error, URLError::cancelled);
   }
-  EXPECT_EQ(backend_.perform(get(backend_.url + "/now")).statusCode, 200);
+  EXPECT_EQ(backend_.perform(requestFor(backend_.url + "/now")).statusCode, 200);
 }
 
 TEST_P(HttpTransportContract, destructionDestroysTheCompletions) {
@@ -229,10 +228,10 @@ TEST_P(HttpTransportContract, destructionDestroysTheCompletions) {
 TEST_P(HttpTransportContract, aCompletionMayDestroyTheTransport) {
   Outcome first;
   HttpTransport& transport = *backend_.transport;
-  transport.start(get(backend_.url),
+  transport.start(requestFor(backend_.url),
                   [this, owner = std::move(backend_.transport), next = first.completion()](HttpResult result) mutable {
                     for (Outcome& outcome : outcomes_) {
-                      owner->start(get(backend_.url), outcome.completion());
+                      owner->start(requestFor(backend_.url), outcome.completion());
                     }
                     owner.reset();
                     next(std::move(result));
@@ -256,9 +255,7 @@ TEST(CurlHttpTransport, refusesWhatItCannotSendAsItIs) {
       {URLError::unsupportedURL, "GET", "X", "a", "127.0.0.1/"},
   };
   for (const auto& [error, method, name, value, url] : rows) {
-    HttpRequest request = get(url, {{name, value}});
-    request.method = method;
-    EXPECT_EQ(backend.perform(request).error, error) << method << name << value << url;
+    EXPECT_EQ(backend.perform(requestFor(url, {{name, value}}, method)).error, error) << method << name << value << url;
   }
   EXPECT_TRUE(backend.requests().empty());
 }
@@ -291,15 +288,13 @@ TEST(CurlHttpTransport, keepsConnectionsAndSendsOnceOnOneThatDiesAndAnewWhenOneH
                                  .together = connections,
                                  .connections = (succeeds ? 2 : 1) * connections});
     CurlHttpTransport transport({.maxConnections = connections});
-    HttpRequest request = get(server.url());
-    performTogether(transport, 2 * connections, request, {});
+    performTogether(transport, 2 * connections, requestFor(server.url()), {});
     const auto end = std::chrono::steady_clock::now() + kLong;
     while (diesWhileIdle && server.closed() < connections && std::chrono::steady_clock::now() < end) {
       std::this_thread::yield();
     }
-    request.method = method;
-    request.body = body;
-    performTogether(transport, connections, request, succeeds ? std::error_code() : URLError::networkConnectionLost);
+    performTogether(transport, connections, requestFor(server.url(), {}, method, body),
+                    succeeds ? std::error_code() : URLError::networkConnectionLost);
     EXPECT_EQ(server.requests(), (goesTwice ? 4 : 3) * connections);
   }
 }
@@ -339,7 +334,7 @@ TEST(CurlHttpTransport, leavesServersThatAnswerTooMuchTooLittleOrTooLate) {
   Backend backend({.maxBodyBytes = plain.size()});
   for (const auto& row : rows) {
     const ScriptedServer server(row.script);
-    HttpRequest request = get(row.scheme + server.url().substr(4));
+    HttpRequest request = requestFor(row.scheme + server.url().substr(4));
     request.timeout = row.error == URLError::timedOut ? 300ms : 10s;
     const auto start = std::chrono::steady_clock::now();
     const HttpResult result = backend.perform(request);
@@ -360,7 +355,7 @@ TEST(CurlHttpTransport, wantsACertificateForTheHostByATrustedIssuerAndStaysSecur
       return reply(307, {}, {{"Location", "http://127.0.0.1:1/"}});
     });
     service.start();
-    const HttpResult result = Backend({.caFile = trusted->file()}).perform(get(service.url()));
+    const HttpResult result = Backend({.caFile = trusted->file()}).perform(requestFor(service.url()));
     const bool accepted = shown == &good && trusted == &good;
     EXPECT_EQ(result.error, accepted ? URLError::redirectToInsecureLocation : URLError::secureConnectionFailed);
   }
@@ -373,8 +368,8 @@ TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt
   url.insert(url.find("//") + 2, "us%65r:p%40ss@");
   Backend backend({.proxy = url, .noProxy = "other.example,127.0.0.0/8"});
   Backend withoutExceptions({.proxy = url});
-  EXPECT_EQ(backend.perform(get(backend.url, {{"Authorization", "key"}})).statusCode, 200);
-  EXPECT_EQ(backend.perform(get("https://127.0.0.1:1")).error, URLError::cannotConnectToHost);
+  EXPECT_EQ(backend.perform(requestFor(backend.url, {{"Authorization", "key"}})).statusCode, 200);
+  EXPECT_EQ(backend.perform(requestFor("https://127.0.0.1:1")).error, URLError::cannotConnectToHost);
   EXPECT_TRUE(proxy->requests().empty());
   const std::pair<int, URLError> rows[] = {{403, URLError::proxyRefusedConnection},
                                            {407, URLError::proxyAuthenticationRequired},
@@ -386,7 +381,8 @@ TEST(CurlHttpTransport, asksTheProxyForATunnelAndSendsNothingInTheClearThroughIt
     if (status == 0) {
       proxy.reset();
     }
-    const HttpResult result = withoutExceptions.perform(get("https://service.example", {{"Authorization", "key"}}));
+    const HttpResult result =
+        withoutExceptions.perform(requestFor("https://service.example", {{"Authorization", "key"}}));
     EXPECT_EQ(result.error, error) << status << ": " << result.error.message();
     if (proxy) {
       const auto asked = proxy->requests().back();
@@ -406,10 +402,8 @@ TEST(CurlHttpTransport, followsRedirectsWithTheRightMethod) {
     backend.answer = [&](const ServiceRequest& request) {
       return request.target == "/from" ? reply(status, "moved", {{"Location", "to?x=1"}}) : ServiceAnswer{};
     };
-    HttpRequest request = get(backend.url + "/from", {{"Authorization", "key"}, {"Content-Type", "text/plain"}});
-    request.method = method;
-    request.body = "body";
-    const HttpResult result = backend.perform(request);
+    const HttpResult result = backend.perform(
+        requestFor(backend.url + "/from", {{"Authorization", "key"}, {"Content-Type", "text/plain"}}, method, "body"));
     EXPECT_EQ(result.statusCode, 200);
     EXPECT_EQ(result.url, backend.url + "/to?x=1");
     EXPECT_EQ(result.body, "");
@@ -427,7 +421,7 @@ TEST(CurlHttpTransport, keepsCredentialsFromOtherOriginsAndLeavesALoop) {
   Backend there;
   here.answer = [&](const ServiceRequest&) { return reply(307, {}, {{"Location", there.url}}); };
   there.answer = [&](const ServiceRequest&) { return reply(307, {}, {{"Location", here.url}}); };
-  const HttpRequest request = get(here.url, {{"authorization", "key"}, {"Cookie", "a"}, {"X-Kept", "1"}});
+  const HttpRequest request = requestFor(here.url, {{"authorization", "key"}, {"Cookie", "a"}, {"X-Kept", "1"}});
   EXPECT_EQ(here.perform(request).error, URLError::httpTooManyRedirects);
   EXPECT_EQ(here.requests().size() + there.requests().size(), 21U);
   EXPECT_TRUE(here.requests().front().headers.contains("Authorization"));

@@ -13,8 +13,8 @@ using Strings = std::vector<std::string>;
 
 struct Call {
   double hour;
-  int fine;
-  const char* coarse = nullptr;
+  std::optional<int> fine;
+  std::optional<std::string> coarse = {};
   bool lock = false;
   const char* verdict = "accepted";
   const char* interface = nullptr;  // null: the ad's own
@@ -65,8 +65,8 @@ TEST(PostbackRules, judgeEachCallAndTellWhatIsReceived) {
        {"0 lock 34-58: - low 9 9", "1 lock 74-194: high high high"}},
       {"a later window hears of no fine value",
        kit,
-       {{50, 5, nullptr, false, "ignored coarseHalfOnly"},
-        {170, 5, nullptr, true, partly},
+       {{50, 5, {}, false, "ignored coarseHalfOnly"},
+        {170, 5, {}, true, partly},
         {171, 5, "low", false, locked},
         {840, 1, "low", false, "ignored windowsOver"}},
        {}},
@@ -81,17 +81,17 @@ TEST(PostbackRules, judgeEachCallAndTellWhatIsReceived) {
        {{1, 64, "low", true, "refused valueOutOfRange"},
         {1, -1, "low", false, "refused valueOutOfRange"},
         {1, 5, "low", true, "ignored otherFramework", "adAttributionKit"},
-        {1, 5, nullptr, false, "ignored noValue", "registration"}},
+        {1, {}, {}, false, "ignored noValue", "registration"}},
        {}},
       {"greater values start the timer again",
        three,
-       {{0, 0, nullptr, false, "accepted", "registration"},
+       {{0, {}, {}, false, "accepted", "registration"},
         {23, 0},
-        {24, 0, nullptr, false, "ignored notGreater"},
+        {24, 0, {}, false, "ignored notGreater"},
         {46.5, 7, "high", true, "accepted fineHalfOnly", "skAdNetwork4"},
-        {47, 5, nullptr, false, "ignored notGreater"},
-        {48, 64, nullptr, false, "refused valueOutOfRange"},
-        {70.5, 9, nullptr, false, "ignored timerOver"}},
+        {47, 5, {}, false, "ignored notGreater"},
+        {48, 64, {}, false, "refused valueOutOfRange"},
+        {70.5, 9, {}, false, "ignored timerOver"}},
        {"0 timer 70.5-94.5: - - 7 7"}},
   };
   for (const Life& row : rows) {
@@ -100,15 +100,9 @@ TEST(PostbackRules, judgeEachCallAndTellWhatIsReceived) {
     PostbackRules rules(row.ad, start, row.lengths);
     for (const Call& call : row.calls) {
       const std::string own = row.ad == kit ? "adAttributionKit" : row.ad == four ? "skAdNetwork4" : "skAdNetwork2";
-      PlatformCall made{call.interface ? call.interface : own, call.fine, {}, call.lock, start};
-      made.at += std::chrono::minutes(static_cast<int>(call.hour * 60));
-      if (made.interface == "registration") {
-        made.fineValue.reset();
-      }
-      if (call.coarse) {
-        made.coarseValue = call.coarse;
-      }
-      const Verdict verdict = rules.judge(made, "18.0");
+      const auto at = start + std::chrono::minutes(static_cast<int>(call.hour * 60));
+      const std::string interface = call.interface ? call.interface : own;
+      const Verdict verdict = rules.judge({interface, call.fine, call.coarse, call.lock, at}, "18.0");
       EXPECT_EQ(fmt::format("{} {}", rawValue(verdict.outcome), rawValue(verdict.reason)),
                 std::string(call.verdict) + (verdict.reason == Verdict::Reason::none ? " " : ""))
           << call.hour;

@@ -92,44 +92,35 @@ TEST_P(UserDefaultsContract, everyTypeComesBackAsItWas) {
   }
 }
 
-TEST_P(UserDefaultsContract, tailIsReplacedInDataThatIsLongEnough) {
-  ASSERT_FALSE(store_->set("text", "text"));
-  ASSERT_FALSE(store_->set("list", Data{"to be replaced"}));
+TEST_P(UserDefaultsContract, tailsAreReplacedInDataThatIsLongEnoughTogetherOrNotAtAll) {
+  for (const auto& [key, value] :
+       {std::pair<const char*, Value>("text", "text"), {"a", Data{"a1"}}, {"list", Data{"old"}}}) {
+    ASSERT_FALSE(store_->set(key, value));
+  }
   const std::pair<std::size_t, std::string> tails[] = {{0, ""}, {0, "[1]"}, {2, std::string(",\0]", 3)}, {4, ",3]"}};
   for (const auto& [keep, tail] : tails) {
     ASSERT_FALSE(store_->replaceDataTail("list", keep, tail));
   }
+  ASSERT_FALSE(store_->replaceDataTails({{"a", 1, "2"}, {"list", 5, std::string("\0]", 2)}}));
+  ASSERT_FALSE(store_->replaceDataTails({}));
   const auto revision = store_->revision("list");
   const std::pair<const char*, std::size_t> refused[] = {{"list", 8}, {"text", 0}, {"absent", 0}};
   for (const auto& [key, keep] : refused) {
     EXPECT_EQ(store_->replaceDataTail(key, keep, "x"), std::errc::invalid_argument) << key;
+    EXPECT_EQ(store_->replaceDataTails({{"a", 2, "3"}, {key, keep, "x"}}), std::errc::invalid_argument) << key;
   }
   EXPECT_EQ(store_->revision("list"), revision);
   for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(store_->data("list"), std::string("[1,\0,3]", 7));
-    EXPECT_EQ(store_->dataTail("list", 4), ",3]");
+    EXPECT_EQ(store_->data("a"), kind_ == "Minimal" ? "a23" : "a2")
+        << "one after the other in a store that has no more";
+    EXPECT_EQ(store_->data("list"), std::string("[1,\0,\0]", 7));
+    EXPECT_EQ(store_->dataTail("list", 4), std::string(",\0]", 3));
     EXPECT_EQ(store_->dataTail("list", 7), "");
     for (const auto& [key, skip] : refused) {
       EXPECT_EQ(store_->dataTail(key, skip), std::nullopt) << key;
     }
     EXPECT_EQ(store_->string("text"), "text");
     EXPECT_EQ(store_->object("absent"), std::nullopt);
-    reopen();
-  }
-}
-
-TEST_P(UserDefaultsContract, tailsAreReplacedTogetherOrNotAtAll) {
-  ASSERT_FALSE(store_->set("a", Data{"a1"}));
-  ASSERT_FALSE(store_->set("b", Data{"b1"}));
-  ASSERT_FALSE(store_->replaceDataTails({{"a", 1, "2"}, {"b", 2, std::string("\0more", 5)}}));
-  ASSERT_FALSE(store_->replaceDataTails({}));
-  for (const char* refused : {"b", "absent"}) {
-    EXPECT_EQ(store_->replaceDataTails({{"a", 2, "3"}, {refused, 8, ""}}), std::errc::invalid_argument) << refused;
-  }
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(store_->data("a"), kind_ == "Minimal" ? "a23" : "a2")
-        << "one after the other in a store that has no more";
-    EXPECT_EQ(store_->data("b"), std::string("b1\0more", 7));
     reopen();
   }
 }

@@ -71,7 +71,6 @@ TEST(AwaitCallback, resumesOnceOnItsOwnExecutorWhereverTheCallbackComesFrom) {
          callback(4);
        },
        {4}},
-      {"never", [](const Callback&) {}, {}},
   };
   for (const auto& [what, start, expected] : rows) {
     const auto executor = std::make_shared<ManualExecutor>();

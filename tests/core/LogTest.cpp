@@ -9,23 +9,22 @@ using namespace std::chrono_literals;
 
 namespace {
 
-TEST(Log, thresholdLetsInfoThroughLastAndMessagesAreVerbatim) {
-  const std::vector<std::string> lines{"error: 100 % of {braces} %s", "debug: d 2", "info: i 3"};
-  for (int raw = 0; raw <= 3; ++raw) {
-    const test::LogCapture log(*logLevelFromRawValue(raw));
-    Log::error("{}", "100 % of {braces} %s");
-    Log::debug("d {}", 2);
-    Log::info("i {}", 3);
-    Log::error("{:{}}", "a width that cannot be", -1);  // stays inside
-    EXPECT_EQ(log.messages(), std::vector(lines.begin(), lines.begin() + raw)) << "level " << raw;
+TEST(Log, thresholdLetsInfoThroughLast) {
+  for (std::size_t raw = 0; raw <= 3; ++raw) {
+    const test::LogCapture log(*logLevelFromRawValue(static_cast<int>(raw)));
+    Log::error("error");
+    Log::debug("debug");
+    Log::info("info");
+    EXPECT_EQ(log.lines().size(), raw);
   }
 }
 
 TEST(Log, textsOfOthersDoNotBreakOutOfTheirLine) {
   const test::LogCapture log(LogLevel::error);
-  const std::string fine = "\u00e9\u00c2\u00a0\u2027\u202f\u20ac\u2065\u206a\U0001F600 \\n ~";
+  const std::string fine = "100 % of {braces} %s \u00e9\u00c2\u00a0\u2027\u202f\u20ac\u2065\u206a\U0001F600 \\n ~";
   Log::error("{}", fine + "\n\r\t\x1b[2J\x1f\x7f" + std::string(1, '\0') + "\u0080\u009f");
   Log::error("{}", "\u2028\u2029\u202a\u202e\u2066\u2069\xE2\n\xE2\xC2\x9b\xC2");
+  Log::error("{:{}}", "a width that cannot be", -1);  // stays inside
   Log::errorInLines("{\n  \x1b\r\n}");
   EXPECT_THAT(log.messages(),
               testing::ElementsAre("error: " + fine + R"(\n\r\t\u001b[2J\u001f\u007f\u0000\u0080\u009f)",

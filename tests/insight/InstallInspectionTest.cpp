@@ -1,5 +1,6 @@
 #include "Insight/InstallInspection.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include "quillmar/Config.h"
@@ -17,11 +18,9 @@ namespace {
 const platform::Clock::TimePoint firstRun{std::chrono::hours(500'000)};
 
 std::string text(const InstallReport::Next& next) {
-  const std::string sent = next.sent
-                               ? next.sent->key + " " + std::to_string(next.sent->fineValue.value_or(-1)) + " " +
-                                     std::string(next.sent->coarseValue ? rawValue(*next.sent->coarseValue) : "none")
-                               : "nothing";
-  return describe({next.event}) + ": " + sent;
+  const auto& sent = next.sent.value();
+  return fmt::format("{}: {} {} {}", describe({next.event}), sent.key, sent.fineValue.value_or(-1),
+                     rawValue(sent.coarseValue.value()));
 }
 
 TEST(InstallInspection, tellsWhatIsStoredAndWhatComesNext) {
@@ -45,12 +44,9 @@ TEST(InstallInspection, tellsWhatIsStoredAndWhatComesNext) {
       Dictionary{{"key", "old"}, {"fineValue", std::int64_t{7}}, {"lockWindow", true}, {"completedEvents", names}});
   simulated.clock->advance(std::chrono::hours(24 * 7));
   const InstallReport report = inspectInstall(files, *simulated.clock);
-  EXPECT_EQ(report.identifier, "the-identifier");
-  EXPECT_EQ(report.day, 7);
-  EXPECT_EQ(report.window, Window::window1);
-  EXPECT_EQ(report.daysLeft, 1);
+  EXPECT_THAT(std::tie(report.identifier, report.day, report.window, report.daysLeft, report.rules),
+              FieldsAre("the-identifier", 7, Window::window1, 1, 2U));
   EXPECT_EQ(report.age(), std::chrono::hours(24 * 7));
-  EXPECT_EQ(report.rules, 2U);
   ASSERT_EQ(report.history.size(), 1U);
   const InstallReport::Events& purchases = report.history.front();
   EXPECT_EQ(purchases.last - purchases.first, std::chrono::seconds(20));

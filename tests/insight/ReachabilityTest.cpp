@@ -2,11 +2,11 @@
 
 #include <gmock/gmock.h>
 
-#include <bit>
 #include <set>
 
-#include "quillmar/QuillmarFactory.h"
-#include "quillmar/simulated/SimulatedPlatform.h"
+#include "Conversion/LastWindowValue.h"
+#include "quillmar/Config.h"
+#include "support/FacadeHarness.h"
 #include "support/RandomRules.h"
 
 using namespace quillmar;
@@ -18,75 +18,51 @@ namespace {
 const std::vector<SampleEvent> allEvents{{"a", {}}, {"a", 1.0}, {"a", 1.5}, {"a", 2.0}, {"b", {}}};
 
 /// An app, and which rule the library sends after each event.
-class App {
+class App : private test::FacadeHarness {
  public:
-  explicit App(const simulated::ConfigurationBuilder& configuration)
-      : simulated_(platform::Clock::TimePoint(std::chrono::hours(500'000))) {
-    simulated_.setConfiguration(configuration.json());
-    store_ = simulated_.userDefaults->openSuite("tech.quill-mar.quillmaruserdefaults");
-    quillmar_ = QuillmarFactory::createQuillmar(simulated_.platform());
-    quillmar_->configure("key");
-    simulated_.settle();
+  explicit App(const simulated::ConfigurationBuilder& rules) {
+    quillmar->setLogLevel(LogLevel::off);
+    configBody = rules.json();
+    configure();
   }
 
-  void forgetEvents() { quillmar_->clearTrackedEvents(); }
+  void forgetEvents() { quillmar->clearTrackedEvents(); }
 
   /// The key of the rule; empty when none is sent.
-  std::string send(const SampleEvent& event) {
-    store_->remove("LastWindowValue");
-    event.revenue ? quillmar_->sendEvent(event.name, {{ASEventParam::revenue, *event.revenue}})
-                  : quillmar_->sendEvent(event.name);
-    simulated_.settle();
-    const auto sent = store_->object("LastWindowValue");
-    return sent ? *sent->as<platform::PropertyListValue::Dictionary>()->at("key").as<std::string>() : "";
+  std::string sentAfter(const SampleEvent& event) {
+    defaults->remove(Config::lastWindowValue);
+    send(event.name, event.revenue ? EventParameters{{ASEventParam::revenue, *event.revenue}} : EventParameters());
+    const auto sent = readLastWindowValue(*defaults);
+    return sent ? sent->key : "";
   }
 
   std::string sendAll(const std::vector<SampleEvent>& events) {
     forgetEvents();
     std::string last;
     for (const SampleEvent& event : events) {
-      last = send(event);
+      last = sentAfter(event);
     }
     return last;
   }
 
-  /// All that is sent after any of the events, in any combination.
+  /// All that is sent after any of the events, in any combination: on the way to those with the last event are all
+  /// others.
   std::set<std::string> sendEachCombination() {
     std::set<std::string> sent{sendAll({{"unknown", {}}})};
-    std::vector<bool> seen(1U << allEvents.size());
-    for (unsigned wanted = 1; wanted < seen.size(); ++wanted) {
-      if (seen[wanted]) {
-        continue;
-      }
+    const unsigned last = 1U << (allEvents.size() - 1);
+    for (unsigned wanted = last; wanted < 2 * last; ++wanted) {
       forgetEvents();
-      unsigned now = 0;
-      const auto add = [&](std::size_t i) {
-        sent.insert(send(allEvents[i]));
-        now |= 1U << i;
-        seen[now] = true;
-      };
       for (std::size_t i = 0; i < allEvents.size(); ++i) {
         if ((wanted >> i & 1U) != 0) {
-          add(i);
-        }
-      }
-      for (std::size_t i = 0; i < allEvents.size(); ++i) {  // goes on as long as that is new
-        if (!seen[now | 1U << i]) {
-          add(i);
+          sent.insert(sentAfter(allEvents[i]));
         }
       }
     }
     return sent;
   }
-
- private:
-  simulated::SimulatedPlatform simulated_;
-  std::shared_ptr<platform::UserDefaults> store_;
-  std::shared_ptr<Quillmar> quillmar_;
 };
 
 TEST(Reachability, agreesWithThePipelineOnRandomConfigurations) {
-  Quillmar::resetStaticState();
   test::RandomRules random(18);
   std::map<Verdict, int> verdicts;
   int inconsistent = 0;

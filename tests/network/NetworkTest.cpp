@@ -67,11 +67,14 @@ TEST_F(Client, transportAndStatusDecideBetweenSuccessAndTheErrors) {
   EXPECT_EQ(failure(), "timedOut");
   answer = {{}, "file:///x", {}, ""};
   EXPECT_EQ(failure(), "badServerResponse");
+  EXPECT_EQ(failureOf(std::make_shared<MockNetworkManager>()->perform({})), "invalidURL");
 }
 
 TEST_F(Client, conversionValuesAreAskedForWithTheBareKey) {
   answer.body = R"({"values":[],"lockWindows":{}})";
   EXPECT_EQ(failureOf(ConversionValuesApiClient(manager, "", "https://a.example").fetchConversionValues(), clock), "");
+  EXPECT_EQ(failureOf(ConversionValuesApiClient(std::make_shared<MockNetworkManager>(), "k").fetchConversionValues()),
+            "");
   EXPECT_EQ(transport->requests()[0].url, "https://a.example/v2/conversionValues");
   EXPECT_EQ(transport->requests()[0].headers, (Headers{{"Authorization", ""}})) << "an empty key is sent too";
 }
@@ -99,12 +102,6 @@ TEST(UserAgent, namesHostAndLibraryWhateverTheHostIsCalled) {
   for (const auto& [bundle, host] : rows) {
     EXPECT_EQ(userAgentOf(bundle), host + "quillmar/2.0.0");
   }
-}
-
-TEST(MockNetworkManager, answersWithAConfigurationToWhateverHasAUrl) {
-  const auto manager = std::make_shared<MockNetworkManager>();
-  EXPECT_EQ(failureOf(ConversionValuesApiClient(manager, "k").fetchConversionValues()), "");
-  EXPECT_EQ(failureOf(manager->perform({})), "invalidURL");
 }
 
 }  // namespace

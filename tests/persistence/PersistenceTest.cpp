@@ -20,27 +20,20 @@ class Persistence : public ::testing::Test {
     return {{{key, {}}}, std::map<Window, ConversionValues::LockWindowConfiguration>()};
   }
 
-  std::shared_ptr<FaultyFiles> makeFiles() {
-    return std::make_shared<FaultyFiles>([this](std::string_view call) {
-      return call == failing ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
-    });
-  }
-
   std::string failing;  ///< the calls that do
-  std::shared_ptr<FaultyFiles> files = makeFiles();
+  const std::shared_ptr<FaultyFiles> files = std::make_shared<FaultyFiles>([this](std::string_view call) {
+    return call == failing ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+  });
   std::shared_ptr<PersistenceItem<ConversionValues>> item =
       std::make_shared<PersistenceItem<ConversionValues>>(files, ConversionValuesPersistence::filename);
   ConversionValuesPersistence persistence{item};
 };
 
-TEST_F(Persistence, readingBeforeSavingCreatesAnEmptyFileThatDoesNotDecode) {
-  EXPECT_FALSE(item->exists());
-  EXPECT_EQ(failureOf([this] { persistence.getAllConversionValues(); }),
-            "dataCorrupted: not valid JSON at line 1, column 1: the document is empty");
-  EXPECT_TRUE(item->exists());
-}
-
 TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
+  EXPECT_FALSE(item->exists());
+  EXPECT_THAT(failureOf([this] { persistence.getAllConversionValues(); }),
+              ::testing::EndsWith("the document is empty"));
+  EXPECT_TRUE(item->exists()) << "reading has made an empty one";
   persistence.save(document("one"));
   const auto first = persistence.getAllConversionValues();
   EXPECT_EQ(persistence.getAllConversionValues(), first) << "the very same object";
@@ -51,16 +44,14 @@ TEST_F(Persistence, unchangedFileIsDecodedOnceAndAChangedOneAgain) {
 }
 
 TEST_F(Persistence, failuresAreToldApart) {
-  persistence.save(document("kept"));
+  failing = "createDirectory";
+  EXPECT_EQ(failureOf([this] { item->read(); }), "invalidFilename");
+  failing = "createFile";
+  EXPECT_EQ(failureOf([this] { item->delete_(); }), "notFile");
   failing = "removeItem";
   EXPECT_EQ(failureOf([this] { persistence.save(document("new")); }), "No space left on device: " + path);
-  EXPECT_EQ(*item->read(), document("kept")) << "nothing is written when the deletion fails";
-  files = makeFiles();
-  PersistenceItem<ConversionValues> fresh(files, "x");
-  failing = "createDirectory";
-  EXPECT_EQ(failureOf([&] { fresh.read(); }), "invalidFilename");
-  failing = "createFile";
-  EXPECT_EQ(failureOf([&] { fresh.delete_(); }), "notFile");
+  failing = "";
+  EXPECT_NE(failureOf([this] { item->read(); }), "") << "nothing was written when the deletion failed";
   PersistenceItem<ConversionValues> nowhere(std::make_shared<simulated::InMemoryFileManager>(std::nullopt), "x");
   EXPECT_FALSE(nowhere.exists());
   EXPECT_EQ(failureOf([&] { nowhere.save(document("x")); }), "invalidFilename");
@@ -99,18 +90,13 @@ class ASADataPersistenceTest : public ::testing::Test {
   LogCapture log;
 };
 
+// What else may be in the file, or no file: fuzz/AttributionRecord.cpp.
 TEST_F(ASADataPersistenceTest, recordAndDictionaryAreReadFromTheFilesThatHoldThem) {
-  const std::string large = R"({"orgId":"1"})" + std::string(1U << 20U, ' ');
-  const std::tuple<const char*, bool, bool> rows[] = {{nullptr, false, false},
-                                                      {"", false, false},
-                                                      {"[]", false, false},
-                                                      {large.c_str(), false, false},
-                                                      {R"({"orgId":1})", false, true},
-                                                      {R"({"orgId":"1"})", true, true}};
+  const std::string record = R"({"orgId":"1"})";
+  const std::tuple<std::string, bool, bool> rows[] = {
+      {record + std::string(1U << 20U, ' '), false, false}, {R"({"orgId":1})", false, true}, {record, true, true}};
   for (const auto& [content, isRecord, isDictionary] : rows) {
-    if (content != nullptr) {
-      files->writeFile(asaPath, content, platform::WriteMode::direct);
-    }
+    files->writeFile(asaPath, content, platform::WriteMode::direct);
     EXPECT_EQ(persistence.loadASAData().has_value(), isRecord);
     EXPECT_EQ(persistence.loadASADataAsDictionary().has_value(), isDictionary);
   }

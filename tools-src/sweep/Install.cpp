@@ -1,17 +1,15 @@
 #include "Install.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <boost/json.hpp>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "Conversion/EventTracker.h"
 #include "Conversion/LastWindowValue.h"
 #include "Platform/PropertyListCoding.h"
+#include "Platform/Sqlite/SqliteDatabase.h"
 #include "Platform/Sqlite/SqliteUserDefaults.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/Config.h"
@@ -25,16 +23,11 @@ using platform::PropertyListValue;
 
 /// SQLite's own opinion.
 bool isWhole(const std::string& file) {
-  sqlite3* database = nullptr;
-  std::string answer;
-  const auto read = [](void* target, int, char** columns, char**) {
-    *static_cast<std::string*>(target) += columns[0];
-    return 0;
-  };
-  sqlite3_open(file.c_str(), &database);  // the question fails if this does
-  sqlite3_exec(database, "PRAGMA integrity_check", read, &answer, nullptr);
-  sqlite3_close(database);
-  return answer == "ok";
+  platform::SqliteDatabase database;
+  std::int64_t good = 0;
+  return database.open(file) == SQLITE_OK &&
+         database.readInteger("SELECT integrity_check = 'ok' FROM pragma_integrity_check", good) == SQLITE_OK &&
+         good == 1;
 }
 
 std::string settingsFile(const std::string& folder) {
@@ -46,9 +39,7 @@ std::string encoded(const PropertyListValue& value) {
 }
 
 /// As the calls to the ad network are told.
-std::string textOf(const PropertyListValue& lastWindowValue) {
-  const auto* dictionary = lastWindowValue.as<PropertyListValue::Dictionary>();
-  const auto value = dictionary != nullptr ? LastWindowValue::fromDictionary(*dictionary) : std::nullopt;
+std::string textOf(const std::optional<LastWindowValue>& value) {
   return value ? std::to_string(value->fineValue) + " " +
                      std::string(value->coarseValue ? rawValue(*value->coarseValue) : "nil")
                : "unreadable";
@@ -104,14 +95,14 @@ Install::Install(const std::string& folder, const std::string& copy) {
     }
     store = platform::SqliteUserDefaults::open(file, [this](std::string_view text) { problems.emplace_back(text); });
   }
+  const auto last = store ? readLastWindowValue(*store) : std::nullopt;
+  hasWindow = last && last->window;
   for (const std::string_view key :
        {Config::quillMarId, Config::firstRunDateKey, Config::quillmarVerificationKey, Config::serverAppId,
         Config::sdkEnabled, Config::lastConversionValuesFetchTimestamp, Config::lastWindowValue}) {
     const auto value = store ? store->object(key) : std::nullopt;
-    settings[key] = !value ? "" : key == Config::lastWindowValue ? textOf(*value) : encoded(*value);
+    settings[key] = !value ? "" : key == Config::lastWindowValue ? textOf(last) : encoded(*value);
   }
-  const auto last = store ? readLastWindowValue(*store) : std::nullopt;
-  hasWindow = last && last->window;
   try {
     const auto stored = store ? store->data(EventTracker::completedEventsKey) : std::nullopt;
     const auto json = boost::json::parse(stored.value_or("[]"));
@@ -190,13 +181,8 @@ std::vector<std::string> lossesAfterRun(const Expectation& expected, const Ackno
   // A reset that has begun may have forgotten the events already, but all of them together.
   const bool mayBeGone = expected.resets && areGone(before.history) && (told.cleared || areGone(told.events));
   if (!mayBeGone) {
-    const auto& old = expected.old;
-    const auto isOld = [&old](const auto& name) { return std::find(old.begin(), old.end(), name) != old.end(); };
-    std::vector<std::string> stay = before.history;
-    if (areGone(old)) {
-      std::erase_if(stay, isOld);
-    }
-    losses.expectEvents(now, stay, "of an earlier run");
+    const auto forgotten = areGone(expected.old) ? std::ssize(expected.old) : 0;
+    losses.expectEvents(now, {before.history.begin() + forgotten, before.history.end()}, "of an earlier run");
   }
   if (!mayBeGone || told.cleared) {
     losses.expectEvents(now, told.events, "that was tracked");

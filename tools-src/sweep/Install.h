@@ -50,7 +50,7 @@ struct Expectation {
   bool writesFailed = false;        ///< settings that could not be written may be the old ones
   bool isAttributionWhole = false;  ///< it is replaced in one step
   bool windowIsKept = false;        ///< a new last window value tells its window
-  std::vector<std::string> old{};   ///< events that the run forgets, in one step
+  std::vector<std::string> old{};   ///< the first events, which the run forgets in one step
 };
 
 /// What is wrong with the folder after the run; one text for each loss.

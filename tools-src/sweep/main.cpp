@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -23,6 +22,7 @@
 #include "quillmar/Config.h"
 #include "service/DevelopmentService.h"
 #include "service/ServiceLogic.h"
+#include "support/TemporaryFolder.h"
 
 namespace quillmar::sweep {
 
@@ -49,14 +49,6 @@ std::string events(const std::string& prefix, int count, const std::string& betw
     lines += event(prefix + std::to_string(i)) + between;
   }
   return lines;
-}
-
-std::string makeFolder() {
-  std::string name = (fs::temp_directory_path() / "quillmar-sweep-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
-  }
-  return name;
 }
 
 struct Path {
@@ -130,7 +122,7 @@ class Sweep {
   /// With `delay`, runs have the outbox, and the service takes so long for each of their answers.
   Sweep(std::string executable, std::size_t every, std::string only, std::optional<int> delay)
       : executable_(std::move(executable)), every_(every), only_(std::move(only)), delay_(delay) {
-    fs::create_directory(folder_ + "/fresh");
+    fs::create_directory(folder_ / "fresh");
     const RunResult run = runQuillmar(sweptKey, enable);
     const Install whole(data_, copy_);
     if (!run.hasDrained() || whole.configuration.empty() || whole.attribution.empty()) {
@@ -139,12 +131,6 @@ class Sweep {
     configuration_ = whole.configuration;
     attribution_ = whole.attribution;
   }
-  ~Sweep() {
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
-  Sweep(const Sweep&) = delete;
-  Sweep& operator=(const Sweep&) = delete;
 
   void killAtEachCall() {
     for (const Path& path : paths("long", only_)) {
@@ -174,7 +160,7 @@ class Sweep {
         useCopyOf(prepared);
         const RunResult run = runQuillmar(sweptKey, script, injection);
         hit = !run.firstHit.empty();
-        const std::string cut = folder_ + "/cut";
+        const std::string cut = folder_ / "cut";
         fs::remove_all(cut);
         fs::copy(data_, cut, fs::copy_options::recursive);
         const RunResult denied = runQuillmar(laterKey, revokeConsent);
@@ -210,11 +196,11 @@ class Sweep {
     runQuillmar(sweptKey, load(times));
     const std::chrono::duration<double, std::micro> whole = std::chrono::steady_clock::now() - begin;
     std::uniform_real_distribution<double> moment(1, whole.count());
-    useCopyOf(folder_ + "/fresh");
+    useCopyOf(folder_ / "fresh");
     for (std::size_t i = 0; i < times; ++i) {
       const bool fresh = i < times / 2;
       if (fresh) {
-        useCopyOf(folder_ + "/fresh");
+        useCopyOf(folder_ / "fresh");
       }
       const Expectation expected = expectation(sweptKey);
       const std::chrono::microseconds longest(static_cast<std::int64_t>(moment(random)));
@@ -259,24 +245,24 @@ class Sweep {
   RunResult runQuillmar(const std::string& key, const std::string& script, const Injection& injection = {},
                         std::chrono::microseconds longest = std::chrono::minutes(1), const char* option = nullptr) {
     service_.delay = key == sweptKey ? delay_.value_or(0) : 0;
-    const std::string file = folder_ + "/script";
+    const std::string file = folder_ / "script";
     std::ofstream(file) << script;
     std::vector<std::string> command{executable_, "run",      "--key", key,           "--data",
                                      data_,       "--events", file,    "--log-level", "debug"};
-    if (delay_ && key != preparingKey) {  // each event that is waited for would take a tenth of a second longer
-      command.insert(command.end(),
-                     {"--reliable-delivery", "--service", service_.url(), "--attribution-token", "token"});
+    const bool isReliable = delay_ && key != preparingKey;  // for which each event takes a tenth of a second longer
+    if (isReliable) {
+      command.emplace_back("--reliable-delivery");
     }
     if (requiresConsent_) {
-      command.insert(command.end(), {"--require-consent", "--hold-events", "10", "--attribution-token", "token"});
-      if (!delay_) {
-        command.insert(command.end(), {"--service", service_.url()});
-      }
+      command.insert(command.end(), {"--require-consent", "--hold-events", "10"});
+    }
+    if (isReliable || requiresConsent_) {
+      command.insert(command.end(), {"--service", service_.url(), "--attribution-token", "token"});
     }
     if (option != nullptr) {
       command.emplace_back(option);
     }
-    return run(command, folder_, injection, longest);
+    return run(command, folder_.path(), injection, longest);
   }
 
   /// What is left of an install whose user has said no.
@@ -310,7 +296,7 @@ class Sweep {
 
   /// A folder that each run gets a copy of; made when it is first wanted.
   std::string preparedFolder(const std::string& kind) {
-    std::string folder = folder_ + "/" + kind;
+    std::string folder = folder_ / kind;
     if (fs::exists(folder)) {
       return folder;
     }
@@ -320,7 +306,7 @@ class Sweep {
     } else if (kind == "merged") {
       script = events("merging-", 6, enable);
     }
-    useCopyOf(kind == "merged" ? preparedFolder("long") : folder_ + "/fresh");
+    useCopyOf(kind == "merged" ? preparedFolder("long") : folder_ / "fresh");
     if (const RunResult run = runQuillmar(preparingKey, script); !run.hasDrained()) {
       throw std::runtime_error("a folder cannot be prepared: " + run.errors);
     }
@@ -373,9 +359,7 @@ class Sweep {
     const Expectation restarted = expectation(laterKey);
     const std::string next = "after " + where;
     const RunResult restart = runQuillmar(laterKey, event(next));
-    for (std::string& loss : lossesAfterRestart(restarted, restart, next, Install(data_, copy_))) {
-      losses.push_back(std::move(loss));
-    }
+    std::ranges::move(lossesAfterRestart(restarted, restart, next, Install(data_, copy_)), std::back_inserter(losses));
     // A reset that was begun may have forgotten what was kept.
     auto received = service_.received();
     if (delay_ && (told.cleared || !expected.resets)) {
@@ -415,9 +399,9 @@ class Sweep {
   Service service_;
   std::size_t keptEvents_ = 0;
   std::size_t duplicates_ = 0;
-  const std::string folder_ = makeFolder();
-  const std::string data_ = folder_ + "/data";
-  const std::string copy_ = folder_ + "/copy";
+  const test::TemporaryFolder folder_;
+  const std::string data_ = folder_ / "data";
+  const std::string copy_ = folder_ / "copy";
   std::string configuration_;  ///< what the whole file looks like
   std::string attribution_;    ///< likewise
   std::map<std::string, Tally> tallies_;
