@@ -7,24 +7,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Says what is done to it.
-class WatchedFiles final : public simulated::InMemoryFileManager {
- public:
-  bool fileExists(const std::string& path) const override {
-    ++looks;
-    return InMemoryFileManager::fileExists(path);
-  }
-  std::error_code createDirectory(const std::string& path) override {
-    ++looks;
-    return InMemoryFileManager::createDirectory(path);
-  }
-  mutable int looks = 0;
-};
-
 struct ConsentInstall : FacadeHarness {
   explicit ConsentInstall(QuillmarOptions options, bool requiresConsent = true) : options_(options) {
     options_.requireConsent = requiresConsent;
-    simulated.files = files;
     begin();
   }
   ~ConsentInstall() override {
@@ -58,14 +43,13 @@ struct ConsentInstall : FacadeHarness {
       }
     }
     for (const std::string& path : {std::string("/documents/Quillmar/quill-mar-conv-val.json"), attributionFile}) {
-      if (files->fileExists(path)) {
+      if (simulated.files->fileExists(path)) {
         found.push_back(path);
       }
     }
     return found;
   }
 
-  std::shared_ptr<WatchedFiles> files = std::make_shared<WatchedFiles>();
   std::shared_ptr<QuillmarASAAttribution> attribution;
 
  private:
@@ -91,7 +75,6 @@ TEST_P(Consent, nothingIsTouchedBeforeItAndWhatWasCalledBeginsWithIt) {
   install.activate();
   install.advance(24h);
   EXPECT_FALSE(install.defaults->isOpen());
-  EXPECT_EQ(install.files->looks, 0);
   EXPECT_TRUE(install.simulated.http->requests().empty());
   EXPECT_EQ(install.simulated.attributionToken->requests(), 0u);
   EXPECT_FALSE(install.logged("fetch"));
@@ -126,10 +109,10 @@ TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
   install.send("purchase", {{ASEventParam::revenue, 20}});
   install.simulated.subscriptionUpdates->post(subscriptionUpdate(1));
   install.settle();
-  install.files->removeItem(attributionFile);
+  install.simulated.files->removeItem(attributionFile);
   install.attribution->enableASAAttributionTracking();
   install.activate();
-  install.files->writeFile(attributionFile, "{}", platform::WriteMode::direct);
+  install.simulated.files->writeFile(attributionFile, "{}", platform::WriteMode::direct);
   const std::size_t calls = install.calls().size();
   install.quillmar->revokeConsent();
   EXPECT_THAT(install.stored(), testing::IsEmpty());
@@ -152,66 +135,26 @@ TEST_P(Consent, itsEndStopsWhatIsOnItsWayAndErasesEverything) {
 }
 
 TEST_P(Consent, anEventWhoseCallHasPassedAsConsentEndsLeavesNothing) {
-  struct RevokingSink : simulated::RecordingLogSink {
-    void write(std::string_view, std::string_view, platform::LogSeverity, std::string_view line) noexcept override {
-      if (line.find("Sending event: late") != std::string_view::npos) {
-        quillmar->revokeConsent();
-      }
-    }
-    std::shared_ptr<Quillmar> quillmar;
-  };
   ConsentInstall install({.reliableDelivery = GetParam()});
-  const auto sink = std::make_shared<RevokingSink>();
-  install.simulated.logSink = sink;
+  install.simulated.logSink =
+      std::make_shared<InterruptingSink>("Sending event: late", [&install] { install.quillmar->revokeConsent(); });
   install.begin();
-  sink->quillmar = install.quillmar;
   install.grant();
   install.configure();
   install.send("late");
   EXPECT_THAT(install.stored(), testing::IsEmpty());
   EXPECT_THAT(install.eventNames(), testing::IsEmpty());
-  sink->quillmar.reset();
 }
 
 TEST(ConsentOfAPlatform, anAnswerThatComesTooLateIsNotSaved) {
-  struct LateNetwork : simulated::SimulatedAdNetwork {
-    using SimulatedAdNetwork::SimulatedAdNetwork;
-    void updatePostbackConversionValue(int, platform::SKAdNetworkCoarseConversionValue, bool,
-                                       platform::AdNetworkCompletion completion) override {
-      answer = std::move(completion);
-    }
-    platform::AdNetworkCompletion answer;
-  };
   for (const bool requiresConsent : {false, true}) {
     ConsentInstall install({}, requiresConsent);
-    const auto late = std::make_shared<LateNetwork>(install.simulated.clock, install.simulated.device);
-    install.simulated.adNetwork = late;
-    install.begin();
+    install.simulated.adNetwork->setObserver([&install](const auto&) { install.quillmar->revokeConsent(); });
     install.grant();
     install.configure();
     install.send("session");
-    ASSERT_TRUE(late->answer);
-    install.quillmar->revokeConsent();
-    late->answer(std::nullopt);
+    EXPECT_THAT(install.calls(), testing::SizeIs(1));
     EXPECT_THAT(install.stored(), testing::IsEmpty());
-  }
-}
-
-// How it is where a process is killed at each system call: quillmar_sweep.
-TEST(ConsentOfAPlatform, anErasureThatWasCutOffIsDoneAgain) {
-  for (const bool agrees : {false, true}) {
-    ConsentInstall install({.reliableDelivery = true});
-    install.grant();
-    install.configure();
-    install.send("session");
-    install.defaults->set("com.quillmar.erasing", true);
-    const auto identifier = install.defaults->string("QuillmarId");
-    install.begin();
-    agrees ? install.grant() : install.quillmar->revokeConsent();
-    EXPECT_THAT(install.stored(), testing::IsEmpty());
-    install.grant();
-    install.configure();
-    EXPECT_NE(install.defaults->string("QuillmarId"), identifier);
   }
 }
 

@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
-#include "quillmar/simulated/ConfigurationBuilder.h"
 #include "support/FacadeHarness.h"
 
 namespace quillmar {
@@ -60,11 +59,11 @@ std::vector<std::string> live(test::FacadeHarness& host, bool observed) {
   host.send("stay");
   host.simulated.files->removeItem("/documents/Quillmar/quill-mar-conv-val.json");
   host.send("stay");
-  host.configBody = test::configuration("{}", false);
+  host.configBody = test::configuration(false).json();
   host.advance(2h);
   host.activate();
   host.send("off");
-  host.configBody = test::configuration();
+  host.configBody = test::configuration().json();
   host.advance(36 * 24h);
   host.activate();
   host.send("late");

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <iostream>
-
 #include "support/FacadeHarness.h"
 #include "support/FaultyStores.h"
 
@@ -21,18 +19,12 @@ struct Spell {
   }
 };
 
-struct FaultyProvider final : simulated::InMemoryUserDefaultsProvider {
-  explicit FaultyProvider(const Fault& fault) : store(std::make_shared<FaultyDefaults>(fault)) {}
-  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store; }
-  const std::shared_ptr<platform::UserDefaults> store;
-};
-
 /// Tells whether a fault was met.
 bool liveWith(Spell& spell) {
   FacadeHarness host;
   const Fault fault = [&spell](std::string_view) { return spell.next(); };
   host.simulated.files = std::make_shared<FaultyFiles>(fault);
-  host.simulated.userDefaults = std::make_shared<FaultyProvider>(fault);
+  host.simulated.userDefaults = std::make_shared<OneStoreProvider>(std::make_shared<FaultyDefaults>(fault));
   host.restart();
   const auto expectNothingAcknowledgedIsLost = [&host, &spell] {
     const Spell now = std::exchange(spell, {-1});  // this look at the history is none of the library's
@@ -87,7 +79,6 @@ TEST(FaultSweep, eachCallFailsAndTheLibraryGoesOn) {
       }
     }
   }
-  std::cout << faults << " calls failed\n";
   EXPECT_GT(faults, 100);
 }
 

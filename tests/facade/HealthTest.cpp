@@ -11,15 +11,11 @@ namespace {
 using namespace std::literals;
 
 struct Host : AttributionHarness {
-  explicit Host(const QuillmarOptions& options = {}) { begin(options); }
-  void begin(const QuillmarOptions& given) {
-    options = given;
-    restart();
-    quillmar->setOptions(options);
-  }
+  using AttributionHarness::AttributionHarness;
   std::string text() const {
     const QuillmarHealth health = quillmar->health();
     EXPECT_EQ(sumOf(health), health.sent + health.inherited);
+    EXPECT_EQ(quillmar->statistics().logged, health.count(EventEnd::logged));
     std::string text;
     const auto add = [&text](std::string_view name, std::uint64_t count) {
       text += count > 0 ? fmt::format("{} {}, ", name, count) : "";
@@ -31,7 +27,6 @@ struct Host : AttributionHarness {
     }
     return text;
   }
-  QuillmarOptions options;
 };
 
 /// Completions that nobody calls.
@@ -164,8 +159,8 @@ TEST(Health, tellsHowTheAttributionIs) {
   host.defaults->remove("QuillmarVerificationKey");
   host.enable();
   EXPECT_EQ(state(), State::noKey);
+  EXPECT_TRUE(host.logged("error: AppId key must be provided in Info.plist"));
   host.configure();
-  host.attribution->setOptions(host.options);
   host.attributionStatus = 500;
   host.enable();
   EXPECT_EQ(state(), State::waiting);

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include "quillmar/simulated/ConfigurationBuilder.h"
 #include "support/AttributionHarness.h"
 
 namespace quillmar::test {
@@ -8,14 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Install : AttributionHarness {
-  explicit Install(const QuillmarOptions& options) { begin(options); }
-  void begin(const QuillmarOptions& options) {
-    restart();
-    quillmar->setOptions(options);
-    attribution->setOptions(options);
-  }
-};
+using Install = AttributionHarness;
 
 TEST(Options, bothNetworksBringAnInstallByTheOtherFrameworkItsValue) {
   Install install({.updateBothNetworks = true});
@@ -40,7 +32,7 @@ TEST(Options, strictSwitchStopsWhatIsOnItsWayParkedOrDueAndTheAttribution) {
   install.defaults->set("SdkEnabled", true);
   install.begin({.strictSwitch = true});
   install.send("session");
-  install.configBody = configuration(R"({"window0":{"type":"time","value":1}})", false);
+  install.configBody = configuration(false).lockAfter(Window::window0, 1h).json();
   install.configure();
   install.advance(2s);
   EXPECT_EQ(install.quillmar->statistics().dropped, 1u) << "parked";

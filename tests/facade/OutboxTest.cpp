@@ -6,6 +6,7 @@
 #include "Delivery/SendResult.h"
 #include "quillmar/platform/URLError.h"
 #include "support/AttributionHarness.h"
+#include "support/FaultyStores.h"
 
 namespace quillmar::test {
 namespace {
@@ -53,12 +54,6 @@ struct DiskDefaults final : platform::UserDefaults {
   Disk& disk;
 };
 
-struct DiskProvider final : simulated::InMemoryUserDefaultsProvider {
-  explicit DiskProvider(Disk& disk) : store(std::make_shared<DiskDefaults>(disk)) {}
-  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store; }
-  const std::shared_ptr<platform::UserDefaults> store;
-};
-
 /// A process, with the option unless something else is said.
 class Process : public AttributionHarness {
  public:
@@ -67,12 +62,10 @@ class Process : public AttributionHarness {
       linesAtEnd = log.messages().size();
       simulated.executor->shutDown();
     };
-    simulated.userDefaults = std::make_shared<DiskProvider>(disk);
+    simulated.userDefaults = std::make_shared<OneStoreProvider>(std::make_shared<DiskDefaults>(disk));
     simulated.files = disk.files;
-    restart();
-    quillmar->setOptions({reliable});
     make(simulated.platform());
-    attribution->setOptions({reliable});
+    begin({reliable});
   }
 
   std::vector<std::string> tracked() {
@@ -93,14 +86,12 @@ class Process : public AttributionHarness {
   }
 
   bool offline = false;
-  std::string retryAfter;
   std::size_t linesAtEnd = ~std::size_t{0};
   mutable std::map<std::string, std::set<std::string>> accepted;  ///< identifiers of events, by name
 
  private:
   simulated::InMemoryAnswer answer(const platform::HttpRequest& request) const override {
     simulated::InMemoryAnswer answer = FacadeHarness::answer(request);
-    answer.result.retryAfter = retryAfter;
     if (offline) {
       answer.result.error = platform::URLError::notConnectedToInternet;
     } else if (disk_.isDead) {
@@ -161,29 +152,6 @@ TEST(OutboxKills, atEachChangeOfTheSettingsLoseNothingThatWasKept) {
         break;
       }
     }
-  }
-}
-
-TEST(HistoryByAge, isForgottenInOneStep) {
-  bool wasKilled = true;
-  for (int changes = 0; wasKilled; ++changes) {
-    Disk disk;
-    const auto live = [&disk](const char* event, int day) {
-      Process process(disk, false);
-      process.simulated.clock->setNow(startOfTests + days(day));
-      process.quillmar->setOptions({.limits = {.historyDays = 9}});
-      process.configure();
-      process.send(event);
-    };
-    live("old", 0);
-    live("kept", 8);
-    disk.changesLeft = changes;
-    live("new", 10);
-    wasKilled = std::exchange(disk.isDead, false);
-    disk.changesLeft = -1;
-    EXPECT_THAT(Process(disk, false).tracked(),
-                AnyOf(ElementsAre("old", "kept"), ElementsAre("kept"), ElementsAre("kept", "new")))
-        << changes;
   }
 }
 

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <iostream>
 #include <new>
 
 #include "support/FacadeHarness.h"
@@ -85,7 +84,6 @@ void failEachAllocation(const char* what, const std::function<void(FacadeHarness
       }
       ++failures;
     }
-    std::cout << what << ": " << failures << " times, " << inARow << " in a row\n";
     EXPECT_GT(failures, 10);
   }
 }

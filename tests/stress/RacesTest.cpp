@@ -42,7 +42,7 @@ class SuspiciousLines final : public platform::LogSink {
 simulated::InMemoryAnswer goodAnswer(const platform::HttpRequest& request) {
   simulated::InMemoryAnswer answer;
   answer.result.statusCode = 200;
-  answer.result.body = request.method == "GET" ? configuration() : R"({"status":"success","message":"ok"})";
+  answer.result.body = request.method == "GET" ? configuration().json() : R"({"status":"success","message":"ok"})";
   return answer;
 }
 

@@ -18,9 +18,10 @@ inline platform::SubscriptionStatusUpdate subscriptionUpdate(std::uint64_t ident
 /// A host that was configured in an earlier process, and the service that tells of the attribution.
 class AttributionHarness : public FacadeHarness {
  public:
-  AttributionHarness() {
+  explicit AttributionHarness(const QuillmarOptions& given = {}) {
     defaults->set("QuillmarVerificationKey", "the-key");
     make(simulated.platform());
+    begin(given);
   }
   ~AttributionHarness() override {
     attribution.reset();
@@ -29,6 +30,13 @@ class AttributionHarness : public FacadeHarness {
 
   void make(const platform::Platform& platform) {
     attribution = QuillmarFactory::createQuillmarASAAttribution(platform);
+  }
+  /// A new process, in which both work as the options say.
+  void begin(const QuillmarOptions& given) {
+    options = given;
+    restart();
+    quillmar->setOptions(options);
+    attribution->setOptions(options);
   }
   void enable() {
     attribution->enableASAAttributionTracking();
@@ -57,6 +65,7 @@ class AttributionHarness : public FacadeHarness {
 
   int attributionStatus = 200;
   std::string attributionBody = R"({"attribution":true,"campaignId":"12","unknown":1})";
+  QuillmarOptions options;
   std::shared_ptr<QuillmarASAAttribution> attribution;
 
  private:

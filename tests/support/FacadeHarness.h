@@ -6,6 +6,7 @@
 #include "Facade/QuillmarCore.h"
 #include "Settings/QuillMarDefaults.h"
 #include "quillmar/QuillmarFactory.h"
+#include "quillmar/simulated/ConfigurationBuilder.h"
 #include "quillmar/simulated/SimulatedPlatform.h"
 #include "support/LogCapture.h"
 
@@ -13,17 +14,15 @@ namespace quillmar::test {
 
 inline const platform::Clock::TimePoint startOfTests = std::chrono::sys_days{std::chrono::year(2026) / 1 / 1};
 
-/// A configuration in which each window has a "Session" rule and a "Purchase" rule that wants a revenue of 10 to 50.
-inline std::string configuration(const std::string& lockWindows = "{}", bool enabled = true) {
-  const auto rule = [](const char* key, int fine, const char* coarse, const char* event) {
-    const auto value = fmt::format(R"({{"fineValue":{{"value":{},{}}},"coarseValue":{{"value":"{}",{}}}}})", fine,
-                                   event, coarse, event);
-    return fmt::format(R"({{"key":"{0}","windows":{{"window0":{1},"window1":{1},"window2":{1}}}}})", key, value);
-  };
-  return fmt::format(
-      R"({{"app_id":"app-1","sdk_enabled":{},"values":[{},{}],"lockWindows":{}}})", enabled,
-      rule("Purchase", 40, "high", R"("requiredEvents":[{"name":"purchase","revenueMin":10,"revenueMax":50}])"),
-      rule("Session", 1, "low", R"("requiredEvents":[{"name":"session"}])"), lockWindows);
+/// In each window a "Session" rule, and a "Purchase" rule that wants a revenue of 10 to 50.
+inline simulated::ConfigurationBuilder configuration(bool enabled = true) {
+  const ConversionValues::RequiredEvent purchase{"purchase", 10, 50}, session{"session", {}, {}};
+  simulated::ConfigurationBuilder builder("app-1", enabled);
+  for (const Window window : {Window::window0, Window::window1, Window::window2}) {
+    builder.rule("Purchase", window, {{{40, {purchase}}}, {{CoarseValue::high, {purchase}}}});
+    builder.rule("Session", window, {{{1, {session}}}, {{CoarseValue::low, {session}}}});
+  }
+  return builder;
 }
 
 /// How many events are in some count.
@@ -31,6 +30,18 @@ inline std::uint64_t sumOf(const QuillmarHealth& health) {
   const auto inMemory = health.queued + health.underWay + health.parked;
   return std::reduce(health.ended.begin(), health.ended.end(), inMemory + health.kept);
 }
+
+/// Lets something happen as a line with the part is written.
+struct InterruptingSink final : simulated::RecordingLogSink {
+  InterruptingSink(std::string line, std::function<void()> act) : part(std::move(line)), happen(std::move(act)) {}
+  void write(std::string_view, std::string_view, platform::LogSeverity, std::string_view line) noexcept override {
+    if (line.find(part) != std::string_view::npos) {
+      happen();
+    }
+  }
+  const std::string part;
+  const std::function<void()> happen;
+};
 
 /// A host on a simulated platform, with a service in the same process. Time goes only by `advance`.
 class FacadeHarness {
@@ -109,9 +120,10 @@ class FacadeHarness {
 
   // What the service answers.
   int configStatus = 200;
-  std::string configBody = configuration();
+  std::string configBody = configuration().json();
   int eventStatus = 200;
   std::string eventBody = R"({"status":"success","message":"ok"})";
+  std::string retryAfter;
   std::chrono::nanoseconds delay{0};
 
   simulated::SimulatedPlatform simulated;
@@ -123,7 +135,8 @@ class FacadeHarness {
  protected:
   virtual simulated::InMemoryAnswer answer(const platform::HttpRequest& request) const {
     const bool isConfig = request.method == "GET";
-    return {{{}, request.url, isConfig ? configStatus : eventStatus, isConfig ? configBody : eventBody}, delay, false};
+    return {{{}, request.url, isConfig ? configStatus : eventStatus, isConfig ? configBody : eventBody, retryAfter},
+            delay};
   }
 };
 

@@ -54,6 +54,16 @@ class MinimalUserDefaults : public platform::UserDefaults {
   std::shared_ptr<UserDefaults> store_;
 };
 
+/// That store by whatever name.
+class OneStoreProvider final : public simulated::InMemoryUserDefaultsProvider {
+ public:
+  explicit OneStoreProvider(std::shared_ptr<platform::UserDefaults> store) : store_(std::move(store)) {}
+  std::shared_ptr<platform::UserDefaults> openSuite(const std::string&) override { return store_; }
+
+ private:
+  const std::shared_ptr<platform::UserDefaults> store_;
+};
+
 /// Keeps in memory what it cannot write, as the seam wants it; appends are all or nothing.
 class FaultyDefaults final : public simulated::InMemoryUserDefaults {
  public:
