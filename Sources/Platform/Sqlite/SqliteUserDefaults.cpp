@@ -559,7 +559,7 @@ void SqliteUserDefaults::putSmallSegmentsTogether(std::string_view key, std::int
       if (transaction.commit() == SQLITE_OK) {
         const std::lock_guard lock(cacheMutex_);
         std::optional<std::int64_t>& firstSegment = entries_.find(key)->second.firstSegment;
-        firstSegment = std::min(firstSegment, std::optional(merged));  // numbers of deleted ones are given again
+        firstSegment = std::min(firstSegment.value_or(merged), merged);  // numbers of deleted ones are given again
       }
     }
   } catch (const std::bad_alloc&) {  // rolled back; the append that led here is done all the same
