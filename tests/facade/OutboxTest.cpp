@@ -155,6 +155,29 @@ TEST(OutboxKills, atEachChangeOfTheSettingsLoseNothingThatWasKept) {
   }
 }
 
+TEST(HistoryByAge, isForgottenInOneStep) {
+  bool wasKilled = true;
+  for (int changes = 0; wasKilled; ++changes) {
+    Disk disk;
+    const auto live = [&disk](const char* event, int day) {
+      Process process(disk, false);
+      process.simulated.clock->setNow(startOfTests + days(day));
+      process.quillmar->setOptions({.limits = {.historyDays = 9}});
+      process.configure();
+      process.send(event);
+    };
+    live("old", 0);
+    live("kept", 8);
+    disk.changesLeft = changes;
+    live("new", 10);
+    wasKilled = std::exchange(disk.isDead, false);
+    disk.changesLeft = -1;
+    EXPECT_THAT(Process(disk, false).tracked(),
+                AnyOf(ElementsAre("old", "kept"), ElementsAre("kept"), ElementsAre("kept", "new")))
+        << changes;
+  }
+}
+
 class OutboxLife : public Test {
  protected:
   OutboxLife() { process.configure(); }
