@@ -235,7 +235,7 @@ class QuillmarCore : public Consent::Worker, public std::enable_shared_from_this
   /// What the history and the configuration say now.
   struct Chosen {
     ConversionValues::ConversionValue value;
-    bool forceLockWindow;
+    bool forceLockWindow = false;
   };
   EventTracker::Matching matchingIn(Window window) const;
   std::optional<Chosen> choose(const std::string& name, const std::shared_ptr<const ConversionValues>& configuration,
